@@ -1,0 +1,69 @@
+// The entry's work on disk: writing and reading its metadata file, deleting both files.
+#include "cache/cache_value_impl.h"
+#include "cache/file_object.h"
+#include "cache/meta_data_path.h"
+#include "module/allocation.h"
+#include "module/kernel_access.h"
+#include "module/scoped_lock.h"
+
+namespace ox::core::cache {
+
+using os::filesystem::File;
+
+bool CacheValueImpl::DumpMetaData() {
+  // The buffer is looked at, not the length: metadata that a refresh found gone still stands in the
+  // buffer, and hosts that commit such an entry again expect true and an empty file.
+  if (metaData.Text()[0] == 0) return false;
+
+  const AllocationWatch watch;
+  const MetaDataPath path(file);
+  const char* text = metaData.UTF8();
+  if (watch.Tripped()) return false;
+
+  const FileObject metaFile;
+  if (metaFile.IsNull()) return false;
+  metaFile->SetPath(path.Text());
+  if (metaFile->Open(File::kOpenWrite) == 0) return false;
+  // Counted in UTF-16 units although bytes are written: text beyond U+007F loses its tail. Metadata
+  // files on devices are that long, and hosts keep their metadata in ASCII for it.
+  const std::uint64_t count = metaData.Length();
+  const std::uint64_t written = metaFile->Write(count, text);
+  metaFile->Close();
+  return written == count;
+}
+
+bool CacheValueImpl::RefreshMetaData() {
+  const ScopedLock lock(services.entryMutex);
+  const MetaDataPath path(file);
+  const FileObject metaFile;
+  if (path.Text() == nullptr) return false;
+
+  // Emptied before the file is looked for, so every failure below shows as empty metadata. The old
+  // units stay in the buffer; DumpMetaData looks at them.
+  metaData.AssignUTF8("", 0);
+  if (metaFile.IsNull()) return false;
+  metaFile->SetPath(path.Text());
+  if (metaFile->Exists() == 0) return false;
+  if (metaFile->Open(File::kOpenRead) == 0) return false;
+
+  TextBuffer buffer;
+  const std::uint32_t count = ReadText(*metaFile, &buffer);
+  metaData.AssignUTF8(buffer.text, Kernel()->StrLen(buffer.text));
+  return count != 0;
+}
+
+bool CacheValueImpl::RemoveLocal() {
+  const MetaDataPath metaPath(file);
+  const FileObject local;
+  if (local.IsNull()) return false;
+  if (local->SetPath(file.UTF8()) == 0) return false;
+  // A content file that stays keeps its metadata file: the pair is an entry again at the next
+  // start.
+  if (local->Delete(0) == 0) return false;
+  if (metaPath.Text() == nullptr) return true;
+  local->SetPath(metaPath.Text());
+  local->Delete(0);
+  return true;
+}
+
+}  // namespace ox::core::cache

@@ -1,0 +1,118 @@
+#ifndef OX_CACHE_FILE_CACHE_MANAGER_IMPL_H_
+#define OX_CACHE_FILE_CACHE_MANAGER_IMPL_H_
+
+#include <cstdint>
+
+#include "cache/cache_value_impl.h"
+#include "cache/file_cache_manager.h"
+#include "module/file_system.h"
+#include "module/ox_kernel.h"
+#include "module/ox_mutex.h"
+#include "string/ox_string.h"
+
+namespace ox::core::cache {
+
+// One place in the list of entries, which runs from the most recently admitted or found (head) to
+// the least recently admitted or found (tail).
+struct EntryNode {
+  CacheValueImpl* value;
+  EntryNode* newer;  // towards the head, null there
+  EntryNode* older;  // towards the tail, null there
+};
+
+// The one cache manager. By subject: manager_construction.cpp, manager_configuration.cpp,
+// manager_scan.cpp, manager_entries.cpp, manager_list.cpp, manager_limits.cpp,
+// manager_local_file.cpp.
+//
+// Operations call one another through the table of virtual operations, as hosts that wrap it
+// expect, and lock again on the way: the mutex is recursive.
+class FileCacheManagerImpl : public FileCacheManager {
+ public:
+  // Obtains the host's services, reads the configuration and scans the cache directory. `started`
+  // stays false when memory ran out before the scan: scanning with limits or a directory that were
+  // only half read would delete good files. Such a manager may only be destroyed.
+  explicit FileCacheManagerImpl(bool& started);
+  // Keeps the files of committed entries, deletes those of pending ones.
+  ~FileCacheManagerImpl() override;
+  FileCacheManagerImpl(const FileCacheManagerImpl&) = delete;
+  FileCacheManagerImpl& operator=(const FileCacheManagerImpl&) = delete;
+
+  bool Add(CacheValue* value) override;
+  CacheValue* Get(const OxString& url) override;
+  bool Remove(CacheValue* value) override;
+  unsigned long GetMaxSize() override;
+  void SetMaxSize(const unsigned long& size) override;
+  unsigned long GetMaxCacheValueSize() override;
+  void SetMaxCacheValueSize(const unsigned long& size) override;
+  unsigned long GetMaxEntries() override;
+  void SetMaxEntries(const unsigned long& count) override;
+  OxString GetDataDir() override;
+  void SetDataDir(const OxString& dir) override;
+  CacheValue* CreateCacheValue(const OxString& url, const unsigned long& size,
+                               const OxString& newMetaData) override;
+  void DestroyCacheValue(CacheValue* value) override;
+
+  // Lists an entry, evicting others to make room. False when its path is listed already or room
+  // cannot be made; the entry stays the caller's. The caller holds the mutex.
+  virtual bool AddPrivate(CacheValue* value);
+
+  // Path of the content file of a URL. The UTF-8 form that it needs stays in `url`.
+  void GetLocalFileFromURL(const OxString& url, OxString& localFile);
+
+  // Whether an entry of that many bytes would be admitted without evicting anything.
+  bool IsWithinConfigurationLimits(unsigned long size) const;
+
+ private:
+  // Configuration. Configure is true when the file could be opened.
+  bool Configure();
+  bool ReadConfigurationFile(const char* path);
+  void ParseConfiguration(const char* text);
+  void ReadNumber(const char* text, const char* key, unsigned long& value);
+  void ReadLimit(const char* text, const char* key, std::uint32_t& limit);
+  void ReadString(const char* text, const char* key, OxString& value);
+
+  // Start-up scan.
+  bool InitializeCacheEntries();
+  static bool CacheDirEnumProc(os::filesystem::File& file, bool isDirectory, void* context);
+  void ScanCacheFile(os::filesystem::File& metaFile);
+  bool ContentPathFromMetaPath(OxString& path);
+  void AdmitScanned(const OxString& contentPath, unsigned long contentSize);
+
+  // An entry that is not listed, null when the declared size is too large or memory ran out.
+  CacheValueImpl* CreateCacheValuePrivate(const OxString& url, const unsigned long& size,
+                                          const OxString& newMetaData);
+
+  // The list. The caller holds the mutex.
+  EntryNode* FindByPath(const char* path);
+  EntryNode* FindByValue(const CacheValue* value);
+  void LinkAtHead(EntryNode* node);
+  void Unlink(EntryNode* node);
+  bool RemoveNodeOf(const CacheValue* value);
+
+  // Evict from the tail until the limit holds; true when it does. The caller holds the mutex.
+  bool FixCacheSize(unsigned long extra);
+  bool FixMaxEntries(bool forNewEntry);
+  bool FixMaxEntrySize();
+
+  OxString configFilePath;
+  OxString cacheDirectory;
+  std::uint32_t maxEntries;
+  std::uint32_t maxEntrySize;
+  std::uint32_t maxSize;
+  IOxKernel* kernel;
+  EntryNode* head;
+  EntryNode* tail;
+  std::uint32_t entryCount;
+  IOxMutex* mutex;
+  std::uint32_t currentSize;
+  OxString dataDir;
+};
+
+// Hosts with 64-bit longs may pass more than the 32-bit fields hold.
+inline std::uint32_t Saturate32(unsigned long value) {
+  return value > UINT32_MAX ? UINT32_MAX : static_cast<std::uint32_t>(value);
+}
+
+}  // namespace ox::core::cache
+
+#endif

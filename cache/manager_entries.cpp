@@ -1,0 +1,112 @@
+// Admission, lookup and removal.
+#include "cache/file_cache_manager_impl.h"
+#include "module/allocation.h"
+#include "module/scoped_lock.h"
+
+namespace ox::core::cache {
+
+CacheValueImpl* FileCacheManagerImpl::CreateCacheValuePrivate(const OxString& url,
+                                                              const unsigned long& size,
+                                                              const OxString& newMetaData) {
+  if (size > GetMaxCacheValueSize()) return nullptr;
+  const AllocationWatch watch;
+  OxString localFile;
+  GetLocalFileFromURL(url, localFile);
+  auto* value = NewObject<CacheValueImpl>(url, localFile, newMetaData, size);
+  if (value == nullptr || !watch.Tripped()) return value;
+  DeleteObject(value);
+  return nullptr;
+}
+
+CacheValue* FileCacheManagerImpl::CreateCacheValue(const OxString& url, const unsigned long& size,
+                                                   const OxString& newMetaData) {
+  const ScopedLock lock(mutex);
+  const AllocationWatch watch;
+  // Copied by length first: old units behind an emptied text must not become metadata.
+  const OxString metaData(newMetaData);
+  if (watch.Tripped()) return nullptr;
+  CacheValueImpl* value = CreateCacheValuePrivate(url, size, metaData);
+  if (value == nullptr) return nullptr;
+  // Not yet pending while it is admitted: it counts with its content file as it is on disk now, not
+  // with the declared size.
+  if (!AddPrivate(value)) {
+    DeleteObject(value);
+    return nullptr;
+  }
+  value->SetPending(true);
+  return value;
+}
+
+bool FileCacheManagerImpl::AddPrivate(CacheValue* value) {
+  auto* entry = static_cast<CacheValueImpl*>(value);
+  const AllocationWatch watch;
+  const char* path = entry->FileUTF8();
+  if (watch.Tripped() || FindByPath(path) != nullptr) return false;
+
+  const std::uint32_t size = entry->EntrySize();
+  if (size > maxEntrySize) return false;
+  // What is evicted here stays evicted even when a later step refuses.
+  if (!FixMaxEntries(true)) return false;
+  if (!FixCacheSize(size)) return false;
+
+  auto* node = NewObject<EntryNode>();
+  if (node == nullptr) return false;
+  node->value = entry;
+  currentSize += size;
+  LinkAtHead(node);
+  return true;
+}
+
+bool FileCacheManagerImpl::Add(CacheValue* value) {
+  const ScopedLock lock(mutex);
+  auto* entry = static_cast<CacheValueImpl*>(value);
+  if (entry == nullptr || !entry->DumpMetaData()) return false;
+  if (!entry->IsPending()) return AddPrivate(entry);
+  entry->SetPending(false);
+  return true;
+}
+
+CacheValue* FileCacheManagerImpl::Get(const OxString& url) {
+  const ScopedLock lock(mutex);
+  const AllocationWatch watch;
+  OxString localFile;
+  GetLocalFileFromURL(url, localFile);
+  const char* path = localFile.UTF8();
+  if (watch.Tripped()) return nullptr;
+
+  EntryNode* node = FindByPath(path);
+  if (node == nullptr || node->value->IsPending()) return nullptr;
+  node->value->SetURL(url);
+  node->value->RefreshMetaData();
+  Unlink(node);
+  LinkAtHead(node);
+  return node->value;
+}
+
+bool FileCacheManagerImpl::Remove(CacheValue* value) {
+  const ScopedLock lock(mutex);
+  if (value == nullptr || !RemoveNodeOf(value)) return false;
+  auto* entry = static_cast<CacheValueImpl*>(value);
+  entry->RemoveLocal();
+  // Asked only now, with the files gone: a committed entry gives back little more than its
+  // metadata. Hosts have their limits set for a total that behaves this way.
+  currentSize -= entry->EntrySize();
+  DeleteObject(entry);
+  return true;
+}
+
+void FileCacheManagerImpl::DestroyCacheValue(CacheValue* value) {
+  const ScopedLock lock(mutex);
+  auto* entry = static_cast<CacheValueImpl*>(value);
+  if (entry == nullptr) return;
+  if (entry->IsPending()) {
+    Remove(entry);
+    return;
+  }
+  // The list is not searched and no file is deleted: this path is for entries that were never
+  // listed.
+  currentSize -= entry->EntrySize();
+  DeleteObject(entry);
+}
+
+}  // namespace ox::core::cache

@@ -1,0 +1,7 @@
+#include "cache/module_services.h"
+
+namespace ox::core::cache {
+
+ModuleServices services = {nullptr, nullptr};
+
+}  // namespace ox::core::cache

@@ -1,0 +1,21 @@
+// Host services that the manager and all entries share. The manager's constructor obtains what is
+// still null and its destructor gives both back, so entries use them without a test.
+#ifndef OX_CACHE_MODULE_SERVICES_H_
+#define OX_CACHE_MODULE_SERVICES_H_
+
+#include "module/file_system.h"
+#include "module/ox_mutex.h"
+
+namespace ox::core::cache {
+
+struct ModuleServices {
+  IFileSystem* fileSystem;
+  // One mutex for the disk work of all entries. Taken after the manager's mutex, never before.
+  IOxMutex* entryMutex;
+};
+
+extern ModuleServices services;
+
+}  // namespace ox::core::cache
+
+#endif

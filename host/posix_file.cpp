@@ -1,0 +1,143 @@
+#include "host/posix_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "host/directory.h"
+#include "string/ox_string.h"
+
+namespace ox::host {
+namespace {
+
+// O_NONBLOCK, so that a FIFO planted under a file's name cannot hang the device; regular files do
+// not know it.
+constexpr int kAlways = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+
+int OpenFlags(int mode) {
+  switch (mode) {
+    case os::filesystem::File::kOpenRead:
+      return O_RDONLY | kAlways;
+    case os::filesystem::File::kOpenWrite:
+      return O_WRONLY | O_CREAT | O_TRUNC | kAlways;
+    default:
+      return -1;
+  }
+}
+
+int OpenRetrying(const char* path, int flags) {
+  int fd = -1;
+  do {
+    fd = open(path, flags, 0600);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+bool IsRegular(int fd) {
+  struct stat status;
+  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+}  // namespace
+
+PosixFile::~PosixFile() {
+  Close();
+}
+
+int PosixFile::SetPath(const char* utf8Path) {
+  Close();
+  path_[0] = '\0';
+  if (utf8Path == nullptr) return 0;
+  const std::size_t length = std::strlen(utf8Path);
+  if (length == 0 || length >= sizeof path_) return 0;
+  std::memcpy(path_, utf8Path, length + 1);
+  return 1;
+}
+
+int PosixFile::Open(int mode) {
+  Close();
+  const int flags = OpenFlags(mode);
+  if (flags < 0) return 0;
+  fd_ = OpenRetrying(path_, flags);
+  if (fd_ < 0) return 0;
+  if (IsRegular(fd_)) return 1;
+  Close();
+  return 0;
+}
+
+void PosixFile::Close() {
+  if (fd_ < 0) return;
+  // Not tried again on EINTR: on Linux the descriptor is gone then too.
+  close(fd_);
+  fd_ = -1;
+}
+
+int PosixFile::Delete(int /*flags*/) {
+  return unlink(path_) == 0;
+}
+
+int PosixFile::Exists() {
+  struct stat status;
+  if (lstat(path_, &status) != 0) return 0;
+  return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
+}
+
+void PosixFile::GetPath(OxString& out) {
+  out = path_;
+}
+
+std::uint64_t PosixFile::GetSize() {
+  struct stat status;
+  if (lstat(path_, &status) != 0 || !S_ISREG(status.st_mode)) return 0;
+  return static_cast<std::uint64_t>(status.st_size);
+}
+
+std::uint64_t PosixFile::Read(std::uint64_t count, void* destination) {
+  if (fd_ < 0) return 0;
+  std::uint64_t done = 0;
+  while (done < count) {
+    const ssize_t part = read(fd_, static_cast<char*>(destination) + done, count - done);
+    if (part < 0 && errno == EINTR) continue;
+    if (part < 0) return 0;
+    if (part == 0) break;
+    done += static_cast<std::uint64_t>(part);
+  }
+  return done;
+}
+
+std::uint64_t PosixFile::Write(std::uint64_t count, const void* source) {
+  if (fd_ < 0) return 0;
+  std::uint64_t done = 0;
+  while (done < count) {
+    const ssize_t part = write(fd_, static_cast<const char*>(source) + done, count - done);
+    if (part < 0 && errno == EINTR) continue;
+    if (part <= 0) break;
+    done += static_cast<std::uint64_t>(part);
+  }
+  return done;
+}
+
+int PosixFile::EnumerateDirectory(EnumerateCallback callback, void* context, int /*flags*/) {
+  // Nothing may be thrown through the module, which stands between here and the host's own code.
+  try {
+    std::vector<DirectoryEntry> entries;
+    if (!ListDirectory(path_, &entries)) return 0;
+    const std::string prefix = std::string(path_) + "/";
+    for (const DirectoryEntry& entry : entries) {
+      PosixFile file;
+      if (file.SetPath((prefix + entry.name).c_str()) == 0) continue;
+      if (!callback(file, entry.isDirectory, context)) break;
+    }
+    return 1;
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
+}
+
+}  // namespace ox::host

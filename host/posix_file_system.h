@@ -1,0 +1,35 @@
+// The file-system service on Linux.
+#ifndef OX_HOST_POSIX_FILE_SYSTEM_H_
+#define OX_HOST_POSIX_FILE_SYSTEM_H_
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "module/file_system.h"
+
+namespace ox::host {
+
+// Threads: all operations from any thread.
+class PosixFileSystem final : public IFileSystem {
+ public:
+  // The directory is taken byte for byte: a "/" at its end stays and shows in every path.
+  explicit PosixFileSystem(std::string defaultDirectory);
+
+  os::filesystem::File* CreateFile() override;
+  void DestroyFile(os::filesystem::File* file) override;
+  // Makes the directory (mode 0700, parents too) when it is missing. 0, and `out` empty, when that
+  // fails.
+  int GetDefaultDirectory(OxString& out) override;
+
+  // File objects made and not yet destroyed.
+  std::uint64_t LiveFiles() const { return liveFiles_.load(std::memory_order_relaxed); }
+
+ private:
+  std::string defaultDirectory_;
+  std::atomic<std::uint64_t> liveFiles_{0};
+};
+
+}  // namespace ox::host
+
+#endif

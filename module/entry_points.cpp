@@ -1,0 +1,29 @@
+#include "module/entry_points.h"
+
+#include "module/allocation.h"
+#include "module/icache_manager_impl.h"
+#include "module/kernel_access.h"
+
+using ox::core::cache::ICacheManager;
+using ox::core::cache::ICacheManagerImpl;
+
+IOxKernel* IOxKernel::GetKernel() {
+  return ox::Kernel();
+}
+
+void IOxModule_OxModule_PutKernel(IOxKernel* kernel) {
+  if (ox::Kernel() == nullptr) ox::SetKernel(kernel);
+}
+
+ICacheManager* IOxModule_ICacheManager_ModuleLoad() {
+  ICacheManagerImpl* factory = ox::NewObject<ICacheManagerImpl>();
+  if (factory == nullptr || factory->HasMutex()) return factory;
+  ox::DeleteObject(factory);
+  return nullptr;
+}
+
+void IOxModule_ICacheManager_ModuleUnload(ICacheManager* module) {
+  ox::DeleteObject(module);
+  // Without effect once a kernel is stored: memory handed out earlier must still find its way back.
+  IOxModule_OxModule_PutKernel(nullptr);
+}

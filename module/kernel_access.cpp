@@ -1,0 +1,16 @@
+#include "module/kernel_access.h"
+
+namespace ox {
+namespace {
+IOxKernel* currentKernel = nullptr;
+}
+
+IOxKernel* Kernel() {
+  return currentKernel;
+}
+
+void SetKernel(IOxKernel* kernel) {
+  currentKernel = kernel;
+}
+
+}  // namespace ox

@@ -1,0 +1,122 @@
+// Storage: construction, assignment, append, growth.
+#include "string/ox_string.h"
+
+#include "module/allocation.h"
+#include "module/kernel_access.h"
+
+namespace {
+// Lengths and capacities are 32-bit fields; a text that came near their end could not be grown.
+constexpr std::size_t kMaxUnits = 0x7FFFFFFF;
+
+std::size_t MeasureBytes(const char* utf8) {
+  return utf8 != nullptr ? ox::Kernel()->StrLen(utf8) : 0;
+}
+}  // namespace
+
+OxString::OxString() : utf8_(nullptr), utf16_(nullptr), length_(0), capacity_(0), empty_(0) {}
+
+OxString::OxString(const char* utf8) : OxString() {
+  AppendDecoded(utf8, MeasureBytes(utf8));
+}
+
+OxString::OxString(const OxString& other) : OxString() {
+  if (other.length_ == 0 || other.utf16_ == nullptr) return;
+  if (!EnsureCapacity(std::size_t{other.length_} + 1)) return;
+  ox::Kernel()->MemCopy(utf16_, other.utf16_, std::size_t{other.length_} * sizeof(std::uint16_t));
+  length_ = other.length_;
+  Terminate();
+}
+
+OxString::~OxString() {
+  ox::FreeBytes(utf16_);
+  utf16_ = nullptr;
+  FreeUTF8();
+  length_ = 0;
+  capacity_ = 0;
+}
+
+OxString& OxString::operator=(const OxString& source) {
+  const std::size_t count = source.TextLength();
+  length_ = 0;
+  FreeUTF8();
+  AppendUnits(source, count);
+  return *this;
+}
+
+OxString& OxString::operator=(const char* utf8) {
+  AssignUTF8(utf8, MeasureBytes(utf8));
+  return *this;
+}
+
+void OxString::AssignUTF8(const char* utf8, std::size_t count) {
+  length_ = 0;
+  if (count == 0) return;
+  AppendDecoded(utf8, count);
+}
+
+void OxString::Append(const OxString& source) {
+  AppendUnits(source, source.TextLength());
+}
+
+void OxString::Append(const char* utf8) {
+  AppendDecoded(utf8, MeasureBytes(utf8));
+}
+
+void OxString::Reserve(std::size_t units) {
+  EnsureCapacity(units + 1);
+}
+
+std::size_t OxString::TextLength() const {
+  return utf16_ != nullptr ? ox::Kernel()->StrLen16(utf16_) : 0;
+}
+
+// `count` units from the start of the source, which may be this string.
+void OxString::AppendUnits(const OxString& source, std::size_t count) {
+  if (count == 0) return;
+  FreeUTF8();
+  if (!EnsureCapacity(std::size_t{length_} + 1 + count)) return;
+  std::uint16_t* end = utf16_ + length_;
+  // Read after the growth, which moves the text when the source is this string. A self-assignment
+  // finds its units already in place.
+  if (end != source.utf16_) {
+    ox::Kernel()->MemCopy(end, source.utf16_, count * sizeof(std::uint16_t));
+  }
+  length_ += static_cast<std::uint32_t>(count);
+  Terminate();
+}
+
+// Grows to hold `needed` units, terminator included. False leaves text and length as they were, but
+// for a string whose length was 0: that one is then empty for every reader, also for those that
+// look at the buffer, so that units of an older text cannot pass for a new one.
+bool OxString::EnsureCapacity(std::size_t needed) {
+  if (needed <= capacity_) return true;
+  std::size_t grown = needed;
+  if (capacity_ != 0) {
+    const std::size_t step = std::size_t{capacity_} * 2;
+    grown = step * (1 + needed / step);
+  }
+  auto* buffer = grown <= kMaxUnits
+                     ? static_cast<std::uint16_t*>(ox::AllocateBytes(grown * sizeof(std::uint16_t)))
+                     : nullptr;
+  if (buffer == nullptr) {
+    if (length_ == 0 && utf16_ != nullptr) utf16_[0] = 0;
+    return false;
+  }
+  buffer[0] = 0;
+  if (length_ != 0 && capacity_ != 0) {
+    ox::Kernel()->MemCopy(buffer, utf16_, (std::size_t{length_} + 1) * sizeof(std::uint16_t));
+  }
+  ox::FreeBytes(utf16_);
+  utf16_ = buffer;
+  capacity_ = static_cast<std::uint32_t>(grown);
+  return true;
+}
+
+void OxString::Terminate() {
+  utf16_[length_] = 0;
+}
+
+void OxString::FreeUTF8() const {
+  ox::FreeBytes(utf8_);
+  utf8_ = nullptr;
+}
