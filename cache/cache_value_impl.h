@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "cache/cache_value.h"
+#include "cache/relaxed.h"
 #include "string/ox_string.h"
 
 namespace ox::core::cache {
@@ -49,7 +50,8 @@ class CacheValueImpl : public CacheValue {
  private:
   std::uint32_t MetaDataLength();
 
-  bool pending;
+  // Add clears it under the manager's mutex while a host's GetSize reads it under the entry mutex.
+  Relaxed<bool> pending;
   OxString url;
   OxString file;
   OxString metaData;

@@ -5,6 +5,7 @@
 
 #include "cache/cache_value_impl.h"
 #include "cache/file_cache_manager.h"
+#include "cache/relaxed.h"
 #include "module/file_system.h"
 #include "module/ox_kernel.h"
 #include "module/ox_mutex.h"
@@ -29,13 +30,16 @@ struct EntryNode {
 class FileCacheManagerImpl : public FileCacheManager {
  public:
   // Obtains the host's services, reads the configuration and scans the cache directory. `started`
-  // stays false when memory ran out before the scan: scanning with limits or a directory that were
-  // only half read would delete good files. Such a manager may only be destroyed.
+  // stays false when memory ran out on the way: a scan with limits or a directory that were only
+  // half read would delete good files, and a pair that the scan could not list would be overwritten
+  // by the next entry of its URL. Such a manager may only be destroyed.
   explicit FileCacheManagerImpl(bool& started);
   // Keeps the files of committed entries, deletes those of pending ones.
   ~FileCacheManagerImpl() override;
   FileCacheManagerImpl(const FileCacheManagerImpl&) = delete;
   FileCacheManagerImpl& operator=(const FileCacheManagerImpl&) = delete;
+  // The deleting destructor in the table gives the memory back where it came from.
+  static void operator delete(void* p);
 
   bool Add(CacheValue* value) override;
   CacheValue* Get(const OxString& url) override;
@@ -68,7 +72,7 @@ class FileCacheManagerImpl : public FileCacheManager {
   bool ReadConfigurationFile(const char* path);
   void ParseConfiguration(const char* text);
   void ReadNumber(const char* text, const char* key, unsigned long& value);
-  void ReadLimit(const char* text, const char* key, std::uint32_t& limit);
+  void ReadLimit(const char* text, const char* key, Relaxed<std::uint32_t>& limit);
   void ReadString(const char* text, const char* key, OxString& value);
 
   // Start-up scan.
@@ -96,9 +100,10 @@ class FileCacheManagerImpl : public FileCacheManager {
 
   OxString configFilePath;
   OxString cacheDirectory;
-  std::uint32_t maxEntries;
-  std::uint32_t maxEntrySize;
-  std::uint32_t maxSize;
+  // The getters read these without the mutex.
+  Relaxed<std::uint32_t> maxEntries;
+  Relaxed<std::uint32_t> maxEntrySize;
+  Relaxed<std::uint32_t> maxSize;
   IOxKernel* kernel;
   EntryNode* head;
   EntryNode* tail;

@@ -20,7 +20,7 @@ bool IsLineEnd(char c) {
   return c == '\n' || c == '\r' || c == '\0';
 }
 
-void RaiseTo(std::uint32_t floor, std::uint32_t& limit) {
+void RaiseTo(std::uint32_t floor, Relaxed<std::uint32_t>& limit) {
   if (limit < floor) limit = floor;
 }
 
@@ -60,7 +60,8 @@ void FileCacheManagerImpl::ParseConfiguration(const char* text) {
   ReadString(text, "CACHE_DIRECTORY", cacheDirectory);
 }
 
-void FileCacheManagerImpl::ReadLimit(const char* text, const char* key, std::uint32_t& limit) {
+void FileCacheManagerImpl::ReadLimit(const char* text, const char* key,
+                                     Relaxed<std::uint32_t>& limit) {
   unsigned long value = limit;
   ReadNumber(text, key, value);
   limit = Saturate32(value);

@@ -39,8 +39,8 @@ FileCacheManagerImpl::FileCacheManagerImpl(bool& started)
   Configure();
   cacheDirectory.UTF8();
   if (watch.Tripped()) return;
-  started = true;
   InitializeCacheEntries();
+  started = !watch.Tripped();
 }
 
 FileCacheManagerImpl::~FileCacheManagerImpl() {
@@ -61,6 +61,10 @@ FileCacheManagerImpl::~FileCacheManagerImpl() {
     kernel->DestroyMutex(services.entryMutex);
     services.entryMutex = nullptr;
   }
+}
+
+void FileCacheManagerImpl::operator delete(void* p) {
+  ::operator delete(p, nullptr, 0, static_cast<OxMem_Selector_OX_NEW_DELETE*>(nullptr));
 }
 
 OxString FileCacheManagerImpl::GetDataDir() {

@@ -45,12 +45,13 @@ bool FileCacheManagerImpl::AddPrivate(CacheValue* value) {
 
   const std::uint32_t size = entry->EntrySize();
   if (size > maxEntrySize) return false;
-  // What is evicted here stays evicted even when a later step refuses.
-  if (!FixMaxEntries(true)) return false;
-  if (!FixCacheSize(size)) return false;
-
   auto* node = NewObject<EntryNode>();
   if (node == nullptr) return false;
+  // What the first evicts stays evicted even when the second refuses.
+  if (!FixMaxEntries(true) || !FixCacheSize(size)) {
+    DeleteObject(node);
+    return false;
+  }
   node->value = entry;
   currentSize += size;
   LinkAtHead(node);

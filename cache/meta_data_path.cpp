@@ -6,18 +6,18 @@
 namespace ox::core::cache {
 
 MetaDataPath::MetaDataPath(const OxString& contentFile) : text_(nullptr) {
-  const AllocationWatch watch;
   const char* file = contentFile.UTF8();
-  if (watch.Tripped()) return;
+  if (file[0] == '\0' && !contentFile.IsEmpty()) return;
   const std::size_t length = Kernel()->StrLen(file);
-  text_ = static_cast<char*>(AllocateBytes(length + sizeof kMetaDataSuffix));
+  const std::size_t bytes = length + sizeof kMetaDataSuffix;
+  text_ = bytes <= sizeof inline_ ? inline_ : static_cast<char*>(AllocateBytes(bytes));
   if (text_ == nullptr) return;
   Kernel()->MemCopy(text_, file, length);
   Kernel()->MemCopy(text_ + length, kMetaDataSuffix, sizeof kMetaDataSuffix);
 }
 
 MetaDataPath::~MetaDataPath() {
-  FreeBytes(text_);
+  if (text_ != inline_) FreeBytes(text_);
 }
 
 }  // namespace ox::core::cache

@@ -23,7 +23,12 @@ class MetaDataPath {
   const char* Text() const { return text_; }
 
  private:
+  // Longer than the paths of most devices, so that deleting an entry's files and reading its
+  // metadata need no memory there.
+  static constexpr std::size_t kInlineBytes = 256;
+
   char* text_;
+  char inline_[kInlineBytes];
 };
 
 }  // namespace ox::core::cache

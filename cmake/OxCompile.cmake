@@ -37,7 +37,8 @@ endfunction()
 function(ox_module_link target)
   set_target_properties(${target} PROPERTIES PREFIX lib)
   target_link_options(${target} PRIVATE
-    -Wl,-Bsymbolic -Wl,--gc-sections -Wl,--exclude-libs,ALL -Wl,--as-needed -Wl,-z,relro,-z,now)
+    -Wl,-Bsymbolic -Wl,--gc-sections -Wl,--exclude-libs,ALL -Wl,--as-needed -Wl,-z,relro,-z,now
+    -static-libgcc)
   if(NOT OX_SANITIZE)
     target_link_options(${target} PRIVATE -Wl,-z,defs)
   endif()

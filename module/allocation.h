@@ -60,11 +60,11 @@ void OxTypes_ScalarDelete(T* p, const char* file, int line) {
 
 namespace ox {
 
-// Constructs a T in memory of the new-delete selector; null when there is none. Takes references
-// only: the arguments here are strings and full-width numbers.
+// Constructs a T in memory of the new-delete selector; null when there is none.
 template <typename T, typename... Args>
-T* NewObject(Args&... args) {
-  return new (nullptr, 0, static_cast<OxMem_Selector_OX_NEW_DELETE*>(nullptr)) T(args...);
+T* NewObject(Args&&... args) {
+  return new (nullptr, 0, static_cast<OxMem_Selector_OX_NEW_DELETE*>(nullptr))
+      T(static_cast<Args&&>(args)...);
 }
 
 template <typename T>

@@ -1,0 +1,149 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/support/cache_rig.h"
+
+namespace {
+
+using ox::testing::CacheRig;
+using ox::testing::Utf8;
+
+std::string LimitsFrom(const std::string& configuration) {
+  CacheRig rig("");
+  rig.host.WriteFile("/c/file-cache.conf", configuration);
+  EXPECT_TRUE(rig.Start());
+  return std::to_string(rig.manager->GetMaxSize()) + " " +
+         std::to_string(rig.manager->GetMaxEntries()) + " " +
+         std::to_string(rig.manager->GetMaxCacheValueSize());
+}
+
+TEST(Configuration, Numbers) {
+  const struct {
+    std::string text;
+    const char* limits;  // size, entries, entry size
+  } cases[] = {
+      {"", "1048576 0 65536"},
+      {"MAX_CACHE_SIZE=2097152\nMAX_CACHE_ENTRIES=200\r\nMAX_CACHE_ENTRY_SIZE=3000",
+       "2097152 200 3000"},
+      {"MAX_CACHE_SIZE = 5000", "5000 0 65536"},
+      {"MAX_CACHE_SIZE=-5", "1024 0 65536"},
+      {"MAX_CACHE_SIZE=x1200", "1200 0 65536"},
+      {"MAX_CACHE_SIZE=0x2000", "1024 0 65536"},
+      {"MAX_CACHE_SIZE=\n4096", "1024 0 65536"},
+      {"MAX_CACHE_SIZE=\r\n4096", "1024 0 65536"},
+      {"MAX_CACHE_SIZE=\r4096", "4096 0 65536"},
+      {"MAX_CACHE_SIZE", "1024 0 65536"},
+      {"MAX_CACHE_SIZE=100\nMAX_CACHE_ENTRY_SIZE=0\nMAX_CACHE_ENTRIES=0", "1024 0 1024"},
+      {"#MAX_CACHE_ENTRIES=5\nMAX_CACHE_ENTRIES=6", "1048576 5 65536"},
+      {"NOT_MAX_CACHE_ENTRIES_EITHER 7", "1048576 7 65536"},
+      {"max_cache_entries=7", "1048576 0 65536"},
+      {"MAX_CACHE_ENTRIES=4294967295", "1048576 4294967295 65536"},
+      {std::string("\0MAX_CACHE_ENTRIES=5", 20), "1048576 0 65536"},
+      {std::string(1024 - 19, '#') + "MAX_CACHE_ENTRIES=12", "1048576 1 65536"},
+      {std::string(1024, '#') + "MAX_CACHE_ENTRIES=12", "1048576 0 65536"},
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(c.limits, LimitsFrom(c.text)) << c.text;
+  if (sizeof(unsigned long) > 4) {
+    EXPECT_EQ("4294967295 4294967295 4294967295",
+              LimitsFrom("MAX_CACHE_SIZE=4294967296\nMAX_CACHE_ENTRIES=9999999999\n"
+                         "MAX_CACHE_ENTRY_SIZE=99999999999999999999999"));
+  }
+}
+
+// Where the cache then lies shows in the path of a new entry.
+TEST(Configuration, Directory) {
+  const struct {
+    const char* text;
+    const char* directory;
+  } cases[] = {
+      {"", "/c"},
+      {"CACHE_DIRECTORY=/other", "/other"},
+      {"CACHE_DIRECTORY=/other/\n", "/other/"},
+      {"CACHE_DIRECTORY =  \t /other  \r\nX", "/other  "},
+      {"CACHE_DIRECTORY is here = \"/q\"\n", "\"/q\""},
+      {"CACHE_DIRECTORY=\n", "/c"},
+      {"CACHE_DIRECTORY=  \n", "/c"},
+      {"CACHE_DIRECTORY=\r\n", ""},
+      {"CACHE_DIRECTORY=", ""},
+      {"CACHE_DIRECTORY=  ", ""},
+      {"CACHE_DIRECTORY\n=/other", "/c"},
+      {"CACHE_DIRECTORY", "/c"},
+      {"CACHE_DIRECTORY=/\xC3\xA4\xF3", "/\xC3\xA4\xF0\xBD\xBE\x80"},
+  };
+  for (const auto& c : cases) {
+    CacheRig rig("");
+    rig.host.WriteFile("/c/file-cache.conf", std::string("MAX_CACHE_ENTRIES=9\n") + c.text);
+    ASSERT_TRUE(rig.Start());
+    const std::string log = rig.host.TakeLog();
+    EXPECT_NE(std::string::npos, log.find(std::string("EnumerateDirectory ") + c.directory + "\n"))
+        << c.text;
+    auto* entry = rig.Create("abc", 1, "m");
+    ASSERT_NE(nullptr, entry);
+    EXPECT_EQ(std::string(c.directory) + "/09100589C32DF40B6D69F3D7821EF727",
+              Utf8(entry->GetFile()));
+  }
+}
+
+TEST(Configuration, CallsInOrder) {
+  const char* const start =
+      "CreateMutex F\nLock F\nGetInterface IFileSystem\nCreateMutex E\nGetDefaultDirectory\n"
+      "CreateMutex M\n";
+  const char* const scan = "CreateFile\nSetPath /c\nEnumerateDirectory /c\nDestroyFile\nUnlock F\n";
+  const std::string open = "CreateFile\nSetPath /c/file-cache.conf\nExists\n";
+  const std::string stop =
+      "Lock F\nDestroyMutex M\nReleaseInterface\nDestroyMutex E\nUnlock F\nDestroyMutex F\n";
+  {
+    CacheRig rig("X");
+    ASSERT_TRUE(rig.Start());
+    EXPECT_EQ(start + open + "Open 2\nRead 1024\nDestroyFile\n" +
+                  "CreateFile\nSetPath /c\nEnumerateDirectory /c\nGetPath\nDestroyFile\nUnlock F\n",
+              rig.host.TakeLog());
+    rig.Stop();
+    EXPECT_EQ(stop, rig.host.TakeLog());
+  }
+  {
+    CacheRig rig("");
+    ASSERT_TRUE(rig.Start());
+    EXPECT_EQ(start + open + "DestroyFile\n" + scan, rig.host.TakeLog());
+  }
+  {
+    CacheRig rig("");
+    rig.host.hasDefaultDirectory = false;
+    ASSERT_TRUE(rig.Start());
+    EXPECT_EQ(start + std::string(scan), rig.host.TakeLog());
+    EXPECT_EQ(1048576U, rig.manager->GetMaxSize());
+  }
+}
+
+TEST(Configuration, AReadThatClaimsTooMuchIsCutAtTheBuffer) {
+  CacheRig rig("MAX_CACHE_ENTRIES=3\n");
+  rig.host.claimedRead = 5000;
+  ASSERT_TRUE(rig.Start());
+  EXPECT_EQ(3U, rig.manager->GetMaxEntries());
+}
+
+TEST(Configuration, TheDoubledSeparatorOfADirectoryThatEndsInOne) {
+  CacheRig rig("");
+  rig.host.defaultDirectory = "/c/";
+  rig.host.WriteFile("/c//file-cache.conf", "MAX_CACHE_ENTRIES=4\n");
+  ASSERT_TRUE(rig.Start());
+  EXPECT_EQ(4U, rig.manager->GetMaxEntries());
+  EXPECT_EQ("/c//09100589C32DF40B6D69F3D7821EF727", Utf8(rig.Create("abc", 1, "m")->GetFile()));
+}
+
+TEST(DataDirectory, IsKeptForTheHostAndMeansNothing) {
+  CacheRig rig;
+  ASSERT_TRUE(rig.Start());
+  rig.host.TakeLog();
+  EXPECT_TRUE(rig.manager->GetDataDir().IsEmpty());
+  rig.manager->SetDataDir("/elsewhere/");
+  EXPECT_EQ("/elsewhere/", Utf8(rig.manager->GetDataDir()));
+  rig.manager->SetDataDir("");
+  EXPECT_EQ("", Utf8(rig.manager->GetDataDir()));
+  EXPECT_EQ("", rig.host.TakeLog());
+  EXPECT_EQ(ox::testing::kAbcPath, Utf8(rig.Create("abc", 1, "m")->GetFile()));
+}
+
+}  // namespace

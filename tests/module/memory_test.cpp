@@ -1,0 +1,107 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "module/allocation.h"
+#include "module/kernel_access.h"
+#include "module/ox_error.h"
+#include "tests/support/recording_host.h"
+
+namespace {
+
+using ox::testing::RecordingHost;
+
+constexpr auto* kNewDelete = static_cast<OxMem_Selector_OX_NEW_DELETE*>(nullptr);
+constexpr auto* kVector = static_cast<OxMem_Selector_OX_VECTOR_NEW_DELETE*>(nullptr);
+constexpr auto* kMalloc = static_cast<OxMem_Selector_OX_MALLOC_FREE*>(nullptr);
+
+TEST(TaggedAllocation, HeaderHoldsTheKindOfEachSelector) {
+  RecordingHost host;
+  void* object = operator new(24, nullptr, 0, kNewDelete);
+  EXPECT_EQ(32U, host.LastRequest());
+  EXPECT_EQ(1U, RecordingHost::KindOf(object));
+  void* vector = operator new(99, 5, 6, nullptr, 0, kVector);
+  EXPECT_EQ(38U, host.LastRequest());
+  EXPECT_EQ(5U, RecordingHost::KindOf(vector));
+  void* bytes = operator new(99, 7, nullptr, 0, kMalloc);
+  EXPECT_EQ(15U, host.LastRequest());
+  EXPECT_EQ(0U, RecordingHost::KindOf(bytes));
+
+  // The word before the kind is the kernel's (the recording host fills blocks with A5).
+  std::uint32_t first = 0;
+  std::memcpy(&first, static_cast<char*>(object) - 8, sizeof first);
+  EXPECT_EQ(0xA5A5A5A5U, first);
+
+  operator delete(object, nullptr, 0, kNewDelete);
+  operator delete(vector, 5, 6, nullptr, 0, kVector);
+  operator delete(bytes, 7, nullptr, 0, kMalloc);
+  EXPECT_EQ(0U, host.LiveBlocks());
+}
+
+TEST(TaggedAllocation, NothingReachesTheKernelForNothing) {
+  RecordingHost host;
+  const auto callsBefore = host.memoryFaults.Calls();
+  EXPECT_EQ(nullptr, operator new(0, nullptr, 0, kNewDelete));
+  EXPECT_EQ(nullptr, operator new(8, 0, 4, nullptr, 0, kVector));
+  EXPECT_EQ(nullptr, operator new(8, SIZE_MAX, 2, nullptr, 0, kVector));
+  EXPECT_EQ(nullptr, operator new(8, SIZE_MAX, nullptr, 0, kMalloc));
+  EXPECT_EQ(nullptr, operator new (8, std::size_t{0}, nullptr, 0, kMalloc));
+  EXPECT_EQ(nullptr, operator new[](8, nullptr, 0, kNewDelete));
+  EXPECT_EQ(nullptr, operator new[](8, 2, 4, nullptr, 0, kVector));
+  EXPECT_EQ(nullptr, operator new[](8, 4, nullptr, 0, kMalloc));
+  operator delete(nullptr, nullptr, 0, kNewDelete);
+  operator delete[](nullptr, nullptr, 0, kNewDelete);
+  OxTypes_ScalarDelete<OxError>(nullptr, nullptr, 0);
+  EXPECT_EQ(callsBefore, host.memoryFaults.Calls());
+}
+
+TEST(TaggedAllocation, ARefusedRequestIsNullAndTripsTheWatch) {
+  RecordingHost host;
+  const ox::AllocationWatch watch;
+  host.memoryFaults.Arm(1, ox::testing::FaultDriver::Mode::kOnce);
+  EXPECT_EQ(nullptr, ox::NewObject<OxError>("name", 1));
+  EXPECT_TRUE(watch.Tripped());
+  EXPECT_FALSE(ox::AllocationWatch().Tripped());
+
+  ox::SetKernel(nullptr);
+  EXPECT_EQ(nullptr, ox::AllocateBytes(1));
+}
+
+TEST(Error, NamesAndCodes) {
+  const struct {
+    const OxError& error;
+    const char* name;
+  } constants[] = {
+      {OxError_OK, "OxError_OK"},
+      {OxError_NoMemory, "OxError_NoMemory"},
+      {OxError_Timeout, "OxError_Timeout"},
+      {OxError_Generic, "OxError_Generic"},
+      {OxError_NotFound, "OxError_NotFound"},
+      {OxError_Usage, "OxError_Usage"},
+      {OxError_InvalidParameters, "OxError_InvalidParameters"},
+  };
+  unsigned long code = 0;
+  for (const auto& constant : constants) {
+    EXPECT_STREQ(constant.name, constant.error.Name());
+    EXPECT_EQ(code++, constant.error.Code());
+  }
+  EXPECT_STREQ("0123456789012345678901234567890",
+               OxError("0123456789012345678901234567890123456789", 7).Name());
+}
+
+TEST(Error, TermCopyStaysInItsRoom) {
+  const struct {
+    unsigned long size;
+    const char* expected;
+  } cases[] = {{0, "######"}, {1, ""}, {3, "ab"}, {4, "abc"}, {6, "abc"}};
+  for (const auto& c : cases) {
+    char text[8] = "######";
+    OxError::strncpyTerm(text, "abc", c.size);
+    EXPECT_STREQ(c.expected, text) << c.size;
+    if (c.size != 0) {
+      EXPECT_EQ('#', text[5]) << c.size;
+    }
+  }
+}
+
+}  // namespace

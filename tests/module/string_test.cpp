@@ -1,0 +1,251 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "string/ox_string.h"
+#include "tests/support/recording_host.h"
+
+namespace {
+
+using ox::testing::FaultDriver;
+using ox::testing::RecordingHost;
+
+using Units = std::vector<unsigned>;
+
+// The fields behind the class, as a host that was built elsewhere sees them.
+struct Fields {
+  void* table;
+  char* utf8;
+  std::uint16_t* text;
+  std::uint32_t length;
+  std::uint32_t capacity;
+  std::uint16_t empty;
+};
+static_assert(sizeof(Fields) == sizeof(OxString), "layout is the binary contract");
+
+Fields& FieldsOf(OxString& text) {
+  return reinterpret_cast<Fields&>(text);
+}
+
+Units UnitsOf(const OxString& text) {
+  return Units(text.Text(), text.Text() + text.Length());
+}
+
+class StringTest : public ::testing::Test {
+ protected:
+  ~StringTest() override { EXPECT_EQ(0U, host_.LiveBlocks()); }
+  RecordingHost host_;
+};
+
+TEST_F(StringTest, DecodesAndEncodes) {
+  const struct {
+    const char* bytes;
+    Units units;
+    const char* back;
+  } cases[] = {
+      {"", {}, ""},
+      {"abc", {'a', 'b', 'c'}, "abc"},
+      {"\xC3\xA9", {0xE9}, "\xC3\xA9"},
+      {"\xA9", {0xA9}, "\xC2\xA9"},
+      {"a\x80\xBF", {'a', 0x80, 0xBF}, "a\xC2\x80\xC2\xBF"},
+      {"\xE2\x82\xAC", {0x20AC}, "\xE2\x82\xAC"},
+      {"\xED\xA0\x80", {0xFFFD}, "\xEF\xBF\xBD"},
+      {"\xF0\x9F\x98\x80", {0xD83D, 0xDE00}, "\xF0\x9F\x98\x80"},
+      {"\xF4\x8F\xBF\xBF", {0xDBFF, 0xDFFF}, "\xF4\x8F\xBF\xBF"},
+      {"\xF4\x90\x80\x80", {0xFFFD}, "\xEF\xBF\xBD"},
+      {"\xC1\x81", {'A'}, "A"},  // overlong
+      {"\xFC\x80\x80\x80\x81\x81z", {'A', 'z'}, "Az"},
+      {"\xFE"
+       "12345z",
+       {0xFFFD, 'z'},
+       "\xEF\xBF\xBDz"},
+      {"\xF8\x88\x80\x80\x80z", {0xFFFD, 'z'}, "\xEF\xBF\xBDz"},
+      {"\xC3(x", {'h', 'x'}, "hx"},  // the byte after a lead is taken as it comes
+  };
+  for (const auto& c : cases) {
+    const OxString text(c.bytes);
+    Units expected = c.units;
+    EXPECT_EQ(expected, UnitsOf(text)) << c.bytes;
+    EXPECT_EQ(0U, text.Text()[text.Length()]);
+    EXPECT_STREQ(c.back, text.UTF8()) << c.bytes;
+  }
+}
+
+// Missing bytes count as zeros, and nothing behind the text is read: the text stands at the end of
+// its own block, where AddressSanitizer sees the first byte too many.
+TEST_F(StringTest, SequencesCutShortByTheEnd) {
+  const struct {
+    const char* bytes;
+    Units units;
+  } cases[] = {
+      {"\xC3", {0x40}},
+      {"x\xE2\x82", {'x', 0x2000}},
+      {"\xF1", {0xFFFD}},
+      {"\xF3", {0xD8B7, 0xDF80}},  // two units out of one byte: the room must be there
+      {"ab\xF4", {'a', 'b', 0xD9B7, 0xDF80}},
+      {"\xFF", {0xFFFD}},
+  };
+  for (const auto& c : cases) {
+    const std::vector<char> exact(c.bytes, c.bytes + std::strlen(c.bytes));
+    OxString text;
+    text.AssignUTF8(exact.data(), exact.size());
+    EXPECT_EQ(c.units, UnitsOf(text)) << c.bytes;
+    EXPECT_EQ(0U, text.Text()[text.Length()]);
+    EXPECT_EQ(c.units, UnitsOf(OxString(c.bytes))) << c.bytes;
+  }
+}
+
+TEST_F(StringTest, DecodeReportsBytesConsumed) {
+  const OxString any;
+  const struct {
+    const char* bytes;
+    int consumed;
+  } cases[] = {{"\x00\x00\x00\x00\x00\x00", 1},
+               {"\x7F", 1},
+               {"\xBF", 1},
+               {"\xC0\x80", 2},
+               {"\xED\xA0\x80", 3},
+               {"\xF4\x90\x80\x80", 4},
+               {"\xF8\x80\x80\x80\x80", 5},
+               {"\xFC\x80\x80\x80\x80\x80", 6},
+               {"\xFE\x80\x80\x80\x80\x80", 6}};
+  for (const auto& c : cases) {
+    unsigned short high = 1;
+    unsigned short low = 1;
+    EXPECT_EQ(c.consumed,
+              any._UTF8toU16Char(reinterpret_cast<const unsigned char*>(c.bytes), &high, &low));
+    EXPECT_EQ(0, low);
+  }
+}
+
+TEST_F(StringTest, EncodesUnpairedSurrogates) {
+  const struct {
+    Units units;
+    const char* bytes;
+  } cases[] = {
+      {{0xD83D}, "\xEF\xBF\xBD"},
+      {{0xD83D, 'x'}, "\xEF\xBF\xBDx"},
+      {{0xD83D, 0xD83D, 0xDE00}, "\xEF\xBF\xBD\xF0\x9F\x98\x80"},
+      {{0xDE00}, "\xED\xB8\x80"},
+      {{0xDE00, 0xD83D}, "\xED\xB8\x80\xEF\xBF\xBD"},
+      {{0x7F, 0x80, 0x7FF, 0x800}, "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80"},
+  };
+  for (const auto& c : cases) {
+    OxString text(std::string(c.units.size(), 'x').c_str());
+    for (std::size_t i = 0; i < c.units.size(); ++i) {
+      FieldsOf(text).text[i] = static_cast<std::uint16_t>(c.units[i]);
+    }
+    EXPECT_STREQ(c.bytes, text.UTF8());
+  }
+}
+
+TEST_F(StringTest, GrowsByMultiplesOfTwiceTheCapacity) {
+  OxString text;
+  EXPECT_EQ(0U, FieldsOf(text).capacity);
+  EXPECT_EQ(&FieldsOf(text).empty, text.Text());
+  text = OxString("abcde");
+  EXPECT_EQ(6U, FieldsOf(text).capacity);
+  text.Append(OxString("0123456789"));
+  EXPECT_EQ(24U, FieldsOf(text).capacity);
+  text.Append("01234567");
+  EXPECT_EQ(24U, FieldsOf(text).capacity);
+  EXPECT_STREQ("abcde012345678901234567", text.UTF8());
+  text.Append("8");
+  EXPECT_EQ(48U, FieldsOf(text).capacity);
+}
+
+TEST_F(StringTest, AnEmptiedStringKeepsItsUnits) {
+  OxString text("abc");
+  text = OxString();
+  EXPECT_EQ(0U, text.Length());
+  EXPECT_EQ('a', text.Text()[0]);
+  EXPECT_STREQ("", text.UTF8());
+
+  EXPECT_EQ(0U, OxString(text).Length());  // a copy goes by length
+  OxString assigned;
+  assigned = text;  // an assignment measures the buffer
+  EXPECT_STREQ("abc", assigned.UTF8());
+  OxString appended("x");
+  appended.Append(text);
+  EXPECT_STREQ("xabc", appended.UTF8());
+
+  OxString viaUtf8("def");
+  viaUtf8 = "";
+  EXPECT_EQ(0U, viaUtf8.Length());
+  EXPECT_EQ('d', viaUtf8.Text()[0]);
+}
+
+TEST_F(StringTest, MeasuresToTheFirstZeroUnitButCopiesWhole) {
+  OxString text("ab");
+  text.Append("\xC0\x80z");  // an overlong 0
+  ASSERT_EQ(4U, text.Length());
+  EXPECT_EQ(4U, OxString(text).Length());
+  OxString assigned;
+  assigned = text;
+  EXPECT_EQ(2U, assigned.Length());
+}
+
+TEST_F(StringTest, Utf8FormIsKeptAndNeverStale) {
+  OxString text("abc");
+  const char* first = text.UTF8();
+  EXPECT_EQ(first, text.UTF8());
+  EXPECT_EQ(first, FieldsOf(text).utf8);
+  text.Append("d");
+  EXPECT_EQ(nullptr, FieldsOf(text).utf8);
+  EXPECT_STREQ("abcd", text.UTF8());
+  text = "";
+  EXPECT_NE(nullptr, FieldsOf(text).utf8);  // only the length goes
+  text = "xyz";
+  EXPECT_STREQ("xyz", text.UTF8());
+  text = OxString("q");
+  EXPECT_STREQ("q", text.UTF8());
+}
+
+TEST_F(StringTest, TakesItselfAndItsOwnUtf8) {
+  OxString text("abc");
+  OxString& same = text;
+  text = same;
+  EXPECT_STREQ("abc", text.UTF8());
+  text.Append(same);
+  EXPECT_STREQ("abcabc", text.UTF8());
+  text.Append(text.UTF8());
+  EXPECT_STREQ("abcabcabcabc", text.UTF8());
+}
+
+TEST_F(StringTest, SurvivesEveryRefusedAllocation) {
+  const auto history = [](OxString& text) {
+    text = OxString("first text");
+    text.Append(" and more of it, enough to grow");
+    text.UTF8();
+    const OxString copy(text);
+    text = copy.UTF8();
+    text.Append(text);
+  };
+  for (const auto mode : {FaultDriver::Mode::kOnce, FaultDriver::Mode::kFromThereOn}) {
+    for (std::uint64_t k = 1;; ++k) {
+      OxString text;
+      host_.memoryFaults.Arm(k, mode);
+      history(text);
+      const bool reached = host_.memoryFaults.WasReached();
+      host_.memoryFaults.Disarm();
+      EXPECT_EQ(text.Length(), std::strlen(text.UTF8()));
+      text = "again";
+      EXPECT_STREQ("again", text.UTF8());
+      if (!reached) break;
+    }
+  }
+}
+
+TEST_F(StringTest, AFailedAppendKeepsTheTextAndAFailedAssignmentIsEmpty) {
+  OxString text("abc");
+  host_.memoryFaults.Arm(1, FaultDriver::Mode::kFromThereOn);
+  text.Append("0123456789");
+  EXPECT_EQ((Units{'a', 'b', 'c'}), UnitsOf(text));
+  text = "0123456789";
+  EXPECT_EQ(0U, text.Length());
+  EXPECT_EQ(0U, text.Text()[0]);  // not the old units, which could pass for a text
+}
+
+}  // namespace

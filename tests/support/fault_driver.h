@@ -1,0 +1,40 @@
+// Counts calls and fails the k-th, once or from there on.
+//
+// A test runs a history for k = 1, 2, ... until the history passes without reaching its fault.
+#ifndef OX_TESTS_SUPPORT_FAULT_DRIVER_H_
+#define OX_TESTS_SUPPORT_FAULT_DRIVER_H_
+
+#include <cstdint>
+
+namespace ox::testing {
+
+class FaultDriver {
+ public:
+  enum class Mode { kOnce, kFromThereOn };
+
+  void Arm(std::uint64_t call, Mode mode) {
+    calls_ = 0;
+    failAt_ = call;
+    mode_ = mode;
+  }
+  void Disarm() { failAt_ = 0; }
+
+  // True when this call is to fail.
+  bool Next() {
+    ++calls_;
+    if (failAt_ == 0) return false;
+    return calls_ == failAt_ || (mode_ == Mode::kFromThereOn && calls_ > failAt_);
+  }
+
+  bool WasReached() const { return failAt_ != 0 && calls_ >= failAt_; }
+  std::uint64_t Calls() const { return calls_; }
+
+ private:
+  std::uint64_t calls_ = 0;
+  std::uint64_t failAt_ = 0;
+  Mode mode_ = Mode::kOnce;
+};
+
+}  // namespace ox::testing
+
+#endif

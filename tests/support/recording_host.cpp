@@ -1,0 +1,283 @@
+#include "tests/support/recording_host.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "module/kernel_access.h"
+#include "string/ox_string.h"
+
+namespace ox::testing {
+
+class RecordingMutex final : public IOxMutex {
+ public:
+  RecordingMutex(RecordingHost& host, std::string name) : host_(host), name_(std::move(name)) {}
+  int Lock() override {
+    host_.Log("Lock " + name_);
+    ++depth_;
+    return 1;
+  }
+  int Unlock() override {
+    host_.Log("Unlock " + name_);
+    EXPECT_GT(depth_, 0) << "mutex " << name_ << " unlocked without a lock";
+    --depth_;
+    return 1;
+  }
+  bool IsFree() const { return depth_ == 0; }
+  const std::string& Name() const { return name_; }
+
+ private:
+  RecordingHost& host_;
+  std::string name_;
+  int depth_ = 0;
+};
+
+class RecordingFile final : public os::filesystem::File {
+ public:
+  explicit RecordingFile(RecordingHost& host, std::string path = "")
+      : host_(host), path_(std::move(path)) {}
+
+  int SetPath(const char* utf8Path) override {
+    host_.Log(std::string("SetPath ") + utf8Path);
+    path_ = utf8Path;
+    return !host_.fileFaults.Next();
+  }
+  int Open(int mode) override {
+    host_.Log("Open " + std::to_string(mode));
+    if (host_.fileFaults.Next()) return 0;
+    StoredFile* file = host_.FindFile(path_);
+    if (file != nullptr && file->isDirectory) return 0;
+    if (mode == kOpenRead && file == nullptr) return 0;
+    if (mode == kOpenWrite) host_.WriteFile(path_, "");
+    isOpen_ = true;
+    position_ = 0;
+    return 1;
+  }
+  void Close() override {
+    host_.Log("Close");
+    isOpen_ = false;
+  }
+  int Delete(int flags) override {
+    host_.Log("Delete " + path_);
+    EXPECT_EQ(0, flags);
+    if (host_.fileFaults.Next() || host_.FindFile(path_) == nullptr) return 0;
+    host_.DeleteFile(path_);
+    return 1;
+  }
+  int Exists() override {
+    host_.Log("Exists");
+    return !host_.fileFaults.Next() && host_.FindFile(path_) != nullptr;
+  }
+  void GetPath(OxString& out) override {
+    host_.Log("GetPath");
+    out = path_.c_str();
+  }
+  std::uint64_t GetSize() override {
+    host_.Log("GetSize " + path_);
+    if (host_.fileFaults.Next()) return 0;
+    const StoredFile* file = host_.FindFile(path_);
+    return (file != nullptr ? file->bytes.size() : 0) | host_.highBits;
+  }
+  std::uint64_t Read(std::uint64_t count, void* destination) override {
+    host_.Log("Read " + std::to_string(count));
+    EXPECT_TRUE(isOpen_);
+    if (host_.fileFaults.Next()) return 0;
+    const std::string& bytes = host_.FindFile(path_)->bytes;
+    const std::size_t part = std::min<std::size_t>(count, bytes.size() - position_);
+    std::memcpy(destination, bytes.data() + position_, part);
+    position_ += part;
+    return (host_.claimedRead != 0 ? host_.claimedRead : part) | host_.highBits;
+  }
+  std::uint64_t Write(std::uint64_t count, const void* source) override {
+    host_.Log("Write " + std::to_string(count));
+    EXPECT_TRUE(isOpen_);
+    const std::size_t part = host_.fileFaults.Next() ? count / 2 : count;
+    host_.FindFile(path_)->bytes.append(static_cast<const char*>(source), part);
+    return part;
+  }
+  int EnumerateDirectory(EnumerateCallback callback, void* context, int flags) override {
+    host_.Log("EnumerateDirectory " + path_);
+    EXPECT_EQ(0, flags);
+    if (host_.fileFaults.Next()) return 0;
+    const std::vector<StoredFile> snapshot = host_.files;
+    const std::string prefix = path_ + "/";
+    for (const StoredFile& file : snapshot) {
+      if (file.path.compare(0, prefix.size(), prefix) != 0) continue;
+      if (file.path.find('/', prefix.size()) != std::string::npos) continue;
+      RecordingFile entry(host_, file.path);
+      EXPECT_TRUE(callback(entry, file.isDirectory, context));
+    }
+    return 1;
+  }
+
+ private:
+  RecordingHost& host_;
+  std::string path_;
+  bool isOpen_ = false;
+  std::size_t position_ = 0;
+};
+
+RecordingHost::RecordingHost() {
+  SetKernel(this);
+}
+
+RecordingHost::~RecordingHost() {
+  for (const auto& block : blocks_)
+    std::free(block.first);
+  SetKernel(nullptr);
+}
+
+StoredFile* RecordingHost::FindFile(const std::string& path) {
+  for (StoredFile& file : files) {
+    if (file.path == path) return &file;
+  }
+  return nullptr;
+}
+
+void RecordingHost::WriteFile(const std::string& path, const std::string& bytes) {
+  StoredFile* file = FindFile(path);
+  if (file != nullptr) {
+    file->bytes = bytes;
+  } else {
+    files.push_back({path, bytes, false});
+  }
+}
+
+void RecordingHost::DeleteFile(const std::string& path) {
+  files.erase(std::remove_if(files.begin(), files.end(),
+                             [&](const StoredFile& file) { return file.path == path; }),
+              files.end());
+}
+
+std::map<std::string, std::string> RecordingHost::Disk() const {
+  std::map<std::string, std::string> disk;
+  for (const StoredFile& file : files)
+    disk[file.path] = file.bytes;
+  return disk;
+}
+
+std::string RecordingHost::TakeLog() {
+  std::string taken;
+  taken.swap(log_);
+  return taken;
+}
+
+bool RecordingHost::EveryMutexIsFree() const {
+  return std::all_of(mutexes_.begin(), mutexes_.end(),
+                     [](const auto& mutex) { return mutex.second->IsFree(); });
+}
+
+std::uint32_t RecordingHost::KindOf(const void* p) {
+  std::uint32_t kind = 0;
+  std::memcpy(&kind, static_cast<const char*>(p) - 4, sizeof kind);
+  return kind;
+}
+
+void* RecordingHost::GetInterface(const char* name) {
+  Log(std::string("GetInterface ") + name);
+  return static_cast<IFileSystem*>(this);
+}
+
+void RecordingHost::ReleaseInterface(void* interface) {
+  Log("ReleaseInterface");
+  EXPECT_EQ(static_cast<IFileSystem*>(this), interface);
+}
+
+IOxMutex* RecordingHost::CreateMutex() {
+  const char* const names[] = {"F", "E", "M"};
+  auto mutex = std::make_unique<RecordingMutex>(*this, names[mutexesMade_++ % 3]);
+  Log("CreateMutex " + mutex->Name());
+  IOxMutex* made = mutex.get();
+  mutexes_[made] = std::move(mutex);
+  return made;
+}
+
+void RecordingHost::DestroyMutex(IOxMutex* mutex) {
+  ASSERT_EQ(1U, mutexes_.count(mutex));
+  EXPECT_TRUE(mutexes_[mutex]->IsFree());
+  Log("DestroyMutex " + mutexes_[mutex]->Name());
+  mutexes_.erase(mutex);
+}
+
+void* RecordingHost::Allocate(std::size_t bytes, const char* file, int line) {
+  EXPECT_EQ(nullptr, file);
+  EXPECT_EQ(0, line);
+  lastRequest_ = bytes;
+  if (memoryFaults.Next()) return nullptr;
+  void* block = std::malloc(bytes);
+  // Neither the module nor its strings may count on fresh memory being clean.
+  std::memset(block, 0xA5, bytes);
+  blocks_[block] = bytes;
+  return block;
+}
+
+void RecordingHost::Free(void* block, const char* /*file*/, int /*line*/) {
+  ASSERT_EQ(1U, blocks_.erase(block)) << "freed twice or never allocated";
+  std::free(block);
+}
+
+void* RecordingHost::MemSet(void* dst, int value, std::size_t bytes) {
+  return std::memset(dst, value, bytes);
+}
+
+void* RecordingHost::MemCopy(void* dst, const void* src, std::size_t bytes) {
+  const auto* from = static_cast<const char*>(src);
+  const auto* to = static_cast<const char*>(dst);
+  EXPECT_TRUE(from + bytes <= to || to + bytes <= from) << "overlapping copy";
+  return std::memcpy(dst, src, bytes);
+}
+
+std::size_t RecordingHost::StrLen16(const std::uint16_t* text) {
+  std::size_t length = 0;
+  while (text[length] != 0)
+    ++length;
+  return length;
+}
+
+std::size_t RecordingHost::StrLen(const char* text) {
+  return std::strlen(text);
+}
+
+int RecordingHost::StrCmp(const char* a, const char* b) {
+  return comparesNothingEqual ? 1 : std::strcmp(a, b);
+}
+
+char* RecordingHost::StrCpy(char* dst, const char* src) {
+  return std::strcpy(dst, src);
+}
+
+const char* RecordingHost::StrStr(const char* haystack, const char* needle) {
+  return std::strstr(haystack, needle);
+}
+
+unsigned long RecordingHost::StrToUL(const char* text, char** end, int base) {
+  EXPECT_EQ(nullptr, end);
+  EXPECT_EQ(10, base);
+  return std::strtoul(text, end, base);
+}
+
+os::filesystem::File* RecordingHost::CreateFile() {
+  Log("CreateFile");
+  if (fileFaults.Next()) return nullptr;
+  auto file = std::make_unique<RecordingFile>(*this);
+  os::filesystem::File* made = file.get();
+  openFiles_[made] = std::move(file);
+  return made;
+}
+
+void RecordingHost::DestroyFile(os::filesystem::File* file) {
+  Log(file != nullptr ? "DestroyFile" : "DestroyFile null");
+  if (file == nullptr) return;
+  ASSERT_EQ(1U, openFiles_.erase(file));
+}
+
+int RecordingHost::GetDefaultDirectory(OxString& out) {
+  Log("GetDefaultDirectory");
+  if (fileFaults.Next()) return 0;
+  out = defaultDirectory.c_str();
+  return hasDefaultDirectory;
+}
+
+}  // namespace ox::testing
