@@ -1,0 +1,215 @@
+// File objects and the file system on real files.
+#include "host/posix_file.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "host/posix_kernel.h"
+#include "host/posix_mutex.h"
+#include "module/kernel_access.h"
+#include "string/ox_string.h"
+#include "tests/host/scratch_directory.h"
+
+namespace {
+
+using ox::host::PosixFile;
+using ox::host::PosixKernel;
+using ox::testing::ReadWhole;
+using ox::testing::ScratchDirectory;
+using ox::testing::SetModified;
+using ox::testing::WriteWhole;
+
+using File = ox::os::filesystem::File;
+
+class PosixFileTest : public ::testing::Test {
+ protected:
+  PosixFileTest() : kernel_(scratch_.Path()) { ox::SetKernel(&kernel_); }
+  ~PosixFileTest() override {
+    EXPECT_EQ(0U, kernel_.Counts().blocks);
+    EXPECT_EQ(0U, kernel_.Counts().bytes);
+    ox::SetKernel(nullptr);
+  }
+
+  int OpenDescriptors() {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+      count += entry.exists() ? 1 : 0;
+    }
+    return count;
+  }
+
+  ScratchDirectory scratch_;
+  PosixKernel kernel_;
+};
+
+TEST_F(PosixFileTest, WritesReadsAndDeletes) {
+  const std::string path = scratch_ / "file";
+  const std::string bytes("binary\0bytes\n", 13);
+  PosixFile file;
+  ASSERT_TRUE(file.SetPath(path.c_str()));
+  EXPECT_FALSE(file.Exists());
+  EXPECT_EQ(0U, file.GetSize());
+  EXPECT_FALSE(file.Open(File::kOpenRead));
+  EXPECT_FALSE(file.Delete(0));
+
+  ASSERT_TRUE(file.Open(File::kOpenWrite));
+  EXPECT_EQ(0U, file.Write(0, ""));
+  EXPECT_EQ(bytes.size(), file.Write(bytes.size(), bytes.data()));
+  file.Close();
+  EXPECT_TRUE(file.Exists());
+  EXPECT_EQ(bytes.size(), file.GetSize());
+  struct stat status;
+  ASSERT_EQ(0, stat(path.c_str(), &status));
+  EXPECT_EQ(0600U, status.st_mode & 0777U);
+
+  char buffer[64];
+  ASSERT_TRUE(file.Open(File::kOpenRead));
+  EXPECT_EQ(4U, file.Read(4, buffer));
+  EXPECT_EQ(9U, file.Read(sizeof buffer, buffer));
+  EXPECT_EQ(0U, file.Read(sizeof buffer, buffer));
+  EXPECT_EQ(0U, file.Write(1, "x"));
+
+  ASSERT_TRUE(file.Open(File::kOpenWrite));  // empties
+  EXPECT_EQ(0U, file.Read(1, buffer));
+  file.Close();
+  EXPECT_EQ(0U, file.GetSize());
+  EXPECT_TRUE(file.Delete(0));
+  EXPECT_FALSE(file.Exists());
+}
+
+TEST_F(PosixFileTest, RefusesWhatItDoesNotKnow) {
+  PosixFile file;
+  EXPECT_FALSE(file.SetPath(nullptr));
+  EXPECT_FALSE(file.SetPath(""));
+  EXPECT_FALSE(file.SetPath(std::string(PATH_MAX, 'x').c_str()));
+  EXPECT_FALSE(file.Open(File::kOpenRead));
+  EXPECT_FALSE(file.Exists());
+  EXPECT_EQ(0U, file.Read(1, nullptr));
+  ASSERT_TRUE(file.SetPath((scratch_ / "file").c_str()));
+  for (const int mode : {0, 1, 3, 0x34, 0x36})
+    EXPECT_FALSE(file.Open(mode)) << mode;
+  EXPECT_EQ("(missing)", ReadWhole(scratch_ / "file"));
+}
+
+// Planted under the names of cache files; nothing may be followed, emptied, or waited for.
+TEST_F(PosixFileTest, TouchesNothingButRegularFiles) {
+  const std::string outside = scratch_ / "outside";
+  WriteWhole(outside, "precious");
+  ASSERT_EQ(0, symlink(outside.c_str(), (scratch_ / "link").c_str()));
+  ASSERT_EQ(0, mkfifo((scratch_ / "fifo").c_str(), 0600));
+  ASSERT_EQ(0, mkdir((scratch_ / "directory").c_str(), 0700));
+  for (const char* name : {"link", "fifo", "directory"}) {
+    PosixFile file;
+    ASSERT_TRUE(file.SetPath((scratch_ / name).c_str()));
+    EXPECT_FALSE(file.Open(File::kOpenRead)) << name;
+    EXPECT_FALSE(file.Open(File::kOpenWrite)) << name;
+    EXPECT_EQ(0U, file.GetSize()) << name;
+    const bool isDirectory = std::strcmp(name, "directory") == 0;
+    EXPECT_EQ(isDirectory, file.Exists() != 0) << name;
+    EXPECT_EQ(isDirectory, file.Delete(0) == 0) << name;
+  }
+  EXPECT_EQ("precious", ReadWhole(outside));
+}
+
+TEST_F(PosixFileTest, NoDescriptorStaysOpen) {
+  WriteWhole(scratch_ / "file", "bytes");
+  const int before = OpenDescriptors();
+  ox::host::PosixFileSystem& fileSystem = kernel_.OwnFileSystem();
+  File* file = fileSystem.CreateFile();
+  file->SetPath((scratch_ / "file").c_str());
+  ASSERT_TRUE(file->Open(File::kOpenRead));
+  ASSERT_TRUE(file->Open(File::kOpenRead));
+  EXPECT_EQ(before + 1, OpenDescriptors());
+  EXPECT_NE(0, fcntl(before, F_GETFD) & FD_CLOEXEC);
+  EXPECT_EQ(1U, kernel_.Counts().files);
+  fileSystem.DestroyFile(file);
+  fileSystem.DestroyFile(nullptr);
+  EXPECT_EQ(before, OpenDescriptors());
+  EXPECT_EQ(0U, kernel_.Counts().files);
+}
+
+struct Visit {
+  std::vector<std::string> seen;
+  std::string prefix;
+};
+
+bool RecordAndDelete(File& entry, bool isDirectory, void* context) {
+  auto* visit = static_cast<Visit*>(context);
+  OxString path;
+  entry.GetPath(path);
+  visit->seen.push_back(path.UTF8() + std::string(isDirectory ? " directory" : ""));
+  // The next one too: a snapshot still visits it.
+  PosixFile other;
+  other.SetPath((visit->prefix + "/c").c_str());
+  other.Delete(0);
+  entry.Delete(0);
+  return visit->seen.size() < 5;
+}
+
+TEST_F(PosixFileTest, EnumeratesASnapshotOldestFirstByteForByte) {
+  for (const char* name : {"a", "b", "c", "d", "e", "\xC3\xA4"}) {
+    WriteWhole(scratch_ / name, "x");
+    SetModified(scratch_ / name, 1000);
+  }
+  ASSERT_EQ(0, mkdir((scratch_ / "sub").c_str(), 0700));
+  WriteWhole(scratch_ / "sub/inner", "x");
+  SetModified(scratch_ / "sub", 2000);
+  SetModified(scratch_ / "d", 500);
+  SetModified(scratch_ / "b", 3000);
+  Visit visit;
+  visit.prefix = scratch_.Path() + "/";  // doubled: nothing is normalised
+  PosixFile directory;
+  directory.SetPath(visit.prefix.c_str());
+  ASSERT_TRUE(directory.EnumerateDirectory(&RecordAndDelete, &visit, 0));
+  const std::string p = visit.prefix + "/";
+  EXPECT_EQ((std::vector<std::string>{p + "d", p + "a", p + "c", p + "e", p + "\xC3\xA4"}),
+            visit.seen);
+  visit.seen.clear();
+  directory.EnumerateDirectory(&RecordAndDelete, &visit, 0);
+  EXPECT_EQ((std::vector<std::string>{p + "sub directory", p + "b"}), visit.seen);
+
+  directory.SetPath((scratch_ / "missing").c_str());
+  EXPECT_FALSE(directory.EnumerateDirectory(&RecordAndDelete, &visit, 0));
+}
+
+TEST_F(PosixFileTest, DefaultDirectoryIsMadeAndKeptByteForByte) {
+  const std::string path = scratch_ / "one/two/";
+  PosixKernel kernel(path);
+  OxString out;
+  ASSERT_TRUE(kernel.OwnFileSystem().GetDefaultDirectory(out));
+  EXPECT_EQ(path, out.UTF8());
+  struct stat status;
+  ASSERT_EQ(0, stat(path.c_str(), &status));
+  EXPECT_EQ(0700U, status.st_mode & 0777U);
+
+  WriteWhole(scratch_ / "file", "x");
+  for (const std::string& bad : {std::string(), scratch_ / "file", scratch_ / "file/below"}) {
+    PosixKernel other(bad);
+    EXPECT_FALSE(other.OwnFileSystem().GetDefaultDirectory(out)) << bad;
+    EXPECT_TRUE(out.IsEmpty());
+  }
+}
+
+TEST_F(PosixFileTest, KernelCountsWhatIsTaken) {
+  void* block = kernel_.Allocate(100, nullptr, 0);
+  EXPECT_EQ(0U, reinterpret_cast<std::uintptr_t>(block) % alignof(std::max_align_t));
+  EXPECT_EQ(1U, kernel_.Counts().blocks);
+  EXPECT_EQ(100U, kernel_.Counts().bytes);
+  kernel_.Free(block, nullptr, 0);
+  EXPECT_EQ(nullptr, kernel_.Allocate(SIZE_MAX - 4, nullptr, 0));
+  EXPECT_EQ(nullptr, kernel_.GetInterface("IOther"));
+  IOxMutex* mutex = kernel_.CreateMutex();
+  EXPECT_TRUE(mutex->Lock() && mutex->Lock() && mutex->Unlock() && mutex->Unlock());
+  EXPECT_EQ(1U, kernel_.Counts().mutexes);
+  kernel_.DestroyMutex(mutex);
+  EXPECT_EQ(0U, kernel_.Counts().mutexes);
+}
+
+}  // namespace

@@ -1,0 +1,115 @@
+// The shared library on real files, over several lives of its manager.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "host/module_loader.h"
+#include "host/posix_kernel.h"
+#include "tests/host/scratch_directory.h"
+
+namespace {
+
+using ox::core::cache::CacheValue;
+using ox::host::LoadedModule;
+using ox::host::ManagerReference;
+using ox::host::PosixKernel;
+using ox::testing::ReadWhole;
+using ox::testing::ScratchDirectory;
+using ox::testing::SetModified;
+using ox::testing::WriteWhole;
+
+class Life {
+ public:
+  explicit Life(const std::string& directory) : kernel_(directory) {
+    std::string error;
+    module_ = LoadedModule::Load(OX_MODULE_PATH, kernel_, &error);
+    EXPECT_NE(nullptr, module_) << error;
+    manager_ = std::make_unique<ManagerReference>(*module_);
+    EXPECT_TRUE(*manager_);
+  }
+  ~Life() {
+    manager_.reset();
+    module_.reset();
+    const auto counts = kernel_.Counts();
+    EXPECT_EQ(0U, counts.blocks + counts.bytes + counts.mutexes + counts.files);
+  }
+
+  ox::core::cache::FileCacheManager& Manager() { return **manager_; }
+
+  void Store(const std::string& url, const std::string& content) {
+    CacheValue* value = Manager().CreateCacheValue(url.c_str(), content.size(), "meta");
+    ASSERT_NE(nullptr, value) << url;
+    WriteWhole(value->GetFile().UTF8(), content);
+    ASSERT_TRUE(Manager().Add(value));
+  }
+  std::string Fetch(const std::string& url) {
+    CacheValue* value = Manager().Get(url.c_str());
+    return value != nullptr ? ReadWhole(value->GetFile().UTF8()) : "(none)";
+  }
+  std::string PathOf(const std::string& url) {
+    return Manager().Get(url.c_str())->GetFile().UTF8();
+  }
+
+ private:
+  PosixKernel kernel_;
+  std::unique_ptr<LoadedModule> module_;
+  std::unique_ptr<ManagerReference> manager_;
+};
+
+// A directory that ends in "/" doubles the separator in every path; scanned paths must double it
+// too, or nothing is found after a restart.
+TEST(Restart, FindsEverythingAgain) {
+  for (const char* ending : {"", "/", "//"}) {
+    const ScratchDirectory scratch;
+    WriteWhole(scratch / "file-cache.conf", "MAX_CACHE_ENTRIES=50\n");
+    const std::string binary("\0\xFF\r\n", 4);
+    {
+      Life first(scratch.Path() + ending);
+      for (int i = 0; i < 20; ++i)
+        first.Store("http://host/" + std::to_string(i), binary + std::to_string(i));
+    }
+    Life second(scratch.Path() + ending);
+    for (int i = 0; i < 20; ++i) {
+      EXPECT_EQ(binary + std::to_string(i), second.Fetch("http://host/" + std::to_string(i)))
+          << ending;
+    }
+    EXPECT_EQ("(none)", second.Fetch("http://host/20"));
+  }
+}
+
+TEST(Restart, TheOrderOfUseFollowsTheFilesTimes) {
+  const ScratchDirectory scratch;
+  WriteWhole(scratch / "file-cache.conf", "MAX_CACHE_ENTRIES=3\n");
+  {
+    Life first(scratch.Path());
+    long time = 1000;
+    for (const char* url : {"c", "a", "b"}) {
+      first.Store(url, url);
+      SetModified(first.PathOf(url) + ".ox_meta", time++);
+    }
+  }
+  Life second(scratch.Path());
+  second.Store("d", "d");
+  EXPECT_EQ("(none)", second.Fetch("c"));
+  EXPECT_EQ("a", second.Fetch("a"));
+  EXPECT_EQ("b", second.Fetch("b"));
+}
+
+TEST(Loader, SaysWhyItCannotLoad) {
+  const ScratchDirectory scratch;
+  PosixKernel kernel(scratch.Path());
+  std::string error;
+  EXPECT_EQ(nullptr, LoadedModule::Load(scratch / "missing.so", kernel, &error));
+  EXPECT_NE(std::string::npos, error.find("missing.so")) << error;
+  EXPECT_EQ(nullptr, LoadedModule::Load("libdl.so.2", kernel, &error));
+  EXPECT_NE(std::string::npos, error.find("entry point")) << error;
+
+  const auto module = LoadedModule::Load(OX_MODULE_PATH, kernel, &error);
+  ASSERT_NE(nullptr, module) << error;
+  PosixKernel other(scratch.Path());
+  EXPECT_EQ(nullptr, LoadedModule::Load(OX_MODULE_PATH, other, &error));
+  EXPECT_NE(std::string::npos, error.find("another kernel")) << error;
+}
+
+}  // namespace

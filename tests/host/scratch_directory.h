@@ -1,0 +1,31 @@
+// A new, empty directory that goes with its test.
+#ifndef OX_TESTS_HOST_SCRATCH_DIRECTORY_H_
+#define OX_TESTS_HOST_SCRATCH_DIRECTORY_H_
+
+#include <string>
+
+namespace ox::testing {
+
+class ScratchDirectory {
+ public:
+  ScratchDirectory();
+  ~ScratchDirectory();
+  ScratchDirectory(const ScratchDirectory&) = delete;
+  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+
+  const std::string& Path() const { return path_; }
+  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+void WriteWhole(const std::string& path, const std::string& bytes);
+// The bytes, or "(missing)".
+std::string ReadWhole(const std::string& path);
+// Sets the modification time, in seconds since 1970.
+void SetModified(const std::string& path, long seconds);
+
+}  // namespace ox::testing
+
+#endif
