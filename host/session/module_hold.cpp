@@ -1,0 +1,41 @@
+#include "host/session/module_hold.h"
+
+#include <atomic>
+
+#include "host/posix_kernel.h"
+
+namespace ox::host {
+namespace {
+
+std::atomic<bool> isHeld{false};
+
+PosixKernel& ProcessKernel() {
+  static PosixKernel& kernel = *new PosixKernel("");
+  return kernel;
+}
+
+}  // namespace
+
+std::unique_ptr<ModuleHold> ModuleHold::Take(const std::string& modulePath,
+                                             SessionFileSystem& fileSystem, Error* error) {
+  if (isHeld.exchange(true)) {
+    *error = MakeError(ErrorKind::kInUse, "this process has a session open already");
+    return nullptr;
+  }
+  // From here on the destructor lets go again.
+  std::unique_ptr<ModuleHold> hold(new ModuleHold);
+  ProcessKernel().UseFileSystem(&fileSystem);
+  std::string reason;
+  hold->module_ = LoadedModule::Load(modulePath, ProcessKernel(), &reason);
+  if (hold->module_ != nullptr) return hold;
+  *error = MakeError(ErrorKind::kModule, "cannot load the module: " + reason);
+  error->path = modulePath;
+  return nullptr;
+}
+
+ModuleHold::~ModuleHold() {
+  module_.reset();
+  isHeld.store(false);
+}
+
+}  // namespace ox::host

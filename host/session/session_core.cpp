@@ -1,0 +1,167 @@
+#include "host/session/session_core.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "host/directory.h"
+#include "host/session/directory_lock.h"
+#include "host/session/durable_io.h"
+#include "host/session/limits_probe.h"
+#include "host/session/recovery.h"
+#include "host/session/utf8.h"
+
+namespace ox::host {
+namespace {
+
+// The module keeps 1,023 bytes of a path when it scans, the last 41 for "/", a content file's name
+// and the suffix of its metadata file.
+constexpr std::size_t kLongestCacheDirectory = 1023 - 41;
+
+Error DirectoryError(std::string detail, const std::string& directory) {
+  Error error = MakeError(ErrorKind::kConfiguration, std::move(detail));
+  error.path = directory;
+  return error;
+}
+
+// A new directory is lost in a power cut with all that is in it until its parent is on the medium.
+Error SyncAncestors(const std::string& directory) {
+  for (std::size_t end = directory.find('/', 1);; end = directory.find('/', end + 1)) {
+    const std::string ancestor = directory.substr(0, end);
+    if (!SyncDirectory(ancestor)) return SystemError("cannot synchronise", ancestor);
+    if (end == std::string::npos) return {};
+  }
+}
+
+}  // namespace
+
+SessionCore::SessionCore(const SessionOptions& options)
+    : options_(options), fileSystem_(options.directory) {}
+
+std::unique_ptr<SessionCore> SessionCore::Open(const SessionOptions& options, Error* error) {
+  if (options.directory.empty() || !IsStrictUtf8(options.directory)) {
+    *error = MakeError(ErrorKind::kInvalidArgument, "the directory's name is empty or not UTF-8");
+    return nullptr;
+  }
+  if (!MakeDirectories(options.directory)) {
+    *error = SystemError("cannot make the directory", options.directory);
+    return nullptr;
+  }
+  std::unique_ptr<SessionCore> core(new SessionCore(options));
+  *error = core->Start();
+  return *error ? nullptr : std::move(core);
+}
+
+Error SessionCore::Start() {
+  Error error;
+  hold_ = ModuleHold::Take(options_.modulePath, fileSystem_, &error);
+  if (error) return error;
+  if ((error = ProbeLimits(hold_->Module(), fileSystem_, &limits_))) return error;
+  if ((error = CheckCacheDirectory())) return error;
+  if ((error = PrepareCacheDirectory())) return error;
+  if ((error = RollForward(limits_.cacheDirectory))) return error;
+  if ((error = CheckConfiguration())) return error;
+  fileSystem_.ServeFiles(&state_);
+  return Restart();
+}
+
+// What the scan makes of a path decides whether it finds the entries again or deletes them.
+Error SessionCore::CheckCacheDirectory() const {
+  const std::string& directory = limits_.cacheDirectory;
+  if (directory.empty()) {
+    return DirectoryError("the configuration names no usable cache directory", directory);
+  }
+  if (!IsAsciiText(directory) || directory.find('\\') != std::string::npos ||
+      directory.find(kMetaDataFileSuffix) != std::string::npos) {
+    return DirectoryError(
+        "a start would delete what is in a cache directory whose name has a character beyond "
+        "ASCII, a backslash or \".ox_meta\"",
+        directory);
+  }
+  if (directory.size() > kLongestCacheDirectory) {
+    return DirectoryError("the cache directory's name is longer than " +
+                              std::to_string(kLongestCacheDirectory) + " bytes",
+                          directory);
+  }
+  return {};
+}
+
+Error SessionCore::PrepareCacheDirectory() {
+  const std::string& directory = limits_.cacheDirectory;
+  if (!MakeDirectories(directory)) {
+    return SystemError("cannot make the cache directory", directory);
+  }
+  if (options_.durability == Durability::kPower) {
+    if (Error error = SyncAncestors(directory)) return error;
+  }
+  return LockDirectory(directory, &directoryLock_);
+}
+
+Error SessionCore::CheckConfiguration() const {
+  if (limits_.maxEntries > 0 || options_.allowDeletingAll) return {};
+  Survey survey;
+  if (Error error = SurveyDirectory(limits_.cacheDirectory, &survey)) return error;
+  if (survey.entries.empty()) return {};
+  return DirectoryError("MAX_CACHE_ENTRIES is missing or 0, which would delete the " +
+                            std::to_string(survey.entries.size()) + " entries of the cache",
+                        options_.directory + "/" + kConfigurationFileName);
+}
+
+Error SessionCore::Ready() {
+  return manager_.has_value() && !state_.needsRestart ? Error{} : Restart();
+}
+
+Error SessionCore::Restart() {
+  manager_.reset();
+  Survey survey;
+  if (Error error = PutInOrder(&survey)) return error;
+  TakeStock(survey);
+  const std::uint64_t entries = state_.entries;
+  manager_.emplace(hold_->Module());
+  if (!*manager_) {
+    manager_.reset();
+    return MakeError(ErrorKind::kOutOfMemory, "no memory for the cache manager");
+  }
+  ++starts_;
+  if (state_.entries == entries && !state_.needsRestart) return {};
+  // Only when somebody else changes the directory meanwhile.
+  state_.needsRestart = true;
+  return MakeError(ErrorKind::kInputOutput, "the cache changed while it was scanned");
+}
+
+Error SessionCore::PutInOrder(Survey* survey) {
+  const std::string& directory = limits_.cacheDirectory;
+  if (Error error = RollForward(directory)) return error;
+  if (Error error = SurveyDirectory(directory, survey)) return error;
+  const auto isLive = [this](const std::string& id) { return IsLive(id); };
+  if (Error error = DeleteLeftovers(directory, *survey, isLive)) return error;
+  std::uint64_t deleted = 0;
+  const Error error = TrimToLimits(directory, limits_, survey, &deleted);
+  trimmed_ += deleted;
+  return error;
+}
+
+void SessionCore::TakeStock(const Survey& survey) {
+  state_ = CacheState();
+  state_.entries = survey.entries.size();
+  state_.bytes = survey.bytes;
+  for (const Staging* writer : writers_)
+    state_.bytes += writer->chargedBytes;
+  std::uint64_t contentBytes = 0;
+  for (const SurveyedEntry& entry : survey.entries)
+    contentBytes += entry.contentBytes;
+  state_.total.Reset(contentBytes);
+  if (!survey.entries.empty()) clock_.StayAbove(ToNanoseconds(survey.entries.back().used));
+  state_.managerStart = clock_.Next();
+}
+
+bool SessionCore::IsLive(const std::string& id) const {
+  return std::any_of(writers_.begin(), writers_.end(),
+                     [&](const Staging* writer) { return writer->id == id; });
+}
+
+SessionStatistics SessionCore::Statistics() {
+  const Lock lock(mutex_);
+  return {state_.entries, state_.bytes, starts_ - 1, trimmed_};
+}
+
+}  // namespace ox::host

@@ -1,0 +1,125 @@
+// The session itself, by subject: session_core.cpp (opening, restarting), session_room.cpp (the
+// bytes on disk), session_commit.cpp (one commit), session_entries.cpp (finding and removing),
+// store_writer.cpp (writers).
+//
+// One mutex guards everything but the writers' own fields; it is held during every call of the
+// manager, and let go while content is written and synchronised.
+#ifndef OX_HOST_SESSION_SESSION_CORE_H_
+#define OX_HOST_SESSION_SESSION_CORE_H_
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/session/cache_session.h"
+#include "host/session/cache_state.h"
+#include "host/session/file_names.h"
+#include "host/session/module_hold.h"
+#include "host/session/session_file_system.h"
+#include "host/session/staging.h"
+#include "host/session/survey.h"
+#include "host/session/use_clock.h"
+
+namespace ox::host {
+
+class SessionCore {
+ public:
+  using Staging = StoreWriter::Staging;
+
+  static std::unique_ptr<SessionCore> Open(const SessionOptions& options, Error* error);
+  SessionCore(const SessionCore&) = delete;
+  SessionCore& operator=(const SessionCore&) = delete;
+
+  std::unique_ptr<StoreWriter> Store(const std::string& url, Error* error);
+  Error Write(Staging& staging, const void* data, std::size_t bytes);
+  Error Commit(Staging& staging, const std::string& metadata);
+  void End(Staging& staging);
+
+  std::optional<FetchedEntry> Fetch(const std::string& url, Error* error);
+  Error Remove(const std::string& url);
+  Error Trim(std::uint64_t* deleted);
+  const CacheLimits& Limits() const { return limits_; }
+  SessionStatistics Statistics();
+
+ private:
+  using Lock = std::unique_lock<std::mutex>;
+
+  explicit SessionCore(const SessionOptions& options);
+
+  // Opening and restarting.
+  Error Start();
+  Error CheckCacheDirectory() const;
+  Error PrepareCacheDirectory();
+  Error CheckConfiguration() const;
+  Error Restart();
+  Error PutInOrder(Survey* survey);
+  void TakeStock(const Survey& survey);
+  // Every operation's first step: a manager that knows what the directory holds.
+  Error Ready();
+  bool IsLive(const std::string& id) const;
+
+  // Room. A writer's bytes count from its first Write on. One writer, the first to come, may exceed
+  // the limit of the whole cache, all others count within it; so the sum never exceeds it by more
+  // than one entry, and a lone writer evicts nothing before it commits.
+  Error Charge(Lock& lock, Staging& staging, std::uint64_t bytes);
+  bool MakeRoom(std::uint64_t bytes);
+  bool WaitForFirstWriter(Lock& lock);
+  std::uint64_t CountedBytes() const;
+  bool EvictOne();
+  void Discharge(Staging& staging, std::uint64_t bytes);
+  void Detach(Staging& staging);
+
+  // One commit.
+  Error CheckCommit(const Staging& staging, const std::string& metadata) const;
+  Error StageMetaData(Staging& staging, const std::string& metadata, std::int64_t time) const;
+  Error Publish(Staging& staging, const std::string& metadata);
+  Error MakeRoomToPublish(const Staging& staging, std::uint64_t replacedBytes, bool isReplacement);
+  Error Decide(const Staging& staging, const std::string& contentPath, std::string* metaDataFrom);
+  Error CarryOut(Staging& staging, const std::string& contentPath, const std::string& metaDataFrom,
+                 core::cache::CacheValue* pending);
+  Error PutInPlace(const Staging& staging, const std::string& contentPath,
+                   const std::string& metaDataFrom);
+  core::cache::CacheValue* Create(const std::string& url, const std::string& metadata);
+  void Abandon(core::cache::CacheValue* pending, std::uint64_t metaDataBytes);
+
+  // Finding.
+  core::cache::CacheValue* Get(const std::string& url);
+  Error OpenEntry(core::cache::CacheValue* value, FetchedEntry* entry);
+  void Touch(const std::string& metaDataPath, std::int64_t used);
+
+  const SessionOptions options_;
+  CacheLimits limits_;
+  SessionFileSystem fileSystem_;
+  std::unique_ptr<ModuleHold> hold_;
+  UniqueFd directoryLock_;
+
+  std::mutex mutex_;
+  std::condition_variable firstWriterChanged_;
+  CacheState state_;
+  UseClock clock_;
+  IdSource ids_;
+  std::vector<Staging*> writers_;
+  Staging* firstWriter_ = nullptr;
+  std::uint64_t starts_ = 0;
+  std::uint64_t trimmed_ = 0;
+  // Last, so that it is given back before anything that the manager uses.
+  std::optional<ManagerReference> manager_;
+};
+
+// Runs a step that allocates; no exception leaves the host kit.
+template <typename Step>
+Error WithoutExceptions(Step step) {
+  try {
+    return step();
+  } catch (const std::bad_alloc&) {
+    return {ErrorKind::kOutOfMemory, {}, {}, 0};
+  }
+}
+
+}  // namespace ox::host
+
+#endif

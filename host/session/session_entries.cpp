@@ -1,0 +1,121 @@
+// Finding and removing entries.
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "host/session/durable_io.h"
+#include "host/session/session_core.h"
+#include "host/session/utf8.h"
+
+namespace ox::host {
+
+using core::cache::CacheValue;
+
+namespace {
+
+Error CheckUrl(const std::string& url) {
+  if (!url.empty() && IsStrictUtf8(url)) return {};
+  return MakeError(ErrorKind::kInvalidArgument, "the URL is empty, not UTF-8, or contains NUL");
+}
+
+Error NotFound() {
+  return MakeError(ErrorKind::kNotFound, "no entry of that URL");
+}
+
+// O_NONBLOCK, so that a FIFO planted under the name cannot hang the device.
+UniqueFd OpenForReading(const std::string& path) {
+  int fd = -1;
+  do {
+    fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  } while (fd < 0 && errno == EINTR);
+  return UniqueFd(fd);
+}
+
+}  // namespace
+
+CacheValue* SessionCore::Get(const std::string& url) {
+  return (*manager_)->Get(OxString(url.c_str()));
+}
+
+std::optional<FetchedEntry> SessionCore::Fetch(const std::string& url, Error* error) {
+  if ((*error = CheckUrl(url))) return std::nullopt;
+  const Lock lock(mutex_);
+  if ((*error = Ready())) return std::nullopt;
+  CacheValue* value = Get(url);
+  if (value == nullptr) {
+    *error = NotFound();
+    return std::nullopt;
+  }
+  FetchedEntry entry;
+  *error = OpenEntry(value, &entry);
+  // Its content is gone or was cut to nothing by somebody else or a power cut.
+  if (error->kind == ErrorKind::kNotFound) (*manager_)->Remove(value);
+  if (*error) return std::nullopt;
+  return entry;
+}
+
+Error SessionCore::OpenEntry(CacheValue* value, FetchedEntry* entry) {
+  entry->path = value->GetFile().UTF8();
+  entry->content = OpenForReading(entry->path);
+  if (!entry->content.IsOpen()) {
+    return errno == ENOENT ? NotFound() : SystemError("cannot open the content", entry->path);
+  }
+  struct stat status;
+  if (fstat(entry->content.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    return SystemError("the content is not a regular file", entry->path);
+  }
+  if (status.st_size == 0) return NotFound();
+  entry->size = static_cast<std::uint64_t>(status.st_size);
+
+  const std::string metaDataPath = entry->path + kMetaDataFileSuffix;
+  entry->metadata = value->GetMetaData().UTF8();
+  if (lstat(metaDataPath.c_str(), &status) != 0 ||
+      static_cast<std::uint64_t>(status.st_size) != entry->metadata.size()) {
+    return SystemError("cannot read the metadata whole", metaDataPath);
+  }
+  Touch(metaDataPath, ToNanoseconds(status.st_mtim));
+  return {};
+}
+
+// Best effort: an entry whose time cannot be written is still served.
+void SessionCore::Touch(const std::string& metaDataPath, std::int64_t used) {
+  const std::int64_t now = clock_.Next();
+  const std::chrono::nanoseconds unused(now - used);
+  if (unused >= options_.touchInterval) SetFileTime(metaDataPath, now);
+}
+
+Error SessionCore::Remove(const std::string& url) {
+  if (Error error = CheckUrl(url)) return error;
+  const Lock lock(mutex_);
+  if (Error error = Ready()) return error;
+  CacheValue* value = Get(url);
+  if (value == nullptr) return NotFound();
+  const std::string path = value->GetFile().UTF8();
+  (*manager_)->Remove(value);
+  if (!state_.needsRestart || state_.deletionError == ENOENT) return {};
+  Error error = MakeError(ErrorKind::kInputOutput, "cannot delete");
+  error.path = path;
+  error.systemError = state_.deletionError;
+  return error;
+}
+
+std::unique_ptr<StoreWriter> SessionCore::Store(const std::string& url, Error* error) {
+  if ((*error = CheckUrl(url))) return nullptr;
+  if (limits_.maxEntries == 0) {
+    *error = MakeError(ErrorKind::kRefused, "MAX_CACHE_ENTRIES is missing or 0: the cache is off");
+    return nullptr;
+  }
+  const Lock lock(mutex_);
+  auto staging = std::make_unique<Staging>(*this, url, ids_.Next());
+  staging->contentPath = limits_.cacheDirectory + "/" + StagedContentName(staging->id);
+  staging->metaDataPath = limits_.cacheDirectory + "/" + StagedMetaDataName(staging->id);
+  writers_.push_back(staging.get());
+  staging->file = CreateNewFile(staging->contentPath);
+  if (staging->file.IsOpen())
+    return std::unique_ptr<StoreWriter>(new StoreWriter(std::move(staging)));
+  *error = SystemError("cannot write", staging->contentPath);
+  return nullptr;
+}
+
+}  // namespace ox::host

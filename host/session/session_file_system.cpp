@@ -1,0 +1,60 @@
+#include "host/session/session_file_system.h"
+
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "host/session/file_names.h"
+#include "string/ox_string.h"
+
+namespace ox::host {
+namespace {
+
+// More than the module ever looks at.
+constexpr std::size_t kConfigurationBytes = 4096;
+
+}  // namespace
+
+SessionFileSystem::SessionFileSystem(std::string directory)
+    : directory_(std::move(directory)),
+      configurationPath_(directory_ + "/" + kConfigurationFileName),
+      configuration_(kConfigurationBytes, '\0') {
+  // So that noting the directory later allocates nothing.
+  askedDirectory_.reserve(PATH_MAX);
+  CaptureConfiguration();
+}
+
+void SessionFileSystem::CaptureConfiguration() {
+  PosixFile file;
+  hasConfiguration_ = file.SetPath(configurationPath_.c_str()) != 0 && file.Exists() != 0 &&
+                      file.Open(os::filesystem::File::kOpenRead) != 0;
+  configuration_.resize(hasConfiguration_ ? file.Read(kConfigurationBytes, configuration_.data())
+                                          : 0);
+}
+
+std::size_t SessionFileSystem::ReadConfiguration(std::size_t position, void* destination,
+                                                 std::size_t bytes) const {
+  const std::size_t left = configuration_.size() - position;
+  const std::size_t count = bytes < left ? bytes : left;
+  std::memcpy(destination, configuration_.data() + position, count);
+  return count;
+}
+
+void SessionFileSystem::NoteAskedDirectory(const char* path) noexcept {
+  askedDirectory_ = path;
+}
+
+os::filesystem::File* SessionFileSystem::CreateFile() {
+  return new (std::nothrow) SessionFile(*this);
+}
+
+void SessionFileSystem::DestroyFile(os::filesystem::File* file) {
+  delete static_cast<SessionFile*>(file);
+}
+
+int SessionFileSystem::GetDefaultDirectory(OxString& out) {
+  out = directory_.c_str();
+  return !out.IsEmpty();
+}
+
+}  // namespace ox::host

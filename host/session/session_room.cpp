@@ -1,0 +1,94 @@
+// The bytes on disk, and what has to go for new ones.
+#include <algorithm>
+#include <chrono>
+
+#include "host/session/session_core.h"
+
+namespace ox::host {
+namespace {
+
+// A writer that stands still for so long has been forgotten or waits for the one that waits here.
+constexpr std::chrono::seconds kPatience{30};
+
+}  // namespace
+
+Error SessionCore::Charge(Lock& lock, Staging& staging, std::uint64_t bytes) {
+  staging.user = std::this_thread::get_id();
+  for (;;) {
+    if (Error error = Ready()) return error;
+    if (firstWriter_ == nullptr) firstWriter_ = &staging;
+    const bool isFirst = firstWriter_ == &staging;
+    if (MakeRoom(isFirst ? 0 : bytes)) {
+      staging.chargedBytes += bytes;
+      state_.bytes += bytes;
+      return {};
+    }
+    if (state_.needsRestart) continue;
+    if (isFirst) return MakeError(ErrorKind::kInputOutput, "cannot delete old entries");
+    if (!WaitForFirstWriter(lock)) {
+      return MakeError(ErrorKind::kRefused,
+                       "the entries being written at the same time exceed MAX_CACHE_SIZE");
+    }
+  }
+}
+
+bool SessionCore::MakeRoom(std::uint64_t bytes) {
+  while (CountedBytes() + bytes > limits_.maxSize) {
+    if (state_.entries == 0 || !EvictOne()) return false;
+  }
+  return true;
+}
+
+bool SessionCore::WaitForFirstWriter(Lock& lock) {
+  if (firstWriter_->user == std::this_thread::get_id()) return false;
+  const Staging* const waitedFor = firstWriter_;
+  return firstWriterChanged_.wait_for(lock, kPatience, [&] { return firstWriter_ != waitedFor; });
+}
+
+std::uint64_t SessionCore::CountedBytes() const {
+  return state_.bytes - (firstWriter_ != nullptr ? firstWriter_->chargedBytes : 0);
+}
+
+// The manager itself chooses: lowering its limit by one entry makes it evict the one that was used
+// longest ago. False when nothing went.
+bool SessionCore::EvictOne() {
+  const std::uint64_t bytes = state_.bytes;
+  const unsigned long oneLess = static_cast<unsigned long>(state_.entries - 1);
+  const unsigned long limit = limits_.maxEntries;
+  (*manager_)->SetMaxEntries(oneLess);
+  (*manager_)->SetMaxEntries(limit);
+  if (state_.bytes == bytes) return false;
+  ++trimmed_;
+  return !state_.needsRestart;
+}
+
+void SessionCore::Discharge(Staging& staging, std::uint64_t bytes) {
+  staging.chargedBytes -= bytes;
+  state_.bytes -= bytes;
+}
+
+// From here on the staging's bytes are an entry's.
+void SessionCore::Detach(Staging& staging) {
+  staging.chargedBytes = 0;
+  writers_.erase(std::remove(writers_.begin(), writers_.end(), &staging), writers_.end());
+  if (firstWriter_ != &staging) return;
+  firstWriter_ = nullptr;
+  firstWriterChanged_.notify_all();
+}
+
+Error SessionCore::Trim(std::uint64_t* deleted) {
+  const Lock lock(mutex_);
+  const std::uint64_t trimmedBefore = trimmed_;
+  Error error = Ready();
+  const std::uint64_t maxSize = std::uint64_t{limits_.maxSize} * 9 / 10;
+  const std::uint64_t maxEntries = (std::uint64_t{limits_.maxEntries} * 9 + 9) / 10;
+  while (!error && state_.entries > 0 &&
+         (CountedBytes() > maxSize || state_.entries > maxEntries)) {
+    if (!EvictOne()) error = MakeError(ErrorKind::kInputOutput, "cannot delete old entries");
+  }
+  if (!error) error = Restart();
+  if (deleted != nullptr) *deleted = trimmed_ - trimmedBefore;
+  return error;
+}
+
+}  // namespace ox::host

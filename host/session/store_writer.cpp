@@ -1,0 +1,52 @@
+// Writers: what streams in before it is committed.
+#include "host/session/durable_io.h"
+#include "host/session/session_core.h"
+
+namespace ox::host {
+
+StoreWriter::StoreWriter(std::unique_ptr<Staging> staging) : staging_(std::move(staging)) {}
+
+StoreWriter::~StoreWriter() = default;
+
+Error StoreWriter::Write(const void* data, std::size_t bytes) {
+  return WithoutExceptions([&] { return staging_->core.Write(*staging_, data, bytes); });
+}
+
+Error StoreWriter::Commit(const std::string& metadata) {
+  return WithoutExceptions([&] { return staging_->core.Commit(*staging_, metadata); });
+}
+
+StoreWriter::Staging::~Staging() {
+  core.End(*this);
+}
+
+Error SessionCore::Write(Staging& staging, const void* data, std::size_t bytes) {
+  if (staging.isCommitted) {
+    return MakeError(ErrorKind::kInvalidArgument, "the writer is used up");
+  }
+  if (staging.failure) return staging.failure;
+  const std::uint64_t limit = std::min(limits_.maxEntrySize, limits_.maxSize);
+  if (bytes > limit - staging.contentBytes) {
+    return staging.failure =
+               MakeError(ErrorKind::kRefused, "the content exceeds the limit of one entry");
+  }
+  {
+    Lock lock(mutex_);
+    if (Error error = Charge(lock, staging, bytes)) return staging.failure = error;
+  }
+  if (!WriteAll(staging.file.Get(), data, bytes)) {
+    return staging.failure = SystemError("cannot write", staging.contentPath);
+  }
+  staging.contentBytes += bytes;
+  return {};
+}
+
+void SessionCore::End(Staging& staging) {
+  if (staging.isCommitted) return;
+  const Lock lock(mutex_);
+  if (staging.file.IsOpen()) DeleteFile(staging.contentPath);
+  Discharge(staging, staging.chargedBytes);
+  Detach(staging);
+}
+
+}  // namespace ox::host
