@@ -66,6 +66,7 @@ inline constexpr char kGivesFileSystem[] = "GetInterface: gives the file system 
 inline constexpr char kTakesNoSource[] = "Allocate: takes a null file name and line 0";
 inline constexpr char kCreatesFiles[] = "CreateFile: gives objects";
 inline constexpr char kOpensExisting[] = "Open 2: opens an existing file";
+inline constexpr char kLeavesContent[] = "Open 2: leaves the content as it is";
 inline constexpr char kCreatesMissing[] = "Open 0x35: makes a missing file";
 inline constexpr char kEmptiesExisting[] = "Open 0x35: empties an existing file";
 inline constexpr char kTellsExisting[] = "Exists: tells a file from a missing one";
@@ -73,6 +74,7 @@ inline constexpr char kDeletes[] = "Delete: removes the file";
 inline constexpr char kKeepsObjectsApart[] = "CreateFile: gives objects with paths of their own";
 inline constexpr char kCountsWritten[] = "Write: gives the number of bytes";
 inline constexpr char kWritesBytes[] = "Write: puts the bytes into the file as they are";
+inline constexpr char kCloseCompletes[] = "Close: leaves the file complete and the object usable";
 inline constexpr char kReadsBytes[] = "Read: gives what the file holds, up to the count";
 inline constexpr char kSizesUnopened[] = "GetSize: needs no Open";
 

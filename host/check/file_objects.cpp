@@ -135,7 +135,7 @@ Checks FileObjectChecks() {
       {"SetPath: accepts paths of files and directories", {kCreatesFiles}, AcceptsPaths},
       {kOpensExisting, {kCreatesFiles}, OpensExisting},
       {"Open 2: fails on a missing file and makes none", {kCreatesFiles}, FailsOnMissing},
-      {"Open 2: leaves the content as it is", {kOpensExisting}, LeavesContent},
+      {kLeavesContent, {kOpensExisting}, LeavesContent},
       {kCreatesMissing, {kCreatesFiles}, CreatesMissing},
       {kEmptiesExisting, {kCreatesMissing}, EmptiesExisting},
       {"Open 0x35: fails when the directory is missing", {kCreatesFiles}, FailsWithoutDirectory},

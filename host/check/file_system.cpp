@@ -97,7 +97,7 @@ Checks FileSystemChecks() {
       {"DestroyFile: does nothing for null", {kGivesFileSystem}, TakesNullBack},
       {"DestroyFile: closes an open file", {kOpensExisting, kCreatesMissing}, ClosesOpenFiles},
       {"files: work on several threads at once",
-       {kWritesBytes, kCountsWritten, kDeletes, kKeepsObjectsApart},
+       {kCloseCompletes, kCountsWritten, kDeletes, kKeepsObjectsApart},
        WorksOnThreads},
   };
 }

@@ -149,14 +149,16 @@ void CopiesBytes(Run& run) {
   Expect(target[0] == '.', "a count of 0 changed a byte");
 }
 
+constexpr char kKeepsBlocks[] = "Allocate: keeps blocks apart and what is written in them";
+
 }  // namespace
 
 Checks KernelMemoryChecks() {
   return {
       {"Allocate: aligns blocks to 8 bytes", {}, AlignsBlocks},
-      {"Allocate: keeps blocks apart and what is written in them", {}, KeepsBlocksApart},
+      {kKeepsBlocks, {}, KeepsBlocksApart},
       {kTakesNoSource, {}, TakesNoSource},
-      {"Allocate: works on several threads at once", {}, WorksOnThreads},
+      {"Allocate: works on several threads at once", {kKeepsBlocks}, WorksOnThreads},
       {"Free: gives memory back", {}, GivesMemoryBack},
       {"MemSet: sets exactly the bytes asked for", {}, SetsBytes},
       {"MemCopy: copies exactly the bytes asked for", {}, CopiesBytes},
