@@ -1,0 +1,61 @@
+// Streams of bytes of any size, a piece at a time.
+#ifndef OX_TOOLS_OXCACHE_BYTE_STREAM_H_
+#define OX_TOOLS_OXCACHE_BYTE_STREAM_H_
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "host/session/error.h"
+#include "host/session/unique_fd.h"
+
+namespace ox::tool {
+
+constexpr std::size_t kPieceBytes = 65536;
+
+host::Error WriteAll(int fd, const std::string& name, const void* data, std::size_t bytes);
+
+// Bytes from a file, or from standard input for "-".
+class Input {
+ public:
+  static std::unique_ptr<Input> Open(const std::string& path, host::Error* error);
+  // A file of a cache directory, where anything may have been planted: only a regular file, and no
+  // link.
+  static std::unique_ptr<Input> OpenEntryFile(const std::string& path, host::Error* error);
+  // Takes an open file; `name` is for messages.
+  Input(host::UniqueFd fd, std::string name);
+
+  // At most `capacity` bytes; `*bytes` is 0 at the end.
+  host::Error Read(void* data, std::size_t capacity, std::size_t* bytes);
+  // The size of a regular file, otherwise 0.
+  std::uint64_t KnownSize() const;
+
+ private:
+  host::UniqueFd fd_;
+  std::string name_;
+};
+
+// Bytes to a file, or to standard output for "-". A regular file appears whole with Commit, or not
+// at all; until then an older one stays.
+class Output {
+ public:
+  static std::unique_ptr<Output> Open(const std::string& path, host::Error* error);
+  ~Output();
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  host::Error Write(const void* data, std::size_t bytes);
+  host::Error WriteAllOf(Input& input);
+  host::Error Commit();
+
+ private:
+  Output(int fd, std::string path, std::string temporary);
+
+  host::UniqueFd fd_;
+  std::string path_;
+  std::string temporary_;  // empty: written in place
+};
+
+}  // namespace ox::tool
+
+#endif

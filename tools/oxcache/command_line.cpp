@@ -1,0 +1,173 @@
+#include "tools/oxcache/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <map>
+#include <sstream>
+
+#include "tools/oxcache/batch.h"
+#include "tools/oxcache/reports.h"
+
+namespace ox::tool {
+namespace {
+
+using host::Durability;
+
+constexpr char kFooter[] =
+    "Exit status: 0 done, 1 not found or refused, 2 wrong usage, 3 input or output error.";
+
+void AddGlobalOptions(CLI::App& app, GlobalOptions* options) {
+  app.add_option("--dir", options->directory,
+                 "Directory of file-cache.conf (default: oxcache in the user's cache directory)")
+      ->type_name("DIR");
+  app.add_option("--module", options->modulePath,
+                 "The module (default: beside the tool, in ../lib, or where the loader finds it)")
+      ->type_name("FILE");
+  app.add_option("--durability", options->durability,
+                 "What a finished store survives: none, process (a kill), power (a power cut)")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, Durability>{{"none", Durability::kNone},
+                                            {"process", Durability::kProcess},
+                                            {"power", Durability::kPower}}))
+      ->type_name("WHAT");
+  app.add_flag("--force", options->force,
+               "init: overwrite; otherwise: start even if that deletes all entries");
+}
+
+CLI::Option* AddSize(CLI::App& app, const char* name, std::optional<std::uint64_t>* size,
+                     const char* help) {
+  return app
+      .add_option_function<std::uint64_t>(
+          name, [size](const std::uint64_t& bytes) { *size = bytes; }, help)
+      ->transform(CLI::AsSizeValue(false))
+      ->type_name("SIZE");
+}
+
+void AddInit(CLI::App& app, InitOptions* options) {
+  CLI::App* init = app.add_subcommand("init", "Write a commented file-cache.conf");
+  AddSize(*init, "--max-size", &options->maxSize, "All entries together, as in 64M");
+  init->add_option_function<std::uint64_t>(
+          "--max-entries", [options](const std::uint64_t& number) { options->maxEntries = number; },
+          "Number of entries")
+      ->type_name("N");
+  AddSize(*init, "--max-entry-size", &options->maxEntrySize, "One entry with its metadata");
+  init->add_option("--directory", options->directory, "Where the entries go")->type_name("DIR");
+}
+
+CLI::Option* AddUrl(CLI::App& app, std::string* url) {
+  return app.add_option("url", *url, "URL of the entry")->required()->type_name("");
+}
+
+CLI::Option* AddPut(CLI::App& app, PutOptions* options) {
+  CLI::App* put = app.add_subcommand("put", "Store a file, or standard input");
+  AddUrl(*put, &options->url);
+  CLI::Option* file =
+      put->add_option("file", options->file, "The content (\"-\": standard input)")->type_name("");
+  CLI::Option* text = put->add_option_function<std::string>(
+      "--meta", [options](const std::string& metadata) { options->metadata = metadata; },
+      "Metadata: 1 to 1024 ASCII characters");
+  put->add_option("--meta-file", options->metadataFile, "File with the metadata")
+      ->type_name("FILE")
+      ->excludes(text);
+  return file;
+}
+
+void AddGet(CLI::App& app, GetOptions* options) {
+  CLI::App* get = app.add_subcommand("get", "Write an entry's content to standard output");
+  AddUrl(*get, &options->url);
+  get->add_option("-o,--output", options->output, "File to write instead")->type_name("FILE");
+  get->add_flag("--meta", options->metadata, "The metadata instead of the content");
+}
+
+void AddFetch(CLI::App& app, FetchOptions* options) {
+  CLI::App* fetch =
+      app.add_subcommand("fetch", "Get URLs through the cache, from the web if needed");
+  fetch->add_option("url", options->urls, "http or https")->required()->type_name("");
+  fetch
+      ->add_option("-o,--output", options->output,
+                   "File to write; with several URLs, a directory of files")
+      ->type_name("PATH");
+  fetch->add_option("-j,--jobs", options->jobs, "Downloads at a time")
+      ->check(CLI::Range(1, 64))
+      ->capture_default_str();
+  fetch->add_flag("-q,--quiet", options->quiet, "Neither status lines nor progress");
+}
+
+void AddReport(CLI::App& app, const char* name, const char* help, bool* json) {
+  app.add_subcommand(name, help)->add_flag("--json", *json, "As JSON");
+}
+
+CLI::Option* AddCommands(CLI::App& app, Invocation* invocation) {
+  app.require_subcommand(1);
+  CLI::Option* putFile = AddPut(app, &invocation->put);
+  AddGet(app, &invocation->get);
+  AddUrl(*app.add_subcommand("rm", "Remove an entry"), &invocation->removeUrl);
+  AddReport(app, "ls", "List entries: name, size, metadata bytes, age, metadata's first line",
+            &invocation->json);
+  AddReport(app, "limits", "Show the limits as the module reads them", &invocation->json);
+  AddReport(app, "stat", "Show the use of the limits, entries by age, files of nobody",
+            &invocation->json);
+  AddReport(app, "verify", "Read every entry and tell what is wrong", &invocation->json);
+  app.add_subcommand("trim", "Delete what was used longest ago, down to 90 % of the limits");
+  AddFetch(app, &invocation->fetch);
+  return putFile;
+}
+
+// `parse` calls the parser, in one of its forms.
+template <typename Parse>
+Parsed ParseWith(CLI::App& app, Invocation* invocation, Parse parse) {
+  try {
+    parse();
+  } catch (const CLI::ParseError& error) {
+    std::ostringstream out;
+    std::ostringstream complaint;
+    const int code = app.exit(error, out, complaint);
+    std::string text = code == 0 ? out.str() : complaint.str();
+    text.erase(text.find_last_not_of('\n') + 1);
+    return {false, code == 0 ? ExitStatus::kDone : ExitStatus::kUsage, text};
+  }
+  invocation->command = app.get_subcommands().front()->get_name();
+  return {true, ExitStatus::kDone, ""};
+}
+
+}  // namespace
+
+Parsed ParseProgram(int argc, char** argv, Invocation* invocation) {
+  CLI::App app("Stores, fetches and looks after files in a file cache.", "oxcache");
+  app.footer(kFooter);
+  app.fallthrough();
+  AddGlobalOptions(app, &invocation->global);
+  AddInit(app, &invocation->init);
+  AddCommands(app, invocation);
+  AddReport(app, "check", "Tell what a start would delete, and why", &invocation->json);
+  app.add_subcommand("batch", "Run commands from standard input, one a line, in one session");
+  return ParseWith(app, invocation, [&] { app.parse(argc, argv); });
+}
+
+Parsed ParseLine(std::vector<std::string> words, Invocation* invocation) {
+  CLI::App app("Commands of a batch", "");
+  // Standard input is the batch itself.
+  AddCommands(app, invocation)->required()->check([](const std::string& file) {
+    return file == "-" ? "a file is needed: standard input is the batch" : "";
+  });
+  std::reverse(words.begin(), words.end());
+  return ParseWith(app, invocation, [&] { app.parse(std::move(words)); });
+}
+
+ExitStatus Run(Context& context, const Invocation& invocation) {
+  const std::string& command = invocation.command;
+  if (command == "init") return Init(context, invocation.init);
+  if (command == "put") return Put(context, invocation.put);
+  if (command == "get") return Get(context, invocation.get);
+  if (command == "rm") return Remove(context, invocation.removeUrl);
+  if (command == "trim") return Trim(context);
+  if (command == "fetch") return Fetch(context, invocation.fetch);
+  if (command == "batch") return Batch(context);
+  if (command == "ls") return List(context, invocation.json);
+  if (command == "limits") return ShowLimits(context, invocation.json);
+  if (command == "stat") return ShowStatistics(context, invocation.json);
+  if (command == "check") return Check(context, invocation.json);
+  return Verify(context, invocation.json);
+}
+
+}  // namespace ox::tool

@@ -1,0 +1,44 @@
+// The command line, and the lines of a batch, which are the same commands without the options that
+// are about the whole run.
+#ifndef OX_TOOLS_OXCACHE_COMMAND_LINE_H_
+#define OX_TOOLS_OXCACHE_COMMAND_LINE_H_
+
+#include <string>
+#include <vector>
+
+#include "tools/oxcache/configuration.h"
+#include "tools/oxcache/context.h"
+#include "tools/oxcache/entry_commands.h"
+#include "tools/oxcache/exit_status.h"
+#include "tools/oxcache/fetch.h"
+
+namespace ox::tool {
+
+struct Invocation {
+  std::string command;
+  GlobalOptions global;
+  bool json = false;
+  InitOptions init;
+  PutOptions put;
+  GetOptions get;
+  std::string removeUrl;
+  FetchOptions fetch;
+};
+
+// What came of parsing: go on with the command, or leave with `status`, help or a complaint having
+// been given as `text`.
+struct Parsed {
+  bool isCommand;
+  ExitStatus status;
+  std::string text;
+};
+
+Parsed ParseProgram(int argc, char** argv, Invocation* invocation);
+Parsed ParseLine(std::vector<std::string> words, Invocation* invocation);
+
+// Runs the command of a program or of a line.
+ExitStatus Run(Context& context, const Invocation& invocation);
+
+}  // namespace ox::tool
+
+#endif

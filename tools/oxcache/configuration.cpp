@@ -1,0 +1,189 @@
+#include "tools/oxcache/configuration.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <sstream>
+
+#include "host/directory.h"
+#include "host/session/durable_io.h"
+#include "host/session/file_names.h"
+#include "host/session/unique_fd.h"
+#include "tools/oxcache/byte_stream.h"
+#include "tools/oxcache/text.h"
+
+namespace ox::tool {
+namespace {
+
+using host::Error;
+using host::ErrorKind;
+using host::MakeError;
+using host::SystemError;
+using host::UniqueFd;
+
+constexpr std::uint64_t kDefaultMaxSize = 64 * 1024 * 1024;
+constexpr std::uint64_t kDefaultMaxEntries = 1000;
+constexpr std::uint64_t kDefaultMaxEntrySize = 8 * 1024 * 1024;
+// Smaller sizes are raised to this when they are read.
+constexpr std::uint64_t kMinSize = 1024;
+constexpr std::uint64_t kMaxLimit = 0xFFFFFFFF;
+// Nothing is read beyond 1,024 bytes, a terminator included.
+constexpr std::size_t kMaxTextBytes = 1000;
+
+struct Configuration {
+  std::uint64_t maxSize = kDefaultMaxSize;
+  std::uint64_t maxEntries = kDefaultMaxEntries;
+  std::uint64_t maxEntrySize = kDefaultMaxEntrySize;
+  std::string directory;
+};
+
+// A setting is found wherever its name stands first, so no comment may name one, and the directory,
+// whose name may hold anything, comes last.
+std::string Text(const Configuration& configuration) {
+  std::ostringstream text;
+  text << "# Limits of this file cache; sizes are in bytes. Only the first 1,024 bytes\n"
+          "# of this file are read, and a setting counts wherever it stands first,\n"
+          "# behind a \"#\" too.\n"
+          "\n"
+          "# All entries together, with their metadata.\n"
+       << "MAX_CACHE_SIZE=" << configuration.maxSize
+       << "\n\n"
+          "# How many entries. If this setting is 0 or missing, a start deletes all.\n"
+       << "MAX_CACHE_ENTRIES=" << configuration.maxEntries
+       << "\n\n"
+          "# One entry with its metadata.\n"
+       << "MAX_CACHE_ENTRY_SIZE=" << configuration.maxEntrySize << "\n";
+  if (!configuration.directory.empty()) {
+    text << "\n# Where the entries are, unless beside this file.\n"
+         << "CACHE_DIRECTORY=" << configuration.directory << "\n";
+  }
+  return text.str();
+}
+
+Error WriteSynced(const std::string& path, const std::string& text) {
+  const UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+  if (!fd.IsOpen()) return SystemError("cannot make", path);
+  if (Error error = WriteAll(fd.Get(), path, text.data(), text.size())) return error;
+  return host::SyncFile(fd.Get()) ? Error{} : SystemError("cannot bring to the medium", path);
+}
+
+// Whole or not at all, power cuts included: a configuration cut short could lack the number of
+// entries, and the next start would delete them.
+Error Write(const std::string& directory, const std::string& text) {
+  if (!host::MakeDirectories(directory)) return SystemError("cannot make the directory", directory);
+  const std::string path = ConfigurationPath(directory);
+  const std::string temporary = path + "." + std::to_string(getpid());
+  Error error = WriteSynced(temporary, text);
+  if (!error && rename(temporary.c_str(), path.c_str()) != 0) {
+    error = SystemError("cannot put the configuration in place", path);
+  }
+  if (error) {
+    unlink(temporary.c_str());
+    return error;
+  }
+  return host::SyncDirectory(directory) ? Error{}
+                                        : SystemError("cannot bring to the medium", directory);
+}
+
+Error CheckSize(const char* option, std::uint64_t bytes) {
+  if (bytes >= kMinSize && bytes <= kMaxLimit) return {};
+  return MakeError(ErrorKind::kInvalidArgument,
+                   std::string(option) + " must be from 1024 to 4294967295 bytes");
+}
+
+// In such a directory a start does not find the entries again, or the text ends early.
+Error CheckCacheDirectory(const std::string& directory) {
+  if (IsPlain(directory) && directory.find('\\') == std::string::npos &&
+      directory.find(host::kMetaDataFileSuffix) == std::string::npos) {
+    return {};
+  }
+  return MakeError(ErrorKind::kInvalidArgument,
+                   "the directory's name has a backslash, \".ox_meta\" or a character that is not "
+                   "printable ASCII: entries in it would be lost");
+}
+
+Error Check(const Configuration& configuration) {
+  if (Error error = CheckSize("--max-size", configuration.maxSize)) return error;
+  if (Error error = CheckSize("--max-entry-size", configuration.maxEntrySize)) return error;
+  if (configuration.maxEntries == 0 || configuration.maxEntries > kMaxLimit) {
+    return MakeError(ErrorKind::kInvalidArgument,
+                     "--max-entries must be from 1 to 4294967295: 0 would admit nothing");
+  }
+  if (configuration.maxEntrySize > configuration.maxSize) {
+    return MakeError(ErrorKind::kInvalidArgument, "--max-entry-size is above --max-size");
+  }
+  return {};
+}
+
+// Absolute, since the configuration is read by programs with other working directories.
+Error MakeAbsolute(const std::string& typed, std::string* absolute) {
+  std::error_code code;
+  *absolute = std::filesystem::absolute(typed, code).string();
+  if (!code) return {};
+  Error error = MakeError(ErrorKind::kInputOutput, "cannot make the path absolute");
+  error.path = typed;
+  error.systemError = code.value();
+  return error;
+}
+
+Error FromOptions(const InitOptions& options, Configuration* configuration) {
+  configuration->maxSize = options.maxSize.value_or(kDefaultMaxSize);
+  configuration->maxEntries = options.maxEntries.value_or(kDefaultMaxEntries);
+  configuration->maxEntrySize =
+      options.maxEntrySize.value_or(std::min(kDefaultMaxEntrySize, configuration->maxSize));
+  if (!options.maxSize) {
+    configuration->maxSize = std::max(configuration->maxSize, configuration->maxEntrySize);
+  }
+  if (!options.directory.empty()) {
+    if (Error error = MakeAbsolute(options.directory, &configuration->directory)) return error;
+  }
+  return Check(*configuration);
+}
+
+void TellWhatIsThere(Context& context, const std::string& cacheDirectory) {
+  host::Survey survey;
+  if (host::SurveyDirectory(cacheDirectory, &survey) || survey.entries.empty()) return;
+  context.Tell(std::to_string(survey.entries.size()) +
+               " entries are there already; \"oxcache check\" tells whether a start would delete "
+               "any under these limits");
+}
+
+}  // namespace
+
+std::string ConfigurationPath(const std::string& directory) {
+  return directory + "/" + host::kConfigurationFileName;
+}
+
+bool HasConfiguration(const std::string& directory) {
+  return access(ConfigurationPath(directory).c_str(), F_OK) == 0;
+}
+
+Error WriteDefaultConfiguration(const std::string& directory) {
+  return Write(directory, Text(Configuration{}));
+}
+
+ExitStatus Init(Context& context, const InitOptions& options) {
+  const std::string& directory = context.Options().directory;
+  Configuration configuration;
+  if (Error error = FromOptions(options, &configuration)) return context.Fail(error);
+  const std::string cacheDirectory =
+      configuration.directory.empty() ? directory : configuration.directory;
+  if (Error error = CheckCacheDirectory(cacheDirectory)) return context.Fail(error);
+  const std::string text = Text(configuration);
+  if (text.size() > kMaxTextBytes) {
+    return context.Fail(MakeError(ErrorKind::kInvalidArgument,
+                                  "--directory is too long: the configuration would be cut"));
+  }
+  if (HasConfiguration(directory) && !context.Options().force) {
+    return context.Fail(MakeError(ErrorKind::kRefused,
+                                  ConfigurationPath(directory) + " exists; --force overwrites it"));
+  }
+  if (Error error = Write(directory, text)) return context.Fail(error);
+  TellWhatIsThere(context, cacheDirectory);
+  return ExitStatus::kDone;
+}
+
+}  // namespace ox::tool

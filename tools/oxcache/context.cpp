@@ -1,0 +1,170 @@
+#include "tools/oxcache/context.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include "tools/oxcache/byte_stream.h"
+#include "tools/oxcache/configuration.h"
+#include "tools/oxcache/module_path.h"
+
+namespace ox::tool {
+namespace {
+
+using host::CacheLimits;
+using host::CacheSession;
+using host::Error;
+using host::ErrorKind;
+using host::MakeError;
+using host::SessionOptions;
+using host::Survey;
+using host::SystemError;
+
+Error SurveyIfThere(const std::string& directory, Survey* survey) {
+  *survey = {};
+  if (access(directory.c_str(), F_OK) != 0 && errno == ENOENT) return {};
+  return host::SurveyDirectory(directory, survey);
+}
+
+bool HoldsAnything(const Survey& survey) {
+  return !survey.entries.empty() || !survey.contentWithoutMetaData.empty() ||
+         !survey.metaDataWithoutContent.empty() || !survey.strangers.empty();
+}
+
+SessionOptions ForSession(const GlobalOptions& options) {
+  SessionOptions result;
+  result.directory = options.directory;
+  result.modulePath = options.modulePath;
+  result.durability = options.durability;
+  result.allowDeletingAll = options.force;
+  return result;
+}
+
+}  // namespace
+
+ExitStatus StatusOf(ErrorKind kind) {
+  switch (kind) {
+    case ErrorKind::kNone:
+      return ExitStatus::kDone;
+    case ErrorKind::kNotFound:
+    case ErrorKind::kRefused:
+    case ErrorKind::kConfiguration:
+    case ErrorKind::kInUse:
+      return ExitStatus::kNotDone;
+    case ErrorKind::kInvalidArgument:
+      return ExitStatus::kUsage;
+    case ErrorKind::kModule:
+    case ErrorKind::kInputOutput:
+    case ErrorKind::kOutOfMemory:
+      break;
+  }
+  return ExitStatus::kInputOutput;
+}
+
+Context::Context(GlobalOptions options) : options_(std::move(options)) {
+  if (options_.directory.empty()) options_.directory = DefaultDirectory();
+  options_.modulePath =
+      options_.modulePath.empty() ? DefaultModulePath() : TypedModulePath(options_.modulePath);
+}
+
+CacheSession* Context::Session(Purpose purpose, Error* error) {
+  *error = {};
+  if (session_ != nullptr) return session_.get();
+  *error = purpose == Purpose::kStore ? PrepareToStore() : RequireCache();
+  if (*error) return nullptr;
+  session_ = CacheSession::Open(ForSession(options_), error);
+  return session_.get();
+}
+
+// Leaves a directory that can be stored into: a cache without a configuration would refuse, and
+// one with entries would lose them.
+Error Context::PrepareToStore() {
+  if (!HasConfiguration(options_.directory)) {
+    Survey survey;
+    if (Error error = SurveyIfThere(options_.directory, &survey)) return error;
+    if (HoldsAnything(survey) && !options_.force) {
+      return MakeError(ErrorKind::kConfiguration,
+                       survey.entries.empty()
+                           ? options_.directory + " is not empty and has no file-cache.conf"
+                           : options_.directory + " has " + std::to_string(survey.entries.size()) +
+                                 " entries and no file-cache.conf: a start would delete them all");
+    }
+    if (!survey.entries.empty()) {
+      Error error;
+      if (CacheSession::Open(ForSession(options_), &error) == nullptr) return error;
+    }
+    return WriteDefaultConfiguration(options_.directory);
+  }
+  CacheLimits limits;
+  if (Error error = Limits(&limits)) return error;
+  if (limits.maxEntries > 0) return {};
+  return MakeError(ErrorKind::kRefused,
+                   "the configuration admits no entry, MAX_CACHE_ENTRIES is 0 or missing in " +
+                       ConfigurationPath(options_.directory) +
+                       "; \"oxcache init --force\" writes one that does");
+}
+
+// Not even a lock file is left in a directory that is no cache.
+Error Context::RequireCache() {
+  if (Error error = CheckDirectory()) return error;
+  if (HasConfiguration(options_.directory)) return {};
+  Survey survey;
+  if (Error error = SurveyIfThere(options_.directory, &survey)) return error;
+  if (!survey.entries.empty()) return {};
+  return MakeError(ErrorKind::kNotFound, "no cache in " + options_.directory);
+}
+
+Error Context::CheckDirectory() const {
+  struct stat status;
+  if (stat(options_.directory.c_str(), &status) == 0) return {};
+  if (errno != ENOENT) return SystemError("cannot look at the directory", options_.directory);
+  return MakeError(ErrorKind::kNotFound, "no such directory: " + options_.directory);
+}
+
+Error Context::Limits(CacheLimits* limits) {
+  if (session_ != nullptr) {
+    *limits = session_->Limits();
+    return {};
+  }
+  if (Error error = CheckDirectory()) return error;
+  return host::ReadLimits(options_.directory, options_.modulePath, limits);
+}
+
+Error Context::Inspect(CacheLimits* limits, Survey* survey) {
+  if (Error error = Limits(limits)) return error;
+  return SurveyIfThere(limits->cacheDirectory, survey);
+}
+
+ExitStatus Context::Print(const std::string& text) {
+  const Error error = WriteAll(STDOUT_FILENO, "standard output", text.data(), text.size());
+  return error ? Fail(error) : ExitStatus::kDone;
+}
+
+void Context::Tell(const std::string& text) const {
+  std::string line = "oxcache: ";
+  if (line_ > 0) line += "line " + std::to_string(line_) + ": ";
+  line += text + "\n";
+  std::fputs(line.c_str(), stderr);
+}
+
+bool Context::AdmitsNothing() {
+  CacheLimits limits;
+  return !Limits(&limits) && limits.maxEntries == 0;
+}
+
+std::string Context::Hint(ErrorKind kind) {
+  if (kind != ErrorKind::kConfiguration || !AdmitsNothing()) return "";
+  const bool hasConfiguration = HasConfiguration(options_.directory);
+  return std::string("; \"oxcache init") + (hasConfiguration ? " --force" : "") +
+         "\" writes limits under which entries stay; --force starts anyway and deletes them";
+}
+
+ExitStatus Context::Fail(const Error& error) {
+  Tell(error.Message() + Hint(error.kind));
+  return StatusOf(error.kind);
+}
+
+}  // namespace ox::tool

@@ -1,0 +1,54 @@
+// A line on the terminal that shows how far the downloads are.
+#ifndef OX_TOOLS_OXCACHE_FETCH_PROGRESS_H_
+#define OX_TOOLS_OXCACHE_FETCH_PROGRESS_H_
+
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace ox::tool {
+
+// Threads: every operation from any thread.
+class FetchProgress {
+ public:
+  FetchProgress(std::size_t files, bool isShown);
+  ~FetchProgress();
+  FetchProgress(const FetchProgress&) = delete;
+  FetchProgress& operator=(const FetchProgress&) = delete;
+
+  // Bytes of one file; `total` is 0 while unknown.
+  void Update(std::size_t file, std::uint64_t received, std::uint64_t total);
+  void Finish(std::size_t file);
+  // Takes the line away, calls `write`, which prints something, and lets the line come back.
+  template <typename Write>
+  void Interrupt(Write write) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    Erase();
+    write();
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct File {
+    std::uint64_t received = 0;
+    std::uint64_t total = 0;
+    bool isFinished = false;
+  };
+
+  void Erase();
+  void Draw();
+  std::string Line() const;
+
+  const bool isShown_;
+  const Clock::time_point start_ = Clock::now();
+  std::mutex mutex_;
+  std::vector<File> files_;
+  Clock::time_point drawn_;
+  bool isOnScreen_ = false;
+};
+
+}  // namespace ox::tool
+
+#endif

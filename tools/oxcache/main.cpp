@@ -1,0 +1,40 @@
+#include <csignal>
+#include <cstdio>
+#include <exception>
+
+#include "tools/oxcache/command_line.h"
+
+namespace ox::tool {
+namespace {
+
+int Main(int argc, char** argv) {
+  // A reader that goes away is then an error of the write, and the session is closed properly.
+  std::signal(SIGPIPE, SIG_IGN);
+  Invocation invocation;
+  const Parsed parsed = ParseProgram(argc, argv, &invocation);
+  Context context(invocation.global);
+  if (!parsed.isCommand) {
+    if (parsed.status == ExitStatus::kDone) {
+      return static_cast<int>(context.Print(parsed.text + "\n"));
+    }
+    context.Tell(parsed.text);
+    return static_cast<int>(parsed.status);
+  }
+  if (context.Options().directory.empty()) {
+    context.Tell("--dir is needed: neither XDG_CACHE_HOME nor a home directory is known");
+    return static_cast<int>(ExitStatus::kUsage);
+  }
+  return static_cast<int>(Run(context, invocation));
+}
+
+}  // namespace
+}  // namespace ox::tool
+
+int main(int argc, char** argv) {
+  try {
+    return ox::tool::Main(argc, argv);
+  } catch (const std::exception& exception) {
+    std::fprintf(stderr, "oxcache: %s\n", exception.what());
+    return static_cast<int>(ox::tool::ExitStatus::kInputOutput);
+  }
+}

@@ -1,0 +1,31 @@
+// Commands that report and change nothing.
+#ifndef OX_TOOLS_OXCACHE_REPORTS_H_
+#define OX_TOOLS_OXCACHE_REPORTS_H_
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "host/session/survey.h"
+#include "tools/oxcache/context.h"
+
+namespace ox::tool {
+
+ExitStatus List(Context& context, bool json);
+ExitStatus ShowLimits(Context& context, bool json);
+ExitStatus ShowStatistics(Context& context, bool json);
+// What the next start of the manager would delete, and why; kNotDone when it would delete anything.
+ExitStatus Check(Context& context, bool json);
+// kNotDone when something is wrong.
+ExitStatus Verify(Context& context, bool json);
+
+nlohmann::json LimitsJson(const host::CacheLimits& limits);
+// One line; bytes that are not UTF-8 come as U+FFFD.
+std::string JsonLine(const nlohmann::json& json);
+
+// An entry's metadata as it is on disk, at most `capacity` bytes.
+host::Error ReadMetadata(const std::string& directory, const std::string& entryName,
+                         std::size_t capacity, std::string* metadata);
+
+}  // namespace ox::tool
+
+#endif

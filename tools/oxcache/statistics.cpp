@@ -1,0 +1,122 @@
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <limits>
+#include <nlohmann/json.hpp>
+
+#include "tools/oxcache/reports.h"
+#include "tools/oxcache/text.h"
+
+namespace ox::tool {
+namespace {
+
+using host::CacheLimits;
+using host::Error;
+using host::Survey;
+using nlohmann::json;
+
+struct AgeClass {
+  const char* name;
+  std::int64_t below;  // seconds
+  std::uint64_t entries = 0;
+  std::uint64_t bytes = 0;
+};
+
+using AgeClasses = std::array<AgeClass, 5>;
+
+AgeClasses ByAge(const Survey& survey) {
+  AgeClasses classes = {{{"under a minute", 60},
+                         {"under an hour", 3600},
+                         {"under a day", 86400},
+                         {"under a week", 7 * 86400},
+                         {"older", std::numeric_limits<std::int64_t>::max()}}};
+  for (const auto& entry : survey.entries) {
+    const std::int64_t age = AgeSeconds(entry.used);
+    const auto found = std::find_if(classes.begin(), classes.end(),
+                                    [age](const AgeClass& c) { return age < c.below; });
+    ++found->entries;
+    found->bytes += entry.contentBytes + entry.metaDataBytes;
+  }
+  return classes;
+}
+
+std::uint64_t LargestEntry(const Survey& survey) {
+  std::uint64_t largest = 0;
+  for (const auto& entry : survey.entries) {
+    largest = std::max(largest, entry.contentBytes + entry.metaDataBytes);
+  }
+  return largest;
+}
+
+// "[######..............]  30%"; full only when nothing is left.
+std::string Bar(std::uint64_t used, std::uint64_t limit) {
+  constexpr std::size_t kWidth = 30;
+  const std::uint64_t share = limit == 0 ? (used > 0 ? 100 : 0) : used * 100 / limit;
+  const auto filled = static_cast<std::size_t>(
+      limit == 0 ? 0 : std::min<std::uint64_t>(kWidth, used * kWidth / limit));
+  return "[" + std::string(filled, '#') + std::string(kWidth - filled, '.') + "] " +
+         Padded(std::to_string(share), 3) + "%";
+}
+
+std::string UseLine(const char* what, std::uint64_t used, std::uint64_t limit,
+                    std::string (*format)(std::uint64_t)) {
+  std::array<char, 16> name;
+  std::snprintf(name.data(), name.size(), "%-14s", what);
+  return name.data() + Bar(used, limit) + "  " + format(used) + " of " + format(limit) + "\n";
+}
+
+std::string NumberText(std::uint64_t number) {
+  return std::to_string(number);
+}
+
+std::string NamesText(const char* what, const std::vector<std::string>& names) {
+  if (names.empty()) return "";
+  std::string text = std::string(what) + ":\n";
+  for (const std::string& name : names)
+    text += "  " + FirstLine(name) + "\n";
+  return text;
+}
+
+std::string Text(const CacheLimits& limits, const Survey& survey) {
+  std::string text = "directory     " + limits.cacheDirectory + "\n";
+  text += UseLine("total size", survey.bytes, limits.maxSize, SizeText);
+  text += UseLine("entries", survey.entries.size(), limits.maxEntries, NumberText);
+  text += UseLine("largest entry", LargestEntry(survey), limits.maxEntrySize, SizeText);
+  text += "last used:\n";
+  for (const AgeClass& age : ByAge(survey)) {
+    std::array<char, 64> line;
+    std::snprintf(line.data(), line.size(), "  %-15s %6llu entries  %s\n", age.name,
+                  static_cast<unsigned long long>(age.entries), SizeText(age.bytes).c_str());
+    text += line.data();
+  }
+  return text + NamesText("content without metadata", survey.contentWithoutMetaData) +
+         NamesText("metadata without content", survey.metaDataWithoutContent) +
+         NamesText("unfinished", survey.staging) + NamesText("strangers", survey.strangers);
+}
+
+json Json(const CacheLimits& limits, const Survey& survey) {
+  json ages = json::array();
+  for (const AgeClass& age : ByAge(survey)) {
+    ages.push_back({{"age", age.name}, {"entries", age.entries}, {"bytes", age.bytes}});
+  }
+  return {{"limits", LimitsJson(limits)},
+          {"entries", survey.entries.size()},
+          {"bytes", survey.bytes},
+          {"largest_entry", LargestEntry(survey)},
+          {"last_used", ages},
+          {"content_without_metadata", survey.contentWithoutMetaData},
+          {"metadata_without_content", survey.metaDataWithoutContent},
+          {"unfinished", survey.staging},
+          {"strangers", survey.strangers}};
+}
+
+}  // namespace
+
+ExitStatus ShowStatistics(Context& context, bool asJson) {
+  CacheLimits limits;
+  Survey survey;
+  if (Error error = context.Inspect(&limits, &survey)) return context.Fail(error);
+  return context.Print(asJson ? JsonLine(Json(limits, survey)) : Text(limits, survey));
+}
+
+}  // namespace ox::tool

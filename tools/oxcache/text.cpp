@@ -1,0 +1,69 @@
+#include "tools/oxcache/text.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+namespace ox::tool {
+namespace {
+
+bool IsPlainCharacter(char c) {
+  return c >= 0x20 && c <= 0x7E;
+}
+
+}  // namespace
+
+std::string SizeText(std::uint64_t bytes) {
+  constexpr std::array<char, 6> kUnits = {'K', 'M', 'G', 'T', 'P', 'E'};
+  if (bytes < 1024) return std::to_string(bytes);
+  double value = static_cast<double>(bytes) / 1024;
+  std::size_t unit = 0;
+  // What would print as 1024 of a unit is 1 of the next.
+  while (value >= 1023.95 && unit + 1 < kUnits.size()) {
+    value /= 1024;
+    ++unit;
+  }
+  std::array<char, 32> text;
+  std::snprintf(text.data(), text.size(), "%.1f", value);
+  std::string result = text.data();
+  if (result.size() > 2 && result.substr(result.size() - 2) == ".0")
+    result.resize(result.size() - 2);
+  return result + kUnits[unit];
+}
+
+std::int64_t AgeSeconds(const timespec& then) {
+  const std::int64_t seconds = std::time(nullptr) - then.tv_sec;
+  return std::max<std::int64_t>(seconds, 0);
+}
+
+std::string AgeText(std::int64_t seconds) {
+  if (seconds < 60) return std::to_string(seconds) + "s";
+  if (seconds < 3600) return std::to_string(seconds / 60) + "m";
+  if (seconds < 86400) return std::to_string(seconds / 3600) + "h";
+  return std::to_string(seconds / 86400) + "d";
+}
+
+std::string UtcText(std::time_t time) {
+  tm parts;
+  std::array<char, 32> text;
+  if (gmtime_r(&time, &parts) == nullptr) return "";
+  const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+  return std::string(text.data(), length);
+}
+
+std::string Padded(const std::string& text, std::size_t width) {
+  return text.size() >= width ? text : std::string(width - text.size(), ' ') + text;
+}
+
+std::string FirstLine(std::string_view text) {
+  std::string line(text.substr(0, text.find_first_of("\r\n")));
+  std::replace_if(
+      line.begin(), line.end(), [](char c) { return !IsPlainCharacter(c); }, '?');
+  return line;
+}
+
+bool IsPlain(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), IsPlainCharacter);
+}
+
+}  // namespace ox::tool
