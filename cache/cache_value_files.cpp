@@ -1,7 +1,7 @@
 // The entry's work on disk: writing and reading its metadata file, deleting both files.
 #include "cache/cache_value_impl.h"
 #include "cache/file_object.h"
-#include "cache/meta_data_path.h"
+#include "cache/joined_path.h"
 #include "module/allocation.h"
 #include "module/kernel_access.h"
 #include "module/scoped_lock.h"
@@ -16,7 +16,7 @@ bool CacheValueImpl::DumpMetaData() {
   if (metaData.Text()[0] == 0) return false;
 
   const AllocationWatch watch;
-  const MetaDataPath path(file);
+  const JoinedPath path(file, kMetaDataSuffix);
   const char* text = metaData.UTF8();
   if (watch.Tripped()) return false;
 
@@ -34,7 +34,7 @@ bool CacheValueImpl::DumpMetaData() {
 
 bool CacheValueImpl::RefreshMetaData() {
   const ScopedLock lock(services.entryMutex);
-  const MetaDataPath path(file);
+  const JoinedPath path(file, kMetaDataSuffix);
   const FileObject metaFile;
   if (path.Text() == nullptr) return false;
 
@@ -53,7 +53,7 @@ bool CacheValueImpl::RefreshMetaData() {
 }
 
 bool CacheValueImpl::RemoveLocal() {
-  const MetaDataPath metaPath(file);
+  const JoinedPath metaPath(file, kMetaDataSuffix);
   const FileObject local;
   if (local.IsNull()) return false;
   if (local->SetPath(file.UTF8()) == 0) return false;

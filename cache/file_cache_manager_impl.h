@@ -17,9 +17,13 @@ namespace ox::core::cache {
 // the least recently admitted or found (tail).
 struct EntryNode {
   CacheValueImpl* value;
-  EntryNode* newer;  // towards the head, null there
-  EntryNode* older;  // towards the tail, null there
+  EntryNode* newer;   // towards the head, null there
+  EntryNode* older;   // towards the tail, null there
+  std::uint32_t tag;  // PathTag of the value's path
 };
+
+// Folds the end of a path, where content files differ. Equal paths have equal tags.
+std::uint32_t PathTag(const char* path, std::size_t length);
 
 // The one cache manager. By subject: manager_construction.cpp, manager_configuration.cpp,
 // manager_scan.cpp, manager_entries.cpp, manager_list.cpp, manager_limits.cpp,
@@ -82,12 +86,19 @@ class FileCacheManagerImpl : public FileCacheManager {
   bool ContentPathFromMetaPath(OxString& path);
   void AdmitScanned(const OxString& contentPath, unsigned long contentSize);
 
+  // Content file name of a URL, with the separator in front of it.
+  struct LocalName {
+    static constexpr std::size_t kLength = 1 + 32;
+    char text[kLength + 1];
+  };
+  void RenderLocalName(const OxString& url, LocalName* name) const;
+
   // An entry that is not listed, null when the declared size is too large or memory ran out.
   CacheValueImpl* CreateCacheValuePrivate(const OxString& url, const unsigned long& size,
                                           const OxString& newMetaData);
 
   // The list. The caller holds the mutex.
-  EntryNode* FindByPath(const char* path);
+  EntryNode* FindByPath(const char* path, std::uint32_t tag);
   EntryNode* FindByValue(const CacheValue* value);
   void LinkAtHead(EntryNode* node);
   void Unlink(EntryNode* node);

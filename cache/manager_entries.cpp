@@ -1,5 +1,6 @@
 // Admission, lookup and removal.
 #include "cache/file_cache_manager_impl.h"
+#include "cache/joined_path.h"
 #include "module/allocation.h"
 #include "module/scoped_lock.h"
 
@@ -41,7 +42,8 @@ bool FileCacheManagerImpl::AddPrivate(CacheValue* value) {
   auto* entry = static_cast<CacheValueImpl*>(value);
   const AllocationWatch watch;
   const char* path = entry->FileUTF8();
-  if (watch.Tripped() || FindByPath(path) != nullptr) return false;
+  const std::uint32_t tag = PathTag(path, kernel->StrLen(path));
+  if (watch.Tripped() || FindByPath(path, tag) != nullptr) return false;
 
   const std::uint32_t size = entry->EntrySize();
   if (size > maxEntrySize) return false;
@@ -53,6 +55,7 @@ bool FileCacheManagerImpl::AddPrivate(CacheValue* value) {
     return false;
   }
   node->value = entry;
+  node->tag = tag;
   currentSize += size;
   LinkAtHead(node);
   return true;
@@ -70,12 +73,13 @@ bool FileCacheManagerImpl::Add(CacheValue* value) {
 CacheValue* FileCacheManagerImpl::Get(const OxString& url) {
   const ScopedLock lock(mutex);
   const AllocationWatch watch;
-  OxString localFile;
-  GetLocalFileFromURL(url, localFile);
-  const char* path = localFile.UTF8();
+  LocalName name;
+  RenderLocalName(url, &name);
+  // The UTF-8 form of what GetLocalFileFromURL gives.
+  const JoinedPath path(cacheDirectory, name.text);
   if (watch.Tripped()) return nullptr;
 
-  EntryNode* node = FindByPath(path);
+  EntryNode* node = FindByPath(path.Text(), PathTag(path.Text(), path.Length()));
   if (node == nullptr || node->value->IsPending()) return nullptr;
   node->value->SetURL(url);
   node->value->RefreshMetaData();

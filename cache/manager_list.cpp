@@ -1,14 +1,26 @@
 // The list of entries. Every search is a walk from the head: the entry limit keeps the list short,
-// and the file path is the key, compared by the kernel byte for byte.
+// and the file path is the key, compared by the kernel byte for byte. The tag only spares the walk
+// the entries that cannot be meant.
 #include "cache/file_cache_manager_impl.h"
 #include "module/allocation.h"
 
 namespace ox::core::cache {
 
-EntryNode* FileCacheManagerImpl::FindByPath(const char* path) {
+std::uint32_t PathTag(const char* path, std::size_t length) {
+  constexpr std::size_t kFolded = 8;
+  std::uint32_t tag = 0;
+  for (std::size_t i = length > kFolded ? length - kFolded : 0; i < length; ++i) {
+    tag = tag * 31 + static_cast<unsigned char>(path[i]);
+  }
+  return tag;
+}
+
+EntryNode* FileCacheManagerImpl::FindByPath(const char* path, std::uint32_t tag) {
   EntryNode* node = head;
-  while (node != nullptr && kernel->StrCmp(node->value->FileUTF8(), path) != 0)
+  while (node != nullptr &&
+         (node->tag != tag || kernel->StrCmp(node->value->FileUTF8(), path) != 0)) {
     node = node->older;
+  }
   return node;
 }
 

@@ -6,21 +6,12 @@ namespace ox::core::cache {
 namespace {
 
 constexpr std::size_t kDigestBytes = 16;
-constexpr std::size_t kNameLength = 2 * kDigestBytes;
-
-// Low nibble first, the reverse of the usual notation: every name on disk is written so.
-void RenderName(const unsigned char* digest, char* name) {
-  constexpr char kDigits[] = "0123456789ABCDEF";
-  for (std::size_t i = 0; i < kDigestBytes; ++i) {
-    *name++ = kDigits[digest[i] & 0x0F];
-    *name++ = kDigits[digest[i] >> 4];
-  }
-  *name = '\0';
-}
 
 }  // namespace
 
-void FileCacheManagerImpl::GetLocalFileFromURL(const OxString& url, OxString& localFile) {
+void FileCacheManagerImpl::RenderLocalName(const OxString& url, LocalName* name) const {
+  static_assert(LocalName::kLength == 1 + 2 * kDigestBytes, "two characters for each byte");
+  constexpr char kDigits[] = "0123456789ABCDEF";
   const char* text = url.UTF8();
   const std::size_t length = kernel->StrLen(text);
 
@@ -33,14 +24,23 @@ void FileCacheManagerImpl::GetLocalFileFromURL(const OxString& url, OxString& lo
 
   // Always a separator, also after a directory that is empty or ends in one: scanned paths are
   // compared with this text as it stands.
-  char name[1 + kNameLength + 1];
-  name[0] = '/';
-  RenderName(digest, name + 1);
+  char* out = name->text;
+  *out++ = '/';
+  for (const unsigned char byte : digest) {
+    // Low nibble first, the reverse of the usual notation: every name on disk is written so.
+    *out++ = kDigits[byte & 0x0F];
+    *out++ = kDigits[byte >> 4];
+  }
+  *out = '\0';
+}
 
+void FileCacheManagerImpl::GetLocalFileFromURL(const OxString& url, OxString& localFile) {
+  LocalName name;
+  RenderLocalName(url, &name);
   localFile = OxString();
-  localFile.Reserve(cacheDirectory.Length() + 1 + kNameLength);
+  localFile.Reserve(cacheDirectory.Length() + LocalName::kLength);
   if (!cacheDirectory.IsEmpty()) localFile.Append(cacheDirectory);
-  localFile.Append(name);
+  localFile.Append(name.text);
 }
 
 }  // namespace ox::core::cache

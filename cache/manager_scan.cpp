@@ -1,7 +1,7 @@
 // The start-up scan: entries come back from the pairs of files that an earlier run left.
 #include "cache/file_cache_manager_impl.h"
 #include "cache/file_object.h"
-#include "cache/meta_data_path.h"
+#include "cache/joined_path.h"
 #include "module/allocation.h"
 
 namespace ox::core::cache {
