@@ -61,7 +61,8 @@ bool ListDirectory(const char* path, std::vector<DirectoryEntry>* entries) {
     struct stat status;
     if (IsSelfOrParent(found->d_name)) continue;
     if (fstatat(dirfd(directory.get()), found->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
-    entries->push_back({found->d_name, status.st_mtim, S_ISDIR(status.st_mode)});
+    entries->push_back({found->d_name, status.st_mtim, S_ISDIR(status.st_mode),
+                        S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0});
   }
   if (errno != 0) return false;
   std::sort(entries->begin(), entries->end(), IsOlder);

@@ -2,6 +2,7 @@
 #ifndef OX_HOST_DIRECTORY_H_
 #define OX_HOST_DIRECTORY_H_
 
+#include <cstdint>
 #include <ctime>
 #include <string>
 #include <vector>
@@ -12,6 +13,7 @@ struct DirectoryEntry {
   std::string name;
   timespec modified;
   bool isDirectory;
+  std::uint64_t size;  // bytes, 0 for anything but a regular file
 };
 
 // The entries of a directory without "." and "..", oldest modification first, ties by name.

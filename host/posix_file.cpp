@@ -39,9 +39,21 @@ int OpenRetrying(const char* path, int flags) {
   return fd;
 }
 
-bool IsRegular(int fd) {
-  struct stat status;
-  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+constexpr char kMetaDataSuffix[] = ".ox_meta";
+constexpr std::size_t kMetaDataSuffixLength = sizeof kMetaDataSuffix - 1;
+
+bool HasMetaDataSuffix(const char* path, std::size_t length) {
+  return length >= kMetaDataSuffixLength &&
+         std::memcmp(path + length - kMetaDataSuffixLength, kMetaDataSuffix,
+                     kMetaDataSuffixLength) == 0;
+}
+
+bool IsFileOfTheCache(const struct stat& status) {
+  return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
+}
+
+std::uint64_t SizeOf(const struct stat& status) {
+  return S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
 }
 
 }  // namespace
@@ -52,40 +64,73 @@ PosixFile::~PosixFile() {
 
 int PosixFile::SetPath(const char* utf8Path) {
   Close();
+  length_ = 0;
   path_[0] = '\0';
   if (utf8Path == nullptr) return 0;
   const std::size_t length = std::strlen(utf8Path);
   if (length == 0 || length >= sizeof path_) return 0;
   std::memcpy(path_, utf8Path, length + 1);
+  length_ = length;
   return 1;
 }
 
 int PosixFile::Open(int mode) {
+  if (mode == kOpenRead && isProbed_) {
+    Forget();
+    return 1;
+  }
   Close();
   const int flags = OpenFlags(mode);
   if (flags < 0) return 0;
   fd_ = OpenRetrying(path_, flags);
-  if (fd_ < 0) return 0;
-  if (IsRegular(fd_)) return 1;
+  struct stat status;
+  if (fd_ >= 0 && fstat(fd_, &status) == 0 && S_ISREG(status.st_mode)) return 1;
   Close();
   return 0;
 }
 
 void PosixFile::Close() {
+  Forget();
   if (fd_ < 0) return;
   // Not tried again on EINTR: on Linux the descriptor is gone then too.
   close(fd_);
   fd_ = -1;
 }
 
+void PosixFile::Forget() {
+  isProbed_ = false;
+  knowsSize_ = false;
+}
+
+void PosixFile::KnowSize(std::uint64_t size) {
+  knowsSize_ = true;
+  size_ = size;
+}
+
 int PosixFile::Delete(int /*flags*/) {
+  if (isProbed_) Close();
+  Forget();
   return unlink(path_) == 0;
 }
 
 int PosixFile::Exists() {
+  if (isProbed_) Close();
+  if (fd_ < 0 && HasMetaDataSuffix(path_, length_) && ProbeByOpening()) return 1;
+  return ProbeByPath();
+}
+
+// True when the path is a regular file that can be read, which is then open.
+bool PosixFile::ProbeByOpening() {
+  if (Open(kOpenRead) == 0) return false;
+  isProbed_ = true;
+  return true;
+}
+
+bool PosixFile::ProbeByPath() {
   struct stat status;
-  if (lstat(path_, &status) != 0) return 0;
-  return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
+  if (lstat(path_, &status) != 0 || !IsFileOfTheCache(status)) return false;
+  KnowSize(SizeOf(status));
+  return true;
 }
 
 void PosixFile::GetPath(OxString& out) {
@@ -93,12 +138,16 @@ void PosixFile::GetPath(OxString& out) {
 }
 
 std::uint64_t PosixFile::GetSize() {
+  const bool isKnown = knowsSize_;
+  if (isProbed_) Close();
+  Forget();
+  if (isKnown) return size_;
   struct stat status;
-  if (lstat(path_, &status) != 0 || !S_ISREG(status.st_mode)) return 0;
-  return static_cast<std::uint64_t>(status.st_size);
+  return lstat(path_, &status) == 0 ? SizeOf(status) : 0;
 }
 
 std::uint64_t PosixFile::Read(std::uint64_t count, void* destination) {
+  Forget();
   if (fd_ < 0) return 0;
   std::uint64_t done = 0;
   while (done < count) {
@@ -112,6 +161,7 @@ std::uint64_t PosixFile::Read(std::uint64_t count, void* destination) {
 }
 
 std::uint64_t PosixFile::Write(std::uint64_t count, const void* source) {
+  Forget();
   if (fd_ < 0) return 0;
   std::uint64_t done = 0;
   while (done < count) {
@@ -129,9 +179,10 @@ int PosixFile::EnumerateDirectory(EnumerateCallback callback, void* context, int
     std::vector<DirectoryEntry> entries;
     if (!ListDirectory(path_, &entries)) return 0;
     const std::string prefix = std::string(path_) + "/";
+    PosixFile file;
     for (const DirectoryEntry& entry : entries) {
-      PosixFile file;
       if (file.SetPath((prefix + entry.name).c_str()) == 0) continue;
+      file.KnowSize(entry.size);
       if (!callback(file, entry.isDirectory, context)) break;
     }
     return 1;

@@ -3,6 +3,10 @@
 // Symbolic links are never followed for the file itself (its directory may be reached through
 // some). Files are made with mode 0600, descriptors are closed on exec, interrupted calls are tried
 // again. Every failure is a 0 as the interface says; errno is left as the system call set it.
+//
+// Exists looks ahead: the module asks it of a metadata file only to open it next, and of a content
+// file only to measure it next. What the one system call found serves the next operation too; after
+// any other operation it is forgotten.
 #ifndef OX_HOST_POSIX_FILE_H_
 #define OX_HOST_POSIX_FILE_H_
 
@@ -14,7 +18,7 @@ namespace ox::host {
 
 class PosixFile final : public os::filesystem::File {
  public:
-  PosixFile() = default;
+  PosixFile() { path_[0] = '\0'; }
   ~PosixFile();
   PosixFile(const PosixFile&) = delete;
   PosixFile& operator=(const PosixFile&) = delete;
@@ -40,9 +44,22 @@ class PosixFile final : public os::filesystem::File {
   // it runs in the order of use. Nonzero when the directory could be read.
   int EnumerateDirectory(EnumerateCallback callback, void* context, int flags) override;
 
+  // For an object that stands for an enumerated entry: GetSize gives this size once, as if Exists
+  // had just been asked.
+  void KnowSize(std::uint64_t size);
+
  private:
-  char path_[PATH_MAX] = "";
+  bool ProbeByOpening();
+  bool ProbeByPath();
+  void Forget();
+
+  char path_[PATH_MAX];
+  std::size_t length_ = 0;
   int fd_ = -1;
+  // Opened for reading by Exists and not yet claimed by Open.
+  bool isProbed_ = false;
+  bool knowsSize_ = false;
+  std::uint64_t size_ = 0;
 };
 
 }  // namespace ox::host

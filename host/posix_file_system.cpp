@@ -12,15 +12,22 @@ namespace ox::host {
 PosixFileSystem::PosixFileSystem(std::string defaultDirectory)
     : defaultDirectory_(std::move(defaultDirectory)) {}
 
+PosixFileSystem::~PosixFileSystem() {
+  delete spare_.load();
+}
+
 os::filesystem::File* PosixFileSystem::CreateFile() {
-  auto* file = new (std::nothrow) PosixFile;
+  PosixFile* file = spare_.exchange(nullptr, std::memory_order_acquire);
+  if (file == nullptr) file = new (std::nothrow) PosixFile;
   if (file != nullptr) liveFiles_.fetch_add(1, std::memory_order_relaxed);
   return file;
 }
 
 void PosixFileSystem::DestroyFile(os::filesystem::File* file) {
   if (file == nullptr) return;
-  delete static_cast<PosixFile*>(file);
+  auto* spare = static_cast<PosixFile*>(file);
+  spare->SetPath(nullptr);  // closes
+  delete spare_.exchange(spare, std::memory_order_acq_rel);
   liveFiles_.fetch_sub(1, std::memory_order_relaxed);
 }
 

@@ -10,11 +10,16 @@
 
 namespace ox::host {
 
+class PosixFile;
+
 // Threads: all operations from any thread.
 class PosixFileSystem final : public IFileSystem {
  public:
   // The directory is taken byte for byte: a "/" at its end stays and shows in every path.
   explicit PosixFileSystem(std::string defaultDirectory);
+  ~PosixFileSystem();
+  PosixFileSystem(const PosixFileSystem&) = delete;
+  PosixFileSystem& operator=(const PosixFileSystem&) = delete;
 
   os::filesystem::File* CreateFile() override;
   void DestroyFile(os::filesystem::File* file) override;
@@ -27,6 +32,8 @@ class PosixFileSystem final : public IFileSystem {
 
  private:
   std::string defaultDirectory_;
+  // The object destroyed last, kept for the next CreateFile.
+  std::atomic<PosixFile*> spare_{nullptr};
   std::atomic<std::uint64_t> liveFiles_{0};
 };
 

@@ -135,6 +135,33 @@ TEST_F(PosixFileTest, NoDescriptorStaysOpen) {
   EXPECT_EQ(0U, kernel_.Counts().files);
 }
 
+// What Exists found serves the operation that follows it, and nothing later.
+TEST_F(PosixFileTest, ALookAheadIsNeverStale) {
+  for (const char* name : {"file", "file.ox_meta"}) {
+    const std::string path = scratch_ / name;
+    PosixFile file;
+    ASSERT_TRUE(file.SetPath(path.c_str()));
+    WriteWhole(path, "12345");
+    ASSERT_TRUE(file.Exists());
+    EXPECT_EQ(5U, file.GetSize());
+    WriteWhole(path, "123");
+    EXPECT_EQ(3U, file.GetSize());
+    ASSERT_TRUE(file.Exists());
+    ASSERT_TRUE(file.Open(File::kOpenWrite));
+    EXPECT_EQ(0U, file.GetSize());
+    EXPECT_EQ(2U, file.Write(2, "ab"));
+    ASSERT_TRUE(file.Exists());
+    ASSERT_TRUE(file.Open(File::kOpenRead));
+    char buffer[8];
+    EXPECT_EQ(2U, file.Read(sizeof buffer, buffer));
+    ASSERT_TRUE(file.Exists());
+    ASSERT_TRUE(file.Delete(0));
+    EXPECT_FALSE(file.Open(File::kOpenRead));
+    EXPECT_FALSE(file.Exists());
+    EXPECT_EQ(0U, file.GetSize());
+  }
+}
+
 struct Visit {
   std::vector<std::string> seen;
   std::string prefix;
