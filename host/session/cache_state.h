@@ -3,6 +3,7 @@
 #ifndef OX_HOST_SESSION_CACHE_STATE_H_
 #define OX_HOST_SESSION_CACHE_STATE_H_
 
+#include <algorithm>
 #include <cstdint>
 
 namespace ox::host {
@@ -41,6 +42,16 @@ struct CacheState {
   // The directory no longer is what the manager takes it for, because a deletion failed.
   bool needsRestart = false;
   int deletionError = 0;  // errno of the last failed deletion
+
+  void NoteDeletion(bool isDeleted, std::uint64_t fileBytes, int error) {
+    if (isDeleted) {
+      // A file may have grown in somebody else's hands.
+      bytes -= std::min(bytes, fileBytes);
+      return;
+    }
+    needsRestart = true;
+    deletionError = error;
+  }
 };
 
 }  // namespace ox::host

@@ -42,16 +42,17 @@ Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry) {
 
 }  // namespace
 
-Error RollForward(const std::string& directory) {
-  Survey survey;
-  if (Error error = SurveyDirectory(directory, &survey)) return error;
-  for (const std::string& name : survey.staging) {
+Error RollForward(const std::string& directory, Survey* survey) {
+  if (Error error = SurveyDirectory(directory, survey)) return error;
+  bool isChanged = false;
+  for (const std::string& name : survey->staging) {
     std::string entryName;
     std::string id;
     if (!ParseCommitFileName(name, &entryName, &id)) continue;
     if (Error error = FinishCommit(directory, directory + "/" + name, entryName, id)) return error;
+    isChanged = true;
   }
-  return {};
+  return isChanged ? SurveyDirectory(directory, survey) : Error{};
 }
 
 Error DeleteLeftovers(const std::string& directory, const Survey& survey,

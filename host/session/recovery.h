@@ -12,9 +12,10 @@
 
 namespace ox::host {
 
-// Finishes every commit that was decided but not carried out. Synchronises the directory before the
-// commit file goes, since after that nothing tells any more that the content belongs there.
-Error RollForward(const std::string& directory);
+// Surveys the directory after finishing every commit that was decided but not carried out.
+// Synchronises the directory before a commit file goes, since after that nothing tells any more
+// that the content belongs there.
+Error RollForward(const std::string& directory, Survey* survey);
 
 // Deletes what belongs to nobody: content without metadata, metadata without content, files being
 // written unless `isLive` knows their ID. Strangers stay.

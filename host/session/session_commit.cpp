@@ -10,6 +10,8 @@
 //   there.
 //
 // Where the manager refuses in 4 or 6, it is restarted, and its scan admits the pair.
+#include <cerrno>
+
 #include "host/session/durable_io.h"
 #include "host/session/session_core.h"
 #include "host/session/utf8.h"
@@ -30,6 +32,8 @@ Error Invalid(const char* detail) {
 
 Error SessionCore::Commit(Staging& staging, const std::string& metadata) {
   if (Error error = CheckCommit(staging, metadata)) return error;
+  const OxString url = ToOxString(staging.url);
+  const OxString text = ToOxString(metadata);
   Lock lock(mutex_);
   if (Error error = Charge(lock, staging, metadata.size())) return error;
   const std::int64_t time = clock_.Next();
@@ -37,7 +41,7 @@ Error SessionCore::Commit(Staging& staging, const std::string& metadata) {
   Error error = StageMetaData(staging, metadata, time);
   lock.lock();
   if (!error) error = Ready();
-  if (!error) error = Publish(staging, metadata);
+  if (!error) error = Publish(staging, url, text);
   if (error && !staging.isCommitted) {
     DeleteFile(staging.metaDataPath);
     Discharge(staging, metadata.size());
@@ -75,38 +79,41 @@ Error SessionCore::StageMetaData(Staging& staging, const std::string& metadata,
   return {};
 }
 
-Error SessionCore::Publish(Staging& staging, const std::string& metadata) {
-  CacheValue* old = Get(staging.url);
-  const std::string oldPath = old != nullptr ? old->GetFile().UTF8() : "";
+Error SessionCore::Publish(Staging& staging, const OxString& url, const OxString& metadata) {
+  CacheValue* old = (*manager_)->Get(url);
+  const std::string oldPath = old != nullptr ? ContentPath(*old) : "";
   const std::uint64_t oldMetaData = FileSize(oldPath + kMetaDataFileSuffix);
   const std::uint64_t oldBytes = FileSize(oldPath) + oldMetaData;
   if (Error error = MakeRoomToPublish(staging, oldBytes, old != nullptr)) return error;
 
   const auto lowest = state_.total.lowest - static_cast<std::int64_t>(oldMetaData);
-  const auto highest = state_.total.highest + static_cast<std::int64_t>(metadata.size());
+  const auto highest = state_.total.highest + std::int64_t{metadata.Length()};
   if (lowest < 0 || highest > std::int64_t{limits_.maxSize}) {
     if (Error error = Restart()) return error;
-    old = Get(staging.url);
+    old = (*manager_)->Get(url);
   }
 
-  CacheValue* pending = old != nullptr ? nullptr : Create(staging.url, metadata);
+  CacheValue* pending = old != nullptr ? nullptr : Create(url, metadata);
   if (old == nullptr && pending == nullptr) {
     state_.needsRestart = true;
     return MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot create the entry");
   }
-  const std::string contentPath = (old != nullptr ? old : pending)->GetFile().UTF8();
-  std::string metaDataFrom = staging.metaDataPath;
-  if (Error error = Decide(staging, contentPath, &metaDataFrom)) {
-    if (pending != nullptr) Abandon(pending, metadata.size());
+  const std::string content = ContentPath(old != nullptr ? *old : *pending);
+  const bool isLogged = options_.durability != Durability::kNone;
+  const CommitPaths paths{content,
+                          isLogged ? CommitFileName(content, staging.id) : staging.metaDataPath,
+                          content + kMetaDataFileSuffix};
+  if (Error error = Decide(staging, paths)) {
+    if (pending != nullptr) Abandon(pending, metadata);
     return error;
   }
 
   if (old != nullptr) {
     (*manager_)->Remove(old);
     const bool isTotalKnown = !state_.needsRestart && state_.total.lowest >= 0;
-    pending = isTotalKnown ? Create(staging.url, metadata) : nullptr;
+    pending = isTotalKnown ? Create(url, metadata) : nullptr;
   }
-  return CarryOut(staging, contentPath, metaDataFrom, pending);
+  return CarryOut(staging, paths, pending);
 }
 
 Error SessionCore::MakeRoomToPublish(const Staging& staging, std::uint64_t replacedBytes,
@@ -116,72 +123,68 @@ Error SessionCore::MakeRoomToPublish(const Staging& staging, std::uint64_t repla
     // This writer's bytes become an entry's and count like those.
     const bool isFirst = firstWriter_ == &staging;
     const std::uint64_t counted = isFirst ? state_.bytes : CountedBytes();
-    return counted - replacedBytes > limits_.maxSize;
+    return counted > limits_.maxSize + replacedBytes;
   };
   while (state_.entries > kept && (isTooMuch() || state_.entries + 1 - kept > limits_.maxEntries)) {
-    if (!EvictOne()) return SystemError("cannot delete old entries", limits_.cacheDirectory);
+    if (!EvictOne()) return DeletionFailed();
   }
   return {};
 }
 
-// After this the new entry is decided. Without durability there is no such moment.
-Error SessionCore::Decide(const Staging& staging, const std::string& contentPath,
-                          std::string* metaDataFrom) {
-  if (options_.durability == Durability::kNone) return {};
-  const std::string commitFile = CommitFileName(contentPath, staging.id);
-  if (!RenameFile(staging.metaDataPath, commitFile)) {
-    return SystemError("cannot make the commit file", commitFile);
+// After this the new entry is decided, unless it fails.
+Error SessionCore::Decide(Staging& staging, const CommitPaths& paths) {
+  const bool isLogged = options_.durability != Durability::kNone;
+  if (isLogged && !RenameFile(staging.metaDataPath, paths.commit)) {
+    return SystemError("cannot make the commit file", paths.commit);
   }
-  *metaDataFrom = commitFile;
-  if (options_.durability != Durability::kPower || SyncDirectory(limits_.cacheDirectory)) return {};
-  Error error = SystemError("cannot synchronise", limits_.cacheDirectory);
-  DeleteFile(commitFile);
-  return error;
-}
-
-Error SessionCore::CarryOut(Staging& staging, const std::string& contentPath,
-                            const std::string& metaDataFrom, CacheValue* pending) {
+  if (options_.durability == Durability::kPower && !SyncDirectory(limits_.cacheDirectory)) {
+    const int syncError = errno;
+    // A commit file that stays would be carried out later, so it is carried out now.
+    if (DeleteFile(paths.commit)) {
+      errno = syncError;
+      return SystemError("cannot synchronise", limits_.cacheDirectory);
+    }
+  }
   staging.isCommitted = true;
   Detach(staging);
-  if (Error error = PutInPlace(staging, contentPath, metaDataFrom)) {
-    state_.needsRestart = true;
-    return error;
-  }
-  if (pending != nullptr && (*manager_)->Add(pending)) return {};
-  return Restart();
-}
-
-Error SessionCore::PutInPlace(const Staging& staging, const std::string& contentPath,
-                              const std::string& metaDataFrom) {
-  if (!RenameFile(staging.contentPath, contentPath)) {
-    return SystemError("cannot put the content in place", contentPath);
-  }
-  // Once the commit file is gone nothing tells any more where the content belongs.
-  if (options_.durability == Durability::kPower && !SyncDirectory(limits_.cacheDirectory)) {
-    return SystemError("cannot synchronise", limits_.cacheDirectory);
-  }
-  if (!RenameFile(metaDataFrom, contentPath + kMetaDataFileSuffix)) {
-    return SystemError("cannot put the metadata in place", contentPath);
-  }
   return {};
 }
 
-CacheValue* SessionCore::Create(const std::string& url, const std::string& metadata) {
+Error SessionCore::CarryOut(const Staging& staging, const CommitPaths& paths, CacheValue* pending) {
+  const bool isInPlace = PutInPlace(staging, paths);
+  const int placeError = errno;
+  if (isInPlace && pending != nullptr && (*manager_)->Add(pending)) return {};
+  // The restart puts in place what is not yet, and its scan admits the pair.
+  state_.needsRestart = true;
+  if (Error error = Restart()) return error;
+  if (isInPlace || options_.durability != Durability::kNone) return {};
+  errno = placeError;
+  return SystemError("cannot put the entry in place", paths.content);
+}
+
+bool SessionCore::PutInPlace(const Staging& staging, const CommitPaths& paths) const {
+  if (!RenameFile(staging.contentPath, paths.content)) return false;
+  // Once the commit file is gone nothing tells any more where the content belongs.
+  const bool isSynchronised =
+      options_.durability != Durability::kPower || SyncDirectory(limits_.cacheDirectory);
+  return isSynchronised && RenameFile(paths.commit, paths.metaData);
+}
+
+CacheValue* SessionCore::Create(const OxString& url, const OxString& metadata) {
   // Declared as empty: what is abandoned later is taken off the manager's total with the declared
   // size, which was never added.
   const unsigned long declaredSize = 0;
-  CacheValue* value = (*manager_)->CreateCacheValue(OxString(url.c_str()), declaredSize,
-                                                    OxString(metadata.c_str()));
+  CacheValue* value = (*manager_)->CreateCacheValue(url, declaredSize, metadata);
   if (value == nullptr) return nullptr;
   ++state_.entries;
-  state_.total.Add(metadata.size());
+  state_.total.Add(metadata.Length());
   return value;
 }
 
-void SessionCore::Abandon(CacheValue* pending, std::uint64_t metaDataBytes) {
+void SessionCore::Abandon(CacheValue* pending, const OxString& metadata) {
   const bool needsRestart = state_.needsRestart;
   (*manager_)->DestroyCacheValue(pending);
-  state_.total.Take(metaDataBytes, true);
+  state_.total.Take(metadata.Length(), true);
   // It has no content file yet, so the failure to delete that means nothing.
   state_.needsRestart = needsRestart;
 }

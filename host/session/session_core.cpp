@@ -9,6 +9,7 @@
 #include "host/session/limits_probe.h"
 #include "host/session/recovery.h"
 #include "host/session/utf8.h"
+#include "module/allocation.h"
 
 namespace ox::host {
 namespace {
@@ -34,6 +35,22 @@ Error SyncAncestors(const std::string& directory) {
 
 }  // namespace
 
+OxString ToOxString(const std::string& text) {
+  const AllocationWatch watch;
+  OxString result(text.c_str());
+  result.UTF8();
+  if (watch.Tripped()) throw std::bad_alloc();
+  return result;
+}
+
+std::string ContentPath(core::cache::CacheValue& value) {
+  const OxString path = value.GetFile();
+  const std::string text = path.UTF8();
+  // The module's copies have a watch of their own; a text that got lost is empty.
+  if (text.empty()) throw std::bad_alloc();
+  return text;
+}
+
 SessionCore::SessionCore(const SessionOptions& options)
     : options_(options), fileSystem_(options.directory) {}
 
@@ -58,7 +75,6 @@ Error SessionCore::Start() {
   if ((error = ProbeLimits(hold_->Module(), fileSystem_, &limits_))) return error;
   if ((error = CheckCacheDirectory())) return error;
   if ((error = PrepareCacheDirectory())) return error;
-  if ((error = RollForward(limits_.cacheDirectory))) return error;
   if ((error = CheckConfiguration())) return error;
   fileSystem_.ServeFiles(&state_);
   return Restart();
@@ -99,7 +115,7 @@ Error SessionCore::PrepareCacheDirectory() {
 Error SessionCore::CheckConfiguration() const {
   if (limits_.maxEntries > 0 || options_.allowDeletingAll) return {};
   Survey survey;
-  if (Error error = SurveyDirectory(limits_.cacheDirectory, &survey)) return error;
+  if (Error error = RollForward(limits_.cacheDirectory, &survey)) return error;
   if (survey.entries.empty()) return {};
   return DirectoryError("MAX_CACHE_ENTRIES is missing or 0, which would delete the " +
                             std::to_string(survey.entries.size()) + " entries of the cache",
@@ -122,16 +138,14 @@ Error SessionCore::Restart() {
     return MakeError(ErrorKind::kOutOfMemory, "no memory for the cache manager");
   }
   ++starts_;
-  if (state_.entries == entries && !state_.needsRestart) return {};
-  // Only when somebody else changes the directory meanwhile.
-  state_.needsRestart = true;
-  return MakeError(ErrorKind::kInputOutput, "the cache changed while it was scanned");
+  // The scan deletes nothing unless somebody else changed the directory meanwhile.
+  if (state_.entries != entries) state_.needsRestart = true;
+  return {};
 }
 
 Error SessionCore::PutInOrder(Survey* survey) {
   const std::string& directory = limits_.cacheDirectory;
-  if (Error error = RollForward(directory)) return error;
-  if (Error error = SurveyDirectory(directory, survey)) return error;
+  if (Error error = RollForward(directory, survey)) return error;
   const auto isLive = [this](const std::string& id) { return IsLive(id); };
   if (Error error = DeleteLeftovers(directory, *survey, isLive)) return error;
   std::uint64_t deleted = 0;

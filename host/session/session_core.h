@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,6 +26,18 @@
 #include "host/session/use_clock.h"
 
 namespace ox::host {
+
+// Where the files of a commit go.
+struct CommitPaths {
+  std::string content;
+  std::string commit;  // where the staged metadata waits to become the metadata file
+  std::string metaData;
+};
+
+// Everything between the session and the module's text throws std::bad_alloc instead of going on
+// with a text that lacks a piece and names another entry.
+OxString ToOxString(const std::string& text);
+std::string ContentPath(core::cache::CacheValue& value);
 
 class SessionCore {
  public:
@@ -67,27 +80,28 @@ class SessionCore {
   // than one entry, and a lone writer evicts nothing before it commits.
   Error Charge(Lock& lock, Staging& staging, std::uint64_t bytes);
   bool MakeRoom(std::uint64_t bytes);
-  bool WaitForFirstWriter(Lock& lock);
+  bool WaitForOtherWriters(Lock& lock);
+  Error DeletionFailed() const;
   std::uint64_t CountedBytes() const;
   bool EvictOne();
   void Discharge(Staging& staging, std::uint64_t bytes);
+  std::string NextId();
+  void Attach(Staging& staging);
   void Detach(Staging& staging);
 
   // One commit.
   Error CheckCommit(const Staging& staging, const std::string& metadata) const;
   Error StageMetaData(Staging& staging, const std::string& metadata, std::int64_t time) const;
-  Error Publish(Staging& staging, const std::string& metadata);
+  Error Publish(Staging& staging, const OxString& url, const OxString& metadata);
   Error MakeRoomToPublish(const Staging& staging, std::uint64_t replacedBytes, bool isReplacement);
-  Error Decide(const Staging& staging, const std::string& contentPath, std::string* metaDataFrom);
-  Error CarryOut(Staging& staging, const std::string& contentPath, const std::string& metaDataFrom,
+  Error Decide(Staging& staging, const CommitPaths& paths);
+  Error CarryOut(const Staging& staging, const CommitPaths& paths,
                  core::cache::CacheValue* pending);
-  Error PutInPlace(const Staging& staging, const std::string& contentPath,
-                   const std::string& metaDataFrom);
-  core::cache::CacheValue* Create(const std::string& url, const std::string& metadata);
-  void Abandon(core::cache::CacheValue* pending, std::uint64_t metaDataBytes);
+  bool PutInPlace(const Staging& staging, const CommitPaths& paths) const;
+  core::cache::CacheValue* Create(const OxString& url, const OxString& metadata);
+  void Abandon(core::cache::CacheValue* pending, const OxString& metadata);
 
   // Finding.
-  core::cache::CacheValue* Get(const std::string& url);
   Error OpenEntry(core::cache::CacheValue* value, FetchedEntry* entry);
   void Touch(const std::string& metaDataPath, std::int64_t used);
 
@@ -98,12 +112,13 @@ class SessionCore {
   UniqueFd directoryLock_;
 
   std::mutex mutex_;
-  std::condition_variable firstWriterChanged_;
+  std::condition_variable writerEnded_;
   CacheState state_;
   UseClock clock_;
   IdSource ids_;
   std::vector<Staging*> writers_;
   Staging* firstWriter_ = nullptr;
+  std::uint64_t endedWriters_ = 0;
   std::uint64_t starts_ = 0;
   std::uint64_t trimmed_ = 0;
   // Last, so that it is given back before anything that the manager uses.

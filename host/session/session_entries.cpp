@@ -34,15 +34,12 @@ UniqueFd OpenForReading(const std::string& path) {
 
 }  // namespace
 
-CacheValue* SessionCore::Get(const std::string& url) {
-  return (*manager_)->Get(OxString(url.c_str()));
-}
-
 std::optional<FetchedEntry> SessionCore::Fetch(const std::string& url, Error* error) {
   if ((*error = CheckUrl(url))) return std::nullopt;
+  const OxString text = ToOxString(url);
   const Lock lock(mutex_);
   if ((*error = Ready())) return std::nullopt;
-  CacheValue* value = Get(url);
+  CacheValue* value = (*manager_)->Get(text);
   if (value == nullptr) {
     *error = NotFound();
     return std::nullopt;
@@ -56,7 +53,7 @@ std::optional<FetchedEntry> SessionCore::Fetch(const std::string& url, Error* er
 }
 
 Error SessionCore::OpenEntry(CacheValue* value, FetchedEntry* entry) {
-  entry->path = value->GetFile().UTF8();
+  entry->path = ContentPath(*value);
   entry->content = OpenForReading(entry->path);
   if (!entry->content.IsOpen()) {
     return errno == ENOENT ? NotFound() : SystemError("cannot open the content", entry->path);
@@ -82,16 +79,19 @@ Error SessionCore::OpenEntry(CacheValue* value, FetchedEntry* entry) {
 void SessionCore::Touch(const std::string& metaDataPath, std::int64_t used) {
   const std::int64_t now = clock_.Next();
   const std::chrono::nanoseconds unused(now - used);
-  if (unused >= options_.touchInterval) SetFileTime(metaDataPath, now);
+  // In seconds: the option may be more than nanoseconds can hold.
+  if (std::chrono::duration_cast<std::chrono::seconds>(unused) < options_.touchInterval) return;
+  SetFileTime(metaDataPath, now);
 }
 
 Error SessionCore::Remove(const std::string& url) {
   if (Error error = CheckUrl(url)) return error;
+  const OxString text = ToOxString(url);
   const Lock lock(mutex_);
   if (Error error = Ready()) return error;
-  CacheValue* value = Get(url);
+  CacheValue* value = (*manager_)->Get(text);
   if (value == nullptr) return NotFound();
-  const std::string path = value->GetFile().UTF8();
+  const std::string path = ContentPath(*value);
   (*manager_)->Remove(value);
   if (!state_.needsRestart || state_.deletionError == ENOENT) return {};
   Error error = MakeError(ErrorKind::kInputOutput, "cannot delete");
@@ -100,17 +100,27 @@ Error SessionCore::Remove(const std::string& url) {
   return error;
 }
 
+std::string SessionCore::NextId() {
+  const Lock lock(mutex_);
+  return ids_.Next();
+}
+
+// Before its files exist: a restart deletes those of writers that it does not know.
+void SessionCore::Attach(Staging& staging) {
+  const Lock lock(mutex_);
+  writers_.push_back(&staging);
+}
+
 std::unique_ptr<StoreWriter> SessionCore::Store(const std::string& url, Error* error) {
   if ((*error = CheckUrl(url))) return nullptr;
   if (limits_.maxEntries == 0) {
     *error = MakeError(ErrorKind::kRefused, "MAX_CACHE_ENTRIES is missing or 0: the cache is off");
     return nullptr;
   }
-  const Lock lock(mutex_);
-  auto staging = std::make_unique<Staging>(*this, url, ids_.Next());
+  auto staging = std::make_unique<Staging>(*this, url, NextId());
   staging->contentPath = limits_.cacheDirectory + "/" + StagedContentName(staging->id);
   staging->metaDataPath = limits_.cacheDirectory + "/" + StagedMetaDataName(staging->id);
-  writers_.push_back(staging.get());
+  Attach(*staging);
   staging->file = CreateNewFile(staging->contentPath);
   if (staging->file.IsOpen())
     return std::unique_ptr<StoreWriter>(new StoreWriter(std::move(staging)));

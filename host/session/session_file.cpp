@@ -85,24 +85,14 @@ int SessionFile::Delete(int flags) {
 void SessionFile::NoteContentDeletion(bool isDeleted, std::uint64_t bytes, int error) {
   CacheState& state = fileSystem_.State();
   if (state.entries > 0) --state.entries;
-  if (isDeleted) {
-    state.bytes -= bytes;
-    return;
-  }
-  state.needsRestart = true;
-  state.deletionError = error;
+  state.NoteDeletion(isDeleted, bytes, error);
 }
 
 void SessionFile::NoteMetaDataDeletion(bool isDeleted, std::uint64_t bytes, std::int64_t modified,
                                        int error) {
   CacheState& state = fileSystem_.State();
   state.total.Take(bytes, isDeleted && modified > state.managerStart);
-  if (isDeleted) {
-    state.bytes -= bytes;
-    return;
-  }
-  state.needsRestart = true;
-  state.deletionError = error;
+  state.NoteDeletion(isDeleted, bytes, error);
 }
 
 int SessionFile::Exists() {

@@ -23,9 +23,8 @@ Error SessionCore::Charge(Lock& lock, Staging& staging, std::uint64_t bytes) {
       state_.bytes += bytes;
       return {};
     }
-    if (state_.needsRestart) continue;
-    if (isFirst) return MakeError(ErrorKind::kInputOutput, "cannot delete old entries");
-    if (!WaitForFirstWriter(lock)) {
+    if (isFirst || state_.needsRestart) return DeletionFailed();
+    if (!WaitForOtherWriters(lock)) {
       return MakeError(ErrorKind::kRefused,
                        "the entries being written at the same time exceed MAX_CACHE_SIZE");
     }
@@ -39,10 +38,18 @@ bool SessionCore::MakeRoom(std::uint64_t bytes) {
   return true;
 }
 
-bool SessionCore::WaitForFirstWriter(Lock& lock) {
+// The first writer never waits, so unless it is this thread's own, one will end.
+bool SessionCore::WaitForOtherWriters(Lock& lock) {
   if (firstWriter_->user == std::this_thread::get_id()) return false;
-  const Staging* const waitedFor = firstWriter_;
-  return firstWriterChanged_.wait_for(lock, kPatience, [&] { return firstWriter_ != waitedFor; });
+  const std::uint64_t ended = endedWriters_;
+  return writerEnded_.wait_for(lock, kPatience, [&] { return endedWriters_ != ended; });
+}
+
+Error SessionCore::DeletionFailed() const {
+  Error error = MakeError(ErrorKind::kInputOutput, "cannot delete old entries");
+  error.path = limits_.cacheDirectory;
+  error.systemError = state_.deletionError;
+  return error;
 }
 
 std::uint64_t SessionCore::CountedBytes() const {
@@ -57,9 +64,10 @@ bool SessionCore::EvictOne() {
   const unsigned long limit = limits_.maxEntries;
   (*manager_)->SetMaxEntries(oneLess);
   (*manager_)->SetMaxEntries(limit);
-  if (state_.bytes == bytes) return false;
+  if (state_.bytes == bytes) state_.needsRestart = true;
+  if (state_.needsRestart) return false;
   ++trimmed_;
-  return !state_.needsRestart;
+  return true;
 }
 
 void SessionCore::Discharge(Staging& staging, std::uint64_t bytes) {
@@ -71,9 +79,9 @@ void SessionCore::Discharge(Staging& staging, std::uint64_t bytes) {
 void SessionCore::Detach(Staging& staging) {
   staging.chargedBytes = 0;
   writers_.erase(std::remove(writers_.begin(), writers_.end(), &staging), writers_.end());
-  if (firstWriter_ != &staging) return;
-  firstWriter_ = nullptr;
-  firstWriterChanged_.notify_all();
+  if (firstWriter_ == &staging) firstWriter_ = nullptr;
+  ++endedWriters_;
+  writerEnded_.notify_all();
 }
 
 Error SessionCore::Trim(std::uint64_t* deleted) {
@@ -84,7 +92,7 @@ Error SessionCore::Trim(std::uint64_t* deleted) {
   const std::uint64_t maxEntries = (std::uint64_t{limits_.maxEntries} * 9 + 9) / 10;
   while (!error && state_.entries > 0 &&
          (CountedBytes() > maxSize || state_.entries > maxEntries)) {
-    if (!EvictOne()) error = MakeError(ErrorKind::kInputOutput, "cannot delete old entries");
+    if (!EvictOne()) error = DeletionFailed();
   }
   if (!error) error = Restart();
   if (deleted != nullptr) *deleted = trimmed_ - trimmedBefore;

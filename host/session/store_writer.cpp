@@ -1,4 +1,6 @@
 // Writers: what streams in before it is committed.
+#include <algorithm>
+
 #include "host/session/durable_io.h"
 #include "host/session/session_core.h"
 
@@ -45,6 +47,8 @@ void SessionCore::End(Staging& staging) {
   if (staging.isCommitted) return;
   const Lock lock(mutex_);
   if (staging.file.IsOpen()) DeleteFile(staging.contentPath);
+  // Left only where memory ran out during a commit.
+  if (staging.chargedBytes > staging.contentBytes) DeleteFile(staging.metaDataPath);
   Discharge(staging, staging.chargedBytes);
   Detach(staging);
 }
