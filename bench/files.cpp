@@ -1,0 +1,38 @@
+#include "bench/files.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace ox::bench {
+
+void ThrowSystemError(const char* doing, const char* path) {
+  throw std::system_error(errno, std::generic_category(), std::string(doing) + " " + path);
+}
+
+void WriteFile(const char* path, std::string_view data) {
+  const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (fd < 0) ThrowSystemError("create", path);
+  const ssize_t written = write(fd, data.data(), data.size());
+  if (written != static_cast<ssize_t>(data.size())) ThrowSystemError("write", path);
+  close(fd);
+}
+
+std::size_t ReadFile(const char* path, void* data, std::size_t capacity) {
+  const int fd = open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) ThrowSystemError("open", path);
+  const ssize_t count = read(fd, data, capacity);
+  if (count < 0) ThrowSystemError("read", path);
+  close(fd);
+  return static_cast<std::size_t>(count);
+}
+
+void WriteConfiguration(const std::string& directory, std::size_t entries) {
+  WriteFile((directory + "/file-cache.conf").c_str(),
+            "MAX_CACHE_SIZE=4000000000\nMAX_CACHE_ENTRY_SIZE=1000000\nMAX_CACHE_ENTRIES=" +
+                std::to_string(entries) + "\n");
+}
+
+}  // namespace ox::bench

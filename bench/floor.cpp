@@ -1,0 +1,149 @@
+// The floor: the system calls that the cache's contract forces, in a loop written by hand, and
+// nothing else. No list, no lock, no memory from the heap.
+//
+//   hit      digest of the URL; access, open, read, close of the metadata file
+//   content  the same; open, read, close of the content file
+//   store    digest; create, write, close of the content file, then of the metadata file
+//   remove   a hit, since an entry is looked up before it is removed; unlink of both files
+//   churn    a store; unlink of the two files of an old entry
+//   start    the configuration file like a metadata file; the directory read; for each metadata
+//            file: does the content exist, its size, the size of the metadata file
+#include <dirent.h>
+#include <nettle/md5.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <deque>
+#include <stdexcept>
+
+#include "bench/contender.h"
+#include "bench/files.h"
+
+namespace ox::bench {
+namespace {
+
+constexpr std::size_t kNameLength = 2 * MD5_DIGEST_SIZE;
+constexpr char kSuffix[] = ".ox_meta";
+constexpr std::size_t kPathBytes = 512;
+
+using Name = std::array<char, kNameLength>;
+
+class Floor final : public Contender {
+ public:
+  explicit Floor(const Setting& setting)
+      : entries_(setting.entries), prefixLength_(setting.directory.size() + 1) {
+    if (prefixLength_ + kNameLength + sizeof kSuffix > kPathBytes)
+      throw std::runtime_error("the directory's path is too long");
+    WriteConfiguration(setting.directory, entries_);
+    for (char* path : {contentPath_, metadataPath_, scanPath_}) {
+      std::memcpy(path, setting.directory.c_str(), prefixLength_ - 1);
+      path[prefixLength_ - 1] = '/';
+    }
+    contentPath_[prefixLength_ + kNameLength] = '\0';
+    std::memcpy(metadataPath_ + prefixLength_ + kNameLength, kSuffix, sizeof kSuffix);
+  }
+
+  void Open() override {
+    char text[1024];
+    std::strcpy(scanPath_ + prefixLength_, "file-cache.conf");
+    if (access(scanPath_, F_OK) != 0) ThrowSystemError("find", scanPath_);
+    ReadFile(scanPath_, text, sizeof text);
+    scanPath_[prefixLength_] = '\0';
+    stored_.clear();
+    DIR* directory = opendir(scanPath_);
+    if (directory == nullptr) ThrowSystemError("open", scanPath_);
+    while (const dirent* found = readdir(directory))
+      Scan(found->d_name);
+    closedir(directory);
+    count_ = stored_.size();
+  }
+
+  void Close() override {}
+
+  void Store(std::size_t index, std::string_view content, const std::string& metadata) override {
+    Locate(Url(index));
+    WriteFile(contentPath_, content);
+    WriteFile(metadataPath_, metadata);
+    stored_.push_back(NameOnPath());
+    if (++count_ <= entries_) return;
+    std::memcpy(contentPath_ + prefixLength_, stored_.front().data(), kNameLength);
+    std::memcpy(metadataPath_ + prefixLength_, stored_.front().data(), kNameLength);
+    stored_.pop_front();
+    UnlinkBoth();
+    --count_;
+  }
+
+  bool Fetch(std::size_t index, Want want, Fetched* out) override {
+    Locate(Url(index));
+    if (access(metadataPath_, F_OK) != 0) return false;
+    out->metadataBytes = ReadFile(metadataPath_, out->metadata, sizeof out->metadata);
+    if (want != Want::kContent) return true;
+    out->contentBytes = ReadFile(contentPath_, out->content.data(), out->content.size());
+    return true;
+  }
+
+  void Remove(std::size_t index) override {
+    Locate(Url(index));
+    if (access(metadataPath_, F_OK) != 0) ThrowSystemError("find", metadataPath_);
+    char metadata[1024];
+    ReadFile(metadataPath_, metadata, sizeof metadata);
+    UnlinkBoth();
+    --count_;
+  }
+
+ private:
+  void Locate(const std::string& url) {
+    md5_ctx context;
+    std::uint8_t digest[MD5_DIGEST_SIZE];
+    md5_init(&context);
+    md5_update(&context, url.size(), reinterpret_cast<const std::uint8_t*>(url.data()));
+    md5_digest(&context, sizeof digest, digest);
+    char* name = contentPath_ + prefixLength_;
+    for (const std::uint8_t byte : digest) {
+      *name++ = "0123456789ABCDEF"[byte & 0x0F];
+      *name++ = "0123456789ABCDEF"[byte >> 4];
+    }
+    std::memcpy(metadataPath_ + prefixLength_, contentPath_ + prefixLength_, kNameLength);
+  }
+
+  Name NameOnPath() const {
+    Name name;
+    std::memcpy(name.data(), contentPath_ + prefixLength_, kNameLength);
+    return name;
+  }
+
+  void UnlinkBoth() {
+    if (unlink(contentPath_) != 0) ThrowSystemError("unlink", contentPath_);
+    if (unlink(metadataPath_) != 0) ThrowSystemError("unlink", metadataPath_);
+  }
+
+  void Scan(const char* name) {
+    if (std::strcmp(name + std::min(kNameLength, std::strlen(name)), kSuffix) != 0) return;
+    std::memcpy(contentPath_ + prefixLength_, name, kNameLength);
+    std::memcpy(metadataPath_ + prefixLength_, name, kNameLength);
+    struct stat status;
+    if (access(contentPath_, F_OK) != 0) ThrowSystemError("find", contentPath_);
+    if (stat(contentPath_, &status) != 0) ThrowSystemError("measure", contentPath_);
+    if (stat(metadataPath_, &status) != 0) ThrowSystemError("measure", metadataPath_);
+    stored_.push_back(NameOnPath());
+  }
+
+  std::size_t entries_;
+  std::size_t prefixLength_;
+  char contentPath_[kPathBytes];
+  char metadataPath_[kPathBytes];
+  char scanPath_[kPathBytes];
+  std::size_t count_ = 0;
+  // What a store above the limit deletes, from the front: in the order of the directory, then of
+  // the stores. Right after Open until the first Remove, which does not look for its name here.
+  std::deque<Name> stored_;
+};
+
+const Registration kFloor("floor",
+                          [](const Setting& setting) { return std::make_unique<Floor>(setting); });
+
+}  // namespace
+}  // namespace ox::bench

@@ -1,0 +1,102 @@
+#include "bench/paired.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace ox::bench {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr double kBlockNanoseconds = 1.5e6;
+// Operations that a block of the base holds at least, however long they take.
+constexpr std::size_t kMinCount = 5;
+// A slow subject gets fewer rounds than asked for once it has taken this long.
+constexpr double kSubjectNanoseconds = 2.5e9;
+constexpr std::size_t kMinRounds = 9;
+constexpr std::size_t kSingleRounds = 4;
+
+double Since(Clock::time_point start) {
+  return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
+}
+
+// The mean of one block.
+double RunBlock(const Operation& operation, std::size_t count) {
+  operation.prepare(count);
+  const auto start = Clock::now();
+  for (std::size_t i = 0; i < count; ++i)
+    operation.run(i);
+  const double elapsed = Since(start);
+  operation.finish();
+  return elapsed / static_cast<double>(count);
+}
+
+void RunSingly(const Operation& operation, std::size_t count, std::vector<double>* times) {
+  operation.prepare(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto start = Clock::now();
+    operation.run(i);
+    times->push_back(Since(start));
+  }
+  operation.finish();
+}
+
+std::size_t ChooseCount(const Operation& base, std::size_t maxCount) {
+  const std::size_t trial = std::min<std::size_t>(maxCount, 32);
+  RunBlock(base, trial);
+  const double each = RunBlock(base, trial);
+  const auto wanted = static_cast<std::size_t>(kBlockNanoseconds / each);
+  return std::min(std::max(wanted, kMinCount), maxCount);
+}
+
+Times Summarize(const std::vector<double>& blocks, std::vector<double> singles) {
+  std::sort(singles.begin(), singles.end());
+  return {Median(blocks), singles[(singles.size() - 1) * 99 / 100], singles.back()};
+}
+
+}  // namespace
+
+double Median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  const std::size_t middle = values.size() / 2;
+  return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+Paired MeasurePaired(const Operation& base, const Operation& subject, const BlockLimits& limits) {
+  const std::size_t count = ChooseCount(base, limits.maxCount);
+  RunBlock(subject, std::min<std::size_t>(count, 32));
+
+  std::vector<double> baseBlocks;
+  std::vector<double> subjectBlocks;
+  std::vector<double> ratios;
+  double spent = 0;
+  for (std::size_t round = 0; round < limits.rounds; ++round) {
+    if (round >= kMinRounds && spent > kSubjectNanoseconds) break;
+    // Each side goes first in half of the rounds.
+    const bool isBaseFirst = round % 2 == 0;
+    if (isBaseFirst) baseBlocks.push_back(RunBlock(base, count));
+    subjectBlocks.push_back(RunBlock(subject, count));
+    if (!isBaseFirst) baseBlocks.push_back(RunBlock(base, count));
+    ratios.push_back(subjectBlocks.back() / baseBlocks.back());
+    spent += subjectBlocks.back() * static_cast<double>(count);
+  }
+
+  std::vector<double> baseSingles;
+  std::vector<double> subjectSingles;
+  for (std::size_t round = 0; round < kSingleRounds; ++round) {
+    RunSingly(base, count, &baseSingles);
+    RunSingly(subject, count, &subjectSingles);
+  }
+
+  const auto [lowest, highest] = std::minmax_element(ratios.begin(), ratios.end());
+  return {ratios.size(),
+          count,
+          subjectSingles.size(),
+          Summarize(baseBlocks, std::move(baseSingles)),
+          Summarize(subjectBlocks, std::move(subjectSingles)),
+          Median(ratios),
+          *lowest,
+          *highest};
+}
+
+}  // namespace ox::bench
