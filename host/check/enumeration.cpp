@@ -195,7 +195,8 @@ void CallsNothing(Run& run) {
 }
 
 void AnswersForEntries(Run& run) {
-  PutOnDisk(run.Path("file"), std::string(1234, 'x'));
+  for (const char* name : {"file", "file.ox_meta"})
+    PutOnDisk(run.Path(name), std::string(1234, 'x'));
   Enumerate(run, run.Directory(), [](File& entry, const Visit&) {
     Expect(entry.Exists() != 0, "Exists of an entry gave 0");
     Expect(entry.GetSize() == 1234,

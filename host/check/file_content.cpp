@@ -89,8 +89,10 @@ void ReadsOn(Run& run) {
   Expect(file->Open(File::kOpenRead) != 0, "Open gave 0");
   std::string content;
   std::string buffer(8192, '.');
-  for (int calls = 0; calls < 3; ++calls)
-    content.append(buffer, 0, file->Read(kReadCount, buffer.data()));
+  for (int calls = 0; calls < 3; ++calls) {
+    const std::uint64_t read = file->Read(kReadCount, buffer.data());
+    content.append(buffer, 0, static_cast<std::size_t>(read));
+  }
   Expect(content == bytes, "three calls did not give the 2500 bytes of the file in order");
   Expect(file->Read(kReadCount, buffer.data()) == 0, "Read at the end gave more than 0");
 }

@@ -146,11 +146,11 @@ class BrokenFile final : public File {
       return real_.Write(count, source) | std::uint64_t{1} << 32;
     }
     if (Has("Close does not flush")) {
-      pending_.append(static_cast<const char*>(source), count);
+      pending_.append(static_cast<const char*>(source), static_cast<std::size_t>(count));
       return count;
     }
     if (Has("Write in text mode")) {
-      std::string text(static_cast<const char*>(source), count);
+      std::string text(static_cast<const char*>(source), static_cast<std::size_t>(count));
       std::replace(text.begin(), text.end(), '\r', '\n');
       return real_.Write(count, text.data());
     }

@@ -154,12 +154,14 @@ void ExpectOnlyItsLine(const Fault& fault, const Result& result) {
   }
 }
 
+// AddressSanitizer holds freed memory back itself, so that the check of it is skipped.
 bool CanBeSeen(const Fault& fault) {
 #if defined(__SANITIZE_ADDRESS__)
-  // It keeps freed memory itself, and an abort ends the process in its own way.
-  if (fault.line == std::string("Free: gives memory back")) return false;
+  return fault.line != std::string("Free: gives memory back");
+#else
+  static_cast<void>(fault);
+  return true;
 #endif
-  return fault.name != nullptr;
 }
 
 TEST(HostCheck, EachFaultFailsOnItsOwnLineOnly) {
