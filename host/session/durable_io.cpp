@@ -104,4 +104,9 @@ bool FileExists(const std::string& path) {
   return lstat(path.c_str(), &status) == 0;
 }
 
+bool IsDirectory(const std::string& path) {
+  struct stat status;
+  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 }  // namespace ox::host

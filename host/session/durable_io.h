@@ -37,6 +37,7 @@ bool DeleteFile(const std::string& path);
 // Of a regular file, without following a symbolic link; 0 when there is none.
 std::uint64_t FileSize(const std::string& path);
 bool FileExists(const std::string& path);
+bool IsDirectory(const std::string& path);
 
 }  // namespace ox::host
 

@@ -133,6 +133,12 @@ Error SessionCore::MakeRoomToPublish(const Staging& staging, std::uint64_t repla
 
 // After this the new entry is decided, unless it fails.
 Error SessionCore::Decide(Staging& staging, const CommitPaths& paths) {
+  for (const std::string* target : {&paths.content, &paths.metaData}) {
+    if (!IsDirectory(*target)) continue;
+    // Found out later, it would keep a decided commit from ever being carried out.
+    errno = EISDIR;
+    return SystemError("cannot put the entry in place", *target);
+  }
   const bool isLogged = options_.durability != Durability::kNone;
   if (isLogged && !RenameFile(staging.metaDataPath, paths.commit)) {
     return SystemError("cannot make the commit file", paths.commit);

@@ -1,0 +1,290 @@
+// What the limits allow, what goes when they are reached, and in which order.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <list>
+#include <map>
+#include <random>
+#include <thread>
+
+#include "host/session/durable_io.h"
+#include "host/session/survey.h"
+#include "tests/session/session_rig.h"
+
+namespace ox::test {
+namespace {
+
+using host::CacheSession;
+using host::Error;
+using host::ErrorKind;
+
+std::vector<std::string> NamesInOrderOfUse(const ScratchDirectory& directory) {
+  host::Survey survey;
+  EXPECT_FALSE(host::SurveyDirectory(directory.Path(), &survey));
+  std::vector<std::string> names;
+  for (const host::SurveyedEntry& entry : survey.entries)
+    names.push_back(entry.name);
+  return names;
+}
+
+std::string NameOf(CacheSession& session, const std::string& url) {
+  Error error;
+  const auto entry = session.Fetch(url, &error);
+  return entry ? entry->path.substr(entry->path.rfind('/') + 1) : error.Message();
+}
+
+// The cache as a person would describe it: a list in the order of use, and two limits.
+class Model {
+ public:
+  explicit Model(Limits limits) : limits_(limits) {}
+
+  void Store(const std::string& url, const std::string& text) {
+    Remove(url);
+    const auto isFull = [&] {
+      return order_.size() >= limits_.entries || bytes_ + text.size() - 1 > limits_.size;
+    };
+    while (isFull())
+      Remove(order_.front());
+    order_.push_back(url);
+    texts_[url] = text;
+    bytes_ += text.size() - 1;  // without the "|" between content and metadata
+  }
+
+  void Remove(const std::string& url) {
+    const auto found = texts_.find(url);
+    if (found == texts_.end()) return;
+    bytes_ -= found->second.size() - 1;
+    texts_.erase(found);
+    order_.remove(url);
+  }
+
+  std::string Fetch(const std::string& url) {
+    const auto found = texts_.find(url);
+    if (found == texts_.end()) return kNotThere;
+    order_.remove(url);
+    order_.push_back(url);
+    return found->second;
+  }
+
+  const std::list<std::string>& Order() const { return order_; }
+  std::uint64_t Size() const { return bytes_; }
+
+ private:
+  const Limits limits_;
+  std::list<std::string> order_;
+  std::map<std::string, std::string> texts_;
+  std::uint64_t bytes_ = 0;
+};
+
+TEST(SessionLimits, TheCacheDoesWhatAModelDoesAcrossRestarts) {
+  // By count, by bytes, by both, and with metadata that outweighs the content.
+  const struct {
+    Limits limits;
+    unsigned contentBytes, metaDataBytes;
+  } cases[] = {{{1000000, 5, 65536}, 100, 20},
+               {{8192, 1000, 2048}, 1500, 40},
+               {{16384, 6, 4096}, 3500, 500},
+               {{4096, 8, 1024}, 4, 1000}};
+  for (const auto& test : cases) {
+    ScratchDirectory directory;
+    Configure(directory, test.limits);
+    std::mt19937 random(7);
+    Model model(test.limits);
+    std::map<std::string, std::string> names;
+    auto session = OpenSession(OptionsFor(directory));
+    ASSERT_TRUE(session);
+    for (unsigned step = 0; step < 1500; ++step) {
+      const std::string url = "http://host/" + std::to_string(random() % 20);
+      const auto choice = random() % 20;
+      if (choice < 9) {
+        const std::string content = Bytes(step, 1 + random() % test.contentBytes);
+        const std::string metadata(1 + random() % test.metaDataBytes, 'm');
+        ASSERT_FALSE(Store(*session, url, content, metadata));
+        model.Store(url, content + "|" + metadata);
+        names[url] = NameOf(*session, url);
+      } else if (choice < 17) {
+        ASSERT_EQ(Fetch(*session, url), model.Fetch(url)) << step;
+      } else if (choice < 19) {
+        session->Remove(url);
+        model.Remove(url);
+      } else {
+        session.reset();
+        session = OpenSession(OptionsFor(directory));
+        ASSERT_TRUE(session);
+      }
+      ASSERT_EQ(session->Statistics().bytes, model.Size()) << step;
+      std::vector<std::string> expected;
+      for (const std::string& used : model.Order())
+        expected.push_back(names[used]);
+      ASSERT_EQ(NamesInOrderOfUse(directory), expected) << step;
+    }
+    EXPECT_EQ(DiskUse(directory.Path()), model.Size());
+  }
+}
+
+std::uint64_t mostOnDisk = 0;
+const char* watchedDirectory = nullptr;
+
+void Watch() {
+  mostOnDisk = std::max(mostOnDisk, DiskUse(watchedDirectory));
+}
+
+TEST(SessionLimits, DiskUseNeverExceedsTheLimitByMoreThanOneEntry) {
+  const Limits limits{16384, 100, 4096};
+  ScratchDirectory directory;
+  Configure(directory, limits);
+  watchedDirectory = directory.Path().c_str();
+  const auto session = OpenSession(OptionsFor(directory));
+  ASSERT_TRUE(session);
+  mostOnDisk = 0;
+  host::SetFileOperationHook(&Watch);
+  std::mt19937 random(3);
+  // Several writers at once, ended in any order.
+  std::vector<std::unique_ptr<host::StoreWriter>> writers;
+  Error error;
+  for (int i = 0; i < 1000; ++i) {
+    const std::string bytes = Bytes(1, 1 + random() % 3000);
+    auto writer = session->Store("u" + std::to_string(random() % 30), &error);
+    ASSERT_FALSE(writer->Write(bytes.data(), bytes.size()));
+    writers.push_back(std::move(writer));
+    if (writers.size() < 4) continue;
+    const std::size_t which = random() % writers.size();
+    if (random() % 4 != 0) {
+      ASSERT_FALSE(writers[which]->Commit(std::string(500, 'm')));
+    }
+    writers.erase(writers.begin() + static_cast<std::ptrdiff_t>(which));
+    Watch();
+    ASSERT_EQ(session->Statistics().bytes, DiskUse(directory.Path()));
+  }
+  host::SetFileOperationHook(nullptr);
+  EXPECT_LE(mostOnDisk, limits.size + limits.entrySize);
+  EXPECT_GT(mostOnDisk, limits.size * 3 / 4);
+}
+
+TEST(SessionLimits, WritersThatDoNotFitTogetherWaitForAnotherThreadsButNotForTheirOwn) {
+  ScratchDirectory directory;
+  Configure(directory, {4096, 100, 4096});
+  const auto session = OpenSession(OptionsFor(directory));
+  ASSERT_TRUE(session);
+  Error error;
+  const std::string bytes = Bytes(1, 4000);
+  auto first = session->Store("a", &error);
+  const auto second = session->Store("b", &error);
+  const auto third = session->Store("c", &error);
+  ASSERT_FALSE(first->Write(bytes.data(), bytes.size()));
+  ASSERT_FALSE(second->Write(bytes.data(), bytes.size()));
+  EXPECT_EQ(third->Write(bytes.data(), bytes.size()).kind, ErrorKind::kRefused);
+
+  std::atomic<bool> isStored{false};
+  Error storeError;
+  std::thread other([&] {
+    storeError = Store(*session, "d", bytes, "m");
+    isStored = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_FALSE(isStored);
+  EXPECT_FALSE(second->Commit("m"));
+  EXPECT_FALSE(first->Commit("m"));
+  other.join();
+  EXPECT_FALSE(storeError) << storeError.Message();
+  EXPECT_EQ(Fetch(*session, "d"), bytes + "|m");
+}
+
+TEST(SessionLimits, AReaderIsNotDisturbedByWhatHappensToItsEntry) {
+  ScratchDirectory directory;
+  Configure(directory, {1000000, 3, 65536});
+  const auto session = OpenSession(OptionsFor(directory));
+  ASSERT_TRUE(session);
+  const std::string content = Bytes(5, 50000);
+  using Step = void (*)(CacheSession&);
+  const Step steps[] = {[](CacheSession& s) { EXPECT_FALSE(s.Remove("a")); },
+                        [](CacheSession& s) { EXPECT_FALSE(Store(s, "a", Bytes(6, 60000), "n")); },
+                        [](CacheSession& s) {
+                          for (const char* url : {"b", "c", "d"})
+                            EXPECT_FALSE(Store(s, url, "x", "m"));
+                          EXPECT_EQ(Fetch(s, "a"), kNotThere);
+                        }};
+  for (const Step step : steps) {
+    ASSERT_FALSE(Store(*session, "a", content, "m"));
+    Error error;
+    const auto entry = session->Fetch("a", &error);
+    ASSERT_TRUE(entry);
+    step(*session);
+    EXPECT_EQ(ReadAll(entry->content.Get()), content);
+  }
+}
+
+TEST(SessionLimits, OpeningWithLowerLimitsKeepsWhatWasUsedLast) {
+  ScratchDirectory directory;
+  Configure(directory, {100000, 20, 10000});
+  {
+    const auto session = OpenSession(OptionsFor(directory));
+    ASSERT_TRUE(session);
+    for (int i = 0; i < 10; ++i)
+      ASSERT_FALSE(Store(*session, std::to_string(i), Bytes(1, i == 9 ? 5000 : 999), "m"));
+    EXPECT_EQ(Fetch(*session, "0"), Bytes(1, 999) + "|m");
+  }
+  Configure(directory, {4000, 20, 2000});
+  const auto session = OpenSession(OptionsFor(directory));
+  ASSERT_TRUE(session);
+  for (int i = 0; i < 10; ++i) {
+    const bool isKept = i == 0 || (i >= 6 && i <= 8);
+    EXPECT_EQ(Fetch(*session, std::to_string(i)) != kNotThere, isKept) << i;
+  }
+  EXPECT_EQ(session->Statistics().trimmed, 6u);
+  std::uint64_t deleted = 0;
+  EXPECT_FALSE(session->Trim(&deleted));
+  EXPECT_EQ(deleted, 1u);
+  EXPECT_EQ(session->Statistics().bytes, 3000u);
+}
+
+TEST(SessionLimits, AClockSetBackDoesNotTurnTheOrderAround) {
+  ScratchDirectory directory;
+  Configure(directory, {100000, 3, 10000});
+  std::map<std::string, std::string> names;
+  {
+    const auto session = OpenSession(OptionsFor(directory));
+    ASSERT_TRUE(session);
+    for (const char* url : {"a", "b", "c"}) {
+      ASSERT_FALSE(Store(*session, url, "x", "m"));
+      names[url] = NameOf(*session, url);
+    }
+  }
+  // As if all that had happened before the clock went back by ten years.
+  std::int64_t time = (std::int64_t{::time(nullptr)} + 315360000) * 1000000000;
+  for (const auto& name : names)
+    ASSERT_TRUE(host::SetFileTime(directory / (name.second + ".ox_meta"), ++time));
+  const auto session = OpenSession(OptionsFor(directory));
+  ASSERT_TRUE(session);
+  EXPECT_EQ(Fetch(*session, "a"), "x|m");
+  ASSERT_FALSE(Store(*session, "d", "x", "m"));
+  EXPECT_EQ(Fetch(*session, "b"), kNotThere);
+  names["d"] = NameOf(*session, "d");
+  EXPECT_EQ(NamesInOrderOfUse(directory),
+            (std::vector<std::string>{names["c"], names["a"], names["d"]}));
+}
+
+TEST(SessionLimits, AFetchWritesTheTimeOfUseOnlyWhenTheIntervalHasPassed) {
+  ScratchDirectory directory;
+  Configure(directory, {100000, 3, 10000});
+  auto options = OptionsFor(directory);
+  const auto timeAfterFetch = [&](std::chrono::seconds interval) {
+    options.touchInterval = interval;
+    const auto session = OpenSession(options);
+    Error error;
+    const auto entry = session->Fetch("a", &error);
+    struct stat status {};
+    stat((entry->path + ".ox_meta").c_str(), &status);
+    return std::int64_t{status.st_mtim.tv_sec} * 1000000000 + status.st_mtim.tv_nsec;
+  };
+  ASSERT_FALSE(Store(*OpenSession(options), "a", "x", "m"));
+  const std::int64_t stored = timeAfterFetch(std::chrono::seconds::max());
+  EXPECT_EQ(timeAfterFetch(std::chrono::seconds(3600)), stored);
+  EXPECT_GT(timeAfterFetch(std::chrono::seconds(0)), stored);
+}
+
+}  // namespace
+}  // namespace ox::test
