@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,7 +47,7 @@ struct Pipe {
   int ends[2];
 };
 
-// The child never outlives the check, whatever it is doing.
+// The child never outlives the check or, when that is interrupted, the parent.
 class Child {
  public:
   explicit Child(pid_t pid) : pid_(pid) {}
@@ -106,6 +107,7 @@ Verdict Decode(const std::string& line) {
 }
 
 [[noreturn]] void RunChild(const std::function<void()>& body, int out) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
   const rlimit noCore = {0, 0};
   setrlimit(RLIMIT_CORE, &noCore);
   dup2(STDERR_FILENO, STDOUT_FILENO);
