@@ -84,6 +84,7 @@ ExitStatus RunLine(Context& context, const std::string& line) {
   Invocation invocation;
   const Parsed parsed = ParseLine(std::move(*words), &invocation);
   if (parsed.isCommand) return Run(context, invocation);
+  if (parsed.status == ExitStatus::kDone) return context.Print(parsed.text);
   context.Tell(parsed.text);
   return parsed.status;
 }

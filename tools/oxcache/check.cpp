@@ -132,8 +132,8 @@ ExitStatus Check(Context& context, bool asJson) {
   const Verdict verdict = JudgeAll(run);
   const ExitStatus printed =
       context.Print(asJson ? JsonLine(Json(run.limits, verdict)) : Text(verdict));
-  context.Tell("a start would keep " + std::to_string(verdict.kept) + " entries and delete " +
-               std::to_string(verdict.deletions.size()) + " files");
+  context.Tell("a start would keep " + EntriesText(verdict.kept) +
+               "; files it would delete: " + std::to_string(verdict.deletions.size()));
   return Worse(printed, verdict.deletions.empty() ? ExitStatus::kDone : ExitStatus::kNotDone);
 }
 

@@ -16,6 +16,9 @@ using host::Durability;
 constexpr char kFooter[] =
     "Exit status: 0 done, 1 not found or refused, 2 wrong usage, 3 input or output error.";
 
+const std::map<std::string, Durability> kDurabilities = {
+    {"none", Durability::kNone}, {"process", Durability::kProcess}, {"power", Durability::kPower}};
+
 void AddGlobalOptions(CLI::App& app, GlobalOptions* options) {
   app.add_option("--dir", options->directory,
                  "Directory of file-cache.conf (default: oxcache in the user's cache directory)")
@@ -23,13 +26,12 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions* options) {
   app.add_option("--module", options->modulePath,
                  "The module (default: beside the tool, in ../lib, or where the loader finds it)")
       ->type_name("FILE");
-  app.add_option("--durability", options->durability,
-                 "What a finished store survives: none, process (a kill), power (a power cut)")
-      ->transform(CLI::CheckedTransformer(
-          std::map<std::string, Durability>{{"none", Durability::kNone},
-                                            {"process", Durability::kProcess},
-                                            {"power", Durability::kPower}}))
-      ->type_name("WHAT");
+  app.add_option_function<std::string>(
+         "--durability",
+         [options](const std::string& name) { options->durability = kDurabilities.at(name); },
+         "What a finished store survives: process, a kill; power, a power cut too")
+      ->check(CLI::IsMember(kDurabilities))
+      ->type_name("");
   app.add_flag("--force", options->force,
                "init: overwrite; otherwise: start even if that deletes all entries");
 }
@@ -113,18 +115,24 @@ CLI::Option* AddCommands(CLI::App& app, Invocation* invocation) {
   return putFile;
 }
 
+std::string Complaint(const CLI::App& app, const CLI::ParseError& error) {
+  const auto unknown = app.remaining();
+  const bool hasCommand = !app.get_subcommands().empty();
+  if (!hasCommand && !unknown.empty()) return "no such command or option: " + unknown.front();
+  return hasCommand ? error.what() : "a command is needed; --help lists them";
+}
+
 // `parse` calls the parser, in one of its forms.
 template <typename Parse>
 Parsed ParseWith(CLI::App& app, Invocation* invocation, Parse parse) {
   try {
     parse();
+  } catch (const CLI::CallForHelp& help) {
+    std::ostringstream text;
+    app.exit(help, text, text);
+    return {false, ExitStatus::kDone, text.str()};
   } catch (const CLI::ParseError& error) {
-    std::ostringstream out;
-    std::ostringstream complaint;
-    const int code = app.exit(error, out, complaint);
-    std::string text = code == 0 ? out.str() : complaint.str();
-    text.erase(text.find_last_not_of('\n') + 1);
-    return {false, code == 0 ? ExitStatus::kDone : ExitStatus::kUsage, text};
+    return {false, ExitStatus::kUsage, Complaint(app, error)};
   }
   invocation->command = app.get_subcommands().front()->get_name();
   return {true, ExitStatus::kDone, ""};

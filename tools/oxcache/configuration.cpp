@@ -146,9 +146,8 @@ Error FromOptions(const InitOptions& options, Configuration* configuration) {
 void TellWhatIsThere(Context& context, const std::string& cacheDirectory) {
   host::Survey survey;
   if (host::SurveyDirectory(cacheDirectory, &survey) || survey.entries.empty()) return;
-  context.Tell(std::to_string(survey.entries.size()) +
-               " entries are there already; \"oxcache check\" tells whether a start would delete "
-               "any under these limits");
+  context.Tell("the directory has " + EntriesText(survey.entries.size()) +
+               "; \"oxcache check\" tells what a start would delete under these limits");
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/configuration.h"
 #include "tools/oxcache/module_path.h"
+#include "tools/oxcache/text.h"
 
 namespace ox::tool {
 namespace {
@@ -89,8 +90,8 @@ Error Context::PrepareToStore() {
       return MakeError(ErrorKind::kConfiguration,
                        survey.entries.empty()
                            ? options_.directory + " is not empty and has no file-cache.conf"
-                           : options_.directory + " has " + std::to_string(survey.entries.size()) +
-                                 " entries and no file-cache.conf: a start would delete them all");
+                           : options_.directory + " has " + EntriesText(survey.entries.size()) +
+                                 " and no file-cache.conf: a start would delete all of them");
     }
     if (!survey.entries.empty()) {
       Error error;

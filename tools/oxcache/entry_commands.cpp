@@ -129,7 +129,7 @@ ExitStatus Trim(Context& context) {
   CacheSession* session = context.Session(Context::Purpose::kUse, &error);
   if (session != nullptr) error = session->Trim(&deleted);
   if (error) return context.Fail(error);
-  context.Tell("entries deleted: " + std::to_string(deleted));
+  context.Tell(EntriesText(deleted) + " deleted");
   return ExitStatus::kDone;
 }
 

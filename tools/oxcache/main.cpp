@@ -15,7 +15,7 @@ int Main(int argc, char** argv) {
   Context context(invocation.global);
   if (!parsed.isCommand) {
     if (parsed.status == ExitStatus::kDone) {
-      return static_cast<int>(context.Print(parsed.text + "\n"));
+      return static_cast<int>(context.Print(parsed.text));
     }
     context.Tell(parsed.text);
     return static_cast<int>(parsed.status);

@@ -85,7 +85,7 @@ std::string Text(const CacheLimits& limits, const Survey& survey) {
   text += "last used:\n";
   for (const AgeClass& age : ByAge(survey)) {
     std::array<char, 64> line;
-    std::snprintf(line.data(), line.size(), "  %-15s %6llu entries  %s\n", age.name,
+    std::snprintf(line.data(), line.size(), "  %-15s %8llu  %s\n", age.name,
                   static_cast<unsigned long long>(age.entries), SizeText(age.bytes).c_str());
     text += line.data();
   }

@@ -31,6 +31,10 @@ std::string SizeText(std::uint64_t bytes) {
   return result + kUnits[unit];
 }
 
+std::string EntriesText(std::uint64_t count) {
+  return std::to_string(count) + (count == 1 ? " entry" : " entries");
+}
+
 std::int64_t AgeSeconds(const timespec& then) {
   const std::int64_t seconds = std::time(nullptr) - then.tv_sec;
   return std::max<std::int64_t>(seconds, 0);

@@ -12,6 +12,9 @@ namespace ox::tool {
 // "812", "64K", "1.5M": powers of 1024.
 std::string SizeText(std::uint64_t bytes);
 
+// "1 entry", "2 entries".
+std::string EntriesText(std::uint64_t count);
+
 // Whole seconds since then, 0 for the future.
 std::int64_t AgeSeconds(const timespec& then);
 // "45s", "12m", "3h", "9d".

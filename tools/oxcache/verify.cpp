@@ -115,8 +115,8 @@ ExitStatus Verify(Context& context, bool asJson) {
   const auto& problems = verifier.Problems();
   const ExitStatus printed =
       context.Print(asJson ? JsonLine(Json(survey, problems)) : Text(problems));
-  context.Tell(std::to_string(survey.entries.size()) + " entries verified, " +
-               std::to_string(problems.size()) + " problems");
+  context.Tell(EntriesText(survey.entries.size()) +
+               " read, problems: " + std::to_string(problems.size()));
   return Worse(printed, problems.empty() ? ExitStatus::kDone : ExitStatus::kNotDone);
 }
 

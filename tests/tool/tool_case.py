@@ -1,0 +1,43 @@
+"""What the tests of the tool share: a scratch directory and a way to run the tool in it."""
+
+import os
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+TOOL = os.environ["OX_TOOL"]
+DONE, NOT_DONE, USAGE, INPUT_OUTPUT = range(4)
+
+
+class ToolCase(unittest.TestCase):
+    def setUp(self):
+        self.scratch = tempfile.mkdtemp(prefix="oxcache-test-")
+        self.addCleanup(shutil.rmtree, self.scratch)
+        self.cache = self.path("cache")
+
+    def path(self, *parts):
+        return os.path.join(self.scratch, *parts)
+
+    def write(self, name, content):
+        path = self.path(name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        with open(path, "wb") as file:
+            file.write(content)
+        return path
+
+    def read(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
+    def run_tool(self, *words, stdin=b"", status=DONE, says=None, directory=None):
+        """Runs the tool and returns its standard output; checks its status and messages."""
+        environment = dict(os.environ, XDG_CACHE_HOME=self.path("xdg"), no_proxy="*")
+        command = [TOOL, "--dir", directory or self.cache, *words]
+        done = subprocess.run(command, input=stdin, capture_output=True, env=environment,
+                              cwd=self.scratch, timeout=120, check=False)
+        told = done.stderr.decode(errors="replace")
+        self.assertEqual(done.returncode, status, f"{words}: {told}")
+        if says is not None:
+            self.assertRegex(told, says, words)
+        return done.stdout

@@ -1,0 +1,306 @@
+"""Drives the tool through its commands, but for fetch, and looks at what they leave behind."""
+
+import fcntl
+import json
+import os
+import subprocess
+import unittest
+
+from tool_case import DONE, INPUT_OUTPUT, NOT_DONE, TOOL, USAGE, ToolCase
+
+NAME_OF_ABC = "09100589C32DF40B6D69F3D7821EF727"
+ALL_BYTES = bytes(range(256)) * 300
+
+
+def name(digit):
+    return digit * 32
+
+
+class Entries(ToolCase):
+    def test_what_is_put_comes_back_byte_for_byte(self):
+        file = self.write("content", ALL_BYTES)
+        cases = [("from a file", [file], b""), ("from standard input", [], ALL_BYTES),
+                 ("from -", ["-"], ALL_BYTES)]
+        for what, words, stdin in cases:
+            url = "http://example/" + what
+            with self.subTest(what):
+                self.run_tool("put", url, *words, "--meta", "text/plain", stdin=stdin)
+                self.assertEqual(self.run_tool("get", url), ALL_BYTES)
+                self.assertEqual(self.run_tool("get", url, "--meta"), b"text/plain")
+                self.run_tool("get", url, "-o", "out")
+                self.assertEqual(self.read("out"), ALL_BYTES)
+        meta = self.write("meta", b"line 1\nline 2\n")
+        self.run_tool("put", "abc", file, "--meta-file", meta)
+        self.assertEqual(self.read("cache/" + NAME_OF_ABC + ".ox_meta"), b"line 1\nline 2\n")
+        self.run_tool("put", "abc", stdin=b"newer")
+        self.assertEqual(self.run_tool("get", "abc"), b"newer")
+        self.assertRegex(self.run_tool("get", "abc", "--meta"),
+                         rb"^URL: abc\nStored: \d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ\n$")
+        self.run_tool("rm", "abc")
+        self.run_tool("get", "abc", status=NOT_DONE, says="no entry")
+
+    def test_the_users_cache_directory_is_the_default(self):
+        environment = dict(os.environ, XDG_CACHE_HOME=self.path("xdg"))
+        subprocess.run([TOOL, "put", "abc"], input=b"1", env=environment, check=True)
+        self.assertEqual(self.read("xdg/oxcache/" + NAME_OF_ABC), b"1")
+
+    def test_failures_have_their_status_and_reason(self):
+        self.run_tool("init", "--max-size", "8K", "--max-entry-size", "4K", "--max-entries", "2")
+        small = self.write("small", b"s" * 100)
+        big = self.write("big", b"b" * 5000)
+        long_meta = self.write("long-meta", b"m" * 1025)
+        self.run_tool("put", "kept", small)
+        self.write("out", b"old")
+        entry = "too large|limit of one entry|MAX_CACHE_ENTRY_SIZE"
+        cases = [
+            (NOT_DONE, "no entry", ["get", "absent", "-o", "out"], b""),
+            (NOT_DONE, "no entry", ["rm", "absent"], b""),
+            (NOT_DONE, entry, ["put", "kept", big], b""),
+            (NOT_DONE, entry, ["put", "kept"], b"b" * 5000),
+            (USAGE, "metadata may not be empty", ["put", "kept", small, "--meta", ""], b""),
+            (USAGE, "ASCII", ["put", "kept", small, "--meta", "\u00e9"], b""),
+            (USAGE, "1024", ["put", "kept", small, "--meta-file", long_meta], b""),
+            (USAGE, "URL", ["put", "", small], b""),
+            (USAGE, "empty", ["put", "kept"], b""),
+            (USAGE, "no such command.*shelve", ["shelve"], b""),
+            (USAGE, "url", ["get"], b""),
+            (USAGE, "max-size", ["init", "--force", "--max-size", "10X"], b""),
+            (USAGE, "1024", ["init", "--force", "--max-size", "1000"], b""),
+            (USAGE, "above", ["init", "--force", "--max-size", "1M", "--max-entry-size", "2M"],
+             b""),
+            (USAGE, "would be lost", ["init", "--force", "--directory", "a\nb"], b""),
+            (INPUT_OUTPUT, "absent-file: No such file", ["put", "kept", "absent-file"], b""),
+            (INPUT_OUTPUT, "Is a directory", ["put", "kept", self.scratch], b""),
+            (INPUT_OUTPUT, "No such file", ["get", "kept", "-o", "absent/out"], b""),
+            (INPUT_OUTPUT, "absent.so", ["--module", "absent.so", "get", "kept"], b""),
+        ]
+        for status, says, words, stdin in cases:
+            with self.subTest(words):
+                self.run_tool(*words, stdin=stdin, status=status, says=says)
+        self.assertEqual(self.run_tool("get", "kept"), b"s" * 100)
+        self.assertEqual(self.read("out"), b"old")
+        with open("/dev/full", "wb") as full:
+            done = subprocess.run([TOOL, "--dir", self.cache, "get", "kept"], stdout=full,
+                                  stderr=subprocess.PIPE, check=False)
+        self.assertEqual((done.returncode, b"No space left" in done.stderr), (INPUT_OUTPUT, True))
+
+    def test_a_cache_that_another_process_has_is_left_alone(self):
+        self.run_tool("put", "abc", stdin=b"1")
+        with open(self.path("cache/ox-session.lock"), "rb") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            self.run_tool("get", "abc", status=NOT_DONE, says="has the cache")
+            self.assertIn(NAME_OF_ABC.encode(), self.run_tool("ls"))
+
+    def test_streams_are_not_held_in_memory(self):
+        self.run_tool("init", "--max-size", "100M", "--max-entry-size", "100M")
+        size = 64 << 20
+        peaks = []
+        for content_size in (1, size):
+            with open(self.path("content"), "wb") as file:
+                file.truncate(content_size)
+            for words in (["put", "abc"], ["get", "abc", "-o", "out"]):
+                with open(self.path("content"), "rb") as stdin:
+                    child = subprocess.Popen([TOOL, "--dir", self.cache, *words], stdin=stdin,
+                                             cwd=self.scratch)
+                    _, status, usage = os.wait4(child.pid, 0)
+                    child.returncode = os.waitstatus_to_exitcode(status)
+                self.assertEqual(child.returncode, DONE)
+                peaks.append(usage.ru_maxrss)
+        self.assertEqual(os.path.getsize(self.path("out")), size)
+        self.assertLess(max(peaks[2:]) - max(peaks[:2]), 8 << 10, "KiB more for 64 MiB")
+
+
+class Batches(ToolCase):
+    def test_order_of_use_decides_what_goes(self):
+        self.run_tool("init", "--max-entries", "3")
+        self.write("file", b"content\n")
+        lines = ["put a file", "put b file", "put c file", "get a", "put d file",
+                 "# a comment", "", "get b", "get a", "rm d", "get d"]
+        out = self.run_tool("batch", stdin="\n".join(lines).encode(), status=NOT_DONE,
+                            says=r"line 8: no entry of that URL\n.*line 11: no entry")
+        self.assertEqual(out, b"content\n" * 2)
+
+    def test_lines_are_split_as_a_shell_does_and_failures_do_not_stop_it(self):
+        self.write("a file", b"1")
+        lines = ["put 'it''s' 'a file' --meta \"say \\\"hi\\\" \\n\"", "get --meta its",
+                 "put x\\ y a\\ file --meta m", "get --meta 'x y'",
+                 "put 'open", "check", "put z -", "get absent", "get 'x y'"]
+        out = self.run_tool("batch", stdin="\n".join(lines).encode(), status=USAGE,
+                            says="line 5: .*not closed\n.*line 6: no such.*check\n.*line 7: .*"
+                                 "the batch\n.*line 8: no entry")
+        self.assertEqual(out, b'say "hi" \\nm1')
+
+    def test_reports_see_the_batch(self):
+        self.write("file", b"1")
+        out = self.run_tool("batch", stdin=b"put abc file\nls --json\nlimits --json\nstat --json\n")
+        listed, limits, statistics = (json.loads(line) for line in out.splitlines())
+        self.assertEqual([entry["name"] for entry in listed], [NAME_OF_ABC])
+        self.assertEqual(limits, statistics["limits"])
+
+
+class Configurations(ToolCase):
+    def test_init_writes_what_the_module_reads_back(self):
+        cases = [
+            (["--max-size", "10M", "--max-entries", "7", "--max-entry-size", "64K"],
+             [10 << 20, 7, 64 << 10, self.cache]),
+            (["--max-size", "2048", "--force", "--directory", "elsewhere/MAX_CACHE_SIZE=5"],
+             [2048, 1000, 2048, self.path("elsewhere/MAX_CACHE_SIZE=5")]),
+            (["--max-entry-size", "1G", "--force"], [1 << 30, 1000, 1 << 30, self.cache]),
+        ]
+        for words, expected in cases:
+            with self.subTest(words):
+                self.run_tool("init", *words)
+                limits = json.loads(self.run_tool("limits", "--json"))
+                self.assertEqual([limits[key] for key in (
+                    "max_size", "max_entries", "max_entry_size", "cache_directory")], expected)
+        before = self.read("cache/file-cache.conf")
+        self.run_tool("init", status=NOT_DONE, says="--force")
+        self.assertEqual(self.read("cache/file-cache.conf"), before)
+
+    def pairs_without_limits(self, configuration):
+        for directory in ("cache", "again"):
+            self.write(f"{directory}/{NAME_OF_ABC}", b"1")
+            self.write(f"{directory}/{NAME_OF_ABC}.ox_meta", b"m")
+            if configuration is not None:
+                self.write(f"{directory}/file-cache.conf", configuration)
+
+    def test_entries_are_not_lost_to_a_missing_limit(self):
+        for what, configuration in (("no file", None), ("no limit", b"MAX_CACHE_SIZE=4096\n")):
+            self.pairs_without_limits(configuration)
+            file = self.write("file", b"2")
+            for words in (["get", "abc"], ["put", "x", file], ["rm", "abc"], ["trim"], ["batch"]):
+                with self.subTest((what, words)):
+                    self.run_tool(*words, status=NOT_DONE, says="(?s)MAX_CACHE_ENTRIES|"
+                                  "file-cache.conf.*oxcache init")
+                    self.assertEqual(self.read("cache/" + NAME_OF_ABC), b"1")
+            self.run_tool("init", "--force", says="1 entry")
+            self.assertEqual(self.run_tool("get", "abc"), b"1")
+            self.run_tool("trim", "--force", directory=self.path("again"))
+            self.assertFalse(os.path.exists(self.path("again", NAME_OF_ABC)))
+            os.remove(self.path("cache/file-cache.conf"))
+
+    def test_only_an_empty_directory_becomes_a_cache_unasked(self):
+        self.write("cache/holiday.jpg", b"1")
+        self.run_tool("put", "abc", stdin=b"1", status=NOT_DONE, says="not empty.*oxcache init")
+        self.run_tool("get", "abc", status=NOT_DONE, says="no cache")
+        self.assertEqual(os.listdir(self.cache), ["holiday.jpg"])
+
+
+class Reports(ToolCase):
+    """A directory with something of everything, oldest first."""
+
+    def setUp(self):
+        super().setUp()
+        self.write("cache/file-cache.conf",
+                   b"MAX_CACHE_SIZE=5000\nMAX_CACHE_ENTRIES=3\nMAX_CACHE_ENTRY_SIZE=3000\n")
+        self.age = 200000
+        self.pair(name("1"), b"x" * 2000, b"first line\x1b[2J\nsecond")
+        self.pair(name("2"), b"x" * 2980, b"m" * 21)  # above the limit of one entry
+        self.pair(name("3"), b"x" * 2500, b"m")
+        self.pair(name("4"), b"", b"m")
+        self.pair(name("5"), b"x" * 500, b"m")  # above the total
+        self.pair("small", b"x" * 400, b"m")
+        self.pair(name("6"), b"x" * 10, b"m")  # above the number
+        self.write(f"cache/{name('7')}.ox_meta", b"orphan")
+        self.write(f"cache/{name('8')}", b"orphan")
+        self.write("cache/stranger", b"?")
+
+    def pair(self, entry, content, metadata):
+        self.write("cache/" + entry, content)
+        path = self.write(f"cache/{entry}.ox_meta", metadata)
+        self.age -= 1000
+        used = os.stat(path).st_mtime - self.age
+        os.utime(path, (used, used))
+
+    def snapshot(self):
+        listing = {}
+        for directory, _, files in os.walk(self.scratch):
+            for path in [directory] + [os.path.join(directory, file) for file in files]:
+                status = os.lstat(path)
+                listing[path] = (status.st_ino, status.st_mode, status.st_size, status.st_mtime_ns)
+        return listing
+
+    def test_reports_change_nothing(self):
+        reports = ["ls", "limits", "stat", "check", "verify"]
+        for directory in ("cache", "cache-without-limits", "absent"):
+            if directory == "cache-without-limits":
+                os.rename(self.cache, self.path(directory))
+                os.remove(self.path(directory, "file-cache.conf"))
+            before = self.snapshot()
+            for report in reports:
+                bad = directory == "absent" or report in ("check", "verify")
+                for words in ([report], [report, "--json"]):
+                    self.run_tool(*words, directory=self.path(directory),
+                                  status=NOT_DONE if bad else DONE)
+            self.assertEqual(self.snapshot(), before)
+
+    def test_check_foretells_a_start(self):
+        report = json.loads(self.run_tool("check", "--json", status=NOT_DONE))
+        told = [(deletion["file"], deletion["reason"]) for deletion in report["deletions"]]
+        expected = []
+        for entry, reason in ((name("2"), "3001 bytes are above the limit of one entry, 3000"),
+                              (name("4"), "empty content"),
+                              (name("5"), "total size would be 5001, above its limit, 5000"),
+                              (name("6"), "number of entries has reached its limit, 3")):
+            expected += [(entry, reason), (entry + ".ox_meta", reason)]
+        expected.append((name("7") + ".ox_meta", "content file is not found"))
+        self.assertEqual(report["kept"], 3)
+        self.assertEqual([file for file, _ in told], [file for file, _ in expected])
+        for (_, reason), (_, part) in zip(told, expected):
+            self.assertIn(part, reason)
+        os.remove(self.path("cache/file-cache.conf"))
+        report = json.loads(self.run_tool("check", "--json", status=NOT_DONE))
+        self.assertEqual((report["kept"], len(report["deletions"])), (0, 15))
+        self.run_tool("check", directory=self.empty())
+
+    def empty(self):
+        os.makedirs(self.path("empty"))
+        return self.path("empty")
+
+    def test_verify_names_every_problem(self):
+        self.pair(name("9"), b"1", b"m" * 1025)
+        self.pair(name("A"), b"1", b"\xc3")
+        self.pair(name("B"), b"1", b"m\0m")
+        self.pair(name("C"), b"1", b"")
+        os.symlink("stranger", self.path("cache", name("D")))
+        report = json.loads(self.run_tool("verify", "--json", status=NOT_DONE))
+        problems = {problem["name"]: problem["problem"] for problem in report["problems"]}
+        expected = {
+            "small": "no URL", name("4"): "empty content", name("8"): "content without metadata",
+            name("7") + ".ox_meta": "metadata without content", "stranger": "stranger",
+            name("9") + ".ox_meta": "1024", name("A") + ".ox_meta": "UTF-8",
+            name("B") + ".ox_meta": "NUL", name("C") + ".ox_meta": "empty metadata",
+            name("D"): "stranger"}
+        self.assertEqual(set(problems), set(expected))
+        for file, part in expected.items():
+            self.assertIn(part, problems[file])
+        self.run_tool("put", "abc", stdin=b"1", directory=self.path("sound"))
+        self.run_tool("verify", directory=self.path("sound"), says="1 entry read, problems: 0")
+
+    def test_list_and_statistics(self):
+        lines = self.run_tool("ls").decode().splitlines()
+        self.assertEqual([line.split()[0] for line in lines],
+                         [name("6"), "small", *(name(digit) for digit in "54321")])
+        self.assertEqual(lines[-1].split(None, 4),
+                         [name("1"), "2000", "21", "2d", "first line?[2J"])
+        statistics = json.loads(self.run_tool("stat", "--json"))
+        self.assertEqual((statistics["entries"], statistics["largest_entry"]), (7, 3001))
+        self.assertEqual(statistics["bytes"], sum(
+            os.path.getsize(self.path("cache", file)) for entry in "123456"
+            for file in (name(entry), name(entry) + ".ox_meta")) + 401)
+        self.assertEqual(statistics["content_without_metadata"], [name("8")])
+        self.assertEqual(statistics["strangers"], ["stranger"])
+        text = self.run_tool("stat").decode()
+        self.assertRegex(text, r"entries +\[#{30}\] 233%  7 of 3")
+        self.assertIn("strangers:\n  stranger\n", text)
+
+    def test_trim_leaves_what_a_start_keeps(self):
+        self.run_tool("trim", says=r"entr(y|ies) deleted")
+        self.run_tool("check")
+        statistics = json.loads(self.run_tool("stat", "--json"))
+        self.assertLessEqual(statistics["bytes"], 4500)
+        self.assertEqual(self.read("cache/stranger"), b"?")
+
+
+if __name__ == "__main__":
+    unittest.main()
