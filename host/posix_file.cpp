@@ -48,6 +48,12 @@ bool HasMetaDataSuffix(const char* path, std::size_t length) {
                      kMetaDataSuffixLength) == 0;
 }
 
+// As much as one read or write may be asked for on every platform.
+std::size_t OneCall(std::uint64_t bytes) {
+  constexpr std::uint64_t kMost = 1U << 30;
+  return static_cast<std::size_t>(bytes < kMost ? bytes : kMost);
+}
+
 bool IsFileOfTheCache(const struct stat& status) {
   return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
 }
@@ -151,7 +157,7 @@ std::uint64_t PosixFile::Read(std::uint64_t count, void* destination) {
   if (fd_ < 0) return 0;
   std::uint64_t done = 0;
   while (done < count) {
-    const ssize_t part = read(fd_, static_cast<char*>(destination) + done, count - done);
+    const ssize_t part = read(fd_, static_cast<char*>(destination) + done, OneCall(count - done));
     if (part < 0 && errno == EINTR) continue;
     if (part < 0) return 0;
     if (part == 0) break;
@@ -165,7 +171,7 @@ std::uint64_t PosixFile::Write(std::uint64_t count, const void* source) {
   if (fd_ < 0) return 0;
   std::uint64_t done = 0;
   while (done < count) {
-    const ssize_t part = write(fd_, static_cast<const char*>(source) + done, count - done);
+    const ssize_t part = write(fd_, static_cast<const char*>(source) + done, OneCall(count - done));
     if (part < 0 && errno == EINTR) continue;
     if (part <= 0) break;
     done += static_cast<std::uint64_t>(part);
