@@ -81,9 +81,13 @@ Error SessionCore::StageMetaData(Staging& staging, const std::string& metadata,
 
 Error SessionCore::Publish(Staging& staging, const OxString& url, const OxString& metadata) {
   CacheValue* old = (*manager_)->Get(url);
-  const std::string oldPath = old != nullptr ? ContentPath(*old) : "";
-  const std::uint64_t oldMetaData = FileSize(oldPath + kMetaDataFileSuffix);
-  const std::uint64_t oldBytes = FileSize(oldPath) + oldMetaData;
+  std::uint64_t oldMetaData = 0;
+  std::uint64_t oldBytes = 0;
+  if (old != nullptr) {
+    const std::string oldPath = ContentPath(*old);
+    oldMetaData = FileSize(oldPath + kMetaDataFileSuffix);
+    oldBytes = FileSize(oldPath) + oldMetaData;
+  }
   if (Error error = MakeRoomToPublish(staging, oldBytes, old != nullptr)) return error;
 
   const auto lowest = state_.total.lowest - static_cast<std::int64_t>(oldMetaData);

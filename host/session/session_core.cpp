@@ -25,11 +25,12 @@ Error DirectoryError(std::string detail, const std::string& directory) {
 }
 
 // A new directory is lost in a power cut with all that is in it until its parent is on the medium.
-Error SyncAncestors(const std::string& directory) {
-  for (std::size_t end = directory.find('/', 1);; end = directory.find('/', end + 1)) {
-    const std::string ancestor = directory.substr(0, end);
-    if (!SyncDirectory(ancestor)) return SystemError("cannot synchronise", ancestor);
-    if (end == std::string::npos) return {};
+// Best effort: a parent that this user may not read, or whose file system is read-only and cannot
+// synchronise, was not changed by this user either.
+void SyncParents(const std::string& directory) {
+  for (std::size_t end = directory.find('/', 1); end != std::string::npos;
+       end = directory.find('/', end + 1)) {
+    SyncDirectory(directory.substr(0, end));
   }
 }
 
@@ -106,9 +107,7 @@ Error SessionCore::PrepareCacheDirectory() {
   if (!MakeDirectories(directory)) {
     return SystemError("cannot make the cache directory", directory);
   }
-  if (options_.durability == Durability::kPower) {
-    if (Error error = SyncAncestors(directory)) return error;
-  }
+  if (options_.durability == Durability::kPower) SyncParents(directory);
   return LockDirectory(directory, &directoryLock_);
 }
 

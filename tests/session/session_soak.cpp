@@ -99,6 +99,7 @@ class Soak {
         RemoveOne(own);
       }
       if (left % 500 == 0) Measure();
+      if (left % 3000 == 0) TrimAll();
     }
   }
 
@@ -149,6 +150,12 @@ class Soak {
     if (error && error.kind != ErrorKind::kNotFound) Fail("remove: " + error.Message());
     oldest_[url].store(nextVersion_[url] + 1);
     ++removals_;
+  }
+
+  // Restarts the manager while others write.
+  void TrimAll() {
+    const Error error = Do([&] { return session_->Trim(nullptr); });
+    if (error) Fail("trim: " + error.Message());
   }
 
   void Measure() {
