@@ -161,6 +161,7 @@ bool HasConfiguration(const std::string& directory) {
 }
 
 Error WriteDefaultConfiguration(const std::string& directory) {
+  if (Error error = CheckCacheDirectory(directory)) return error;
   return Write(directory, Text(Configuration{}));
 }
 

@@ -3,10 +3,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <utility>
 
+#include "host/session/file_names.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/configuration.h"
 #include "tools/oxcache/module_path.h"
@@ -30,9 +32,15 @@ Error SurveyIfThere(const std::string& directory, Survey* survey) {
   return host::SurveyDirectory(directory, survey);
 }
 
+bool IsStranger(const std::string& name) {
+  // A configuration that is being written, or was when the power went.
+  return name.rfind(std::string(host::kConfigurationFileName) + ".", 0) != 0;
+}
+
 bool HoldsAnything(const Survey& survey) {
   return !survey.entries.empty() || !survey.contentWithoutMetaData.empty() ||
-         !survey.metaDataWithoutContent.empty() || !survey.strangers.empty();
+         !survey.metaDataWithoutContent.empty() ||
+         std::any_of(survey.strangers.begin(), survey.strangers.end(), IsStranger);
 }
 
 SessionOptions ForSession(const GlobalOptions& options) {

@@ -70,7 +70,7 @@ class Fetcher {
         session_(session),
         options_(options),
         targets_(TargetsOf(options)),
-        progress_(targets_.size(), !options.quiet && isatty(STDERR_FILENO) != 0) {}
+        progress_(targets_.size(), HasRoomForProgress()) {}
 
   ExitStatus Run() {
     std::vector<std::thread> threads;
@@ -97,6 +97,12 @@ class Fetcher {
       progress_.Finish(index);
       progress_.Interrupt([&] { Report(target.url, result); });
     }
+  }
+
+  // The terminal is there and does not get the content.
+  bool HasRoomForProgress() const {
+    const bool isContentShown = targets_[0].output == "-" && isatty(STDOUT_FILENO) != 0;
+    return !options_.quiet && !isContentShown && isatty(STDERR_FILENO) != 0;
   }
 
   // Called by one thread at a time.

@@ -36,7 +36,8 @@ std::string HomeDirectory() {
 std::string DefaultModulePath() {
   const std::string here = ExecutableDirectory();
   if (!here.empty()) {
-    for (const char* directory : {"", "../lib/", "../" OX_LIBRARY_DIRECTORY "/"}) {
+    for (const char* directory :
+         {"", "../" OX_LIBRARY_DIRECTORY "/oxfilecache/", "../lib/oxfilecache/", "../lib/"}) {
       const std::string path = here + directory + kModuleName;
       if (IsReadable(path)) return path;
     }

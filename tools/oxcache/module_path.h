@@ -6,8 +6,8 @@
 
 namespace ox::tool {
 
-// The module beside the executable or in the library directory next to it, otherwise its bare name,
-// for the loader to find.
+// The module beside the executable, where it is installed with the executable, or in "../lib";
+// otherwise its bare name, for the loader to find.
 std::string DefaultModulePath();
 
 // A path as a person types it: a name without "/" is a file of this directory when there is one.
