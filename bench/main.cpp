@@ -1,11 +1,15 @@
 // oxbench: measures one contender against another over the same entries and prints the figures as
 // JSON. scripts/bench runs it for each of them and makes the report.
+#include <malloc.h>
+
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <string>
 
 #include "bench/contender.h"
+#include "bench/counting.h"
 #include "bench/operations.h"
 #include "bench/paired.h"
 
@@ -22,12 +26,13 @@ struct Options {
   std::size_t contentBytes = 4096;
   std::vector<std::string> operations = OperationNames();
   bool isListing = false;
+  bool isCounting = false;
 };
 
-// The base of a miss is the base's hit: there is no cheaper question to a file system that would
-// tell as much.
-std::string BaseOf(const std::string& operation) {
-  return operation == "miss" ? "lookup" : operation;
+// A miss is measured against the floor's hit: the floor has no list that would tell it so without
+// a file.
+std::string BaseOf(const std::string& operation, const std::string& base) {
+  return operation == "miss" && base == "floor" ? "lookup" : operation;
 }
 
 json ToJson(const Times& times) {
@@ -35,8 +40,9 @@ json ToJson(const Times& times) {
 }
 
 json Measure(const std::string& operation, Bench& base, Bench& subject, const Options& options) {
-  const Paired paired = MeasurePaired(base.Make(BaseOf(operation)), subject.Make(operation),
-                                      LimitsOf(operation, options.entries));
+  const Paired paired =
+      MeasurePaired(base.Make(BaseOf(operation, options.base)), subject.Make(operation),
+                    LimitsOf(operation, options.entries));
   return {{"operation", operation},
           {"subject", options.subject},
           {"base", options.base},
@@ -52,19 +58,81 @@ json Measure(const std::string& operation, Bench& base, Bench& subject, const Op
           {"ratio_highest", paired.highest}};
 }
 
-int Run(const Options& options) {
-  if (options.isListing) {
-    std::cout << json(ContenderNames()) << "\n";
-    return 0;
+json Count(const std::string& operation, Bench& subject, const Options& options) {
+  const std::size_t count =
+      std::min<std::size_t>(LimitsOf(operation, options.entries).maxCount, 20);
+  const Operation made = subject.Make(operation);
+  const auto run = [&] {
+    for (std::size_t i = 0; i < count; ++i)
+      made.run(i);
+  };
+  // Once without counting: spare buffers are filled and statements compiled.
+  made.prepare(count);
+  run();
+  made.finish();
+
+  made.prepare(count);
+  const auto kernelBefore = subject.Subject().Counts();
+  const HeapCounts before = CountedHeap();
+  MarkTrace("begin/" + operation + "/" + std::to_string(count));
+  CountHeap(true);
+  run();
+  CountHeap(false);
+  MarkTrace("end");
+  const HeapCounts after = CountedHeap();
+  const auto kernelAfter = subject.Subject().Counts();
+  made.finish();
+
+  const auto each = static_cast<double>(count);
+  json result = {{"operation", operation},
+                 {"subject", options.subject},
+                 {"entries", options.entries},
+                 {"heap_calls", static_cast<double>(after.calls - before.calls) / each},
+                 {"heap_bytes", static_cast<double>(after.bytes - before.bytes) / each}};
+  if (kernelBefore && kernelAfter)
+    result["kernel_allocations"] =
+        static_cast<double>(kernelAfter->allocations - kernelBefore->allocations) / each;
+  return result;
+}
+
+// Of a filled contender that was started once.
+json Memory(Bench& subject, std::size_t heapBefore, const Options& options) {
+  const auto entries = static_cast<double>(options.entries);
+  json result = {
+      {"operation", "memory"},
+      {"subject", options.subject},
+      {"entries", options.entries},
+      {"heap_bytes_per_entry",
+       (static_cast<double>(mallinfo2().uordblks) - static_cast<double>(heapBefore)) / entries}};
+  if (const auto counts = subject.Subject().Counts()) {
+    result["kernel_bytes_per_entry"] = static_cast<double>(counts->bytes) / entries;
+    result["kernel_blocks_per_entry"] = static_cast<double>(counts->blocks) / entries;
   }
+  return result;
+}
+
+json CountAll(const Options& options) {
+  const std::size_t heapBefore = mallinfo2().uordblks;
+  Bench subject(options.subject, options.directory, options.entries, options.contentBytes);
+  json results = {Memory(subject, heapBefore, options)};
+  for (const std::string& operation : options.operations)
+    results.push_back(Count(operation, subject, options));
+  return results;
+}
+
+json MeasureAll(const Options& options) {
   Bench base(options.base, options.directory + "/base", options.entries, options.contentBytes);
   Bench subject(options.subject, options.directory + "/subject", options.entries,
                 options.contentBytes);
   json results = json::array();
   for (const std::string& operation : options.operations)
     results.push_back(Measure(operation, base, subject, options));
-  std::cout << results.dump(1) << "\n";
-  return 0;
+  return results;
+}
+
+json Run(const Options& options) {
+  if (options.isListing) return ContenderNames();
+  return options.isCounting ? CountAll(options) : MeasureAll(options);
 }
 
 }  // namespace
@@ -78,10 +146,13 @@ int main(int argc, char** argv) {
   app.add_option("--entries", options.entries);
   app.add_option("--content", options.contentBytes, "bytes");
   app.add_option("--operations", options.operations)->delimiter(',');
+  app.add_flag("--count", options.isCounting,
+               "count allocations, and mark the operations for a trace of system calls");
   app.add_flag("--list", options.isListing, "print the names of the contenders");
   CLI11_PARSE(app, argc, argv);
   try {
-    return Run(options);
+    std::cout << Run(options).dump(1) << "\n";
+    return 0;
   } catch (const std::exception& error) {
     std::cerr << "oxbench: " << options.subject << ": " << error.what() << "\n";
     return 1;

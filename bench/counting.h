@@ -1,0 +1,27 @@
+// Counts what an operation asks of the heap and marks where it begins and ends in a trace of system
+// calls.
+#ifndef OX_BENCH_COUNTING_H_
+#define OX_BENCH_COUNTING_H_
+
+#include <cstdint>
+#include <string>
+
+namespace ox::bench {
+
+// Calls of malloc, calloc and realloc on any thread of this program, its libraries included, and
+// the bytes asked for.
+struct HeapCounts {
+  std::uint64_t calls;
+  std::uint64_t bytes;
+};
+HeapCounts CountedHeap();
+
+// Off until then: the count costs a little on each call.
+void CountHeap(bool isOn);
+
+// A system call that does nothing, found in the trace by its text.
+void MarkTrace(const std::string& text);
+
+}  // namespace ox::bench
+
+#endif
