@@ -179,6 +179,15 @@ class Configurations(ToolCase):
             self.assertFalse(os.path.exists(self.path("again", NAME_OF_ABC)))
             os.remove(self.path("cache/file-cache.conf"))
 
+    def test_a_forced_put_goes_on_only_where_it_can_store(self):
+        self.pairs_without_limits(b"MAX_CACHE_SIZE=4096\n")
+        self.run_tool("put", "x", "--force", stdin=b"2", status=NOT_DONE, says="admits no entry")
+        self.assertEqual(self.read("cache/" + NAME_OF_ABC), b"1")
+        os.remove(self.path("cache/file-cache.conf"))
+        self.run_tool("put", "x", "--force", stdin=b"2")
+        self.assertEqual(self.run_tool("get", "x"), b"2")
+        self.run_tool("get", "abc", status=NOT_DONE)
+
     def test_only_an_empty_directory_becomes_a_cache_unasked(self):
         self.write("cache/holiday.jpg", b"1")
         self.run_tool("put", "abc", stdin=b"1", status=NOT_DONE, says="not empty.*oxcache init")
