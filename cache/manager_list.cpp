@@ -1,6 +1,6 @@
-// The list of entries. Every search is a walk from the head: the entry limit keeps the list short,
-// and the file path is the key, compared by the kernel byte for byte. The tag only spares the walk
-// the entries that cannot be meant.
+// The list of entries. Every search is a walk: the entry limit keeps the list short, and the file
+// path is the key, compared by the kernel byte for byte. The tag only spares the walk the entries
+// that cannot be meant.
 #include "cache/file_cache_manager_impl.h"
 #include "module/allocation.h"
 
@@ -15,20 +15,30 @@ std::uint32_t PathTag(const char* path, std::size_t length) {
   return tag;
 }
 
-EntryNode* FileCacheManagerImpl::FindByPath(const char* path, std::uint32_t tag) {
-  EntryNode* node = head;
-  while (node != nullptr &&
-         (node->tag != tag || kernel->StrCmp(node->value->FileUTF8(), path) != 0)) {
-    node = node->older;
+// The first node that fits, walking from both ends at once: a step waits for the memory of the node
+// before it, and two chains wait together.
+template <typename Fits>
+static EntryNode* FindNode(EntryNode* head, EntryNode* tail, std::uint32_t count, Fits fits) {
+  EntryNode* fromHead = head;
+  EntryNode* fromTail = tail;
+  for (std::uint32_t left = count / 2 + count % 2; left > 0; --left) {
+    if (fits(*fromHead)) return fromHead;
+    if (fits(*fromTail)) return fromTail;
+    fromHead = fromHead->older;
+    fromTail = fromTail->newer;
   }
-  return node;
+  return nullptr;
+}
+
+EntryNode* FileCacheManagerImpl::FindByPath(const char* path, std::uint32_t tag) {
+  return FindNode(head, tail, entryCount, [&](const EntryNode& node) {
+    return node.tag == tag && kernel->StrCmp(node.value->FileUTF8(), path) == 0;
+  });
 }
 
 EntryNode* FileCacheManagerImpl::FindByValue(const CacheValue* value) {
-  EntryNode* node = head;
-  while (node != nullptr && node->value != value)
-    node = node->older;
-  return node;
+  return FindNode(head, tail, entryCount,
+                  [=](const EntryNode& node) { return node.value == value; });
 }
 
 void FileCacheManagerImpl::LinkAtHead(EntryNode* node) {

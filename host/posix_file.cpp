@@ -89,6 +89,7 @@ int PosixFile::Open(int mode) {
   const int flags = OpenFlags(mode);
   if (flags < 0) return 0;
   fd_ = OpenRetrying(path_, flags);
+  position_ = 0;
   struct stat status;
   if (fd_ >= 0 && fstat(fd_, &status) == 0 && S_ISREG(status.st_mode)) return 1;
   Close();
@@ -125,11 +126,13 @@ int PosixFile::Exists() {
   return ProbeByPath();
 }
 
-// True when the path is a regular file that can be read, which is then open.
+// What is opened here is not asked for its type: reading at a position fails for FIFOs, sockets and
+// terminals, and reading a directory fails anyway.
 bool PosixFile::ProbeByOpening() {
-  if (Open(kOpenRead) == 0) return false;
-  isProbed_ = true;
-  return true;
+  fd_ = OpenRetrying(path_, OpenFlags(kOpenRead));
+  position_ = 0;
+  isProbed_ = fd_ >= 0;
+  return isProbed_;
 }
 
 bool PosixFile::ProbeByPath() {
@@ -157,11 +160,14 @@ std::uint64_t PosixFile::Read(std::uint64_t count, void* destination) {
   if (fd_ < 0) return 0;
   std::uint64_t done = 0;
   while (done < count) {
-    const ssize_t part = read(fd_, static_cast<char*>(destination) + done, OneCall(count - done));
+    const std::size_t wanted = OneCall(count - done);
+    const ssize_t part =
+        pread(fd_, static_cast<char*>(destination) + done, wanted, static_cast<off_t>(position_));
     if (part < 0 && errno == EINTR) continue;
     if (part < 0) return 0;
-    if (part == 0) break;
     done += static_cast<std::uint64_t>(part);
+    position_ += static_cast<std::uint64_t>(part);
+    if (static_cast<std::size_t>(part) < wanted) break;
   }
   return done;
 }

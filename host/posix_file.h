@@ -31,12 +31,15 @@ class PosixFile final : public os::filesystem::File {
   void Close() override;
   // 0 for a directory.
   int Delete(int flags) override;
-  // A regular file or a directory; nothing else is a file of the cache.
+  // A regular file or a directory; nothing else is a file of the cache. For the path of a metadata
+  // file whatever can be opened for reading, since Open comes next; if it is not a regular file,
+  // Read gives nothing.
   int Exists() override;
   void GetPath(OxString& out) override;
   // 0 for anything but a regular file.
   std::uint64_t GetSize() override;
-  // Reads until `count` bytes or the end.
+  // Reads until `count` bytes or the end. A call of the system that gives less than it was asked
+  // for counts as the end.
   std::uint64_t Read(std::uint64_t count, void* destination) override;
   // Goes on after a short write; less than `count` when the disk is full or fails.
   std::uint64_t Write(std::uint64_t count, const void* source) override;
@@ -56,6 +59,7 @@ class PosixFile final : public os::filesystem::File {
   char path_[PATH_MAX];
   std::size_t length_ = 0;
   int fd_ = -1;
+  std::uint64_t position_ = 0;
   // Opened for reading by Exists and not yet claimed by Open.
   bool isProbed_ = false;
   bool knowsSize_ = false;

@@ -39,6 +39,22 @@ std::size_t RoomFor(const unsigned char* src, std::size_t count) {
   return count + 1 + (endsInStrayLead ? 1 : 0);
 }
 
+// Nearly all text is ASCII, or at least free of lead bytes; the two tests below let it through in
+// loops without a branch for each character.
+bool IsAscii(const std::uint16_t* units, std::uint32_t count) {
+  std::uint32_t seen = 0;
+  for (std::uint32_t i = 0; i < count; ++i)
+    seen |= units[i];
+  return seen < 0x80;
+}
+
+bool HasNoLeadByte(const unsigned char* src, std::size_t count) {
+  std::uint32_t leads = 0;
+  for (std::size_t i = 0; i < count; ++i)
+    leads |= src[i] >= kFirstLead ? 1U : 0U;
+  return leads == 0;
+}
+
 std::size_t EncodedBound(const std::uint16_t* units, std::uint32_t count) {
   std::size_t bytes = 0;
   for (std::uint32_t i = 0; i < count; ++i) {
@@ -100,6 +116,11 @@ int OxString::_UTF8toU16Char(const unsigned char* src, unsigned short* high,
 // Returns the number of units, all of which RoomFor() left room for.
 std::uint32_t OxString::Decode(const unsigned char* src, std::size_t count,
                                std::uint16_t* out) const {
+  if (HasNoLeadByte(src, count)) {
+    for (std::size_t i = 0; i < count; ++i)
+      out[i] = src[i];
+    return static_cast<std::uint32_t>(count);
+  }
   std::uint32_t units = 0;
   std::size_t i = 0;
   while (i < count && src[i] < kFirstLead)
@@ -135,11 +156,18 @@ void OxString::AppendDecoded(const char* utf8, std::size_t count) {
 const char* OxString::UTF8() const {
   if (length_ == 0 || utf16_ == nullptr) return "";
   if (utf8_ != nullptr) return utf8_;
-  auto* buffer = static_cast<unsigned char*>(ox::AllocateBytes(EncodedBound(utf16_, length_) + 1));
+  const bool isAscii = IsAscii(utf16_, length_);
+  const std::size_t bound = isAscii ? length_ : EncodedBound(utf16_, length_);
+  auto* buffer = static_cast<unsigned char*>(ox::AllocateBytes(bound + 1));
   if (buffer == nullptr) return "";
   unsigned char* end = buffer;
-  for (std::uint32_t i = 0; i < length_;)
-    end = EncodeOne(NextCodePoint(utf16_, length_, &i), end);
+  if (isAscii) {
+    for (std::uint32_t i = 0; i < length_; ++i)
+      *end++ = static_cast<unsigned char>(utf16_[i]);
+  } else {
+    for (std::uint32_t i = 0; i < length_;)
+      end = EncodeOne(NextCodePoint(utf16_, length_, &i), end);
+  }
   *end = '\0';
   utf8_ = reinterpret_cast<char*>(buffer);
   return utf8_;

@@ -115,6 +115,18 @@ TEST_F(PosixFileTest, TouchesNothingButRegularFiles) {
     EXPECT_EQ(isDirectory, file.Exists() != 0) << name;
     EXPECT_EQ(isDirectory, file.Delete(0) == 0) << name;
   }
+  // Under the name of a metadata file they are opened on sight, and give nothing.
+  ASSERT_EQ(0, symlink(outside.c_str(), (scratch_ / "link.ox_meta").c_str()));
+  ASSERT_EQ(0, mkfifo((scratch_ / "fifo.ox_meta").c_str(), 0600));
+  ASSERT_EQ(0, mkdir((scratch_ / "directory.ox_meta").c_str(), 0700));
+  for (const char* name : {"link.ox_meta", "fifo.ox_meta", "directory.ox_meta"}) {
+    PosixFile file;
+    char buffer[16];
+    ASSERT_TRUE(file.SetPath((scratch_ / name).c_str()));
+    EXPECT_TRUE(!file.Exists() || !file.Open(File::kOpenRead) ||
+                file.Read(sizeof buffer, buffer) == 0)
+        << name;
+  }
   EXPECT_EQ("precious", ReadWhole(outside));
 }
 
