@@ -49,7 +49,7 @@ struct HostCheckOptions {
   // directory of their own below it and remove that at the end.
   std::string scratchDirectory;
   // For one check. Checks of the mutexes wait half of it for a thread that ought to come back.
-  std::chrono::milliseconds timeout{10000};
+  std::chrono::milliseconds timeout{20000};
 };
 
 // Runs every check in a fixed order. When no kernel is handed over, that is the only finding.

@@ -4,6 +4,7 @@
 #include <future>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include "host/check/check.h"
 #include "module/ox_mutex.h"
@@ -12,15 +13,23 @@ namespace ox::host::check {
 namespace {
 
 // Long enough for a thread that is not kept out to get through.
-constexpr std::chrono::milliseconds kHeldBack{50};
+constexpr std::chrono::milliseconds kHeldBack{100};
 
 // A step on a thread of its own, to be waited for.
 class Step {
  public:
+  // Comes back when the thread runs: what it does from then on is a matter of the mutex, no longer
+  // of a busy machine.
   explicit Step(std::function<void()> step) {
-    std::packaged_task<void()> task(std::move(step));
+    auto running = std::make_shared<std::promise<void>>();
+    std::future<void> isRunning = running->get_future();
+    std::packaged_task<void()> task([running, step = std::move(step)] {
+      running->set_value();
+      step();
+    });
     done_ = task.get_future();
     std::thread(std::move(task)).detach();
+    isRunning.wait();
   }
 
   bool IsDoneWithin(std::chrono::milliseconds time) {

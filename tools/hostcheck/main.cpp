@@ -19,7 +19,7 @@ enum ExitCode { kAllPassed = 0, kCheckFailed = 1, kUsage = 2, kNotLoadable = 3 }
 struct Options {
   std::string library;
   std::string directory = "/tmp";
-  int seconds = 10;
+  int seconds = 20;
   bool isJson = false;
 };
 
