@@ -60,6 +60,14 @@ CLI::Option* AddUrl(CLI::App& app, std::string* url) {
   return app.add_option("url", *url, "URL of the entry")->required()->type_name("");
 }
 
+CLI::Validator NotStandardInput(const char* why) {
+  return CLI::Validator(
+      [why](const std::string& file) {
+        return file == "-" ? "a file is needed: " + std::string(why) : "";
+      },
+      "");
+}
+
 CLI::Option* AddPut(CLI::App& app, PutOptions* options) {
   CLI::App* put = app.add_subcommand("put", "Store a file, or standard input");
   AddUrl(*put, &options->url);
@@ -70,6 +78,7 @@ CLI::Option* AddPut(CLI::App& app, PutOptions* options) {
       "Metadata: 1 to 1024 ASCII characters");
   put->add_option("--meta-file", options->metadataFile, "File with the metadata")
       ->type_name("FILE")
+      ->check(NotStandardInput("standard input is for the content"))
       ->excludes(text);
   return file;
 }
@@ -154,10 +163,7 @@ Parsed ParseProgram(int argc, char** argv, Invocation* invocation) {
 
 Parsed ParseLine(std::vector<std::string> words, Invocation* invocation) {
   CLI::App app("Commands of a batch", "");
-  // Standard input is the batch itself.
-  AddCommands(app, invocation)->required()->check([](const std::string& file) {
-    return file == "-" ? "a file is needed: standard input is the batch" : "";
-  });
+  AddCommands(app, invocation)->required()->check(NotStandardInput("standard input is the batch"));
   std::reverse(words.begin(), words.end());
   return ParseWith(app, invocation, [&] { app.parse(std::move(words)); });
 }

@@ -172,7 +172,8 @@ std::string Context::Hint(ErrorKind kind) {
 }
 
 ExitStatus Context::Fail(const Error& error) {
-  Tell(error.Message() + Hint(error.kind));
+  const bool isMemory = error.kind == ErrorKind::kOutOfMemory;
+  Tell(isMemory ? "out of memory" : error.Message() + Hint(error.kind));
   return StatusOf(error.kind);
 }
 
