@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "cache/cache_value_impl.h"
+#include "cache/entry_node.h"
 #include "cache/file_cache_manager.h"
 #include "cache/relaxed.h"
 #include "module/file_system.h"
@@ -12,18 +13,6 @@
 #include "string/ox_string.h"
 
 namespace ox::core::cache {
-
-// One place in the list of entries, which runs from the most recently admitted or found (head) to
-// the least recently admitted or found (tail).
-struct EntryNode {
-  CacheValueImpl* value;
-  EntryNode* newer;   // towards the head, null there
-  EntryNode* older;   // towards the tail, null there
-  std::uint32_t tag;  // PathTag of the value's path
-};
-
-// Folds the end of a path, where content files differ. Equal paths have equal tags.
-std::uint32_t PathTag(const char* path, std::size_t length);
 
 // The one cache manager. By subject: manager_construction.cpp, manager_configuration.cpp,
 // manager_scan.cpp, manager_entries.cpp, manager_list.cpp, manager_limits.cpp,
@@ -122,6 +111,9 @@ class FileCacheManagerImpl : public FileCacheManager {
   IOxMutex* mutex;
   std::uint32_t currentSize;
   OxString dataDir;
+
+  // Behind the fields whose places are known outside.
+  NodePool nodes_;
 };
 
 // Hosts with 64-bit longs may pass more than the 32-bit fields hold.

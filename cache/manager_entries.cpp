@@ -47,11 +47,11 @@ bool FileCacheManagerImpl::AddPrivate(CacheValue* value) {
 
   const std::uint32_t size = entry->EntrySize();
   if (size > maxEntrySize) return false;
-  auto* node = NewObject<EntryNode>();
+  auto* node = nodes_.Take();
   if (node == nullptr) return false;
   // What the first evicts stays evicted even when the second refuses.
   if (!FixMaxEntries(true) || !FixCacheSize(size)) {
-    DeleteObject(node);
+    nodes_.Give(node);
     return false;
   }
   node->value = entry;

@@ -2,18 +2,8 @@
 // path is the key, compared by the kernel byte for byte. The tag only spares the walk the entries
 // that cannot be meant.
 #include "cache/file_cache_manager_impl.h"
-#include "module/allocation.h"
 
 namespace ox::core::cache {
-
-std::uint32_t PathTag(const char* path, std::size_t length) {
-  constexpr std::size_t kFolded = 8;
-  std::uint32_t tag = 0;
-  for (std::size_t i = length > kFolded ? length - kFolded : 0; i < length; ++i) {
-    tag = tag * 31 + static_cast<unsigned char>(path[i]);
-  }
-  return tag;
-}
 
 // The first node that fits, walking from both ends at once: a step waits for the memory of the node
 // before it, and two chains wait together.
@@ -60,7 +50,7 @@ bool FileCacheManagerImpl::RemoveNodeOf(const CacheValue* value) {
   EntryNode* node = FindByValue(value);
   if (node == nullptr) return false;
   Unlink(node);
-  DeleteObject(node);
+  nodes_.Give(node);
   return true;
 }
 
