@@ -16,7 +16,8 @@ int main(int argc, char** argv) {
   if (!module) return std::fprintf(stderr, "%s\n", error.c_str()), 3;
   ox::host::ManagerReference cache(*module);
   if (!cache) return std::fputs("out of memory\n", stderr), 3;
-  // A start without "file-cache.conf" admits nothing, deletes what it finds, and leaves the limit at 0.
+  // A start without "file-cache.conf" admits nothing, deletes what it finds, and leaves the limit
+  // at 0.
   if (cache->GetMaxEntries() == 0) cache->SetMaxEntries(100);
 
   const OxString url("http://example/");

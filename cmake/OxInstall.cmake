@@ -1,0 +1,133 @@
+# What is installed and where, and the Debian packages made of it: "oxfilecache" for those who run
+# the cache, "oxfilecache-dev" for those who build against it.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+foreach(directory BINDIR LIBDIR INCLUDEDIR)
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_${directory}}")
+    message(FATAL_ERROR "CMAKE_INSTALL_${directory} must be relative to CMAKE_INSTALL_PREFIX: "
+                        "programs and packages find each other along relative paths")
+  endif()
+endforeach()
+
+# Programs load the module, nothing links it, so it stays out of the linker's directories.
+set(OX_MODULE_DIRECTORY ${CMAKE_INSTALL_LIBDIR}/oxfilecache)
+# Headers keep their folders: #include "module/ox_kernel.h".
+set(OX_HEADER_DIRECTORY ${CMAKE_INSTALL_INCLUDEDIR}/oxfilecache)
+set(OX_CONFIG_DIRECTORY ${CMAKE_INSTALL_LIBDIR}/cmake/OxFileCache)
+set(OX_PKGCONFIG_DIRECTORY ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+set(OX_DOC_DIRECTORY ${CMAKE_INSTALL_DATAROOTDIR}/doc)
+
+install(TARGETS ox_file_cache LIBRARY DESTINATION ${OX_MODULE_DIRECTORY} COMPONENT runtime)
+foreach(tool oxcache oxhostcheck)
+  if(TARGET ${tool})
+    install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+    install(FILES ${PROJECT_SOURCE_DIR}/docs/man/${tool}.1
+            DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
+  endif()
+endforeach()
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${OX_DOC_DIRECTORY}/oxfilecache
+        COMPONENT runtime FILES_MATCHING PATTERN "*.md" PATTERN man EXCLUDE)
+
+# The interfaces of the module and of the host kit; what is not here may change at any time.
+set(public_headers
+  cache/cache_value.h
+  cache/file_cache_manager.h
+  host/check/host_check.h
+  host/check/host_check_library.h
+  host/module_loader.h
+  host/posix_file.h
+  host/posix_file_system.h
+  host/posix_kernel.h
+  host/posix_mutex.h
+  host/session/cache_session.h
+  host/session/error.h
+  host/session/survey.h
+  host/session/unique_fd.h
+  module/allocation.h
+  module/entry_points.h
+  module/file_system.h
+  module/icache_manager.h
+  module/kernel_access.h
+  module/ox_error.h
+  module/ox_kernel.h
+  module/ox_mutex.h
+  string/ox_string.h)
+foreach(header ${public_headers})
+  get_filename_component(folder ${header} DIRECTORY)
+  install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${OX_HEADER_DIRECTORY}/${folder}
+          COMPONENT development)
+endforeach()
+
+add_library(ox_headers INTERFACE)
+target_compile_features(ox_headers INTERFACE cxx_std_17)
+set_target_properties(ox_headers PROPERTIES EXPORT_NAME Headers)
+set_target_properties(ox_runtime PROPERTIES EXPORT_NAME Runtime)
+set_target_properties(ox_host PROPERTIES EXPORT_NAME Host)
+set_target_properties(ox_session PROPERTIES EXPORT_NAME Session)
+set_target_properties(ox_hostcheck PROPERTIES EXPORT_NAME HostCheck)
+install(TARGETS ox_headers ox_runtime ox_host ox_session ox_hostcheck EXPORT OxFileCacheTargets
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+        INCLUDES DESTINATION ${OX_HEADER_DIRECTORY})
+install(EXPORT OxFileCacheTargets NAMESPACE OxFileCache:: DESTINATION ${OX_CONFIG_DIRECTORY}
+        COMPONENT development)
+
+set(OX_MODULE_FILE ${OX_MODULE_DIRECTORY}/libox_file_cache.so)
+configure_package_config_file(
+  ${PROJECT_SOURCE_DIR}/cmake/OxFileCacheConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/OxFileCacheConfig.cmake
+  INSTALL_DESTINATION ${OX_CONFIG_DIRECTORY}
+  PATH_VARS OX_MODULE_FILE)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/OxFileCacheConfigVersion.cmake
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/OxFileCacheConfig.cmake
+              ${PROJECT_BINARY_DIR}/OxFileCacheConfigVersion.cmake
+        DESTINATION ${OX_CONFIG_DIRECTORY} COMPONENT development)
+
+# Relative, so that it holds for the prefix of a package too, which is not known yet.
+file(RELATIVE_PATH OX_PREFIX_FROM_PKGCONFIG /prefix/${OX_PKGCONFIG_DIRECTORY} /prefix)
+string(REGEX REPLACE "/$" "" OX_PREFIX_FROM_PKGCONFIG ${OX_PREFIX_FROM_PKGCONFIG})
+configure_file(${PROJECT_SOURCE_DIR}/cmake/oxfilecache.pc.in
+               ${PROJECT_BINARY_DIR}/oxfilecache.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/oxfilecache.pc DESTINATION ${OX_PKGCONFIG_DIRECTORY}
+        COMPONENT development)
+
+install(FILES ${PROJECT_SOURCE_DIR}/examples/smallest_host.cpp
+              ${PROJECT_SOURCE_DIR}/examples/session_threads.cpp
+              ${PROJECT_SOURCE_DIR}/tools/hostcheck/posix_host_library.cpp
+        DESTINATION ${OX_DOC_DIRECTORY}/oxfilecache-dev/examples COMPONENT development)
+foreach(package "oxfilecache;runtime" "oxfilecache-dev;development")
+  list(GET package 0 name)
+  list(GET package 1 component)
+  install(FILES ${PROJECT_SOURCE_DIR}/cmake/OxInstallCopyright.txt RENAME copyright
+          DESTINATION ${OX_DOC_DIRECTORY}/${name} COMPONENT ${component})
+endforeach()
+
+if(NOT PROJECT_IS_TOP_LEVEL)
+  return()
+endif()
+set(CPACK_GENERATOR DEB)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_PACKAGE_NAME oxfilecache)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Persistent file cache for embedded devices")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
+    "The loadable module, the oxcache tool and the check of hosts, oxhostcheck.")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+    "Headers, static libraries of the Linux host kit, CMake package and pkg-config file.")
+if(NOT DEFINED CPACK_PACKAGE_CONTACT)
+  set(CPACK_PACKAGE_CONTACT "OxFileCache maintainers <maintainers@oxfilecache.invalid>")
+endif()
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME oxfilecache)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME oxfilecache-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "oxfilecache (= ${PROJECT_VERSION})")
+include(CPack)
