@@ -55,6 +55,16 @@ bool HasNoLeadByte(const unsigned char* src, std::size_t count) {
   return leads == 0;
 }
 
+void Widen(const unsigned char* src, std::size_t count, std::uint16_t* out) {
+  for (std::size_t i = 0; i < count; ++i)
+    out[i] = src[i];
+}
+
+void Narrow(const std::uint16_t* units, std::uint32_t count, unsigned char* out) {
+  for (std::uint32_t i = 0; i < count; ++i)
+    out[i] = static_cast<unsigned char>(units[i]);
+}
+
 std::size_t EncodedBound(const std::uint16_t* units, std::uint32_t count) {
   std::size_t bytes = 0;
   for (std::uint32_t i = 0; i < count; ++i) {
@@ -117,8 +127,7 @@ int OxString::_UTF8toU16Char(const unsigned char* src, unsigned short* high,
 std::uint32_t OxString::Decode(const unsigned char* src, std::size_t count,
                                std::uint16_t* out) const {
   if (HasNoLeadByte(src, count)) {
-    for (std::size_t i = 0; i < count; ++i)
-      out[i] = src[i];
+    Widen(src, count, out);
     return static_cast<std::uint32_t>(count);
   }
   std::uint32_t units = 0;
@@ -162,8 +171,8 @@ const char* OxString::UTF8() const {
   if (buffer == nullptr) return "";
   unsigned char* end = buffer;
   if (isAscii) {
-    for (std::uint32_t i = 0; i < length_; ++i)
-      *end++ = static_cast<unsigned char>(utf16_[i]);
+    Narrow(utf16_, length_, buffer);
+    end += length_;
   } else {
     for (std::uint32_t i = 0; i < length_;)
       end = EncodeOne(NextCodePoint(utf16_, length_, &i), end);
