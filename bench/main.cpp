@@ -39,6 +39,14 @@ json ToJson(const Times& times) {
   return {{"median_ns", times.median}, {"p99_ns", times.p99}, {"worst_ns", times.worst}};
 }
 
+json ToJson(const Ratio& ratio) {
+  return {{"median", ratio.median},
+          {"lowest", ratio.lowest},
+          {"p10", ratio.p10},
+          {"p90", ratio.p90},
+          {"highest", ratio.highest}};
+}
+
 json Measure(const std::string& operation, Bench& base, Bench& subject, const Options& options) {
   const Paired paired =
       MeasurePaired(base.Make(BaseOf(operation, options.base)), subject.Make(operation),
@@ -53,9 +61,7 @@ json Measure(const std::string& operation, Bench& base, Bench& subject, const Op
           {"timed_singly", paired.timed},
           {"base_times", ToJson(paired.base)},
           {"subject_times", ToJson(paired.subject)},
-          {"ratio", paired.ratio},
-          {"ratio_lowest", paired.lowest},
-          {"ratio_highest", paired.highest}};
+          {"ratio", ToJson(paired.ratio)}};
 }
 
 json Count(const std::string& operation, Bench& subject, const Options& options) {

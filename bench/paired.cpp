@@ -8,11 +8,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr double kBlockNanoseconds = 1.5e6;
+// Shorter than a scheduler's time slice, so that another program spoils few blocks and not most.
+constexpr double kBlockNanoseconds = 5e5;
 // Operations that a block of the base holds at least, however long they take.
 constexpr std::size_t kMinCount = 5;
 // A slow subject gets fewer rounds than asked for once it has taken this long.
-constexpr double kSubjectNanoseconds = 2.5e9;
+constexpr double kSubjectNanoseconds = 8e8;
 constexpr std::size_t kMinRounds = 9;
 constexpr std::size_t kSingleRounds = 4;
 
@@ -43,24 +44,29 @@ void RunSingly(const Operation& operation, std::size_t count, std::vector<double
 
 std::size_t ChooseCount(const Operation& base, std::size_t maxCount) {
   const std::size_t trial = std::min<std::size_t>(maxCount, 32);
-  RunBlock(base, trial);
-  const double each = RunBlock(base, trial);
+  double each = RunBlock(base, trial);
+  for (int i = 0; i < 4; ++i)
+    each = std::min(each, RunBlock(base, trial));
   const auto wanted = static_cast<std::size_t>(kBlockNanoseconds / each);
   return std::min(std::max(wanted, kMinCount), maxCount);
 }
 
-Times Summarize(const std::vector<double>& blocks, std::vector<double> singles) {
-  std::sort(singles.begin(), singles.end());
-  return {Median(blocks), singles[(singles.size() - 1) * 99 / 100], singles.back()};
+double Quantile(const std::vector<double>& sorted, std::size_t percent) {
+  return sorted[(sorted.size() - 1) * percent / 100];
 }
-
-}  // namespace
 
 double Median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
   const std::size_t middle = values.size() / 2;
   return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
+
+Times Summarize(const std::vector<double>& blocks, std::vector<double> singles) {
+  std::sort(singles.begin(), singles.end());
+  return {Median(blocks), Quantile(singles, 99), singles.back()};
+}
+
+}  // namespace
 
 Paired MeasurePaired(const Operation& base, const Operation& subject, const BlockLimits& limits) {
   const std::size_t count = ChooseCount(base, limits.maxCount);
@@ -88,15 +94,14 @@ Paired MeasurePaired(const Operation& base, const Operation& subject, const Bloc
     RunSingly(subject, count, &subjectSingles);
   }
 
-  const auto [lowest, highest] = std::minmax_element(ratios.begin(), ratios.end());
-  return {ratios.size(),
-          count,
-          subjectSingles.size(),
-          Summarize(baseBlocks, std::move(baseSingles)),
-          Summarize(subjectBlocks, std::move(subjectSingles)),
-          Median(ratios),
-          *lowest,
-          *highest};
+  std::sort(ratios.begin(), ratios.end());
+  return {
+      ratios.size(),
+      count,
+      subjectSingles.size(),
+      Summarize(baseBlocks, std::move(baseSingles)),
+      Summarize(subjectBlocks, std::move(subjectSingles)),
+      {Median(ratios), ratios.front(), Quantile(ratios, 10), Quantile(ratios, 90), ratios.back()}};
 }
 
 }  // namespace ox::bench

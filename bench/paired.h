@@ -6,7 +6,6 @@
 
 #include <cstddef>
 #include <functional>
-#include <vector>
 
 namespace ox::bench {
 
@@ -29,20 +28,25 @@ struct Times {
   double worst;
 };
 
+// Subject / base over the rounds.
+struct Ratio {
+  double median;
+  double lowest;
+  double p10;
+  double p90;
+  double highest;
+};
+
 struct Paired {
   std::size_t rounds;
   std::size_t count;  // operations of one block
   std::size_t timed;  // operations timed one by one, on each side
   Times base;
   Times subject;
-  double ratio;  // median of subject / base over the rounds
-  double lowest;
-  double highest;
+  Ratio ratio;
 };
 
 Paired MeasurePaired(const Operation& base, const Operation& subject, const BlockLimits& limits);
-
-double Median(std::vector<double> values);
 
 }  // namespace ox::bench
 
