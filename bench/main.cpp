@@ -36,7 +36,10 @@ std::string BaseOf(const std::string& operation, const std::string& base) {
 }
 
 json ToJson(const Times& times) {
-  return {{"median_ns", times.median}, {"p99_ns", times.p99}, {"worst_ns", times.worst}};
+  return {{"median_ns", times.median},
+          {"p99_ns", times.p99},
+          {"worst_ns", times.worst},
+          {"calm_worst_ns", times.calmWorst}};
 }
 
 json ToJson(const Ratio& ratio) {
@@ -103,6 +106,8 @@ json Count(const std::string& operation, Bench& subject, const Options& options)
 
 // Of a filled contender that was started once.
 json Memory(Bench& subject, std::size_t heapBefore, const Options& options) {
+  // Ours, not the contender's.
+  subject.Subject().Prepare({});
   const auto entries = static_cast<double>(options.entries);
   json result = {
       {"operation", "memory"},

@@ -29,9 +29,9 @@ const std::vector<std::string>& OperationNames() {
 BlockLimits LimitsOf(const std::string& operation, std::size_t entries) {
   if (operation == "start-up") return {entries <= 1000 ? 41U : 9U, 1};
   if (operation == "store" || operation == "remove")
-    return {41, std::min<std::size_t>(entries / 2, 100)};
-  if (operation == "churn") return {41, 100};
-  return {41, 2000};
+    return {61, std::min<std::size_t>(entries / 2, 100)};
+  if (operation == "churn") return {61, 100};
+  return {81, 2000};
 }
 
 Bench::Bench(const std::string& name, const std::string& parent, std::size_t entries,

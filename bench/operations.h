@@ -28,8 +28,6 @@ class Bench {
   Bench& operator=(const Bench&) = delete;
 
   Operation Make(const std::string& operation);
-  // A contender without a cheaper lookup than a whole fetch has its operation "hit" in the place of
-  // "lookup".
   Contender& Subject() { return *contender_; }
 
  private:

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <limits>
+#include <utility>
+#include <vector>
 
 namespace ox::bench {
 namespace {
@@ -15,7 +18,7 @@ constexpr std::size_t kMinCount = 5;
 // A slow subject gets fewer rounds than asked for once it has taken this long.
 constexpr double kSubjectNanoseconds = 8e8;
 constexpr std::size_t kMinRounds = 9;
-constexpr std::size_t kSingleRounds = 4;
+constexpr std::size_t kSingleRounds = 8;
 
 double Since(Clock::time_point start) {
   return std::chrono::duration<double, std::nano>(Clock::now() - start).count();
@@ -32,13 +35,22 @@ double RunBlock(const Operation& operation, std::size_t count) {
   return elapsed / static_cast<double>(count);
 }
 
-void RunSingly(const Operation& operation, std::size_t count, std::vector<double>* times) {
+// Operations timed one by one, in rounds.
+struct Singles {
+  std::vector<double> times;
+  double calmWorst = std::numeric_limits<double>::infinity();
+};
+
+void RunSingly(const Operation& operation, std::size_t count, Singles* singles) {
   operation.prepare(count);
+  double worst = 0;
   for (std::size_t i = 0; i < count; ++i) {
     const auto start = Clock::now();
     operation.run(i);
-    times->push_back(Since(start));
+    singles->times.push_back(Since(start));
+    worst = std::max(worst, singles->times.back());
   }
+  singles->calmWorst = std::min(singles->calmWorst, worst);
   operation.finish();
 }
 
@@ -61,9 +73,9 @@ double Median(std::vector<double> values) {
   return values.size() % 2 == 1 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
-Times Summarize(const std::vector<double>& blocks, std::vector<double> singles) {
-  std::sort(singles.begin(), singles.end());
-  return {Median(blocks), Quantile(singles, 99), singles.back()};
+Times Summarize(const std::vector<double>& blocks, Singles singles) {
+  std::sort(singles.times.begin(), singles.times.end());
+  return {Median(blocks), Quantile(singles.times, 99), singles.times.back(), singles.calmWorst};
 }
 
 }  // namespace
@@ -87,8 +99,8 @@ Paired MeasurePaired(const Operation& base, const Operation& subject, const Bloc
     spent += subjectBlocks.back() * static_cast<double>(count);
   }
 
-  std::vector<double> baseSingles;
-  std::vector<double> subjectSingles;
+  Singles baseSingles;
+  Singles subjectSingles;
   for (std::size_t round = 0; round < kSingleRounds; ++round) {
     RunSingly(base, count, &baseSingles);
     RunSingly(subject, count, &subjectSingles);
@@ -98,7 +110,7 @@ Paired MeasurePaired(const Operation& base, const Operation& subject, const Bloc
   return {
       ratios.size(),
       count,
-      subjectSingles.size(),
+      subjectSingles.times.size(),
       Summarize(baseBlocks, std::move(baseSingles)),
       Summarize(subjectBlocks, std::move(subjectSingles)),
       {Median(ratios), ratios.front(), Quantile(ratios, 10), Quantile(ratios, 90), ratios.back()}};

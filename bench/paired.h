@@ -26,6 +26,9 @@ struct Times {
   double median;  // of the blocks' means
   double p99;     // of operations timed one by one
   double worst;
+  // The worst of the calmest round: what other programs do to single operations is gone, what the
+  // operation does to itself shows in every round.
+  double calmWorst;
 };
 
 // Subject / base over the rounds.

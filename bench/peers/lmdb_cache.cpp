@@ -16,7 +16,7 @@
 namespace ox::bench {
 namespace {
 
-constexpr std::size_t kMapBytes = std::size_t{4} << 30;
+constexpr std::size_t kMapBytes = std::size_t{1} << 30;
 
 void Check(int result) {
   if (result != MDB_SUCCESS) throw std::runtime_error(mdb_strerror(result));
