@@ -28,14 +28,15 @@ void SessionFileSystem::CaptureConfiguration() {
   PosixFile file;
   hasConfiguration_ = file.SetPath(configurationPath_.c_str()) != 0 && file.Exists() != 0 &&
                       file.Open(os::filesystem::File::kOpenRead) != 0;
-  configuration_.resize(hasConfiguration_ ? file.Read(kConfigurationBytes, configuration_.data())
-                                          : 0);
+  const std::uint64_t bytes =
+      hasConfiguration_ ? file.Read(kConfigurationBytes, configuration_.data()) : 0;
+  configuration_.resize(static_cast<std::size_t>(bytes));
 }
 
 std::size_t SessionFileSystem::ReadConfiguration(std::size_t position, void* destination,
-                                                 std::size_t bytes) const {
+                                                 std::uint64_t bytes) const {
   const std::size_t left = configuration_.size() - position;
-  const std::size_t count = bytes < left ? bytes : left;
+  const std::size_t count = bytes < left ? static_cast<std::size_t>(bytes) : left;
   std::memcpy(destination, configuration_.data() + position, count);
   return count;
 }

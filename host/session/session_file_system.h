@@ -34,7 +34,7 @@ class SessionFileSystem final : public IFileSystem {
 
   bool IsConfiguration(const char* path) const { return configurationPath_ == path; }
   bool HasConfiguration() const { return hasConfiguration_; }
-  std::size_t ReadConfiguration(std::size_t position, void* destination, std::size_t bytes) const;
+  std::size_t ReadConfiguration(std::size_t position, void* destination, std::uint64_t bytes) const;
 
   os::filesystem::File* CreateFile() override;
   void DestroyFile(os::filesystem::File* file) override;

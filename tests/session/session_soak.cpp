@@ -43,11 +43,11 @@ std::string UrlOf(unsigned number) {
 
 std::string ContentOf(unsigned url, std::uint64_t version) {
   const std::uint64_t seed = version * kUrls + url;
-  return Bytes(seed, 1 + seed * 2654435761u % kLongestContent);
+  return Bytes(seed, static_cast<std::size_t>(1 + seed * 2654435761u % kLongestContent));
 }
 
 std::string MetaDataOf(unsigned url, std::uint64_t version) {
-  const std::string padding(version * 37 % 200, '.');
+  const std::string padding(static_cast<std::size_t>(version * 37 % 200), '.');
   return std::to_string(url) + " " + std::to_string(version) + " " + padding;
 }
 

@@ -264,7 +264,7 @@ TEST_F(SessionTest, DamageBySomebodyElseIsNoticed) {
   const std::string blocked = pathOf("blocked");
   unlink(gone.c_str());
   WriteFile(cut + ".ox_meta", "meta");
-  unlink(blocked.c_str());
+  EXPECT_FALSE(session->Remove("blocked"));
   mkdir(blocked.c_str(), 0700);
 
   EXPECT_EQ(Fetch(*session, "gone"), kNotThere);
@@ -274,7 +274,8 @@ TEST_F(SessionTest, DamageBySomebodyElseIsNoticed) {
   EXPECT_FALSE(session->Fetch("cut", &error));
   EXPECT_EQ(error.kind, ErrorKind::kInputOutput);
   EXPECT_EQ(Store(*session, "blocked", "x", "m").systemError, EISDIR);
-  for (const char* url : {"gone", "cut", "new"}) {
+  rmdir(blocked.c_str());
+  for (const char* url : {"gone", "cut", "blocked"}) {
     EXPECT_FALSE(Store(*session, url, "again", "fresh"));
     EXPECT_EQ(Fetch(*session, url), "again|fresh");
   }
