@@ -190,10 +190,13 @@ int PosixFile::EnumerateDirectory(EnumerateCallback callback, void* context, int
   try {
     std::vector<DirectoryEntry> entries;
     if (!ListDirectory(path_, &entries)) return 0;
-    const std::string prefix = std::string(path_) + "/";
+    std::string path = std::string(path_) + "/";
+    const std::size_t prefixLength = path.size();
     PosixFile file;
     for (const DirectoryEntry& entry : entries) {
-      if (file.SetPath((prefix + entry.name).c_str()) == 0) continue;
+      path.resize(prefixLength);
+      path += entry.name;
+      if (file.SetPath(path.c_str()) == 0) continue;
       file.KnowSize(entry.size);
       if (!callback(file, entry.isDirectory, context)) break;
     }
