@@ -1,4 +1,4 @@
-"""Charts of one run as SVG: the time of an operation over N, one line for each contender."""
+"""Charts of one run as SVG: an operation's ratio to the floor over N, one line for each contender."""
 import html
 import math
 import os
@@ -15,17 +15,15 @@ TITLES = {"hit": "Hit, metadata", "content": "Hit, metadata and content", "miss"
 
 
 def lines_of(results, operation):
-    """{contender: [(N, microseconds)]}; the floor's are those measured beside the Linux host."""
+    """{contender: [(N, ratio to the floor)]}."""
     lines = {}
     for one in results["timings"]:
-        if (one["operation"], one["where"], one["base"], one["content_bytes"]) != (
-                operation, "tmpfs", "floor", 4096) or one["subject"] not in COLOURS:
-            continue
-        lines.setdefault(one["subject"], []).append(
-            (one["entries"], one["subject_times"]["median_ns"] / 1e3))
-        if one["subject"] == "linux-host":
-            lines.setdefault("floor", []).append(
-                (one["entries"], one["base_times"]["median_ns"] / 1e3))
+        if (one["operation"], one["where"], one["base"], one["content_bytes"]) == (
+                operation, "tmpfs", "floor", 4096) and one["subject"] in COLOURS:
+            lines.setdefault(one["subject"], []).append((one["entries"], one["ratio"]["median"]))
+    if lines:
+        sizes = [n for points in lines.values() for n, _ in points]
+        lines["floor"] = [(min(sizes), 1), (max(sizes), 1)]
     return {name: sorted(points) for name, points in lines.items()}
 
 
@@ -65,12 +63,12 @@ def grid(across, up):
 def chart(title, lines):
     every = [point for points in lines.values() for point in points]
     across = Axis([n for n, _ in every], LEFT, WIDTH - RIGHT)
-    up = Axis([time for _, time in every], HEIGHT - BOTTOM, TOP)
+    up = Axis([ratio for _, ratio in every], HEIGHT - BOTTOM, TOP)
     parts = grid(across, up)
     shown = [name for name in COLOURS if name in lines]
     for row, name in enumerate(shown):
         colour = COLOURS[name]
-        points = [(across(n), up(time)) for n, time in lines[name]]
+        points = [(across(n), up(ratio)) for n, ratio in lines[name]]
         path = " ".join(f"{x:.1f},{y:.1f}" for x, y in points)
         dash = 'stroke-dasharray="6 4" ' if name == "floor" else ""
         parts.append(f'<polyline points="{path}" fill="none" stroke="{colour}" stroke-width="2" {dash}/>')
@@ -78,7 +76,7 @@ def chart(title, lines):
         y = TOP + 12 + 20 * row
         parts.append(f'<rect x="{WIDTH - RIGHT + 16}" y="{y - 9}" width="12" height="12" fill="{colour}"/>')
         parts.append(text(WIDTH - RIGHT + 34, y + 2, NAMES[name].replace("*", "")))
-    parts.append(text(LEFT, 22, f"{title}: microseconds over the number of entries, on tmpfs", "start",
+    parts.append(text(LEFT, 22, f"{title}: ratio to the floor over the number of entries, on tmpfs", "start",
                       'font-weight="bold"'))
     return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {WIDTH} {HEIGHT}" '
             f'font-family="sans-serif" font-size="13"><rect width="100%" height="100%" fill="white"/>\n'
