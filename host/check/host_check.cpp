@@ -31,7 +31,7 @@ class ScratchDirectory {
   ScratchDirectory& operator=(const ScratchDirectory&) = delete;
 
   std::string MakeNext() {
-    const std::string path = path_ + "/" + std::to_string(++made_);
+    std::string path = path_ + "/" + std::to_string(++made_);
     std::filesystem::create_directory(path);
     return path;
   }

@@ -1,6 +1,7 @@
 // Blocks of memory, and the two primitives that work on them.
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -70,7 +71,7 @@ void KeepsBlocksApart(Run& run) {
 void TakesNoSource(Run& run) {
   void* block = run.Kernel().Allocate(100, nullptr, 0);
   Expect(block != nullptr, "Allocate gave null");
-  std::memset(block, 1, 100);
+  std::fill_n(static_cast<char*>(block), 100, '\1');
   run.Kernel().Free(block, nullptr, 0);
 }
 

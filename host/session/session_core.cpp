@@ -46,7 +46,7 @@ OxString ToOxString(const std::string& text) {
 
 std::string ContentPath(core::cache::CacheValue& value) {
   const OxString path = value.GetFile();
-  const std::string text = path.UTF8();
+  std::string text = path.UTF8();
   // The module's copies have a watch of their own; a text that got lost is empty.
   if (text.empty()) throw std::bad_alloc();
   return text;
@@ -148,7 +148,7 @@ Error SessionCore::PutInOrder(Survey* survey) {
   const auto isLive = [this](const std::string& id) { return IsLive(id); };
   if (Error error = DeleteLeftovers(directory, *survey, isLive)) return error;
   std::uint64_t deleted = 0;
-  const Error error = TrimToLimits(directory, limits_, survey, &deleted);
+  Error error = TrimToLimits(directory, limits_, survey, &deleted);
   trimmed_ += deleted;
   return error;
 }
