@@ -21,6 +21,7 @@ class FaultDriver {
 
   // True when this call is to fail.
   bool Next() {
+    if (isPaused) return false;
     ++calls_;
     if (failAt_ == 0) return false;
     return calls_ == failAt_ || (mode_ == Mode::kFromThereOn && calls_ > failAt_);
@@ -30,9 +31,24 @@ class FaultDriver {
   std::uint64_t Calls() const { return calls_; }
 
  private:
+  friend class FaultPause;
+  static inline thread_local bool isPaused = false;
+
   std::uint64_t calls_ = 0;
   std::uint64_t failAt_ = 0;
   Mode mode_ = Mode::kOnce;
+};
+
+// While it lives nothing fails and nothing is counted: for what a test does on its own account.
+class FaultPause {
+ public:
+  FaultPause() : wasPaused_(FaultDriver::isPaused) { FaultDriver::isPaused = true; }
+  ~FaultPause() { FaultDriver::isPaused = wasPaused_; }
+  FaultPause(const FaultPause&) = delete;
+  FaultPause& operator=(const FaultPause&) = delete;
+
+ private:
+  const bool wasPaused_;
 };
 
 }  // namespace ox::testing

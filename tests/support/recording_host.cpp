@@ -41,12 +41,13 @@ class RecordingFile final : public os::filesystem::File {
 
   int SetPath(const char* utf8Path) override {
     host_.Log(std::string("SetPath ") + utf8Path);
-    path_ = utf8Path;
-    return !host_.fileFaults.Next();
+    const bool isRefused = host_.fileFaults.Next();
+    path_ = isRefused ? "" : utf8Path;  // then bound to nothing
+    return !isRefused;
   }
   int Open(int mode) override {
     host_.Log("Open " + std::to_string(mode));
-    if (host_.fileFaults.Next()) return 0;
+    if (host_.fileFaults.Next() || path_.empty()) return 0;
     StoredFile* file = host_.FindFile(path_);
     if (file != nullptr && file->isDirectory) return 0;
     if (mode == kOpenRead && file == nullptr) return 0;
@@ -78,14 +79,14 @@ class RecordingFile final : public os::filesystem::File {
     host_.Log("GetSize " + path_);
     if (host_.fileFaults.Next()) return 0;
     const StoredFile* file = host_.FindFile(path_);
-    return (file != nullptr ? file->bytes.size() : 0) | host_.highBits;
+    return (file != nullptr ? std::uint64_t{file->bytes.size()} : 0) | host_.highBits;
   }
   std::uint64_t Read(std::uint64_t count, void* destination) override {
     host_.Log("Read " + std::to_string(count));
     EXPECT_TRUE(isOpen_);
     if (host_.fileFaults.Next()) return 0;
     const std::string& bytes = host_.FindFile(path_)->bytes;
-    const std::size_t part = std::min<std::size_t>(count, bytes.size() - position_);
+    const std::size_t part = std::min(static_cast<std::size_t>(count), bytes.size() - position_);
     std::memcpy(destination, bytes.data() + position_, part);
     position_ += part;
     return (host_.claimedRead != 0 ? host_.claimedRead : part) | host_.highBits;
@@ -93,7 +94,7 @@ class RecordingFile final : public os::filesystem::File {
   std::uint64_t Write(std::uint64_t count, const void* source) override {
     host_.Log("Write " + std::to_string(count));
     EXPECT_TRUE(isOpen_);
-    const std::size_t part = host_.fileFaults.Next() ? count / 2 : count;
+    const auto part = static_cast<std::size_t>(host_.fileFaults.Next() ? count / 2 : count);
     host_.FindFile(path_)->bytes.append(static_cast<const char*>(source), part);
     return part;
   }

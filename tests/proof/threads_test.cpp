@@ -1,0 +1,268 @@
+// Eight threads on one manager of the shipped library, and on one session, all operations. Meant
+// for ThreadSanitizer; the order of locks is checked in every build.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "host/module_loader.h"
+#include "host/posix_kernel.h"
+#include "module/ox_mutex.h"
+#include "tests/host/scratch_directory.h"
+#include "tests/support/ledger.h"
+
+namespace {
+
+using ox::core::cache::CacheValue;
+using ox::core::cache::FileCacheManager;
+using ox::host::CacheSession;
+using ox::host::Error;
+using ox::host::ErrorKind;
+using ox::host::LoadedModule;
+using ox::host::ManagerReference;
+using ox::host::PosixKernel;
+using ox::testing::ScratchDirectory;
+using ox::testing::WriteWhole;
+
+constexpr int kThreads = 8;
+
+unsigned Pick(std::mt19937& random, unsigned below) {
+  return static_cast<unsigned>(random() % below);
+}
+
+int Rounds() {
+  return std::getenv("OX_PROVE") != nullptr ? 2000 : 200;
+}
+
+void OnThreads(const std::function<void(int)>& work) {
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; ++i)
+    threads.emplace_back(work, i);
+  for (std::thread& thread : threads)
+    thread.join();
+}
+
+// The module makes the factory's mutex first, then the entries', then the manager's, and locks in
+// the order factory, manager, entries.
+constexpr int kRanks[] = {0, 2, 1};
+
+std::atomic<int> locksNested{0};
+std::atomic<int> locksOutOfOrder{0};
+thread_local std::vector<int> held;
+
+class RankedMutex final : public IOxMutex {
+ public:
+  RankedMutex(PosixKernel& kernel, int rank)
+      : kernel_(kernel), mutex_(kernel.CreateMutex()), rank_(rank) {}
+  ~RankedMutex() { kernel_.DestroyMutex(mutex_); }
+  RankedMutex(const RankedMutex&) = delete;
+  RankedMutex& operator=(const RankedMutex&) = delete;
+
+  int Lock() override {
+    const bool isAgain = std::count(held.begin(), held.end(), rank_) != 0;
+    if (!held.empty()) ++locksNested;
+    if (!isAgain && !held.empty() && held.back() > rank_) ++locksOutOfOrder;
+    held.push_back(rank_);
+    return mutex_->Lock();
+  }
+  int Unlock() override {
+    if (held.empty() || held.back() != rank_) ++locksOutOfOrder;
+    held.pop_back();
+    return mutex_->Unlock();
+  }
+
+ private:
+  PosixKernel& kernel_;
+  IOxMutex* mutex_;
+  const int rank_;
+};
+
+// The kernel of the Linux host, with other mutexes.
+class RankingKernel final : public IOxKernel {
+ public:
+  explicit RankingKernel(std::string directory) : kernel_(std::move(directory)) {}
+  PosixKernel& Inner() { return kernel_; }
+
+  void* GetInterface(const char* name) override { return kernel_.GetInterface(name); }
+  void ReleaseInterface(void* interface) override { kernel_.ReleaseInterface(interface); }
+  IOxMutex* CreateMutex() override { return new RankedMutex(kernel_, kRanks[mutexes_++ % 3]); }
+  void DestroyMutex(IOxMutex* mutex) override { delete static_cast<RankedMutex*>(mutex); }
+  void* Allocate(std::size_t bytes, const char* file, int line) override {
+    return kernel_.Allocate(bytes, file, line);
+  }
+  void Free(void* block, const char* file, int line) override { kernel_.Free(block, file, line); }
+  void* MemSet(void* dst, int value, std::size_t bytes) override {
+    return kernel_.MemSet(dst, value, bytes);
+  }
+  void* MemCopy(void* dst, const void* src, std::size_t bytes) override {
+    return kernel_.MemCopy(dst, src, bytes);
+  }
+  std::size_t StrLen16(const std::uint16_t* text) override { return kernel_.StrLen16(text); }
+  std::size_t StrLen(const char* text) override { return kernel_.StrLen(text); }
+  int StrCmp(const char* a, const char* b) override { return kernel_.StrCmp(a, b); }
+  char* StrCpy(char* dst, const char* src) override { return kernel_.StrCpy(dst, src); }
+  const char* StrStr(const char* haystack, const char* needle) override {
+    return kernel_.StrStr(haystack, needle);
+  }
+  unsigned long StrToUL(const char* text, char** end, int base) override {
+    return kernel_.StrToUL(text, end, base);
+  }
+
+ private:
+  PosixKernel kernel_;
+  int mutexes_ = 0;
+};
+
+// The kernel comes first and stays: the module keeps it for the life of the process.
+struct Started {
+  Started(const std::string& configuration) {
+    static auto& theKernel = *new RankingKernel(StaticDirectory());
+    kernel = &theKernel;
+    WriteWhole(StaticDirectory() + "/file-cache.conf", configuration);
+    std::string error;
+    module = LoadedModule::Load(OX_MODULE_PATH, theKernel, &error);
+    EXPECT_NE(nullptr, module) << error;
+  }
+  ~Started() {
+    module.reset();
+    const auto counts = kernel->Inner().Counts();
+    EXPECT_EQ(0U, counts.blocks + counts.mutexes + counts.files);
+    EXPECT_EQ(0, locksOutOfOrder);
+    EXPECT_GT(locksNested, 0);
+  }
+  static const std::string& StaticDirectory() {
+    static const ScratchDirectory directory;
+    return directory.Path();
+  }
+
+  RankingKernel* kernel;
+  std::unique_ptr<LoadedModule> module;
+};
+
+std::string UrlOf(int thread, unsigned number) {
+  return "http://host/" + std::to_string(thread) + "/" + std::to_string(number);
+}
+
+// Each thread's entries are its own, and nothing is evicted: then lent pointers are good and may be
+// looked at.
+void UseOwnEntries(FileCacheManager& manager, int thread, std::mutex& dataDirectory) {
+  std::mt19937 random(static_cast<unsigned>(thread));
+  for (int round = 0; round < Rounds(); ++round) {
+    const OxString url(UrlOf(thread, Pick(random, 5)).c_str());
+    CacheValue* value = manager.Get(url);
+    if (value == nullptr) {
+      // Declared as empty: abandoning takes the declared size off a total that never counted it.
+      value = manager.CreateCacheValue(url, 0, OxString("meta"));
+      ASSERT_NE(nullptr, value);
+      if (Pick(random, 4) == 0) {
+        manager.DestroyCacheValue(value);
+        continue;
+      }
+      WriteWhole(value->GetFile().UTF8(), "content");
+      ASSERT_TRUE(manager.Add(value));
+    }
+    EXPECT_EQ(7U, value->GetSize());
+    EXPECT_STREQ(url.UTF8(), value->GetURL().UTF8());
+    EXPECT_STREQ("meta", value->GetMetaData().UTF8());
+    if (Pick(random, 3) == 0) {
+      EXPECT_TRUE(manager.Remove(value));
+    }
+    manager.SetMaxEntries(1000 + Pick(random, 10));
+    manager.SetMaxSize(10000000 + Pick(random, 10));
+    manager.SetMaxCacheValueSize(60000 + Pick(random, 10));
+    EXPECT_LE(1000U, manager.GetMaxEntries());
+    EXPECT_LE(10000000U, manager.GetMaxSize());
+    EXPECT_LE(60000U, manager.GetMaxCacheValueSize());
+    const std::lock_guard<std::mutex> lock(dataDirectory);  // the two take no lock of their own
+    manager.SetDataDir(url);
+    EXPECT_STREQ(url.UTF8(), manager.GetDataDir().UTF8());
+  }
+}
+
+TEST(Threads, OnOneManager) {
+  Started started("MAX_CACHE_ENTRIES=1000\nMAX_CACHE_SIZE=10000000\n");
+  std::mutex dataDirectory;
+  OnThreads([&](int thread) {
+    for (int life = 0; life < 3; ++life) {
+      const ManagerReference manager(*started.module);
+      ASSERT_TRUE(manager);
+      UseOwnEntries(*manager, thread, dataDirectory);
+    }
+  });
+}
+
+// All threads on the same few entries while limits evict them: only what needs no lent pointer.
+TEST(Threads, OnOneManagerThatEvicts) {
+  Started started("MAX_CACHE_ENTRIES=4\nMAX_CACHE_SIZE=2000\n");
+  std::atomic<int> found{0};
+  OnThreads([&](int thread) {
+    std::mt19937 random(static_cast<unsigned>(thread));
+    const ManagerReference manager(*started.module);
+    for (int round = 0; round < Rounds(); ++round) {
+      const OxString url(UrlOf(0, Pick(random, 8)).c_str());
+      CacheValue* value = manager->CreateCacheValue(url, 100, OxString("meta"));
+      if (value != nullptr && Pick(random, 4) == 0) {
+        manager->DestroyCacheValue(value);
+      } else if (value != nullptr) {
+        WriteWhole(value->GetFile().UTF8(), std::string(Pick(random, 500), 'c'));
+        EXPECT_TRUE(manager->Add(value));
+      }
+      if (CacheValue* again = manager->Get(url)) {
+        ++found;
+        if (Pick(random, 2) == 0) manager->Remove(again);
+      }
+      manager->SetMaxEntries(3 + Pick(random, 5));
+      manager->SetMaxSize(1024 + Pick(random, 2000));
+      manager->SetMaxCacheValueSize(1024 + Pick(random, 500));
+    }
+  });
+  EXPECT_GT(found, 0);
+}
+
+TEST(Threads, OnOneSession) {
+  const ScratchDirectory scratch;
+  WriteWhole(scratch / "file-cache.conf", "MAX_CACHE_ENTRIES=6\nMAX_CACHE_SIZE=9000\n");
+  ox::host::SessionOptions options;
+  options.directory = scratch.Path();
+  options.modulePath = OX_MODULE_PATH;
+  options.touchInterval = std::chrono::seconds(0);
+  Error error;
+  const auto session = CacheSession::Open(options, &error);
+  ASSERT_NE(nullptr, session) << error.Message();
+  std::atomic<int> version{0};
+  std::atomic<int> found{0};
+  std::atomic<int> stored{0};
+  OnThreads([&](int thread) {
+    std::mt19937 random(static_cast<unsigned>(thread));
+    Error mine;
+    for (int round = 0; round < Rounds() / 2; ++round) {
+      const std::string url = UrlOf(0, Pick(random, 10));
+      ox::testing::Ledger ignored;
+      if (ox::testing::Store(*session, url, ++version, &ignored)) ++stored;
+      const int fetched = ox::testing::FetchVersion(*session, UrlOf(0, Pick(random, 10)), &mine);
+      EXPECT_LE(0, fetched) << mine.Message();
+      found += fetched > 0 ? 1 : 0;
+      if (Pick(random, 8) == 0) {
+        mine = session->Remove(url);
+        EXPECT_TRUE(!mine || mine.kind == ErrorKind::kNotFound) << mine.Message();
+      }
+      if (Pick(random, 32) == 0) {
+        EXPECT_FALSE(session->Trim(nullptr));
+      }
+      EXPECT_LE(session->Statistics().entries, 6U);
+      EXPECT_EQ(6U, session->Limits().maxEntries);
+    }
+  });
+  std::printf("%d stored, %d found\n", stored.load(), found.load());
+  EXPECT_EQ(version, stored);
+  EXPECT_GT(found, 0);
+}
+
+}  // namespace

@@ -1,0 +1,70 @@
+// What a directory may look like after the power was cut somewhere in a journal.
+//
+// Only what was synchronised is certain. Of a file: what stood in it at its last synchronisation;
+// of later writes nothing, all, a beginning that ends at a block, or the right length with zeros.
+// Of the directory: its entries at its last synchronisation; of the later creations, renamings and
+// deletions any part, in their order. Each of these is whole or not at all, also a renaming.
+#ifndef OX_TESTS_SUPPORT_CRASH_STATES_H_
+#define OX_TESTS_SUPPORT_CRASH_STATES_H_
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/support/system_calls.h"
+
+namespace ox::testing {
+
+struct DiskFile {
+  std::string bytes;
+  std::int64_t time = 0;
+};
+inline bool operator<(const DiskFile& a, const DiskFile& b) {
+  return a.bytes != b.bytes ? a.bytes < b.bytes : a.time < b.time;
+}
+inline bool operator==(const DiskFile& a, const DiskFile& b) {
+  return a.bytes == b.bytes && a.time == b.time;
+}
+
+// By name.
+using DiskImage = std::map<std::string, DiskFile>;
+
+DiskImage ReadImage(const std::string& directory);
+void WriteImage(const DiskImage& image, const std::string& directory);
+
+class CrashStates {
+ public:
+  CrashStates(const DiskImage& start, const std::vector<FileOperation>& operations);
+
+  // Images after a cut behind the first `cut` operations: all that there are while they are no more
+  // than `most`, otherwise the plain ones and a random choice. The first is the one where nothing
+  // was lost, which is also what a killed process leaves.
+  std::vector<DiskImage> After(std::size_t cut, std::size_t most, std::mt19937* random) const;
+
+ private:
+  struct File {
+    DiskFile certain;
+    DiskFile latest;
+  };
+  using Directory = std::map<std::string, int>;
+
+  struct Moment {
+    std::map<int, File> files;
+    Directory certain;
+    std::vector<FileOperation> pending;  // changes of the directory since
+  };
+
+  Moment At(std::size_t cut) const;
+  static DiskImage Build(const Moment& moment, std::uint64_t kept,
+                         const std::function<unsigned(int)>& fate);
+
+  DiskImage start_;
+  std::vector<FileOperation> operations_;
+};
+
+}  // namespace ox::testing
+
+#endif

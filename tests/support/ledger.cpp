@@ -1,0 +1,95 @@
+#include "tests/support/ledger.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "tests/support/fault_driver.h"
+
+namespace ox::testing {
+
+using host::CacheSession;
+using host::Error;
+using host::ErrorKind;
+
+std::string ContentOf(const std::string& url, int version) {
+  std::string content = url + "#" + std::to_string(version) + "#";
+  // Some are shorter than a block of the disk, some longer.
+  const std::size_t bytes = content.size() + 1 + static_cast<std::size_t>(version) * 397 % 2000;
+  while (content.size() < bytes)
+    content += static_cast<char>('a' + (content.size() * 7 + static_cast<unsigned>(version)) % 26);
+  return content;
+}
+
+std::string MetaDataOf(const std::string& url, int version) {
+  return std::to_string(version) + " of " + url;
+}
+
+void Ledger::Begin(const std::string& url, int version) {
+  const FaultPause pause;
+  auto& allowed = allowed_[url];
+  if (allowed.empty()) allowed.insert(kAbsent);
+  allowed.insert(version);
+}
+
+void Ledger::Committed(const std::string& url, int version) {
+  const FaultPause pause;
+  allowed_[url] = {version};
+}
+
+void Ledger::AnyMayBeGone() {
+  for (auto& url : allowed_)
+    url.second.insert(kAbsent);
+}
+
+std::string Ledger::Check(CacheSession& session) const {
+  std::string wrong;
+  auto all = allowed_;
+  all["http://never/stored"] = {kAbsent};
+  for (const auto& [url, versions] : all) {
+    Error error;
+    const int version = FetchVersion(session, url, &error);
+    if (versions.count(version) != 0) continue;
+    wrong += url + " gives " + std::to_string(version) + " (" + error.Message() + "), allowed:";
+    for (const int allowed : versions)
+      wrong += " " + std::to_string(allowed);
+    wrong += "\n";
+  }
+  return wrong;
+}
+
+bool Store(CacheSession& session, const std::string& url, int version, Ledger* ledger) {
+  std::string content;
+  std::string metaData;
+  {
+    const FaultPause pause;
+    content = ContentOf(url, version);
+    metaData = MetaDataOf(url, version);
+  }
+  Error error;
+  const auto writer = session.Store(url, &error);
+  if (writer == nullptr) return false;
+  const std::size_t half = content.size() / 2;
+  if (writer->Write(content.data(), half)) return false;
+  if (writer->Write(content.data() + half, content.size() - half)) return false;
+  ledger->Begin(url, version);
+  if (writer->Commit(metaData)) return false;
+  ledger->Committed(url, version);
+  return true;
+}
+
+int FetchVersion(CacheSession& session, const std::string& url, Error* error) {
+  const auto entry = session.Fetch(url, error);
+  if (!entry) return error->kind == ErrorKind::kNotFound ? kAbsent : -1;
+  std::string content(entry->size + 1, '\0');
+  const ssize_t count = read(entry->content.Get(), content.data(), content.size());
+  if (count < 0) return -1;
+  content.resize(static_cast<std::size_t>(count));
+  const int version = std::atoi(entry->metadata.c_str());
+  const bool isExact = version > 0 && entry->metadata == MetaDataOf(url, version) &&
+                       content == ContentOf(url, version);
+  if (!isExact) error->detail = "got \"" + entry->metadata + "\", " + content.substr(0, 40);
+  return isExact ? version : -1;
+}
+
+}  // namespace ox::testing

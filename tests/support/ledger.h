@@ -1,0 +1,49 @@
+// What a cache may hold after a history that a fault, a kill or a power cut ended somewhere.
+//
+// Content and metadata of an entry are made from its URL and a version, so whatever a cache serves
+// tells where it came from.
+#ifndef OX_TESTS_SUPPORT_LEDGER_H_
+#define OX_TESTS_SUPPORT_LEDGER_H_
+
+#include <map>
+#include <set>
+#include <string>
+
+#include "host/session/cache_session.h"
+
+namespace ox::testing {
+
+constexpr int kAbsent = 0;  // the version of what is not there
+
+std::string ContentOf(const std::string& url, int version);
+std::string MetaDataOf(const std::string& url, int version);
+
+class Ledger {
+ public:
+  // A commit has begun: from here on it may be found.
+  void Begin(const std::string& url, int version);
+  // It was reported done: from here on nothing else may.
+  void Committed(const std::string& url, int version);
+  void MayBeGone(const std::string& url) { Begin(url, kAbsent); }
+  void IsGone(const std::string& url) { Committed(url, kAbsent); }
+  // Any entry may have been evicted.
+  void AnyMayBeGone();
+
+  // Fetches every URL of the ledger, and one that was never stored. Empty when all is as allowed,
+  // otherwise what is not.
+  std::string Check(host::CacheSession& session) const;
+
+ private:
+  std::map<std::string, std::set<int>> allowed_;
+};
+
+// Stores one version; true when every step succeeded. The ledger learns of each step.
+bool Store(host::CacheSession& session, const std::string& url, int version, Ledger* ledger);
+
+// Which version a fetch gives: kAbsent when there is none, -1 for a failed fetch and for bytes that
+// are not exactly those of one version of this URL.
+int FetchVersion(host::CacheSession& session, const std::string& url, host::Error* error);
+
+}  // namespace ox::testing
+
+#endif

@@ -1,0 +1,315 @@
+#include "tests/support/system_calls.h"
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <filesystem>
+#include <new>
+#include <utility>
+
+namespace ox::testing {
+
+FaultDriver callFaults;
+FaultDriver callInterrupts;
+FaultDriver allocationFaults;
+
+namespace {
+
+Journal* journal = nullptr;
+
+bool Fails(int error) {
+  if (!callFaults.Next()) return false;
+  errno = error;
+  return true;
+}
+
+bool IsInterrupted() {
+  if (!callInterrupts.Next()) return false;
+  errno = EINTR;
+  return true;
+}
+
+// The C library's function of that name. On 32-bit machines the headers rename some.
+template <typename Function>
+Function* Next(const char* name, const char* largeFile, const char* longTime) {
+  constexpr bool isLargeFile = sizeof(long) == 4 && sizeof(off_t) == 8;
+  constexpr bool isLongTime = sizeof(long) == 4 && sizeof(time_t) == 8;
+  void* found = dlsym(RTLD_NEXT, isLongTime ? longTime : isLargeFile ? largeFile : name);
+  if (found == nullptr) std::abort();
+  return reinterpret_cast<Function*>(found);
+}
+
+std::int64_t ToNanoseconds(const timespec& time) {
+  return std::int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
+}
+
+}  // namespace
+
+Journal::Journal(std::string directory) : directory_(std::move(directory)) {
+  for (const auto& entry : std::filesystem::directory_iterator(directory_))
+    names_[entry.path().filename()] = 0;
+  for (auto& name : names_)
+    name.second = files_++;
+  journal = this;
+}
+
+Journal::~Journal() {
+  journal = nullptr;
+}
+
+std::string Journal::NameOf(const std::string& path) const {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos || path.substr(0, slash) != directory_) return {};
+  return path.substr(slash + 1);
+}
+
+FileOperation& Journal::Add(FileOperation::Kind kind, int file) {
+  operations_.emplace_back();
+  operations_.back().kind = kind;
+  operations_.back().file = file;
+  return operations_.back();
+}
+
+void Journal::Created(const std::string& path, int fd, bool isNew, bool isEmptied) {
+  const std::string name = NameOf(path);
+  if (name.empty()) return;
+  if (isNew) {
+    names_[name] = files_++;
+    Add(FileOperation::Kind::kCreate, names_[name]).name = name;
+  } else if (isEmptied) {
+    Add(FileOperation::Kind::kEmpty, names_[name]);
+  }
+  open_[fd] = {names_[name], 0};
+}
+
+void Journal::Written(int fd, const void* bytes, std::size_t count) {
+  const auto open = open_.find(fd);
+  if (open == open_.end()) return;
+  FileOperation& write = Add(FileOperation::Kind::kWrite, open->second.file);
+  write.offset = open->second.position;
+  write.bytes.assign(static_cast<const char*>(bytes), count);
+  open->second.position += count;
+}
+
+void Journal::Emptied(int fd) {
+  if (open_.count(fd) != 0) Add(FileOperation::Kind::kEmpty, open_[fd].file);
+}
+
+void Journal::Renamed(const std::string& from, const std::string& to) {
+  const std::string name = NameOf(from);
+  if (name.empty()) return;
+  names_[NameOf(to)] = names_[name];
+  FileOperation& rename = Add(FileOperation::Kind::kRename, names_[name]);
+  rename.name = name;
+  rename.newName = NameOf(to);
+  names_.erase(name);
+}
+
+void Journal::Deleted(const std::string& path) {
+  const std::string name = NameOf(path);
+  if (name.empty()) return;
+  Add(FileOperation::Kind::kDelete, names_[name]).name = name;
+  names_.erase(name);
+}
+
+void Journal::TimeSet(const std::string& path, std::int64_t time) {
+  const auto name = names_.find(NameOf(path));
+  if (name != names_.end()) Add(FileOperation::Kind::kSetTime, name->second).time = time;
+}
+
+void Journal::TimeSet(int fd, std::int64_t time) {
+  const auto open = open_.find(fd);
+  if (open != open_.end()) Add(FileOperation::Kind::kSetTime, open->second.file).time = time;
+}
+
+void Journal::Synchronised(int fd, bool isDirectory) {
+  if (isDirectory) {
+    Add(FileOperation::Kind::kSyncDirectory, -1);
+  } else if (open_.count(fd) != 0) {
+    Add(FileOperation::Kind::kSyncFile, open_[fd].file);
+  }
+}
+
+}  // namespace ox::testing
+
+// Defined here, these stand before the C library's.
+
+using ox::testing::allocationFaults;
+using ox::testing::callFaults;
+using ox::testing::Fails;
+using ox::testing::IsInterrupted;
+using ox::testing::journal;
+using ox::testing::Next;
+using ox::testing::ToNanoseconds;
+
+extern "C" {
+
+int open(const char* path, int flags, ...) {
+  static auto* const real = Next<int(const char*, int, ...)>("open", "open64", "open64");
+  if (Fails(EMFILE) || IsInterrupted()) return -1;
+  mode_t mode = 0;
+  if ((flags & O_CREAT) != 0) {
+    va_list arguments;
+    va_start(arguments, flags);
+    mode = static_cast<mode_t>(va_arg(arguments, int));
+    va_end(arguments);
+  }
+  const bool isNew = (flags & O_CREAT) != 0 && access(path, F_OK) != 0;
+  const int fd = real(path, flags, mode);
+  if (fd >= 0 && journal != nullptr && (flags & O_ACCMODE) != O_RDONLY) {
+    journal->Created(path, fd, isNew, (flags & O_TRUNC) != 0);
+  }
+  return fd;
+}
+
+int close(int fd) {
+  static auto* const real = Next<int(int)>("close", "close", "close");
+  if (journal != nullptr) journal->Closed(fd);
+  return real(fd);
+}
+
+ssize_t read(int fd, void* buffer, size_t count) {
+  static auto* const real = Next<ssize_t(int, void*, size_t)>("read", "read", "read");
+  return Fails(EIO) || IsInterrupted() ? -1 : real(fd, buffer, count);
+}
+
+ssize_t pread(int fd, void* buffer, size_t count, off_t offset) {
+  static auto* const real = Next<ssize_t(int, void*, size_t, off_t)>("pread", "pread64", "pread64");
+  return Fails(EIO) ? -1 : real(fd, buffer, count, offset);
+}
+
+ssize_t write(int fd, const void* buffer, size_t count) {
+  static auto* const real = Next<ssize_t(int, const void*, size_t)>("write", "write", "write");
+  if (IsInterrupted()) return -1;
+  const bool fails = Fails(ENOSPC);
+  const ssize_t written = real(fd, buffer, fails ? count / 2 : count);
+  if (journal != nullptr && written > 0) {
+    journal->Written(fd, buffer, static_cast<size_t>(written));
+  }
+  if (!fails) return written;
+  errno = ENOSPC;
+  return -1;
+}
+
+int ftruncate(int fd, off_t length) noexcept {
+  static auto* const real = Next<int(int, off_t)>("ftruncate", "ftruncate64", "ftruncate64");
+  if (Fails(EIO)) return -1;
+  if (journal != nullptr) journal->Emptied(fd);
+  return real(fd, length);
+}
+
+int fsync(int fd) {
+  if (Fails(EIO) || IsInterrupted()) return -1;
+  struct stat status;
+  if (fstat(fd, &status) != 0) return -1;
+  if (journal != nullptr) journal->Synchronised(fd, S_ISDIR(status.st_mode));
+  return 0;  // power is cut in simulation only: thousands of cases need not wait for the disk
+}
+
+int rename(const char* from, const char* to) noexcept {
+  static auto* const real = Next<int(const char*, const char*)>("rename", "rename", "rename");
+  if (Fails(EIO)) return -1;
+  const int result = real(from, to);
+  if (result == 0 && journal != nullptr) journal->Renamed(from, to);
+  return result;
+}
+
+int unlink(const char* path) noexcept {
+  static auto* const real = Next<int(const char*)>("unlink", "unlink", "unlink");
+  if (Fails(EIO)) return -1;
+  const int result = real(path);
+  if (result == 0 && journal != nullptr) journal->Deleted(path);
+  return result;
+}
+
+int utimensat(int directory, const char* path, const timespec times[2], int flags) noexcept {
+  static auto* const real =
+      Next<int(int, const char*, const timespec*, int)>("utimensat", "utimensat", "__utimensat64");
+  if (Fails(EIO)) return -1;
+  if (journal != nullptr) journal->TimeSet(path, ToNanoseconds(times[1]));
+  return real(directory, path, times, flags);
+}
+
+int futimens(int fd, const timespec times[2]) noexcept {
+  static auto* const real = Next<int(int, const timespec*)>("futimens", "futimens", "__futimens64");
+  if (Fails(EIO)) return -1;
+  if (journal != nullptr) journal->TimeSet(fd, ToNanoseconds(times[1]));
+  return real(fd, times);
+}
+
+int stat(const char* path, struct stat* status) noexcept {
+  static auto* const real =
+      Next<int(const char*, struct stat*)>("stat", "stat64", "__stat64_time64");
+  return Fails(EIO) ? -1 : real(path, status);
+}
+
+int lstat(const char* path, struct stat* status) noexcept {
+  static auto* const real =
+      Next<int(const char*, struct stat*)>("lstat", "lstat64", "__lstat64_time64");
+  return Fails(EIO) ? -1 : real(path, status);
+}
+
+int fstat(int fd, struct stat* status) noexcept {
+  static auto* const real = Next<int(int, struct stat*)>("fstat", "fstat64", "__fstat64_time64");
+  return Fails(EIO) ? -1 : real(fd, status);
+}
+
+int fstatat(int directory, const char* path, struct stat* status, int flags) noexcept {
+  static auto* const real =
+      Next<int(int, const char*, struct stat*, int)>("fstatat", "fstatat64", "__fstatat64_time64");
+  return Fails(EIO) ? -1 : real(directory, path, status, flags);
+}
+
+int mkdir(const char* path, mode_t mode) noexcept {
+  static auto* const real = Next<int(const char*, mode_t)>("mkdir", "mkdir", "mkdir");
+  return Fails(ENOSPC) ? -1 : real(path, mode);
+}
+
+DIR* fdopendir(int fd) {
+  static auto* const real = Next<DIR*(int)>("fdopendir", "fdopendir", "fdopendir");
+  return Fails(ENOMEM) ? nullptr : real(fd);
+}
+
+dirent* readdir(DIR* directory) {
+  static auto* const real = Next<dirent*(DIR*)>("readdir", "readdir64", "readdir64");
+  return Fails(EIO) ? nullptr : real(directory);
+}
+
+int flock(int fd, int operation) noexcept {
+  static auto* const real = Next<int(int, int)>("flock", "flock", "flock");
+  return Fails(ENOLCK) ? -1 : real(fd, operation);
+}
+
+// The kernel's own; the linker sends them here.
+void* __real_malloc(size_t bytes);
+void* __wrap_malloc(size_t bytes);
+void* __wrap_malloc(size_t bytes) {
+  return allocationFaults.Next() ? nullptr : __real_malloc(bytes);
+}
+
+}  // extern "C"
+
+void* operator new(std::size_t bytes) {
+  void* block = allocationFaults.Next() ? nullptr : __real_malloc(bytes);
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
+}
+
+void* operator new(std::size_t bytes, const std::nothrow_t& /*tag*/) noexcept {
+  return allocationFaults.Next() ? nullptr : __real_malloc(bytes);
+}
+
+void operator delete(void* block) noexcept {
+  std::free(block);
+}
+
+void operator delete(void* block, std::size_t /*bytes*/) noexcept {
+  std::free(block);
+}
