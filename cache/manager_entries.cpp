@@ -22,11 +22,10 @@ CacheValueImpl* FileCacheManagerImpl::CreateCacheValuePrivate(const OxString& ur
 CacheValue* FileCacheManagerImpl::CreateCacheValue(const OxString& url, const unsigned long& size,
                                                    const OxString& newMetaData) {
   const ScopedLock lock(mutex);
-  const AllocationWatch watch;
-  // Copied by length first: old units behind an emptied text must not become metadata.
-  const OxString metaData(newMetaData);
-  if (watch.Tripped()) return nullptr;
-  CacheValueImpl* value = CreateCacheValuePrivate(url, size, metaData);
+  // Old units behind an emptied text must not become metadata, as an assignment would have it.
+  const OxString none;
+  CacheValueImpl* value =
+      CreateCacheValuePrivate(url, size, newMetaData.IsEmpty() ? none : newMetaData);
   if (value == nullptr) return nullptr;
   // Not yet pending while it is admitted: it counts with its content file as it is on disk now, not
   // with the declared size.

@@ -70,6 +70,7 @@ bool ListDirectory(const char* path, std::vector<DirectoryEntry>* entries) {
 }
 
 bool MakeDirectories(const std::string& path) {
+  if (IsDirectory(path)) return true;
   for (std::size_t end = path.find('/', 1); end != std::string::npos;
        end = path.find('/', end + 1)) {
     if (!MakeOne(path.substr(0, end))) return false;

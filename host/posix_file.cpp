@@ -19,17 +19,8 @@ namespace {
 // O_NONBLOCK, so that a FIFO planted under a file's name cannot hang the device; regular files do
 // not know it.
 constexpr int kAlways = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-
-int OpenFlags(int mode) {
-  switch (mode) {
-    case os::filesystem::File::kOpenRead:
-      return O_RDONLY | kAlways;
-    case os::filesystem::File::kOpenWrite:
-      return O_WRONLY | O_CREAT | O_TRUNC | kAlways;
-    default:
-      return -1;
-  }
-}
+constexpr int kForReading = O_RDONLY | kAlways;
+constexpr int kForWriting = O_WRONLY | O_CREAT | kAlways;
 
 int OpenRetrying(const char* path, int flags) {
   int fd = -1;
@@ -86,10 +77,14 @@ int PosixFile::Open(int mode) {
     return 1;
   }
   Close();
-  const int flags = OpenFlags(mode);
-  if (flags < 0) return 0;
-  fd_ = OpenRetrying(path_, flags);
   position_ = 0;
+  if (mode == kOpenWrite) {
+    fd_ = OpenRetrying(path_, kForWriting | O_EXCL);
+    // What was just made is a regular file.
+    if (fd_ >= 0) return 1;
+  }
+  if (mode == kOpenWrite) fd_ = OpenRetrying(path_, kForWriting | O_TRUNC);
+  if (mode == kOpenRead) fd_ = OpenRetrying(path_, kForReading);
   struct stat status;
   if (fd_ >= 0 && fstat(fd_, &status) == 0 && S_ISREG(status.st_mode)) return 1;
   Close();
@@ -129,7 +124,7 @@ int PosixFile::Exists() {
 // What is opened here is not asked for its type: reading at a position fails for FIFOs, sockets and
 // terminals, and reading a directory fails anyway.
 bool PosixFile::ProbeByOpening() {
-  fd_ = OpenRetrying(path_, OpenFlags(kOpenRead));
+  fd_ = OpenRetrying(path_, kForReading);
   position_ = 0;
   isProbed_ = fd_ >= 0;
   return isProbed_;

@@ -47,6 +47,9 @@ class PosixFile final : public os::filesystem::File {
   // it runs in the order of use. Nonzero when the directory could be read.
   int EnumerateDirectory(EnumerateCallback callback, void* context, int flags) override;
 
+  // The bound path, "" when there is none.
+  const char* Path() const { return path_; }
+
   // For an object that stands for an enumerated entry: GetSize gives this size once, as if Exists
   // had just been asked.
   void KnowSize(std::uint64_t size);

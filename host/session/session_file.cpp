@@ -21,53 +21,60 @@ struct Enumeration {
 
 bool ShowAsSessionFile(os::filesystem::File& entry, bool isDirectory, void* context) {
   const auto& enumeration = *static_cast<const Enumeration*>(context);
-  OxString path;
-  entry.GetPath(path);
   SessionFile file(enumeration.fileSystem);
-  if (file.SetPath(path.UTF8()) == 0) return true;
+  file.StandFor(static_cast<PosixFile&>(entry));
   return enumeration.callback(file, isDirectory, enumeration.context);
 }
 
 }  // namespace
 
 int SessionFile::SetPath(const char* utf8Path) {
-  Close();
-  path_[0] = '\0';
-  if (file_.SetPath(utf8Path) == 0) return 0;
-  std::strcpy(path_, utf8Path);
-  return 1;
+  Rewind();
+  return file_.SetPath(utf8Path);
+}
+
+void SessionFile::StandFor(PosixFile& entry) {
+  SetPath(entry.Path());
+  file_.KnowSize(entry.GetSize());
 }
 
 int SessionFile::Open(int mode) {
-  Close();
-  if (fileSystem_.IsConfiguration(path_)) {
+  Rewind();
+  if (fileSystem_.IsConfiguration(file_.Path())) {
     source_ = Source::kConfiguration;
     return mode == kOpenRead && fileSystem_.HasConfiguration();
   }
   if (mode == kOpenWrite) {
+    file_.Close();
     source_ = Source::kNowhere;
     return !fileSystem_.IsProbing();
   }
+  // Not closed before: what Exists has opened serves.
   return file_.Open(mode);
 }
 
-void SessionFile::Close() {
-  file_.Close();
+void SessionFile::Rewind() {
   source_ = Source::kFile;
   position_ = 0;
 }
 
+void SessionFile::Close() {
+  file_.Close();
+  Rewind();
+}
+
 bool SessionFile::IsMetaData() const {
   constexpr std::size_t kSuffix = sizeof kMetaDataFileSuffix - 1;
-  const std::size_t length = std::strlen(path_);
-  return length >= kSuffix && std::strcmp(path_ + length - kSuffix, kMetaDataFileSuffix) == 0;
+  const char* path = file_.Path();
+  const std::size_t length = std::strlen(path);
+  return length >= kSuffix && std::strcmp(path + length - kSuffix, kMetaDataFileSuffix) == 0;
 }
 
 int SessionFile::Delete(int flags) {
   if (fileSystem_.IsProbing()) return 0;
   AnnounceFileOperation();
   struct stat status {};
-  lstat(path_, &status);
+  lstat(file_.Path(), &status);
   const bool isDeleted = file_.Delete(flags) != 0;
   const int error = errno;
   const auto bytes = static_cast<std::uint64_t>(status.st_size);
@@ -96,7 +103,7 @@ void SessionFile::NoteMetaDataDeletion(bool isDeleted, std::uint64_t bytes, std:
 }
 
 int SessionFile::Exists() {
-  if (fileSystem_.IsConfiguration(path_)) return fileSystem_.HasConfiguration();
+  if (fileSystem_.IsConfiguration(file_.Path())) return fileSystem_.HasConfiguration();
   return file_.Exists();
 }
 
@@ -121,7 +128,7 @@ std::uint64_t SessionFile::Write(std::uint64_t count, const void* /*source*/) {
 
 int SessionFile::EnumerateDirectory(EnumerateCallback callback, void* context, int flags) {
   if (fileSystem_.IsProbing()) {
-    fileSystem_.NoteAskedDirectory(path_);
+    fileSystem_.NoteAskedDirectory(file_.Path());
     return 1;
   }
   Enumeration enumeration{fileSystem_, callback, context};

@@ -24,6 +24,8 @@ SessionFileSystem::SessionFileSystem(std::string directory)
   CaptureConfiguration();
 }
 
+SessionFileSystem::~SessionFileSystem() = default;
+
 void SessionFileSystem::CaptureConfiguration() {
   PosixFile file;
   hasConfiguration_ = file.SetPath(configurationPath_.c_str()) != 0 && file.Exists() != 0 &&
@@ -46,11 +48,15 @@ void SessionFileSystem::NoteAskedDirectory(const char* path) noexcept {
 }
 
 os::filesystem::File* SessionFileSystem::CreateFile() {
+  if (spare_ != nullptr) return spare_.release();
   return new (std::nothrow) SessionFile(*this);
 }
 
 void SessionFileSystem::DestroyFile(os::filesystem::File* file) {
-  delete static_cast<SessionFile*>(file);
+  auto* spare = static_cast<SessionFile*>(file);
+  if (spare == nullptr) return;
+  spare->SetPath(nullptr);  // closes
+  spare_.reset(spare);
 }
 
 int SessionFileSystem::GetDefaultDirectory(OxString& out) {

@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "host/posix_file.h"
@@ -18,10 +19,15 @@
 namespace ox::host {
 
 // Threads: used under the session's mutex alone.
+class SessionFile;
+
 class SessionFileSystem final : public IFileSystem {
  public:
   // Shows the configuration and an empty directory, and deletes nothing, until ServeFiles.
   explicit SessionFileSystem(std::string directory);
+  ~SessionFileSystem();
+  SessionFileSystem(const SessionFileSystem&) = delete;
+  SessionFileSystem& operator=(const SessionFileSystem&) = delete;
 
   // From now on the real directory; `state` must outlive the module's use of this.
   void ServeFiles(CacheState* state) { state_ = state; }
@@ -43,6 +49,8 @@ class SessionFileSystem final : public IFileSystem {
  private:
   void CaptureConfiguration();
 
+  // The object destroyed last, kept for the next CreateFile.
+  std::unique_ptr<SessionFile> spare_;
   std::string directory_;
   std::string configurationPath_;
   std::string configuration_;
@@ -59,6 +67,9 @@ class SessionFile final : public os::filesystem::File {
   SessionFile(const SessionFile&) = delete;
   SessionFile& operator=(const SessionFile&) = delete;
 
+  // Bound to the same path as an enumerated entry, whose size is known already.
+  void StandFor(PosixFile& entry);
+
   int SetPath(const char* utf8Path) override;
   int Open(int mode) override;
   void Close() override;
@@ -74,12 +85,12 @@ class SessionFile final : public os::filesystem::File {
   enum class Source { kFile, kConfiguration, kNowhere };
 
   bool IsMetaData() const;
+  void Rewind();
   void NoteContentDeletion(bool isDeleted, std::uint64_t bytes, int error);
   void NoteMetaDataDeletion(bool isDeleted, std::uint64_t bytes, std::int64_t modified, int error);
 
   SessionFileSystem& fileSystem_;
   PosixFile file_;
-  char path_[PATH_MAX] = "";
   Source source_ = Source::kFile;
   std::size_t position_ = 0;
 };
