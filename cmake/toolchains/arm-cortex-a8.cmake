@@ -5,7 +5,8 @@ set(CMAKE_SYSTEM_PROCESSOR arm)
 
 set(triple arm-linux-gnueabihf)
 set(CMAKE_CXX_COMPILER ${triple}-g++)
-set(CMAKE_CXX_FLAGS_INIT "-mcpu=cortex-a8 -mfpu=neon -mthumb")
+# The notes are about code of compilers before 7.
+set(CMAKE_CXX_FLAGS_INIT "-mcpu=cortex-a8 -mfpu=neon -mthumb -Wno-psabi")
 
 set(CMAKE_FIND_ROOT_PATH /usr/${triple})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

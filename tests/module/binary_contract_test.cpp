@@ -116,12 +116,12 @@ std::uint64_t GetSize(HostFile* file) {
   return disk.count(file->path) != 0 ? disk[file->path].size() : 0;
 }
 std::uint64_t Read(HostFile* file, std::uint64_t count, void* to) {
-  const std::string part = disk[file->path].substr(file->position, count);
+  const std::string part = disk[file->path].substr(file->position, static_cast<std::size_t>(count));
   std::memcpy(to, part.data(), part.size());
   return part.size();
 }
 std::uint64_t Write(HostFile* file, std::uint64_t count, const void* from) {
-  disk[file->path].append(static_cast<const char*>(from), count);
+  disk[file->path].append(static_cast<const char*>(from), static_cast<std::size_t>(count));
   return count;
 }
 int Enumerate(HostFile* file, EnumerateCallback callback, void* context, int);

@@ -100,12 +100,30 @@ bool CheckAll(const SessionOptions& options, Progress* progress) {
   return count == expected;
 }
 
-bool Round(const SessionOptions& options, unsigned seed, Progress* progress) {
+void SleepMicroseconds(long microseconds) {
+  const timespec wait{microseconds / 1000000, microseconds % 1000000 * 1000};
+  nanosleep(&wait, nullptr);
+}
+
+// How long a new process takes for its start and a few operations, in microseconds.
+long MeasureStart(const SessionOptions& options, Progress* progress) {
+  constexpr int kOperations = 10;
+  constexpr long kStep = 500;
+  const pid_t child = fork();
+  if (child == 0) Work(options, 0, progress);
+  long waited = 0;
+  for (; progress->operations < kOperations && waited < 30000000; waited += kStep)
+    SleepMicroseconds(kStep);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  return waited;
+}
+
+bool Round(const SessionOptions& options, unsigned seed, long longest, Progress* progress) {
   const pid_t child = fork();
   if (child == 0) Work(options, seed, progress);
   std::mt19937 random(seed);
-  const timespec wait{0, static_cast<long>(random() % 12000000)};
-  nanosleep(&wait, nullptr);
+  SleepMicroseconds(static_cast<long>(random() % static_cast<unsigned long>(longest)));
   kill(child, SIGKILL);
   int status = 0;
   waitpid(child, &status, 0);
@@ -123,14 +141,16 @@ int main(int argc, char** argv) {
   std::string directory = std::string(argc > 3 ? argv[3] : "/var/tmp") + "/ox-kill-XXXXXX";
   if (mkdtemp(directory.data()) == nullptr) return 2;
   options.directory = directory;
+  options.durability = Durability::kPower;
   std::ofstream(directory + "/file-cache.conf") << "MAX_CACHE_ENTRIES=20\n";
 
   void* shared =
       mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   auto* progress = static_cast<Progress*>(shared);
+  const long longest = 2 * MeasureStart(options, progress);
   for (unsigned round = 1; round <= rounds; ++round) {
     options.durability = round % 2 == 0 ? Durability::kPower : Durability::kProcess;
-    if (Round(options, round, progress)) continue;
+    if (Round(options, round, longest, progress)) continue;
     std::fprintf(stderr, "failed in round %u, files kept in %s\n", round, directory.c_str());
     return 1;
   }

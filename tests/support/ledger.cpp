@@ -81,7 +81,7 @@ bool Store(CacheSession& session, const std::string& url, int version, Ledger* l
 int FetchVersion(CacheSession& session, const std::string& url, Error* error) {
   const auto entry = session.Fetch(url, error);
   if (!entry) return error->kind == ErrorKind::kNotFound ? kAbsent : -1;
-  std::string content(entry->size + 1, '\0');
+  std::string content(static_cast<std::size_t>(entry->size) + 1, '\0');
   const ssize_t count = read(entry->content.Get(), content.data(), content.size());
   if (count < 0) return -1;
   content.resize(static_cast<std::size_t>(count));

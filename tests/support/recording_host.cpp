@@ -41,13 +41,13 @@ class RecordingFile final : public os::filesystem::File {
 
   int SetPath(const char* utf8Path) override {
     host_.Log(std::string("SetPath ") + utf8Path);
-    const bool isRefused = host_.fileFaults.Next();
-    path_ = isRefused ? "" : utf8Path;  // then bound to nothing
-    return !isRefused;
+    path_ = utf8Path;
+    isBound_ = !host_.fileFaults.Next();
+    return isBound_;
   }
   int Open(int mode) override {
     host_.Log("Open " + std::to_string(mode));
-    if (host_.fileFaults.Next() || path_.empty()) return 0;
+    if (host_.fileFaults.Next() || !isBound_) return 0;
     StoredFile* file = host_.FindFile(path_);
     if (file != nullptr && file->isDirectory) return 0;
     if (mode == kOpenRead && file == nullptr) return 0;
@@ -63,13 +63,13 @@ class RecordingFile final : public os::filesystem::File {
   int Delete(int flags) override {
     host_.Log("Delete " + path_);
     EXPECT_EQ(0, flags);
-    if (host_.fileFaults.Next() || host_.FindFile(path_) == nullptr) return 0;
+    if (host_.fileFaults.Next() || BoundFile() == nullptr) return 0;
     host_.DeleteFile(path_);
     return 1;
   }
   int Exists() override {
     host_.Log("Exists");
-    return !host_.fileFaults.Next() && host_.FindFile(path_) != nullptr;
+    return !host_.fileFaults.Next() && BoundFile() != nullptr;
   }
   void GetPath(OxString& out) override {
     host_.Log("GetPath");
@@ -78,7 +78,7 @@ class RecordingFile final : public os::filesystem::File {
   std::uint64_t GetSize() override {
     host_.Log("GetSize " + path_);
     if (host_.fileFaults.Next()) return 0;
-    const StoredFile* file = host_.FindFile(path_);
+    const StoredFile* file = BoundFile();
     return (file != nullptr ? std::uint64_t{file->bytes.size()} : 0) | host_.highBits;
   }
   std::uint64_t Read(std::uint64_t count, void* destination) override {
@@ -101,7 +101,7 @@ class RecordingFile final : public os::filesystem::File {
   int EnumerateDirectory(EnumerateCallback callback, void* context, int flags) override {
     host_.Log("EnumerateDirectory " + path_);
     EXPECT_EQ(0, flags);
-    if (host_.fileFaults.Next()) return 0;
+    if (host_.fileFaults.Next() || !isBound_) return 0;
     const std::vector<StoredFile> snapshot = host_.files;
     const std::string prefix = path_ + "/";
     for (const StoredFile& file : snapshot) {
@@ -114,8 +114,11 @@ class RecordingFile final : public os::filesystem::File {
   }
 
  private:
+  StoredFile* BoundFile() { return isBound_ ? host_.FindFile(path_) : nullptr; }
+
   RecordingHost& host_;
   std::string path_;
+  bool isBound_ = true;  // not after a path was refused
   bool isOpen_ = false;
   std::size_t position_ = 0;
 };

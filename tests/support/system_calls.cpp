@@ -11,14 +11,12 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <filesystem>
-#include <new>
 #include <utility>
 
 namespace ox::testing {
 
 FaultDriver callFaults;
 FaultDriver callInterrupts;
-FaultDriver allocationFaults;
 
 namespace {
 
@@ -141,7 +139,6 @@ void Journal::Synchronised(int fd, bool isDirectory) {
 
 // Defined here, these stand before the C library's.
 
-using ox::testing::allocationFaults;
 using ox::testing::callFaults;
 using ox::testing::Fails;
 using ox::testing::IsInterrupted;
@@ -287,29 +284,4 @@ int flock(int fd, int operation) noexcept {
   return Fails(ENOLCK) ? -1 : real(fd, operation);
 }
 
-// The kernel's own; the linker sends them here.
-void* __real_malloc(size_t bytes);
-void* __wrap_malloc(size_t bytes);
-void* __wrap_malloc(size_t bytes) {
-  return allocationFaults.Next() ? nullptr : __real_malloc(bytes);
-}
-
 }  // extern "C"
-
-void* operator new(std::size_t bytes) {
-  void* block = allocationFaults.Next() ? nullptr : __real_malloc(bytes);
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
-
-void* operator new(std::size_t bytes, const std::nothrow_t& /*tag*/) noexcept {
-  return allocationFaults.Next() ? nullptr : __real_malloc(bytes);
-}
-
-void operator delete(void* block) noexcept {
-  std::free(block);
-}
-
-void operator delete(void* block, std::size_t /*bytes*/) noexcept {
-  std::free(block);
-}
