@@ -37,6 +37,8 @@ class NodePool {
  private:
   static constexpr std::size_t kNodesInBlock = 64;
   struct Block {
+    // Leaves the nodes as they are: clearing them would call into the C library on small builds.
+    Block() {}  // NOLINT(modernize-use-equals-default)
     Block* next;
     EntryNode nodes[kNodesInBlock];
   };

@@ -34,7 +34,7 @@ Error FetchPage(CacheSession& session, const std::string& url, std::string* body
   Error error;
   const auto found = session.Fetch(url, &error);
   if (!found) return error;
-  body->resize(found->size);
+  body->resize(static_cast<std::size_t>(found->size));
   const ssize_t bytes = read(found->content.Get(), body->data(), body->size());
   return bytes < 0 ? SystemError("cannot read", found->path) : Error{};
 }

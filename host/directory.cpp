@@ -19,7 +19,10 @@ struct CloseDirectory {
 using DirectoryHandle = std::unique_ptr<DIR, CloseDirectory>;
 
 DirectoryHandle OpenDirectory(const char* path) {
-  const int fd = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  int fd = -1;
+  do {
+    fd = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  } while (fd < 0 && errno == EINTR);
   if (fd < 0) return nullptr;
   DirectoryHandle directory(fdopendir(fd));
   if (directory == nullptr) close(fd);
@@ -61,8 +64,9 @@ bool ListDirectory(const char* path, std::vector<DirectoryEntry>* entries) {
     struct stat status;
     if (IsSelfOrParent(found->d_name)) continue;
     if (fstatat(dirfd(directory.get()), found->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
-    entries->push_back({found->d_name, status.st_mtim, S_ISDIR(status.st_mode),
-                        S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0});
+    const bool isRegular = S_ISREG(status.st_mode);
+    entries->push_back({found->d_name, status.st_mtim, S_ISDIR(status.st_mode), isRegular,
+                        isRegular ? static_cast<std::uint64_t>(status.st_size) : 0});
   }
   if (errno != 0) return false;
   std::sort(entries->begin(), entries->end(), IsOlder);

@@ -13,6 +13,7 @@ struct DirectoryEntry {
   std::string name;
   timespec modified;
   bool isDirectory;
+  bool isRegular;
   std::uint64_t size;  // bytes, 0 for anything but a regular file
 };
 

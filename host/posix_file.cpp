@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/directory.h"
+#include "host/enumeration_snapshot.h"
 #include "string/ox_string.h"
 
 namespace ox::host {
@@ -79,6 +80,7 @@ int PosixFile::Open(int mode) {
   Close();
   position_ = 0;
   if (mode == kOpenWrite) {
+    EnumerationSnapshot::Forget();
     fd_ = OpenRetrying(path_, kForWriting | O_EXCL);
     // What was just made is a regular file.
     if (fd_ >= 0) return 1;
@@ -112,6 +114,7 @@ void PosixFile::KnowSize(std::uint64_t size) {
 int PosixFile::Delete(int /*flags*/) {
   if (isProbed_) Close();
   Forget();
+  EnumerationSnapshot::Forget();
   return unlink(path_) == 0;
 }
 
@@ -131,6 +134,10 @@ bool PosixFile::ProbeByOpening() {
 }
 
 bool PosixFile::ProbeByPath() {
+  if (const DirectoryEntry* seen = EnumerationSnapshot::Find({path_, length_})) {
+    KnowSize(seen->size);
+    return true;
+  }
   struct stat status;
   if (lstat(path_, &status) != 0 || !IsFileOfTheCache(status)) return false;
   KnowSize(SizeOf(status));
@@ -146,6 +153,7 @@ std::uint64_t PosixFile::GetSize() {
   if (isProbed_) Close();
   Forget();
   if (isKnown) return size_;
+  if (const DirectoryEntry* seen = EnumerationSnapshot::Find({path_, length_})) return seen->size;
   struct stat status;
   return lstat(path_, &status) == 0 ? SizeOf(status) : 0;
 }
@@ -187,6 +195,8 @@ int PosixFile::EnumerateDirectory(EnumerateCallback callback, void* context, int
     if (!ListDirectory(path_, &entries)) return 0;
     std::string path = std::string(path_) + "/";
     const std::size_t prefixLength = path.size();
+    const std::string prefix = path;
+    const EnumerationSnapshot snapshot(prefix, entries);
     PosixFile file;
     for (const DirectoryEntry& entry : entries) {
       path.resize(prefixLength);

@@ -10,14 +10,24 @@
 namespace ox::host {
 
 PosixFileSystem::PosixFileSystem(std::string defaultDirectory)
-    : defaultDirectory_(std::move(defaultDirectory)) {}
+    : defaultDirectory_(std::move(defaultDirectory)) {
+  for (auto& spare : spares_) {
+    spare.store(new PosixFile, std::memory_order_relaxed);
+  }
+}
 
 PosixFileSystem::~PosixFileSystem() {
-  delete spare_.load();
+  for (auto& spare : spares_) {
+    delete spare.load();
+  }
 }
 
 os::filesystem::File* PosixFileSystem::CreateFile() {
-  PosixFile* file = spare_.exchange(nullptr, std::memory_order_acquire);
+  PosixFile* file = nullptr;
+  for (auto& spare : spares_) {
+    file = spare.exchange(nullptr, std::memory_order_acquire);
+    if (file != nullptr) break;
+  }
   if (file == nullptr) file = new (std::nothrow) PosixFile;
   if (file != nullptr) liveFiles_.fetch_add(1, std::memory_order_relaxed);
   return file;
@@ -25,9 +35,13 @@ os::filesystem::File* PosixFileSystem::CreateFile() {
 
 void PosixFileSystem::DestroyFile(os::filesystem::File* file) {
   if (file == nullptr) return;
-  auto* spare = static_cast<PosixFile*>(file);
-  spare->SetPath(nullptr);  // closes
-  delete spare_.exchange(spare, std::memory_order_acq_rel);
+  auto* unused = static_cast<PosixFile*>(file);
+  unused->SetPath(nullptr);  // closes
+  for (auto& spare : spares_) {
+    unused = spare.exchange(unused, std::memory_order_acq_rel);
+    if (unused == nullptr) break;
+  }
+  delete unused;
   liveFiles_.fetch_sub(1, std::memory_order_relaxed);
 }
 

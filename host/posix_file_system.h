@@ -32,8 +32,10 @@ class PosixFileSystem final : public IFileSystem {
 
  private:
   std::string defaultDirectory_;
-  // The object destroyed last, kept for the next CreateFile.
-  std::atomic<PosixFile*> spare_{nullptr};
+  // Objects for the next CreateFile. A start needs three at once, and a null there would make it go
+  // on without its configuration, so these are made beforehand.
+  static constexpr std::size_t kSpares = 3;
+  std::atomic<PosixFile*> spares_[kSpares];
   std::atomic<std::uint64_t> liveFiles_{0};
 };
 

@@ -32,7 +32,11 @@ Error InUse(int fd, const std::string& path) {
 
 Error LockDirectory(const std::string& directory, UniqueFd* lock) {
   const std::string path = directory + "/" + kLockFileName;
-  UniqueFd file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+  int fd = -1;
+  do {
+    fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+  } while (fd < 0 && errno == EINTR);
+  UniqueFd file(fd);
   if (!file.IsOpen()) return SystemError("cannot open the lock file", path);
   if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
     return errno == EWOULDBLOCK ? InUse(file.Get(), path)

@@ -79,7 +79,11 @@ bool SyncFile(int fd) {
 
 bool SyncDirectory(const std::string& path) {
   AnnounceFileOperation();
-  const UniqueFd directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  int fd = -1;
+  do {
+    fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  } while (fd < 0 && errno == EINTR);
+  const UniqueFd directory(fd);
   return directory.IsOpen() && Synchronize(directory.Get());
 }
 

@@ -18,12 +18,13 @@ PosixKernel& ProcessKernel() {
 
 std::unique_ptr<ModuleHold> ModuleHold::Take(const std::string& modulePath,
                                              SessionFileSystem& fileSystem, Error* error) {
+  // Made first: were it to fail later, nobody would let go again.
+  std::unique_ptr<ModuleHold> hold(new ModuleHold);
   if (isHeld.exchange(true)) {
     *error = MakeError(ErrorKind::kInUse, "this process has a session open already");
     return nullptr;
   }
-  // From here on the destructor lets go again.
-  std::unique_ptr<ModuleHold> hold(new ModuleHold);
+  hold->isHolder_ = true;
   ProcessKernel().UseFileSystem(&fileSystem);
   std::string reason;
   hold->module_ = LoadedModule::Load(modulePath, ProcessKernel(), &reason);
@@ -35,7 +36,7 @@ std::unique_ptr<ModuleHold> ModuleHold::Take(const std::string& modulePath,
 
 ModuleHold::~ModuleHold() {
   module_.reset();
-  isHeld.store(false);
+  if (isHolder_) isHeld.store(false);
 }
 
 }  // namespace ox::host

@@ -29,6 +29,7 @@ class ModuleHold {
  private:
   ModuleHold() = default;
   std::unique_ptr<LoadedModule> module_;
+  bool isHolder_ = false;
 };
 
 }  // namespace ox::host

@@ -62,9 +62,16 @@ Error DeleteLeftovers(const std::string& directory, const Survey& survey,
       if (Error error = Delete(directory + "/" + name)) return error;
     }
   }
+  bool isSynchronised = false;
   for (const std::string& name : survey.staging) {
     const std::string id = StagingId(name);
     if (id.empty() || isLive(id)) continue;
+    // The medium may still hold a commit file that was taken back; without its content it would
+    // pass for one that was carried out.
+    if (!isSynchronised && !SyncDirectory(directory)) {
+      return SystemError("cannot synchronise", directory);
+    }
+    isSynchronised = true;
     if (Error error = Delete(directory + "/" + name)) return error;
   }
   return {};

@@ -151,6 +151,7 @@ Error SessionCore::Decide(Staging& staging, const CommitPaths& paths) {
     const int syncError = errno;
     // A commit file that stays would be carried out later, so it is carried out now.
     if (DeleteFile(paths.commit)) {
+      staging.mayBeDecided = true;
       errno = syncError;
       return SystemError("cannot synchronise", limits_.cacheDirectory);
     }

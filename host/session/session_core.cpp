@@ -126,13 +126,16 @@ Error SessionCore::Ready() {
 }
 
 Error SessionCore::Restart() {
+  // From here on the module deletes nothing: a manager that is given back would delete the files of
+  // an entry that is in place and only not committed.
+  state_.needsRestart = true;
   manager_.reset();
   Survey survey;
   if (Error error = PutInOrder(&survey)) return error;
   TakeStock(survey);
   const std::uint64_t entries = state_.entries;
   manager_.emplace(hold_->Module());
-  if (!*manager_) {
+  if (!*manager_ || state_.needsRestart) {
     manager_.reset();
     return MakeError(ErrorKind::kOutOfMemory, "no memory for the cache manager");
   }

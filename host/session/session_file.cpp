@@ -71,7 +71,8 @@ bool SessionFile::IsMetaData() const {
 }
 
 int SessionFile::Delete(int flags) {
-  if (fileSystem_.IsProbing()) return 0;
+  // After a failure the module may have missed its configuration, and would delete everything.
+  if (fileSystem_.IsProbing() || fileSystem_.State().needsRestart) return 0;
   AnnounceFileOperation();
   struct stat status {};
   lstat(file_.Path(), &status);
@@ -132,7 +133,9 @@ int SessionFile::EnumerateDirectory(EnumerateCallback callback, void* context, i
     return 1;
   }
   Enumeration enumeration{fileSystem_, callback, context};
-  return file_.EnumerateDirectory(&ShowAsSessionFile, &enumeration, flags);
+  const int isRead = file_.EnumerateDirectory(&ShowAsSessionFile, &enumeration, flags);
+  if (isRead == 0) fileSystem_.NoteIncomplete();
+  return isRead;
 }
 
 }  // namespace ox::host

@@ -49,7 +49,10 @@ void SessionFileSystem::NoteAskedDirectory(const char* path) noexcept {
 
 os::filesystem::File* SessionFileSystem::CreateFile() {
   if (spare_ != nullptr) return spare_.release();
-  return new (std::nothrow) SessionFile(*this);
+  auto* file = new (std::nothrow) SessionFile(*this);
+  // The module goes on without the file: a scan would leave the entry out.
+  if (file == nullptr) NoteIncomplete();
+  return file;
 }
 
 void SessionFileSystem::DestroyFile(os::filesystem::File* file) {

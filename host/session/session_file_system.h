@@ -31,6 +31,10 @@ class SessionFileSystem final : public IFileSystem {
 
   // From now on the real directory; `state` must outlive the module's use of this.
   void ServeFiles(CacheState* state) { state_ = state; }
+  // The module could not see all that is there.
+  void NoteIncomplete() {
+    if (state_ != nullptr) state_->needsRestart = true;
+  }
   bool IsProbing() const { return state_ == nullptr; }
   CacheState& State() { return *state_; }
 

@@ -30,6 +30,9 @@ class StoreWriter::Staging {
   std::uint64_t contentBytes = 0;
   Error failure;  // of a Write: what reached the file is unknown since
   bool isCommitted = false;
+  // A commit file was made and taken back, and the medium may have kept the first and not the
+  // second: the content must be there when a start finds the commit file.
+  bool mayBeDecided = false;
 
   // Guarded by the session's mutex.
   std::uint64_t chargedBytes = 0;  // counted in the session's bytes

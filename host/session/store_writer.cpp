@@ -46,7 +46,12 @@ Error SessionCore::Write(Staging& staging, const void* data, std::size_t bytes) 
 void SessionCore::End(Staging& staging) {
   if (staging.isCommitted) return;
   const Lock lock(mutex_);
-  if (staging.file.IsOpen()) DeleteFile(staging.contentPath);
+  if (staging.mayBeDecided) {
+    // The restart deletes the content, once the directory is on the medium as it is.
+    state_.needsRestart = true;
+  } else if (staging.file.IsOpen()) {
+    DeleteFile(staging.contentPath);
+  }
   // Left only where memory ran out during a commit.
   if (staging.chargedBytes > staging.contentBytes) DeleteFile(staging.metaDataPath);
   Discharge(staging, staging.chargedBytes);

@@ -218,6 +218,30 @@ TEST_F(PosixFileTest, EnumeratesASnapshotOldestFirstByteForByte) {
   EXPECT_FALSE(directory.EnumerateDirectory(&RecordAndDelete, &visit, 0));
 }
 
+bool AskWhileChanging(File& /*entry*/, bool /*isDirectory*/, void* context) {
+  const auto& path = *static_cast<std::string*>(context);
+  PosixFile file;
+  file.SetPath(path.c_str());
+  EXPECT_TRUE(file.Exists());
+  EXPECT_EQ(1U, file.GetSize());
+  EXPECT_TRUE(file.Open(File::kOpenWrite));
+  EXPECT_EQ(3U, file.Write(3, "new"));
+  file.Close();
+  EXPECT_EQ(3U, file.GetSize());
+  EXPECT_TRUE(file.Delete(0));
+  EXPECT_FALSE(file.Exists());
+  EXPECT_EQ(0U, file.GetSize());
+  return false;
+}
+
+TEST_F(PosixFileTest, AnEnumerationAnswersUntilSomethingChanges) {
+  WriteWhole(scratch_ / "a", "x");
+  std::string path = scratch_ / "a";
+  PosixFile directory;
+  directory.SetPath(scratch_.Path().c_str());
+  ASSERT_TRUE(directory.EnumerateDirectory(&AskWhileChanging, &path, 0));
+}
+
 TEST_F(PosixFileTest, DefaultDirectoryIsMadeAndKeptByteForByte) {
   const std::string path = scratch_ / "one/two/";
   PosixKernel kernel(path);
