@@ -1,0 +1,82 @@
+// Any names in any order, files and directories, in the cache directory at a start. Only metadata
+// files and the content files they name are ever deleted.
+#include <fuzzer/FuzzedDataProvider.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <set>
+#include <string>
+
+#include "tests/support/cache_rig.h"
+
+namespace {
+
+using ox::testing::CacheRig;
+
+const std::string kSuffix = ".ox_meta";
+
+std::string PickName(FuzzedDataProvider& input) {
+  std::string name;
+  while (input.ConsumeBool()) {
+    switch (input.ConsumeIntegralInRange(0, 3)) {
+      case 0:
+        name += kSuffix;
+        break;
+      case 1:
+        name += "09100589C32DF40B6D69F3D7821EF727";
+        break;
+      case 2:
+        name += input.ConsumeBool() ? "a" : "\\";
+        break;
+      default:
+        name += input.ConsumeRandomLengthString(40);
+    }
+  }
+  name.erase(std::remove(name.begin(), name.end(), '\0'), name.end());
+  return name;
+}
+
+// The content file that a metadata file stands for; empty when the name is not one.
+std::string PartnerOf(const std::string& path) {
+  const std::size_t at = path.find(kSuffix);
+  if (at == std::string::npos || at + kSuffix.size() != path.size()) return {};
+  // Cut by the number of UTF-16 units.
+  const OxString text(path.c_str());
+  std::string partner = std::string(text.UTF8()).substr(0, text.Length() - kSuffix.size());
+  std::replace(partner.begin(), partner.end(), '\\', '/');
+  return OxString(partner.c_str()).UTF8();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  FuzzedDataProvider input(data, size);
+  CacheRig rig("MAX_CACHE_SIZE=" + std::to_string(input.ConsumeIntegral<std::uint16_t>()) +
+               "\nMAX_CACHE_ENTRIES=" + std::to_string(input.ConsumeIntegral<std::uint8_t>()) +
+               "\n");
+  std::set<std::string> mayGo;
+  while (input.remaining_bytes() > 0) {
+    const std::string path = "/c/" + PickName(input);
+    if (rig.host.FindFile(path) != nullptr) continue;
+    const bool isDirectory = input.ConsumeIntegralInRange(0, 15) == 0;
+    rig.host.files.push_back(
+        {path, std::string(input.ConsumeIntegral<std::uint16_t>() % 3000, 'x'), isDirectory});
+    const std::string seen = OxString(path.c_str()).UTF8();
+    if (isDirectory || PartnerOf(seen).empty()) continue;
+    mayGo.insert(path);
+    mayGo.insert(PartnerOf(seen));
+  }
+  const auto before = rig.host.Disk();
+  EXPECT_TRUE(rig.Start());
+  const auto after = rig.host.Disk();
+  for (const auto& [path, bytes] : before) {
+    const auto found = after.find(path);
+    EXPECT_TRUE(found != after.end() ? found->second == bytes : mayGo.count(path) != 0) << path;
+  }
+  EXPECT_GE(before.size(), after.size());
+  rig.manager->SetMaxEntries(1000);
+  rig.Get("abc");
+  return 0;
+}
