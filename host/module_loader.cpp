@@ -36,8 +36,8 @@ void LoadedModule::CloseLibrary::operator()(void* handle) const {
   dlclose(handle);
 }
 
-LoadedModule::LoadedModule(LibraryHandle library, ICacheManager* factory, Unload unload)
-    : library_(std::move(library)), factory_(factory), unload_(unload) {}
+LoadedModule::LoadedModule(LibraryHandle library, Unload unload)
+    : library_(std::move(library)), factory_(nullptr), unload_(unload) {}
 
 LoadedModule::~LoadedModule() {
   unload_(factory_);
@@ -67,12 +67,12 @@ std::unique_ptr<LoadedModule> LoadedModule::Load(const std::string& path, IOxKer
     return nullptr;
   }
   SetKernel(&kernel);
-  ICacheManager* factory = load();
-  if (factory == nullptr) {
-    *error = "out of memory";
-    return nullptr;
-  }
-  return std::unique_ptr<LoadedModule>(new LoadedModule(std::move(library), factory, unload));
+  // Made before the factory, so that nothing can fail between having one and owning it.
+  std::unique_ptr<LoadedModule> module(new LoadedModule(std::move(library), unload));
+  module->factory_ = load();
+  if (module->factory_ != nullptr) return module;
+  *error = "out of memory";
+  return nullptr;
 }
 
 ManagerReference::ManagerReference(LoadedModule& module)

@@ -41,7 +41,7 @@ class LoadedModule {
   using LibraryHandle = std::unique_ptr<void, CloseLibrary>;
   using Unload = void (*)(core::cache::ICacheManager*);
 
-  LoadedModule(LibraryHandle library, core::cache::ICacheManager* factory, Unload unload);
+  LoadedModule(LibraryHandle library, Unload unload);
 
   LibraryHandle library_;
   core::cache::ICacheManager* factory_;
