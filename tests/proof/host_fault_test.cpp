@@ -70,17 +70,22 @@ int CheckEntries(CacheRig& rig, bool mayBeCut) {
   return absent;
 }
 
-TEST(HostFaults, AtEveryCallOfEveryOperation) {
+// Longer than what the module keeps on its stack for a path.
+const std::string kLongDirectory = "/" + std::string(400, 'd');
+
+using Faults = FaultDriver ox::testing::RecordingHost::*;
+
+void FailEach(Faults faults, const std::string& directory, const char* what) {
   int cases = 0;
   int without = 0;
   for (const auto mode : {FaultDriver::Mode::kOnce, FaultDriver::Mode::kFromThereOn}) {
     for (std::uint64_t k = 1;; ++k) {
-      CacheRig rig("MAX_CACHE_ENTRIES=5\nCACHE_DIRECTORY=/c\n");
+      CacheRig rig("MAX_CACHE_ENTRIES=5\nCACHE_DIRECTORY=" + directory + "\n");
       Prepare(rig);
-      rig.host.fileFaults.Arm(k, mode);
+      (rig.host.*faults).Arm(k, mode);
       History(rig);
-      const bool reached = rig.host.fileFaults.WasReached();
-      rig.host.fileFaults.Disarm();
+      const bool reached = (rig.host.*faults).WasReached();
+      (rig.host.*faults).Disarm();
       EXPECT_TRUE(rig.host.EveryMutexIsFree()) << k;
       rig.Stop();
       EXPECT_EQ(0U, rig.host.LiveBlocks() + rig.host.LiveFiles()) << k;
@@ -89,7 +94,7 @@ TEST(HostFaults, AtEveryCallOfEveryOperation) {
       const int absent = CheckEntries(rig, mode == FaultDriver::Mode::kFromThereOn);
       EXPECT_NE(nullptr, rig.Store("afterwards", "content", "meta")) << k;
       EXPECT_TRUE(rig.Has("afterwards")) << k;
-      ASSERT_FALSE(HasFailure()) << "call " << k;
+      ASSERT_FALSE(::testing::Test::HasFailure()) << "call " << k;
       if (!reached) {
         EXPECT_EQ(2, absent);  // one was removed, one evicted
         break;
@@ -98,8 +103,20 @@ TEST(HostFaults, AtEveryCallOfEveryOperation) {
       without += absent > 2 ? 1 : 0;
     }
   }
-  std::printf("%d failed calls; more entries gone than without a fault in %d cases\n", cases,
+  std::printf("%d failed %s; more entries gone than without a fault in %d cases\n", cases, what,
               without);
+}
+
+TEST(HostFaults, AtEveryCallOfEveryOperation) {
+  FailEach(&ox::testing::RecordingHost::fileFaults, "/c", "file calls");
+}
+
+TEST(HostFaults, AtEveryAllocationWithLongPaths) {
+  FailEach(&ox::testing::RecordingHost::memoryFaults, kLongDirectory, "allocations");
+}
+
+TEST(HostFaults, WithoutInterfaceOrMutexes) {
+  FailEach(&ox::testing::RecordingHost::serviceFaults, "/c", "services");
 }
 
 }  // namespace

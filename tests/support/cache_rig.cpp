@@ -21,6 +21,7 @@ CacheRig::CacheRig(const std::string& configuration) {
 CacheRig::~CacheRig() {
   host.memoryFaults.Disarm();
   host.fileFaults.Disarm();
+  host.serviceFaults.Disarm();
   Stop();
   EXPECT_EQ(0U, host.LiveBlocks());
   EXPECT_EQ(0U, host.LiveMutexes());

@@ -181,7 +181,7 @@ std::uint32_t RecordingHost::KindOf(const void* p) {
 
 void* RecordingHost::GetInterface(const char* name) {
   Log(std::string("GetInterface ") + name);
-  return static_cast<IFileSystem*>(this);
+  return serviceFaults.Next() ? nullptr : static_cast<IFileSystem*>(this);
 }
 
 void RecordingHost::ReleaseInterface(void* interface) {
@@ -190,6 +190,7 @@ void RecordingHost::ReleaseInterface(void* interface) {
 }
 
 IOxMutex* RecordingHost::CreateMutex() {
+  if (serviceFaults.Next()) return nullptr;
   const char* const names[] = {"F", "E", "M"};
   auto mutex = std::make_unique<RecordingMutex>(*this, names[mutexesMade_++ % 3]);
   Log("CreateMutex " + mutex->Name());

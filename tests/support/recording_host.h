@@ -48,6 +48,7 @@ class RecordingHost final : public IOxKernel, public IFileSystem {
 
   FaultDriver memoryFaults;
   FaultDriver fileFaults;
+  FaultDriver serviceFaults;  // of interfaces and mutexes
 
   // The calls on mutexes and files since the last TakeLog, one a line. Mutexes are named F, E, M in
   // the order of their making: factory, entries, manager.
