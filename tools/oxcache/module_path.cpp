@@ -38,7 +38,7 @@ std::string DefaultModulePath() {
   if (!here.empty()) {
     for (const char* directory :
          {"", "../" OX_LIBRARY_DIRECTORY "/oxfilecache/", "../lib/oxfilecache/", "../lib/"}) {
-      const std::string path = here + directory + kModuleName;
+      std::string path = here + directory + kModuleName;
       if (IsReadable(path)) return path;
     }
   }
