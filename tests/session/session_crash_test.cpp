@@ -44,7 +44,7 @@ struct Case {
   Limits limits;
 };
 
-class CrashTest : public testing::TestWithParam<Case> {
+class CrashTest : public ::testing::TestWithParam<Case> {
  protected:
   // "a" is what was used longest ago and "b" and "c" fill the cache.
   void Fill(const ScratchDirectory& directory, const host::SessionOptions& options) {
@@ -125,7 +125,7 @@ TEST_P(CrashTest, BetweenAnyTwoChanges) {
 constexpr Limits kWide{100000, 10, 8192};
 INSTANTIATE_TEST_SUITE_P(
     All, CrashTest,
-    testing::Values(Case{"replace", Durability::kProcess, true, kWide},
+    ::testing::Values(Case{"replace", Durability::kProcess, true, kWide},
                     Case{"replaceSynchronised", Durability::kPower, true, kWide},
                     Case{"add", Durability::kProcess, false, kWide},
                     Case{"replaceWhenFull", Durability::kProcess, true, {9200, 3, 8192}},

@@ -19,27 +19,6 @@ using host::CacheSession;
 using host::Error;
 using host::ErrorKind;
 
-ScratchDirectory::ScratchDirectory() {
-  const char* base = std::getenv("TMPDIR");
-  path_ = std::string(base != nullptr ? base : "/tmp") + "/ox-session-XXXXXX";
-  if (mkdtemp(path_.data()) == nullptr) std::abort();
-}
-
-ScratchDirectory::~ScratchDirectory() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
-void WriteFile(const std::string& path, const std::string& text) {
-  std::ofstream(path, std::ios::binary) << text;
-}
-
-std::string ReadFile(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path, std::ios::binary).rdbuf();
-  return text.str();
-}
-
 std::string ReadAll(int fd) {
   std::string text;
   char buffer[4096];
@@ -52,7 +31,7 @@ void Configure(const ScratchDirectory& directory, const Limits& limits) {
   std::ostringstream text;
   text << "MAX_CACHE_SIZE=" << limits.size << "\nMAX_CACHE_ENTRIES=" << limits.entries
        << "\nMAX_CACHE_ENTRY_SIZE=" << limits.entrySize << "\n";
-  WriteFile(directory / "file-cache.conf", text.str());
+  WriteWhole(directory / "file-cache.conf", text.str());
 }
 
 std::uint64_t DiskUse(const std::string& directory) {

@@ -8,26 +8,14 @@
 #include <vector>
 
 #include "host/session/cache_session.h"
+#include "tests/host/scratch_directory.h"
 
 namespace ox::test {
 
-// Made under TMPDIR, deleted with all that is in it.
-class ScratchDirectory {
- public:
-  ScratchDirectory();
-  ~ScratchDirectory();
-  ScratchDirectory(const ScratchDirectory&) = delete;
-  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+using testing::ReadWhole;
+using testing::ScratchDirectory;
+using testing::WriteWhole;
 
-  const std::string& Path() const { return path_; }
-  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
-
-void WriteFile(const std::string& path, const std::string& text);
-std::string ReadFile(const std::string& path);
 std::string ReadAll(int fd);
 
 struct Limits {

@@ -236,7 +236,7 @@ class BareLoad {
     core::cache::CacheValue* value =
         manager.CreateCacheValue(text, size, OxString(MetaDataOf(url, version).c_str()));
     if (value == nullptr) return false;
-    WriteFile(value->GetFile().UTF8(), content);
+    WriteWhole(value->GetFile().UTF8(), content);
     if (version % 10 == 0) {
       manager.DestroyCacheValue(value);
       return true;

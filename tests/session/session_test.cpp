@@ -16,7 +16,7 @@ using host::CacheSession;
 using host::Error;
 using host::ErrorKind;
 
-class SessionTest : public testing::Test {
+class SessionTest : public ::testing::Test {
  protected:
   SessionTest() { Configure(directory_, {65536, 10, 8192}); }
 
@@ -132,7 +132,7 @@ TEST_F(SessionTest, AConfigurationThatWouldDeleteEverythingIsAnErrorAtOpen) {
   ASSERT_FALSE(Store(*OpenSession(options_), "a", "x", "m"));
   const std::string configuration = directory_ / "file-cache.conf";
   for (const char* text : {"MAX_CACHE_SIZE=65536\n", "MAX_CACHE_ENTRIES=0\n", ""}) {
-    WriteFile(configuration, text);
+    WriteWhole(configuration, text);
     EXPECT_EQ(OpenError(options_), ErrorKind::kConfiguration);
   }
   std::filesystem::remove(configuration);
@@ -142,7 +142,7 @@ TEST_F(SessionTest, AConfigurationThatWouldDeleteEverythingIsAnErrorAtOpen) {
   Configure(directory_, {65536, 10, 8192});
   auto session = OpenSession(options_);
   ASSERT_TRUE(session);
-  WriteFile(configuration, "MAX_CACHE_ENTRIES=0\n");
+  WriteWhole(configuration, "MAX_CACHE_ENTRIES=0\n");
   EXPECT_FALSE(session->Trim(nullptr));
   EXPECT_EQ(session->Statistics().restarts, 1u);
   EXPECT_EQ(Fetch(*session, "a"), "x|m");
@@ -157,12 +157,13 @@ TEST_F(SessionTest, AConfigurationThatWouldDeleteEverythingIsAnErrorAtOpen) {
 
 TEST_F(SessionTest, ACacheDirectoryThatTheScanMisreadsIsAnErrorAtOpen) {
   for (const std::string name : {"\xC3\xA4", "back\\slash", "a.ox_meta", ""}) {
-    WriteFile(directory_ / "file-cache.conf", "MAX_CACHE_ENTRIES=5\nCACHE_DIRECTORY=" +
-                                                  (name.empty() ? "" : directory_ / name) + "\r\n");
+    WriteWhole(
+        directory_ / "file-cache.conf",
+        "MAX_CACHE_ENTRIES=5\nCACHE_DIRECTORY=" + (name.empty() ? "" : directory_ / name) + "\r\n");
     EXPECT_EQ(OpenError(options_), ErrorKind::kConfiguration) << name;
   }
-  WriteFile(directory_ / "file-cache.conf",
-            "MAX_CACHE_ENTRIES=5\nCACHE_DIRECTORY=" + (directory_ / "sub/") + "\n");
+  WriteWhole(directory_ / "file-cache.conf",
+             "MAX_CACHE_ENTRIES=5\nCACHE_DIRECTORY=" + (directory_ / "sub/") + "\n");
   for (int run = 0; run < 2; ++run) {
     const auto session = OpenSession(options_);
     ASSERT_TRUE(session);
@@ -176,8 +177,8 @@ TEST_F(SessionTest, ACacheDirectoryThatTheScanMisreadsIsAnErrorAtOpen) {
 
 TEST_F(SessionTest, LimitsAreReadWithoutTouchingAnything) {
   ASSERT_FALSE(Store(*OpenSession(options_), "a", "x", "m"));
-  WriteFile(directory_ / "file-cache.conf",
-            "MAX_CACHE_ENTRIES=0\nMAX_CACHE_SIZE=1\nCACHE_DIRECTORY=" + (directory_ / "new"));
+  WriteWhole(directory_ / "file-cache.conf",
+             "MAX_CACHE_ENTRIES=0\nMAX_CACHE_SIZE=1\nCACHE_DIRECTORY=" + (directory_ / "new"));
   host::CacheLimits limits;
   EXPECT_FALSE(host::ReadLimits(directory_.Path(), options_.modulePath, &limits));
   EXPECT_EQ(limits.maxEntries, 0u);
@@ -224,18 +225,18 @@ TEST_F(SessionTest, OnlyOneProcessHasTheCacheAndTheOthersLearnWhich) {
 TEST_F(SessionTest, WhatBelongsToNobodyGoesAndStrangersStay) {
   const std::string hex = "0123456789ABCDEF0123456789ABCDE";
   const std::string outside = directory_ / "outside";
-  WriteFile(outside, "precious");
+  WriteWhole(outside, "precious");
   const std::string strangers[] = {"notes.txt", "ox-1.part", "0123456789abcdef0123456789abcdef",
                                    hex + "0.1.commit"};
   for (const std::string& name : strangers)
-    WriteFile(directory_ / name, "stranger");
+    WriteWhole(directory_ / name, "stranger");
   std::filesystem::create_directory(directory_ / (hex + "1"));
   std::filesystem::create_symlink(outside, directory_ / (hex + "2"));
   const std::string leftovers[] = {hex + "3", hex + "4.ox_meta", "ox-0123456789abcdef-7.part",
                                    "ox-0123456789abcdef-7.meta",
                                    hex + "5.0123456789abcdef-8.commit"};
   for (const std::string& name : leftovers)
-    WriteFile(directory_ / name, "leftover");
+    WriteWhole(directory_ / name, "leftover");
 
   const auto session = OpenSession(options_);
   ASSERT_TRUE(session);
@@ -246,8 +247,8 @@ TEST_F(SessionTest, WhatBelongsToNobodyGoesAndStrangersStay) {
   for (const std::string& name : leftovers)
     EXPECT_FALSE(std::filesystem::exists(directory_ / name)) << name;
   for (const std::string& name : strangers)
-    EXPECT_EQ(ReadFile(directory_ / name), "stranger") << name;
-  EXPECT_EQ(ReadFile(directory_ / (hex + "2")), "precious");
+    EXPECT_EQ(ReadWhole(directory_ / name), "stranger") << name;
+  EXPECT_EQ(ReadWhole(directory_ / (hex + "2")), "precious");
   EXPECT_TRUE(std::filesystem::is_directory(directory_ / (hex + "1")));
   EXPECT_EQ(Look().strangers.size(), 7u);
 }
@@ -263,7 +264,7 @@ TEST_F(SessionTest, DamageBySomebodyElseIsNoticed) {
   const std::string cut = pathOf("cut");
   const std::string blocked = pathOf("blocked");
   unlink(gone.c_str());
-  WriteFile(cut + ".ox_meta", "meta");
+  WriteWhole(cut + ".ox_meta", "meta");
   EXPECT_FALSE(session->Remove("blocked"));
   mkdir(blocked.c_str(), 0700);
 
