@@ -71,6 +71,18 @@ class Hostile : public ::testing::Test {
     return session->Fetch(kUrl, &error_)->path;
   }
 
+  // Works as if nothing were wrong with kUrl.
+  void UseAll(CacheSession& session) {
+    EXPECT_EQ(1, FetchVersion(session, kOther, &error_)) << error_.Message();
+    EXPECT_GE(0, FetchVersion(session, kUrl, &error_));
+    const bool isStored = Store(session, kUrl, 2, &ledger_);
+    const int found = FetchVersion(session, kUrl, &error_);
+    EXPECT_TRUE(isStored ? found == 2 : found != 2) << found << error_.Message();
+    session.Remove(kUrl);
+    EXPECT_FALSE(session.Trim(nullptr));
+    EXPECT_EQ(1, FetchVersion(session, kOther, &error_)) << error_.Message();
+  }
+
   // Runs in another process, which tells by its exit whether all went well.
   static void InChild(const std::function<void()>& work) {
     const pid_t child = fork();
@@ -117,33 +129,26 @@ const Plant kPlants[] = {
      }},
 };
 
+// Before the session starts, and under its feet.
 TEST_F(Hostile, FilesPlantedUnderTheNamesOfAnEntry) {
   int planted = 0;
   for (const Plant& plant : kPlants) {
     for (const char* suffix : {"", ".ox_meta"}) {
-      SCOPED_TRACE(std::string(plant.what) + " as NAME" + suffix);
-      const std::string path = Prepare() + suffix;
-      fs::remove_all(path);
-      if (!plant.put(path, Outside())) continue;  // devices need privileges
-      ++planted;
-      auto session = Open();
-      if (session != nullptr) {
-        EXPECT_EQ(1, FetchVersion(*session, kOther, &error_)) << error_.Message();
-        EXPECT_GE(0, FetchVersion(*session, kUrl, &error_));
-        const bool isStored = Store(*session, kUrl, 2, &ledger_);
-        const int found = FetchVersion(*session, kUrl, &error_);
-        EXPECT_TRUE(isStored ? found == 2 : found != 2) << found << error_.Message();
-        session->Remove(kUrl);
-        EXPECT_FALSE(session->Trim(nullptr));
-        EXPECT_EQ(1, FetchVersion(*session, kOther, &error_)) << error_.Message();
-      } else {
-        EXPECT_NE("", error_.Message());
+      for (const bool isOpen : {false, true}) {
+        SCOPED_TRACE(std::string(plant.what) + " as NAME" + suffix);
+        const std::string path = Prepare() + suffix;
+        auto session = isOpen ? Open() : nullptr;
+        fs::remove_all(path);
+        if (!plant.put(path, Outside())) continue;  // devices need privileges
+        ++planted;
+        if (!isOpen) session = Open();
+        if (session != nullptr) UseAll(*session);
+        if (fs::is_directory(fs::symlink_status(path))) {
+          EXPECT_EQ("precious", ReadWhole(path + "/inside"));
+        }
+        session.reset();
+        fs::remove_all(path);
       }
-      if (fs::is_directory(fs::symlink_status(path))) {
-        EXPECT_EQ("precious", ReadWhole(path + "/inside"));
-      }
-      session.reset();
-      fs::remove_all(path);
     }
   }
   std::printf("%d planted\n", planted);
