@@ -126,10 +126,10 @@ constexpr Limits kWide{100000, 10, 8192};
 INSTANTIATE_TEST_SUITE_P(
     All, CrashTest,
     ::testing::Values(Case{"replace", Durability::kProcess, true, kWide},
-                    Case{"replaceSynchronised", Durability::kPower, true, kWide},
-                    Case{"add", Durability::kProcess, false, kWide},
-                    Case{"replaceWhenFull", Durability::kProcess, true, {9200, 3, 8192}},
-                    Case{"addWhenFull", Durability::kPower, false, {9200, 2, 8192}}),
+                      Case{"replaceSynchronised", Durability::kPower, true, kWide},
+                      Case{"add", Durability::kProcess, false, kWide},
+                      Case{"replaceWhenFull", Durability::kProcess, true, {9200, 3, 8192}},
+                      Case{"addWhenFull", Durability::kPower, false, {9200, 2, 8192}}),
     [](const auto& test) { return std::string(test.param.name); });
 
 }  // namespace
