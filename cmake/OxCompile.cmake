@@ -21,7 +21,7 @@ function(ox_compile target)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Werror)
 endfunction()
 
-# Programs whose time goes into system calls, and tests: built often, so built fast.
+# Programs whose time goes into system calls: built often, so built fast.
 function(ox_compile_fast target)
   ox_compile(${target})
   target_compile_options(${target} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-O1>)
