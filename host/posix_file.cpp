@@ -10,12 +10,16 @@
 #include <string>
 #include <vector>
 
+#include "cache/joined_path.h"
 #include "host/directory.h"
 #include "host/enumeration_snapshot.h"
 #include "string/ox_string.h"
 
 namespace ox::host {
 namespace {
+
+using core::cache::kMetaDataSuffix;
+using core::cache::kMetaDataSuffixLength;
 
 // O_NONBLOCK, so that a FIFO planted under a file's name cannot hang the device; regular files do
 // not know it.
@@ -30,9 +34,6 @@ int OpenRetrying(const char* path, int flags) {
   } while (fd < 0 && errno == EINTR);
   return fd;
 }
-
-constexpr char kMetaDataSuffix[] = ".ox_meta";
-constexpr std::size_t kMetaDataSuffixLength = sizeof kMetaDataSuffix - 1;
 
 bool HasMetaDataSuffix(const char* path, std::size_t length) {
   return length >= kMetaDataSuffixLength &&
