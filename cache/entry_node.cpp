@@ -26,10 +26,28 @@ EntryNode* NodePool::Take() {
 }
 
 void NodePool::Give(EntryNode* node) {
+  node->value = nullptr;
   node->older = free_;
   free_ = node;
   --used_;
   if (used_ == 0) FreeBlocks();
+}
+
+EntryNode* NodePool::FindValue(const CacheValue* value) const {
+  for (Block* block = blocks_; block != nullptr; block = block->next) {
+    for (EntryNode& node : block->nodes) {
+      if (node.value == value) return &node;
+    }
+  }
+  return nullptr;
+}
+
+// Without a way out of the loop, so that the compiler can compare many at once.
+bool NodePool::HasTag(const Block& block, std::uint32_t tag) {
+  std::uint32_t found = 0;
+  for (const std::uint32_t other : block.tags)
+    found |= other == tag ? 1U : 0U;
+  return found != 0;
 }
 
 bool NodePool::AddBlock() {
@@ -40,7 +58,10 @@ bool NodePool::AddBlock() {
   // From the last to the first, so that they are taken in the order of their addresses.
   for (std::size_t i = kNodesInBlock; i > 0; --i) {
     EntryNode* node = &block->nodes[i - 1];
+    node->value = nullptr;
     node->older = free_;
+    node->tag = &block->tags[i - 1];
+    *node->tag = 0;
     free_ = node;
   }
   return true;

@@ -12,17 +12,18 @@ namespace ox::core::cache {
 // One place in the list of entries, which runs from the most recently admitted or found (head) to
 // the least recently admitted or found (tail).
 struct EntryNode {
-  CacheValueImpl* value;
-  EntryNode* newer;   // towards the head, null there
-  EntryNode* older;   // towards the tail, null there
-  std::uint32_t tag;  // PathTag of the value's path
+  CacheValueImpl* value;  // null while the node is not listed
+  EntryNode* newer;       // towards the head, null there
+  EntryNode* older;       // towards the tail, null there
+  std::uint32_t* tag;     // PathTag of the value's path
 };
 
 // Folds the end of a path, where content files differ. Equal paths have equal tags.
 std::uint32_t PathTag(const char* path, std::size_t length);
 
-// Nodes by the block, so that a walk over many of them stays within few lines of the processor's
-// cache. Memory goes back when no node is in use. Not locked.
+// Nodes by the block, so that a search stays within few lines of the processor's cache: the tags of
+// a block lie together, and a search by path goes from tag to tag and touches no entry that it does
+// not mean. Memory goes back when no node is in use. Not locked.
 class NodePool {
  public:
   NodePool() = default;
@@ -30,19 +31,34 @@ class NodePool {
   NodePool(const NodePool&) = delete;
   NodePool& operator=(const NodePool&) = delete;
 
-  // Null when memory ran out.
+  // A node without a value; null when memory ran out.
   EntryNode* Take();
   void Give(EntryNode* node);
+
+  // The node whose value has the tag and for which isMeant(value) holds, null when there is none.
+  template <typename IsMeant>
+  EntryNode* FindTagged(std::uint32_t tag, IsMeant isMeant) const {
+    for (Block* block = blocks_; block != nullptr; block = block->next) {
+      if (!HasTag(*block, tag)) continue;
+      for (EntryNode& node : block->nodes) {
+        if (*node.tag == tag && node.value != nullptr && isMeant(*node.value)) return &node;
+      }
+    }
+    return nullptr;
+  }
+  EntryNode* FindValue(const CacheValue* value) const;
 
  private:
   static constexpr std::size_t kNodesInBlock = 64;
   struct Block {
-    // Leaves the nodes as they are: clearing them would call into the C library on small builds.
+    // Leaves the fields as they are: clearing them would call into the C library on small builds.
     Block() {}  // NOLINT(modernize-use-equals-default)
     Block* next;
+    std::uint32_t tags[kNodesInBlock];
     EntryNode nodes[kNodesInBlock];
   };
 
+  static bool HasTag(const Block& block, std::uint32_t tag);
   bool AddBlock();
   void FreeBlocks();
 

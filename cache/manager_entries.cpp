@@ -54,7 +54,7 @@ bool FileCacheManagerImpl::AddPrivate(CacheValue* value) {
     return false;
   }
   node->value = entry;
-  node->tag = tag;
+  *node->tag = tag;
   currentSize += size;
   LinkAtHead(node);
   return true;

@@ -1,34 +1,22 @@
-// The list of entries. Every search is a walk: the entry limit keeps the list short, and the file
-// path is the key, compared by the kernel byte for byte. The tag only spares the walk the entries
-// that cannot be meant.
+// The list of entries. There is no index: a search looks at every node until it finds the one that
+// is meant, and the file path is the key, compared by the kernel byte for byte. The tag only spares
+// the search the entries that cannot be meant. No path is listed twice, so the order of the search,
+// which is that of the nodes in memory, changes no result.
 #include "cache/file_cache_manager_impl.h"
 
 namespace ox::core::cache {
 
-// The first node that fits, walking from both ends at once: a step waits for the memory of the node
-// before it, and two chains wait together.
-template <typename Fits>
-static EntryNode* FindNode(EntryNode* head, EntryNode* tail, std::uint32_t count, Fits fits) {
-  EntryNode* fromHead = head;
-  EntryNode* fromTail = tail;
-  for (std::uint32_t left = count / 2 + count % 2; left > 0; --left) {
-    if (fits(*fromHead)) return fromHead;
-    if (fits(*fromTail)) return fromTail;
-    fromHead = fromHead->older;
-    fromTail = fromTail->newer;
-  }
-  return nullptr;
-}
-
 EntryNode* FileCacheManagerImpl::FindByPath(const char* path, std::uint32_t tag) {
-  return FindNode(head, tail, entryCount, [&](const EntryNode& node) {
-    return node.tag == tag && kernel->StrCmp(node.value->FileUTF8(), path) == 0;
+  return nodes_.FindTagged(tag, [=](const CacheValueImpl& value) {
+    return kernel->StrCmp(value.FileUTF8(), path) == 0;
   });
 }
 
 EntryNode* FileCacheManagerImpl::FindByValue(const CacheValue* value) {
-  return FindNode(head, tail, entryCount,
-                  [=](const EntryNode& node) { return node.value == value; });
+  // What is evicted stands at the tail, what was just found at the head.
+  if (tail != nullptr && tail->value == value) return tail;
+  if (head != nullptr && head->value == value) return head;
+  return nodes_.FindValue(value);
 }
 
 void FileCacheManagerImpl::LinkAtHead(EntryNode* node) {
