@@ -7,11 +7,12 @@
 
 namespace ox::core::cache {
 
-CacheValueImpl::CacheValueImpl(const OxString& newUrl, const OxString& newFile,
+CacheValueImpl::CacheValueImpl(const OxString& newUrl, OxString&& newFile,
                                const OxString& newMetaData, unsigned long declaredSize)
-    : pending(false), size(static_cast<std::uint32_t>(declaredSize)) {
+    : pending(false),
+      file(static_cast<OxString&&>(newFile)),
+      size(static_cast<std::uint32_t>(declaredSize)) {
   url = newUrl;
-  file = newFile;
   metaData = newMetaData;
 }
 

@@ -13,7 +13,8 @@ CacheValueImpl* FileCacheManagerImpl::CreateCacheValuePrivate(const OxString& ur
   const AllocationWatch watch;
   OxString localFile;
   GetLocalFileFromURL(url, localFile);
-  auto* value = NewObject<CacheValueImpl>(url, localFile, newMetaData, size);
+  auto* value =
+      NewObject<CacheValueImpl>(url, static_cast<OxString&&>(localFile), newMetaData, size);
   if (value == nullptr || !watch.Tripped()) return value;
   DeleteObject(value);
   return nullptr;

@@ -40,6 +40,18 @@ OxString::OxString(const OxString& other) : OxString() {
   Terminate();
 }
 
+OxString::OxString(OxString&& other) noexcept
+    : utf8_(other.utf8_),
+      utf16_(other.utf16_),
+      length_(other.length_),
+      capacity_(other.capacity_),
+      empty_(0) {
+  other.utf8_ = nullptr;
+  other.utf16_ = nullptr;
+  other.length_ = 0;
+  other.capacity_ = 0;
+}
+
 OxString::~OxString() {
   ox::FreeBytes(utf16_);
   utf16_ = nullptr;

@@ -23,6 +23,9 @@ class OxString {
   OxString(const char* utf8);
   // Copies by length, so units left behind an emptied string are not seen.
   OxString(const OxString& other);
+  // Takes the other's buffers and leaves it empty. There is no assignment of this kind: assigning
+  // from a temporary measures and copies like any other.
+  OxString(OxString&& other) noexcept;
   virtual ~OxString();
 
   // Measures the source's buffer up to its first 0 unit and ignores its length: a string that was
