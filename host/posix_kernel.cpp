@@ -22,8 +22,10 @@ PosixKernel::PosixKernel(std::string defaultDirectory)
     : ownFileSystem_(std::move(defaultDirectory)), fileSystem_(&ownFileSystem_) {}
 
 KernelCounts PosixKernel::Counts() const {
-  return {blocks_.load(), bytes_.load(), mutexes_.load(), ownFileSystem_.LiveFiles(),
-          allocations_.load()};
+  const std::uint64_t frees = frees_.load();
+  const std::uint64_t allocations = allocations_.load();
+  return {allocations - frees, bytes_.load(), mutexes_.load(), ownFileSystem_.LiveFiles(),
+          allocations};
 }
 
 void* PosixKernel::GetInterface(const char* name) {
@@ -49,7 +51,6 @@ void* PosixKernel::Allocate(std::size_t bytes, const char* /*file*/, int /*line*
   auto* header = static_cast<BlockHeader*>(std::malloc(sizeof(BlockHeader) + bytes));
   if (header == nullptr) return nullptr;
   header->bytes = bytes;
-  blocks_.fetch_add(1, std::memory_order_relaxed);
   bytes_.fetch_add(bytes, std::memory_order_relaxed);
   allocations_.fetch_add(1, std::memory_order_relaxed);
   return header + 1;
@@ -58,7 +59,7 @@ void* PosixKernel::Allocate(std::size_t bytes, const char* /*file*/, int /*line*
 void PosixKernel::Free(void* block, const char* /*file*/, int /*line*/) {
   if (block == nullptr) return;
   BlockHeader* header = static_cast<BlockHeader*>(block) - 1;
-  blocks_.fetch_sub(1, std::memory_order_relaxed);
+  frees_.fetch_add(1, std::memory_order_relaxed);
   bytes_.fetch_sub(header->bytes, std::memory_order_relaxed);
   std::free(header);
 }

@@ -53,10 +53,10 @@ class PosixKernel final : public IOxKernel {
  private:
   PosixFileSystem ownFileSystem_;
   IFileSystem* fileSystem_;
-  std::atomic<std::uint64_t> blocks_{0};
+  std::atomic<std::uint64_t> allocations_{0};
+  std::atomic<std::uint64_t> frees_{0};
   std::atomic<std::uint64_t> bytes_{0};
   std::atomic<std::uint64_t> mutexes_{0};
-  std::atomic<std::uint64_t> allocations_{0};
 };
 
 }  // namespace ox::host
