@@ -73,10 +73,14 @@ void* PosixKernel::MemCopy(void* dst, const void* src, std::size_t bytes) {
 }
 
 std::size_t PosixKernel::StrLen16(const std::uint16_t* text) {
-  std::size_t length = 0;
-  while (text[length] != 0)
-    ++length;
-  return length;
+  // Four units to a turn: the module measures every text that it copies.
+  for (std::size_t length = 0;; length += 4) {
+    const std::uint16_t* units = text + length;
+    if (units[0] == 0) return length;
+    if (units[1] == 0) return length + 1;
+    if (units[2] == 0) return length + 2;
+    if (units[3] == 0) return length + 3;
+  }
 }
 
 std::size_t PosixKernel::StrLen(const char* text) {
