@@ -8,6 +8,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cache/joined_path.h"
@@ -27,12 +28,19 @@ constexpr int kAlways = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
 constexpr int kForReading = O_RDONLY | kAlways;
 constexpr int kForWriting = O_WRONLY | O_CREAT | kAlways;
 
-int OpenRetrying(const char* path, int flags) {
+int OpenRetrying(int directory, const char* path, int flags) {
   int fd = -1;
   do {
-    fd = open(path, flags, 0600);
+    fd = openat(directory, path, flags, 0600);
   } while (fd < 0 && errno == EINTR);
   return fd;
+}
+
+// Where the name begins.
+std::size_t BehindLastSlash(const char* path, std::size_t length) {
+  while (length > 0 && path[length - 1] != '/')
+    --length;
+  return length;
 }
 
 bool HasMetaDataSuffix(const char* path, std::size_t length) {
@@ -64,13 +72,44 @@ PosixFile::~PosixFile() {
 int PosixFile::SetPath(const char* utf8Path) {
   Close();
   length_ = 0;
-  path_[0] = '\0';
-  if (utf8Path == nullptr) return 0;
-  const std::size_t length = std::strlen(utf8Path);
-  if (length == 0 || length >= sizeof path_) return 0;
+  const std::size_t length = utf8Path != nullptr ? std::strlen(utf8Path) : 0;
+  if (length == 0 || length >= sizeof path_) {
+    // The directory stays for the next path, the name goes.
+    path_[nameAt_] = '\0';
+    return 0;
+  }
+  const std::size_t nameAt = BehindLastSlash(utf8Path, length);
+  const bool isSameDirectory = nameAt == nameAt_ && std::memcmp(path_, utf8Path, nameAt) == 0;
   std::memcpy(path_, utf8Path, length + 1);
   length_ = length;
+  nameAt_ = nameAt;
+  if (isSameDirectory && nameAt > 0 && nameAt < length) {
+    HoldDirectory();
+  } else {
+    directory_.Release();
+  }
   return 1;
+}
+
+void PosixFile::HoldDirectory() {
+  const char first = std::exchange(path_[nameAt_], '\0');
+  directory_.Hold(path_);
+  path_[nameAt_] = first;
+}
+
+// A file that is not to be found in the held directory may be in another that has taken its place.
+int PosixFile::OpenFile(int flags) {
+  if (!directory_.IsHeld()) return OpenRetrying(AT_FDCWD, Path(), flags);
+  const int fd = OpenRetrying(directory_.Descriptor(), Name(), flags);
+  if (fd >= 0 || errno != ENOENT) return fd;
+  directory_.Release();
+  const int found = OpenRetrying(AT_FDCWD, Path(), flags);
+  if (found >= 0) HeldDirectory::DistrustAll();
+  return found;
+}
+
+bool PosixFile::LookAt(struct stat* status) const {
+  return fstatat(directory_.Descriptor(), Name(), status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 int PosixFile::Open(int mode) {
@@ -82,12 +121,12 @@ int PosixFile::Open(int mode) {
   position_ = 0;
   if (mode == kOpenWrite) {
     EnumerationSnapshot::Forget();
-    fd_ = OpenRetrying(path_, kForWriting | O_EXCL);
+    fd_ = OpenFile(kForWriting | O_EXCL);
     // What was just made is a regular file.
     if (fd_ >= 0) return 1;
   }
-  if (mode == kOpenWrite) fd_ = OpenRetrying(path_, kForWriting | O_TRUNC);
-  if (mode == kOpenRead) fd_ = OpenRetrying(path_, kForReading);
+  if (mode == kOpenWrite) fd_ = OpenFile(kForWriting | O_TRUNC);
+  if (mode == kOpenRead) fd_ = OpenFile(kForReading);
   struct stat status;
   if (fd_ >= 0 && fstat(fd_, &status) == 0 && S_ISREG(status.st_mode)) return 1;
   Close();
@@ -116,7 +155,7 @@ int PosixFile::Delete(int /*flags*/) {
   if (isProbed_) Close();
   Forget();
   EnumerationSnapshot::Forget();
-  return unlink(path_) == 0;
+  return unlinkat(directory_.Descriptor(), Name(), 0) == 0;
 }
 
 int PosixFile::Exists() {
@@ -128,25 +167,25 @@ int PosixFile::Exists() {
 // What is opened here is not asked for its type: reading at a position fails for FIFOs, sockets and
 // terminals, and reading a directory fails anyway.
 bool PosixFile::ProbeByOpening() {
-  fd_ = OpenRetrying(path_, kForReading);
+  fd_ = OpenFile(kForReading);
   position_ = 0;
   isProbed_ = fd_ >= 0;
   return isProbed_;
 }
 
 bool PosixFile::ProbeByPath() {
-  if (const DirectoryEntry* seen = EnumerationSnapshot::Find({path_, length_})) {
+  if (const DirectoryEntry* seen = EnumerationSnapshot::Find({Path(), length_})) {
     KnowSize(seen->size);
     return true;
   }
   struct stat status;
-  if (lstat(path_, &status) != 0 || !IsFileOfTheCache(status)) return false;
+  if (!LookAt(&status) || !IsFileOfTheCache(status)) return false;
   KnowSize(SizeOf(status));
   return true;
 }
 
 void PosixFile::GetPath(OxString& out) {
-  out = path_;
+  out = Path();
 }
 
 std::uint64_t PosixFile::GetSize() {
@@ -154,9 +193,9 @@ std::uint64_t PosixFile::GetSize() {
   if (isProbed_) Close();
   Forget();
   if (isKnown) return size_;
-  if (const DirectoryEntry* seen = EnumerationSnapshot::Find({path_, length_})) return seen->size;
+  if (const DirectoryEntry* seen = EnumerationSnapshot::Find({Path(), length_})) return seen->size;
   struct stat status;
-  return lstat(path_, &status) == 0 ? SizeOf(status) : 0;
+  return LookAt(&status) ? SizeOf(status) : 0;
 }
 
 std::uint64_t PosixFile::Read(std::uint64_t count, void* destination) {
@@ -193,8 +232,8 @@ int PosixFile::EnumerateDirectory(EnumerateCallback callback, void* context, int
   // Nothing may be thrown through the module, which stands between here and the host's own code.
   try {
     std::vector<DirectoryEntry> entries;
-    if (!ListDirectory(path_, &entries)) return 0;
-    std::string path = std::string(path_) + "/";
+    if (!ListDirectory(Path(), &entries)) return 0;
+    std::string path = std::string(Path()) + "/";
     const std::size_t prefixLength = path.size();
     const std::string prefix = path;
     const EnumerationSnapshot snapshot(prefix, entries);

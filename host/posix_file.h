@@ -7,12 +7,20 @@
 // Exists looks ahead: the module asks it of a metadata file only to open it next, and of a content
 // file only to measure it next. What the one system call found serves the next operation too; after
 // any other operation it is forgotten.
+//
+// From the second path in a row that leads to the same directory on, that directory is held open
+// (held_directory.h) until a path leads elsewhere or LeaveDirectory is called.
 #ifndef OX_HOST_POSIX_FILE_H_
 #define OX_HOST_POSIX_FILE_H_
 
 #include <climits>
+#include <cstddef>
+#include <cstdint>
 
+#include "host/held_directory.h"
 #include "module/file_system.h"
+
+struct stat;
 
 namespace ox::host {
 
@@ -48,19 +56,30 @@ class PosixFile final : public os::filesystem::File {
   int EnumerateDirectory(EnumerateCallback callback, void* context, int flags) override;
 
   // The bound path, "" when there is none.
-  const char* Path() const { return path_; }
+  const char* Path() const { return length_ > 0 ? path_ : ""; }
 
   // For an object that stands for an enumerated entry: GetSize gives this size once, as if Exists
   // had just been asked.
   void KnowSize(std::uint64_t size);
 
+  // Lets the directory go that is held for the next path.
+  void LeaveDirectory() { directory_.Release(); }
+
  private:
+  // What the system's calls take: the path from the held directory on, all of it when none is held.
+  const char* Name() const { return directory_.IsHeld() ? path_ + nameAt_ : Path(); }
+  void HoldDirectory();
+  int OpenFile(int flags);
+  bool LookAt(struct stat* status) const;
   bool ProbeByOpening();
   bool ProbeByPath();
   void Forget();
 
+  // When the object is bound to none (length_ is 0), the directory of the last path and no name.
   char path_[PATH_MAX];
   std::size_t length_ = 0;
+  std::size_t nameAt_ = 0;  // behind the last "/"
+  HeldDirectory directory_;
   int fd_ = -1;
   std::uint64_t position_ = 0;
   // Opened for reading by Exists and not yet claimed by Open.

@@ -23,26 +23,45 @@ PosixFileSystem::~PosixFileSystem() {
 }
 
 os::filesystem::File* PosixFileSystem::CreateFile() {
-  PosixFile* file = nullptr;
   for (auto& spare : spares_) {
-    file = spare.exchange(nullptr, std::memory_order_acquire);
-    if (file != nullptr) break;
+    PosixFile* file = spare.exchange(nullptr, std::memory_order_acquire);
+    if (file != nullptr) return file;
   }
-  if (file == nullptr) file = new (std::nothrow) PosixFile;
-  if (file != nullptr) liveFiles_.fetch_add(1, std::memory_order_relaxed);
+  auto* file = new (std::nothrow) PosixFile;
+  if (file != nullptr) objects_.fetch_add(1, std::memory_order_relaxed);
   return file;
 }
 
 void PosixFileSystem::DestroyFile(os::filesystem::File* file) {
   if (file == nullptr) return;
-  auto* unused = static_cast<PosixFile*>(file);
-  unused->SetPath(nullptr);  // closes
+  static_cast<PosixFile*>(file)->SetPath(nullptr);  // closes
+  Keep(static_cast<PosixFile*>(file));
+}
+
+void PosixFileSystem::Keep(PosixFile* file) {
   for (auto& spare : spares_) {
-    unused = spare.exchange(unused, std::memory_order_acq_rel);
-    if (unused == nullptr) break;
+    file = spare.exchange(file, std::memory_order_acq_rel);
+    if (file == nullptr) return;
   }
-  delete unused;
-  liveFiles_.fetch_sub(1, std::memory_order_relaxed);
+  delete file;
+  objects_.fetch_sub(1, std::memory_order_relaxed);
+}
+
+std::uint64_t PosixFileSystem::LiveFiles() const {
+  std::uint64_t live = objects_.load(std::memory_order_relaxed);
+  for (const auto& spare : spares_) {
+    if (spare.load(std::memory_order_relaxed) != nullptr) --live;
+  }
+  return live;
+}
+
+void PosixFileSystem::LeaveDirectories() {
+  for (auto& spare : spares_) {
+    PosixFile* file = spare.exchange(nullptr, std::memory_order_acquire);
+    if (file == nullptr) continue;
+    file->LeaveDirectory();
+    Keep(file);
+  }
 }
 
 int PosixFileSystem::GetDefaultDirectory(OxString& out) {

@@ -27,16 +27,23 @@ class PosixFileSystem final : public IFileSystem {
   // fails.
   int GetDefaultDirectory(OxString& out) override;
 
+  // Lets go of the directories that file objects hold for the next use. For when there will be none
+  // soon: a held directory keeps its file system from being unmounted.
+  void LeaveDirectories();
+
   // File objects made and not yet destroyed.
-  std::uint64_t LiveFiles() const { return liveFiles_.load(std::memory_order_relaxed); }
+  std::uint64_t LiveFiles() const;
 
  private:
+  // For the next CreateFile, as far as there is room.
+  void Keep(PosixFile* file);
+
   std::string defaultDirectory_;
   // Objects for the next CreateFile. A start needs three at once, and a null there would make it go
   // on without its configuration, so these are made beforehand.
   static constexpr std::size_t kSpares = 3;
   std::atomic<PosixFile*> spares_[kSpares];
-  std::atomic<std::uint64_t> liveFiles_{0};
+  std::atomic<std::uint64_t> objects_{kSpares};
 };
 
 }  // namespace ox::host

@@ -32,7 +32,10 @@ void* PosixKernel::GetInterface(const char* name) {
   return std::strcmp(name, "IFileSystem") == 0 ? fileSystem_ : nullptr;
 }
 
-void PosixKernel::ReleaseInterface(void* /*interface*/) {}
+// The last thing that a manager does.
+void PosixKernel::ReleaseInterface(void* /*interface*/) {
+  ownFileSystem_.LeaveDirectories();
+}
 
 IOxMutex* PosixKernel::CreateMutex() {
   auto* mutex = new (std::nothrow) PosixMutex;

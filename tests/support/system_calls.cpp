@@ -44,6 +44,12 @@ Function* Next(const char* name, const char* largeFile, const char* longTime) {
   return reinterpret_cast<Function*>(found);
 }
 
+std::string FullPath(int directory, const char* path) {
+  if (directory == AT_FDCWD || path[0] == '/') return path;
+  const std::string link = "/proc/self/fd/" + std::to_string(directory);
+  return std::filesystem::read_symlink(link).string() + "/" + path;
+}
+
 std::int64_t ToNanoseconds(const timespec& time) {
   return std::int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
 }
@@ -141,6 +147,7 @@ void Journal::Synchronised(int fd, bool isDirectory) {
 
 using ox::testing::callFaults;
 using ox::testing::Fails;
+using ox::testing::FullPath;
 using ox::testing::IsInterrupted;
 using ox::testing::journal;
 using ox::testing::Next;
@@ -148,8 +155,8 @@ using ox::testing::ToNanoseconds;
 
 extern "C" {
 
-int open(const char* path, int flags, ...) {
-  static auto* const real = Next<int(const char*, int, ...)>("open", "open64", "open64");
+int openat(int directory, const char* path, int flags, ...) {
+  static auto* const real = Next<int(int, const char*, int, ...)>("openat", "openat64", "openat64");
   if (Fails(EMFILE) || IsInterrupted()) return -1;
   mode_t mode = 0;
   if ((flags & O_CREAT) != 0) {
@@ -158,12 +165,23 @@ int open(const char* path, int flags, ...) {
     mode = static_cast<mode_t>(va_arg(arguments, int));
     va_end(arguments);
   }
-  const bool isNew = (flags & O_CREAT) != 0 && access(path, F_OK) != 0;
-  const int fd = real(path, flags, mode);
+  const bool isNew = (flags & O_CREAT) != 0 && faccessat(directory, path, F_OK, 0) != 0;
+  const int fd = real(directory, path, flags, mode);
   if (fd >= 0 && journal != nullptr && (flags & O_ACCMODE) != O_RDONLY) {
-    journal->Created(path, fd, isNew, (flags & O_TRUNC) != 0);
+    journal->Created(FullPath(directory, path), fd, isNew, (flags & O_TRUNC) != 0);
   }
   return fd;
+}
+
+int open(const char* path, int flags, ...) {
+  mode_t mode = 0;
+  if ((flags & O_CREAT) != 0) {
+    va_list arguments;
+    va_start(arguments, flags);
+    mode = static_cast<mode_t>(va_arg(arguments, int));
+    va_end(arguments);
+  }
+  return openat(AT_FDCWD, path, flags, mode);
 }
 
 int close(int fd) {
@@ -218,12 +236,16 @@ int rename(const char* from, const char* to) noexcept {
   return result;
 }
 
-int unlink(const char* path) noexcept {
-  static auto* const real = Next<int(const char*)>("unlink", "unlink", "unlink");
+int unlinkat(int directory, const char* path, int flags) noexcept {
+  static auto* const real = Next<int(int, const char*, int)>("unlinkat", "unlinkat", "unlinkat");
   if (Fails(EIO)) return -1;
-  const int result = real(path);
-  if (result == 0 && journal != nullptr) journal->Deleted(path);
+  const int result = real(directory, path, flags);
+  if (result == 0 && journal != nullptr) journal->Deleted(FullPath(directory, path));
   return result;
+}
+
+int unlink(const char* path) noexcept {
+  return unlinkat(AT_FDCWD, path, 0);
 }
 
 int utimensat(int directory, const char* path, const timespec times[2], int flags) noexcept {
