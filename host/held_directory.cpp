@@ -4,11 +4,20 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 
 namespace ox::host {
 namespace {
 
 std::atomic<std::uint32_t> currentGeneration{0};
+
+int OpenRetrying(int directory, const char* path, int flags) {
+  int fd = -1;
+  do {
+    fd = openat(directory, path, flags, 0600);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
+}
 
 std::time_t CoarseSeconds() {
   timespec now{};
@@ -40,8 +49,14 @@ int HeldDirectory::Descriptor() const {
   return IsHeld() ? fd_ : AT_FDCWD;
 }
 
-void HeldDirectory::DistrustAll() {
-  currentGeneration.fetch_add(1, std::memory_order_relaxed);
+int HeldDirectory::OpenFile(const char* path, std::size_t nameAt, int flags) {
+  if (!IsHeld()) return OpenRetrying(AT_FDCWD, path, flags);
+  const int fd = OpenRetrying(fd_, path + nameAt, flags);
+  if (fd >= 0 || errno != ENOENT) return fd;
+  Release();
+  const int found = OpenRetrying(AT_FDCWD, path, flags);
+  if (found >= 0) currentGeneration.fetch_add(1, std::memory_order_relaxed);
+  return found;
 }
 
 }  // namespace ox::host

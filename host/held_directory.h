@@ -2,8 +2,8 @@
 // again for each of them. That walk is up to a third of what a call for one small file costs.
 //
 // What a path leads to may change while it is held: something is mounted over it, it is renamed. It
-// is therefore walked to again once a second, and by every holder once one of them reported that
-// the directory is gone.
+// is therefore walked to again once a second, and by every holder once one of them was found
+// wrong.
 //
 // Holding it keeps its file system from being unmounted.
 //
@@ -11,6 +11,7 @@
 #ifndef OX_HOST_HELD_DIRECTORY_H_
 #define OX_HOST_HELD_DIRECTORY_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 
@@ -28,13 +29,16 @@ class HeldDirectory {
   void Hold(const char* path);
   void Release();
 
+  // open(2) of a path in the directory whose name begins at `nameAt`; also when none is held. New
+  // files get mode 0600. A file that is not in the held directory is looked for by its path too,
+  // since another may have taken the directory's place; if it is there, nobody trusts what he holds
+  // any more.
+  int OpenFile(const char* path, std::size_t nameAt, int flags);
+
   bool IsHeld() const { return fd_ >= 0; }
   // For the system's calls that take a directory and a path; the working directory when none is
   // held.
   int Descriptor() const;
-
-  // Everybody who holds a directory now walks to it again.
-  static void DistrustAll();
 
  private:
   bool IsTrusted() const;

@@ -28,14 +28,6 @@ constexpr int kAlways = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
 constexpr int kForReading = O_RDONLY | kAlways;
 constexpr int kForWriting = O_WRONLY | O_CREAT | kAlways;
 
-int OpenRetrying(int directory, const char* path, int flags) {
-  int fd = -1;
-  do {
-    fd = openat(directory, path, flags, 0600);
-  } while (fd < 0 && errno == EINTR);
-  return fd;
-}
-
 // Where the name begins.
 std::size_t BehindLastSlash(const char* path, std::size_t length) {
   while (length > 0 && path[length - 1] != '/')
@@ -97,15 +89,10 @@ void PosixFile::HoldDirectory() {
   path_[nameAt_] = first;
 }
 
-// A file that is not to be found in the held directory may be in another that has taken its place.
 int PosixFile::OpenFile(int flags) {
-  if (!directory_.IsHeld()) return OpenRetrying(AT_FDCWD, Path(), flags);
-  const int fd = OpenRetrying(directory_.Descriptor(), Name(), flags);
-  if (fd >= 0 || errno != ENOENT) return fd;
-  directory_.Release();
-  const int found = OpenRetrying(AT_FDCWD, Path(), flags);
-  if (found >= 0) HeldDirectory::DistrustAll();
-  return found;
+  if (length_ > 0) return directory_.OpenFile(path_, nameAt_, flags);
+  errno = ENOENT;
+  return -1;
 }
 
 bool PosixFile::LookAt(struct stat* status) const {
@@ -196,6 +183,10 @@ std::uint64_t PosixFile::GetSize() {
   if (const DirectoryEntry* seen = EnumerationSnapshot::Find({Path(), length_})) return seen->size;
   struct stat status;
   return LookAt(&status) ? SizeOf(status) : 0;
+}
+
+bool PosixFile::GetStatus(struct stat* status) const {
+  return fd_ >= 0 && fstat(fd_, status) == 0;
 }
 
 std::uint64_t PosixFile::Read(std::uint64_t count, void* destination) {

@@ -62,6 +62,9 @@ class PosixFile final : public os::filesystem::File {
   // had just been asked.
   void KnowSize(std::uint64_t size);
 
+  // What the system says of the open file; false when none is open.
+  bool GetStatus(struct stat* status) const;
+
   // Lets the directory go that is held for the next path.
   void LeaveDirectory() { directory_.Release(); }
 

@@ -52,9 +52,9 @@ namespace ox::host {
 //
 //                       system calls        of those changing        of those
 //                    new   replacement   names   of a replacement    fsync
-//   kNone             12       27                  6                   0
-//   kProcess          13       28                  7                   0
-//   kPower            24       39                  7                   5
+//   kNone             12       23                  6                   0
+//   kProcess          13       24                  7                   0
+//   kPower            24       35                  7                   5
 //
 // The names: two files made, two deleted with the old entry, two or three renamed. The fsyncs:
 // content, metadata, and three times the directory. Two of the latter hold up other threads.

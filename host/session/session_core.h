@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "host/held_directory.h"
 #include "host/session/cache_session.h"
 #include "host/session/cache_state.h"
 #include "host/session/file_names.h"
@@ -103,13 +104,15 @@ class SessionCore {
 
   // Finding.
   Error OpenEntry(core::cache::CacheValue* value, FetchedEntry* entry);
-  void Touch(const std::string& metaDataPath, std::int64_t used);
+  UniqueFd OpenContent(const std::string& path);
+  void Touch(const std::string& contentPath, std::int64_t used);
 
   const SessionOptions options_;
   CacheLimits limits_;
   SessionFileSystem fileSystem_;
   std::unique_ptr<ModuleHold> hold_;
   UniqueFd directoryLock_;
+  HeldDirectory contentDirectory_;
 
   std::mutex mutex_;
   std::condition_variable writerEnded_;

@@ -23,15 +23,6 @@ Error NotFound() {
   return MakeError(ErrorKind::kNotFound, "no entry of that URL");
 }
 
-// O_NONBLOCK, so that a FIFO planted under the name cannot hang the device.
-UniqueFd OpenForReading(const std::string& path) {
-  int fd = -1;
-  do {
-    fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  } while (fd < 0 && errno == EINTR);
-  return UniqueFd(fd);
-}
-
 }  // namespace
 
 std::optional<FetchedEntry> SessionCore::Fetch(const std::string& url, Error* error) {
@@ -39,6 +30,7 @@ std::optional<FetchedEntry> SessionCore::Fetch(const std::string& url, Error* er
   const OxString text = ToOxString(url);
   const Lock lock(mutex_);
   if ((*error = Ready())) return std::nullopt;
+  fileSystem_.TakeStamp();
   CacheValue* value = (*manager_)->Get(text);
   if (value == nullptr) {
     *error = NotFound();
@@ -54,7 +46,7 @@ std::optional<FetchedEntry> SessionCore::Fetch(const std::string& url, Error* er
 
 Error SessionCore::OpenEntry(CacheValue* value, FetchedEntry* entry) {
   entry->path = ContentPath(*value);
-  entry->content = OpenForReading(entry->path);
+  entry->content = OpenContent(entry->path);
   if (!entry->content.IsOpen()) {
     return errno == ENOENT ? NotFound() : SystemError("cannot open the content", entry->path);
   }
@@ -65,23 +57,31 @@ Error SessionCore::OpenEntry(CacheValue* value, FetchedEntry* entry) {
   if (status.st_size == 0) return NotFound();
   entry->size = static_cast<std::uint64_t>(status.st_size);
 
-  const std::string metaDataPath = entry->path + kMetaDataFileSuffix;
   entry->metadata = value->GetMetaData().UTF8();
-  if (lstat(metaDataPath.c_str(), &status) != 0 ||
-      static_cast<std::uint64_t>(status.st_size) != entry->metadata.size()) {
-    return SystemError("cannot read the metadata whole", metaDataPath);
+  const std::optional<MetaDataStamp> stamp = fileSystem_.TakeStamp();
+  // A commit writes at least one byte.
+  if (!stamp || stamp->bytes == 0 || stamp->bytes != entry->metadata.size()) {
+    return SystemError("cannot read the metadata whole", entry->path + kMetaDataFileSuffix);
   }
-  Touch(metaDataPath, ToNanoseconds(status.st_mtim));
+  Touch(entry->path, stamp->modified);
   return {};
 }
 
+// O_NONBLOCK, so that a FIFO planted under the name cannot hang the device.
+UniqueFd SessionCore::OpenContent(const std::string& path) {
+  const std::string& directory = limits_.cacheDirectory;
+  contentDirectory_.Hold(directory.c_str());
+  constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+  return UniqueFd(contentDirectory_.OpenFile(path.c_str(), directory.size() + 1, kFlags));
+}
+
 // Best effort: an entry whose time cannot be written is still served.
-void SessionCore::Touch(const std::string& metaDataPath, std::int64_t used) {
+void SessionCore::Touch(const std::string& contentPath, std::int64_t used) {
   const std::int64_t now = clock_.Next();
   const std::chrono::nanoseconds unused(now - used);
   // In seconds: the option may be more than nanoseconds can hold.
   if (std::chrono::duration_cast<std::chrono::seconds>(unused) < options_.touchInterval) return;
-  SetFileTime(metaDataPath, now);
+  SetFileTime(contentPath + kMetaDataFileSuffix, now);
 }
 
 Error SessionCore::Remove(const std::string& url) {

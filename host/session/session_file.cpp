@@ -117,10 +117,22 @@ std::uint64_t SessionFile::GetSize() {
 }
 
 std::uint64_t SessionFile::Read(std::uint64_t count, void* destination) {
-  if (source_ != Source::kConfiguration) return file_.Read(count, destination);
+  if (source_ != Source::kConfiguration) {
+    NoteStamp();
+    return file_.Read(count, destination);
+  }
   const std::size_t part = fileSystem_.ReadConfiguration(position_, destination, count);
   position_ += part;
   return part;
+}
+
+// Of all real files the module reads the metadata files alone. Here they are open, which makes the
+// question cheaper than by their path.
+void SessionFile::NoteStamp() const {
+  struct stat status;
+  if (!file_.GetStatus(&status)) return;
+  fileSystem_.NoteStamp(
+      {static_cast<std::uint64_t>(status.st_size), ToNanoseconds(status.st_mtim)});
 }
 
 std::uint64_t SessionFile::Write(std::uint64_t count, const void* /*source*/) {

@@ -10,7 +10,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "host/posix_file.h"
 #include "host/session/cache_state.h"
@@ -18,8 +20,14 @@
 
 namespace ox::host {
 
-// Threads: used under the session's mutex alone.
 class SessionFile;
+
+struct MetaDataStamp {
+  std::uint64_t bytes;
+  std::int64_t modified;  // nanoseconds since 1970
+};
+
+// Threads: used under the session's mutex alone.
 
 class SessionFileSystem final : public IFileSystem {
  public:
@@ -46,6 +54,10 @@ class SessionFileSystem final : public IFileSystem {
   bool HasConfiguration() const { return hasConfiguration_; }
   std::size_t ReadConfiguration(std::size_t position, void* destination, std::uint64_t bytes) const;
 
+  // Of the metadata file that the module has read last, as it was then; forgotten once taken.
+  std::optional<MetaDataStamp> TakeStamp() { return std::exchange(stamp_, std::nullopt); }
+  void NoteStamp(const MetaDataStamp& stamp) { stamp_ = stamp; }
+
   os::filesystem::File* CreateFile() override;
   void DestroyFile(os::filesystem::File* file) override;
   int GetDefaultDirectory(OxString& out) override;
@@ -61,6 +73,7 @@ class SessionFileSystem final : public IFileSystem {
   bool hasConfiguration_ = false;
   std::string askedDirectory_;
   CacheState* state_ = nullptr;
+  std::optional<MetaDataStamp> stamp_;
 };
 
 // Nothing is thrown: the module, which stands between this and the session, has no unwind tables.
@@ -90,6 +103,7 @@ class SessionFile final : public os::filesystem::File {
 
   bool IsMetaData() const;
   void Rewind();
+  void NoteStamp() const;
   void NoteContentDeletion(bool isDeleted, std::uint64_t bytes, int error);
   void NoteMetaDataDeletion(bool isDeleted, std::uint64_t bytes, std::int64_t modified, int error);
 

@@ -27,6 +27,7 @@ std::size_t SequenceLength(const unsigned char* bytes, std::size_t left) {
 }  // namespace
 
 bool IsStrictUtf8(const std::string& text) {
+  if (IsAsciiText(text)) return true;
   const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
   for (std::size_t i = 0; i < text.size();) {
     const std::size_t length = SequenceLength(bytes + i, text.size() - i);

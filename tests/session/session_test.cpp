@@ -271,9 +271,11 @@ TEST_F(SessionTest, DamageBySomebodyElseIsNoticed) {
   EXPECT_EQ(Fetch(*session, "gone"), kNotThere);
   EXPECT_FALSE(std::filesystem::exists(gone + ".ox_meta") && Fetch(*session, "gone") != kNotThere);
   EXPECT_EQ(Fetch(*session, "cut"), "content|meta");
-  std::filesystem::resize_file(cut + ".ox_meta", 3000);
-  EXPECT_FALSE(session->Fetch("cut", &error));
-  EXPECT_EQ(error.kind, ErrorKind::kInputOutput);
+  for (const std::uintmax_t bytes : {3000, 0}) {
+    std::filesystem::resize_file(cut + ".ox_meta", bytes);
+    EXPECT_FALSE(session->Fetch("cut", &error)) << bytes;
+    EXPECT_EQ(error.kind, ErrorKind::kInputOutput) << bytes;
+  }
   EXPECT_EQ(Store(*session, "blocked", "x", "m").systemError, EISDIR);
   rmdir(blocked.c_str());
   for (const char* url : {"gone", "cut", "blocked"}) {
