@@ -3,6 +3,7 @@ import re
 
 NAMES = {
     "floor": "Floor",
+    "measuring-floor": "Floor that measures the new entry too",
     "linux-host": "**Bare interface, Linux host**",
     "plain-host": "Bare interface, plain host",
     "session": "**Session**",
@@ -94,6 +95,9 @@ class Report:
             for entries, limit in zip((200, 1000), limits):
                 goals.append((f"{text}, N = {entries:,}", limit,
                               self.ratio(subject, operation, entries)))
+        for entries in (200, 1000):
+            goals.append((f"store and commit on disk, N = {entries:,}", 1.2,
+                          self.ratio("linux-host", "store", entries, "disk")))
         for entries in (200, 1000):
             goals.append((f"fetch with content, session against bare, N = {entries:,}", 1.25,
                           self.ratio("session", "content", entries, base="linux-host")))
@@ -242,6 +246,11 @@ class Report:
             rows.append([f"{entries:,}"] + cells)
         return table(["N"] + list(operations), rows)
 
+    def session_starts(self):
+        found = [self.find("session", "start-up", entries) for entries in (50, 200, 1000, 10000)]
+        return ", ".join(f"{seconds(one['subject_times']['median_ns'])} at N = {one['entries']:,}"
+                         for one in found if one)
+
     def machine(self):
         return "\n".join(f"- {name}: {fact}" for name, fact in self.results["machine"].items())
 
@@ -265,6 +274,7 @@ def render(template, results):
         "large": lambda: report.side_by_side(200, "tmpfs", 65536, ("content", "store")),
         "session": report.against_bare,
         "durability": report.durability,
+        "session_starts": report.session_starts,
         "spread": report.spread_table,
         "walk": report.walk_table,
         "quadratic_from": report.quadratic_from,
