@@ -30,9 +30,9 @@ constexpr int kForWriting = O_WRONLY | O_CREAT | kAlways;
 
 // Where the name begins.
 std::size_t BehindLastSlash(const char* path, std::size_t length) {
-  while (length > 0 && path[length - 1] != '/')
-    --length;
-  return length;
+  const void* slash = memrchr(path, '/', length);
+  return slash != nullptr ? static_cast<std::size_t>(static_cast<const char*>(slash) - path) + 1
+                          : 0;
 }
 
 bool HasMetaDataSuffix(const char* path, std::size_t length) {
