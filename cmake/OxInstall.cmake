@@ -35,6 +35,7 @@ set(public_headers
   cache/file_cache_manager.h
   host/check/host_check.h
   host/check/host_check_library.h
+  host/held_directory.h
   host/module_loader.h
   host/posix_file.h
   host/posix_file_system.h
