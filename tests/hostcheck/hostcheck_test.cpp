@@ -229,10 +229,12 @@ TEST(HostCheck, WrongUseAndMissingLibrariesHaveTheirStatus) {
       {"--directory /proc " OX_POSIX_HOST_PATH, 2},
       {"/nonexistent/library.so", 3},
       {OX_MODULE_PATH, 3},  // a library, but no host
+      {OX_POSIX_HOST_PATH " >/dev/full", 2},
+      {OX_POSIX_HOST_PATH " >&-", 2},
       {"--help", 0},
   };
   for (const auto& c : cases)
-    EXPECT_EQ(RunTool(c.arguments + std::string(" >/dev/null 2>&1")).status, c.status)
+    EXPECT_EQ(RunTool(std::string(">/dev/null 2>&1 ") + c.arguments).status, c.status)
         << c.arguments;
 }
 

@@ -83,6 +83,9 @@ class Entries(ToolCase):
             done = subprocess.run([TOOL, "--dir", self.cache, "get", "kept"], stdout=full,
                                   stderr=subprocess.PIPE, check=False)
         self.assertEqual((done.returncode, b"No space left" in done.stderr), (INPUT_OUTPUT, True))
+        done = subprocess.run([TOOL, "--dir", self.cache, "get", "kept"], check=False,
+                              stderr=subprocess.PIPE, preexec_fn=lambda: os.close(1))
+        self.assertEqual((done.returncode, b"Bad file" in done.stderr), (INPUT_OUTPUT, True))
 
     def test_a_cache_that_another_process_has_is_left_alone(self):
         self.run_tool("put", "abc", stdin=b"1")

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <chrono>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "tools/hostcheck/library_source.h"
 #include "tools/hostcheck/report.h"
+#include "tools/standard_descriptors.h"
 
 namespace {
 
@@ -52,6 +54,7 @@ int RunChecks(const Options& options) {
   }
   const std::vector<Finding> findings = ox::host::CheckHost(source, {options.directory, timeout});
   (options.isJson ? ox::tools::PrintJson : ox::tools::PrintLines)(findings, std::cout);
+  if (!std::cout.flush()) throw std::runtime_error("cannot write the findings");
   const bool hasFailed = std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
     return finding.outcome == Outcome::kFailed;
   });
@@ -61,6 +64,7 @@ int RunChecks(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  ox::tools::OccupyStandardDescriptors();
   CLI::App app("Checks a host of the file cache, one line for each thing that the cache expects");
   Options options;
   Describe(app, &options);

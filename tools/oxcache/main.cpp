@@ -3,11 +3,13 @@
 #include <exception>
 
 #include "tools/oxcache/command_line.h"
+#include "tools/standard_descriptors.h"
 
 namespace ox::tool {
 namespace {
 
 int Main(int argc, char** argv) {
+  tools::OccupyStandardDescriptors();
   // A reader that goes away is then an error of the write, and the session is closed properly.
   std::signal(SIGPIPE, SIG_IGN);
   Invocation invocation;
