@@ -182,6 +182,15 @@ class Configurations(ToolCase):
             self.assertFalse(os.path.exists(self.path("again", NAME_OF_ABC)))
             os.remove(self.path("cache/file-cache.conf"))
 
+    def test_a_configuration_that_cannot_be_read_is_an_error(self):
+        self.run_tool("put", "abc", stdin=b"1")
+        path = self.path("cache/file-cache.conf")
+        os.rename(path, self.path("elsewhere.conf"))
+        os.symlink("../elsewhere.conf", path)
+        for words in (["limits"], ["check"], ["put", "x"], ["get", "abc", "--force"]):
+            self.run_tool(*words, stdin=b"2", status=INPUT_OUTPUT, says="cannot read: .*conf")
+        self.assertEqual(self.read("cache/" + NAME_OF_ABC), b"1")
+
     def test_a_forced_put_goes_on_only_where_it_can_store(self):
         self.pairs_without_limits(b"MAX_CACHE_SIZE=4096\n")
         self.run_tool("put", "x", "--force", stdin=b"2", status=NOT_DONE, says="admits no entry")

@@ -126,7 +126,10 @@ json Json(const CacheLimits& limits, const Verdict& verdict) {
 }  // namespace
 
 ExitStatus Check(Context& context, bool asJson) {
-  if (Error error = context.CheckDirectory()) return context.Fail(error);
+  // A directory that cannot be read looks empty to the module.
+  CacheLimits limits;
+  host::Survey survey;
+  if (Error error = context.Inspect(&limits, &survey)) return context.Fail(error);
   DryRun run;
   if (Error error = StartDry(context.Options(), &run)) return context.Fail(error);
   const Verdict verdict = JudgeAll(run);

@@ -1,5 +1,6 @@
 #include "tools/oxcache/context.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <utility>
 
 #include "host/session/file_names.h"
+#include "host/session/unique_fd.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/configuration.h"
 #include "tools/oxcache/module_path.h"
@@ -30,6 +32,17 @@ Error SurveyIfThere(const std::string& directory, Survey* survey) {
   *survey = {};
   if (access(directory.c_str(), F_OK) != 0 && errno == ENOENT) return {};
   return host::SurveyDirectory(directory, survey);
+}
+
+// The module takes one that it cannot read for none, and would delete every entry. It follows no
+// link.
+Error CheckConfiguration(const std::string& directory) {
+  const std::string path = ConfigurationPath(directory);
+  const host::UniqueFd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!fd.IsOpen()) return errno == ENOENT ? Error{} : SystemError("cannot read", path);
+  struct stat status;
+  if (fstat(fd.Get(), &status) == 0 && S_ISREG(status.st_mode)) return {};
+  return MakeError(ErrorKind::kInputOutput, "not a regular file: " + path);
 }
 
 bool IsStranger(const std::string& name) {
@@ -128,7 +141,7 @@ Error Context::RequireCache() {
 
 Error Context::CheckDirectory() const {
   struct stat status;
-  if (stat(options_.directory.c_str(), &status) == 0) return {};
+  if (stat(options_.directory.c_str(), &status) == 0) return CheckConfiguration(options_.directory);
   if (errno != ENOENT) return SystemError("cannot look at the directory", options_.directory);
   return MakeError(ErrorKind::kNotFound, "no such directory: " + options_.directory);
 }

@@ -30,7 +30,8 @@ class Context {
   // new directory writes a configuration first; to use asks for a cache that is there already.
   host::CacheSession* Session(Purpose purpose, host::Error* error);
 
-  // kNotFound when there is no such directory.
+  // kNotFound when there is no such directory; an error too when it has a configuration that the
+  // module would not read.
   host::Error CheckDirectory() const;
   // The limits without opening a session, or the open session's.
   host::Error Limits(host::CacheLimits* limits);
