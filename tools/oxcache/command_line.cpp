@@ -19,12 +19,21 @@ constexpr char kFooter[] =
 const std::map<std::string, Durability> kDurabilities = {
     {"none", Durability::kNone}, {"process", Durability::kProcess}, {"power", Durability::kPower}};
 
+// Empty means that nothing was given, so that a variable which is not set would lead to the
+// default: with --dir to the user's own cache.
+CLI::Validator NotEmpty() {
+  return CLI::Validator(
+      [](const std::string& text) { return text.empty() ? "a name is needed" : ""; }, "");
+}
+
 void AddGlobalOptions(CLI::App& app, GlobalOptions* options) {
   app.add_option("--dir", options->directory,
                  "Directory of file-cache.conf (default: oxcache in the user's cache directory)")
+      ->check(NotEmpty())
       ->type_name("DIR");
   app.add_option("--module", options->modulePath,
                  "The module (default: beside the tool, in ../lib, or where the loader finds it)")
+      ->check(NotEmpty())
       ->type_name("FILE");
   app.add_option_function<std::string>(
          "--durability",
@@ -53,7 +62,9 @@ void AddInit(CLI::App& app, InitOptions* options) {
           "Number of entries")
       ->type_name("N");
   AddSize(*init, "--max-entry-size", &options->maxEntrySize, "One entry with its metadata");
-  init->add_option("--directory", options->directory, "Where the entries go")->type_name("DIR");
+  init->add_option("--directory", options->directory, "Where the entries go")
+      ->check(NotEmpty())
+      ->type_name("DIR");
 }
 
 CLI::Option* AddUrl(CLI::App& app, std::string* url) {
@@ -78,6 +89,7 @@ CLI::Option* AddPut(CLI::App& app, PutOptions* options) {
       "Metadata: 1 to 1024 ASCII characters");
   put->add_option("--meta-file", options->metadataFile, "File with the metadata")
       ->type_name("FILE")
+      ->check(NotEmpty())
       ->check(NotStandardInput("standard input is for the content"))
       ->excludes(text);
   return file;
@@ -86,7 +98,9 @@ CLI::Option* AddPut(CLI::App& app, PutOptions* options) {
 void AddGet(CLI::App& app, GetOptions* options) {
   CLI::App* get = app.add_subcommand("get", "Write an entry's content to standard output");
   AddUrl(*get, &options->url);
-  get->add_option("-o,--output", options->output, "File to write instead")->type_name("FILE");
+  get->add_option("-o,--output", options->output, "File to write instead")
+      ->check(NotEmpty())
+      ->type_name("FILE");
   get->add_flag("--meta", options->metadata, "The metadata instead of the content");
 }
 
@@ -97,6 +111,7 @@ void AddFetch(CLI::App& app, FetchOptions* options) {
   fetch
       ->add_option("-o,--output", options->output,
                    "File to write; with several URLs, a directory of files")
+      ->check(NotEmpty())
       ->type_name("PATH");
   fetch->add_option("-j,--jobs", options->jobs, "Downloads at a time")
       ->check(CLI::Range(1, 64))
