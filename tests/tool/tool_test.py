@@ -66,6 +66,7 @@ class Entries(ToolCase):
             (USAGE, "url", ["get"], b""),
             (USAGE, "max-size", ["init", "--force", "--max-size", "10X"], b""),
             (USAGE, "1024", ["init", "--force", "--max-size", "1000"], b""),
+            (USAGE, "decimal", ["init", "--force", "--max-size", "010K"], b""),
             (USAGE, "--directory: a name", ["init", "--force", "--directory", ""], b""),
             (USAGE, "above", ["init", "--force", "--max-size", "1M", "--max-entry-size", "2M"],
              b""),

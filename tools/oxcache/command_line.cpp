@@ -45,12 +45,23 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions* options) {
                "init: overwrite; otherwise: start even if that deletes all entries");
 }
 
+// Otherwise 010 would be octal.
+CLI::Validator Decimal() {
+  return CLI::Validator(
+      [](const std::string& text) {
+        const bool isDecimal = text == "0" || (!text.empty() && text[0] >= '1' && text[0] <= '9');
+        return isDecimal ? "" : "a decimal number without leading zeros is needed";
+      },
+      "");
+}
+
 CLI::Option* AddSize(CLI::App& app, const char* name, std::optional<std::uint64_t>* size,
                      const char* help) {
   return app
       .add_option_function<std::uint64_t>(
           name, [size](const std::uint64_t& bytes) { *size = bytes; }, help)
       ->transform(CLI::AsSizeValue(false))
+      ->transform(Decimal())
       ->type_name("SIZE");
 }
 
@@ -60,6 +71,7 @@ void AddInit(CLI::App& app, InitOptions* options) {
   init->add_option_function<std::uint64_t>(
           "--max-entries", [options](const std::uint64_t& number) { options->maxEntries = number; },
           "Number of entries")
+      ->check(Decimal())
       ->type_name("N");
   AddSize(*init, "--max-entry-size", &options->maxEntrySize, "One entry with its metadata");
   init->add_option("--directory", options->directory, "Where the entries go")
