@@ -73,6 +73,7 @@ class Entries(ToolCase):
             (USAGE, "would be lost", ["init", "--force", "--directory", "a\nb"], b""),
             (INPUT_OUTPUT, "absent-file: No such file", ["put", "kept", "absent-file"], b""),
             (INPUT_OUTPUT, "Is a directory", ["put", "kept", self.scratch], b""),
+            (INPUT_OUTPUT, r"a\?\[2J\?b\xe9: No", ["put", "kept", "a\x1b[2J\nb\xe9"], b""),
             (INPUT_OUTPUT, "No such file", ["get", "kept", "-o", "absent/out"], b""),
             (INPUT_OUTPUT, "absent.so", ["--module", "absent.so", "get", "kept"], b""),
         ]

@@ -168,7 +168,7 @@ ExitStatus Context::Print(const std::string& text) {
 void Context::Tell(const std::string& text) const {
   std::string line = "oxcache: ";
   if (line_ > 0) line += "line " + std::to_string(line_) + ": ";
-  line += text + "\n";
+  line += WithoutControls(text) + "\n";
   std::fputs(line.c_str(), stderr);
 }
 

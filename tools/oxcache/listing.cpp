@@ -67,7 +67,7 @@ ExitStatus ShowLimits(Context& context, bool asJson) {
   return context.Print("MAX_CACHE_SIZE=" + std::to_string(limits.maxSize) + "\n" +
                        "MAX_CACHE_ENTRIES=" + std::to_string(limits.maxEntries) + "\n" +
                        "MAX_CACHE_ENTRY_SIZE=" + std::to_string(limits.maxEntrySize) + "\n" +
-                       "CACHE_DIRECTORY=" + limits.cacheDirectory + "\n");
+                       "CACHE_DIRECTORY=" + WithoutControls(limits.cacheDirectory) + "\n");
 }
 
 json LimitsJson(const CacheLimits& limits) {

@@ -78,7 +78,7 @@ std::string NamesText(const char* what, const std::vector<std::string>& names) {
 }
 
 std::string Text(const CacheLimits& limits, const Survey& survey) {
-  std::string text = "directory     " + limits.cacheDirectory + "\n";
+  std::string text = "directory     " + WithoutControls(limits.cacheDirectory) + "\n";
   text += UseLine("total size", survey.bytes, limits.maxSize, SizeText);
   text += UseLine("entries", survey.entries.size(), limits.maxEntries, NumberText);
   text += UseLine("largest entry", LargestEntry(survey), limits.maxEntrySize, SizeText);

@@ -66,6 +66,15 @@ std::string FirstLine(std::string_view text) {
   return line;
 }
 
+std::string WithoutControls(std::string text) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    const bool isLatin1Control = i > 0 && text[i - 1] == '\xC2' && byte >= 0x80 && byte < 0xA0;
+    if (byte < 0x20 || byte == 0x7F || isLatin1Control) text[i] = '?';
+  }
+  return text;
+}
+
 bool IsPlain(std::string_view text) {
   return std::all_of(text.begin(), text.end(), IsPlainCharacter);
 }

@@ -29,6 +29,9 @@ std::string Padded(const std::string& text, std::size_t width);
 // The first line, with "?" for what is not printable ASCII: a terminal might obey it.
 std::string FirstLine(std::string_view text);
 
+// With "?" for control characters, also the UTF-8 ones beyond ASCII, for paths in messages.
+std::string WithoutControls(std::string text);
+
 // Printable ASCII and nothing else.
 bool IsPlain(std::string_view text);
 

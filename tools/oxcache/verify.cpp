@@ -91,7 +91,7 @@ class Verifier {
 std::string Text(const std::vector<Problem>& problems) {
   std::string text;
   for (const Problem& problem : problems) {
-    text += FirstLine(problem.name) + ": " + problem.what + "\n";
+    text += FirstLine(problem.name) + ": " + WithoutControls(problem.what) + "\n";
   }
   return text;
 }
