@@ -40,6 +40,7 @@ http {{
     location /no-store/ {{ add_header Cache-Control "private, No-Store"; }}
     location /moved/ {{ rewrite ^/moved/(.*)$ /fresh/$1 redirect; }}
     location /broken/ {{ return 503; }}
+    location /away {{ return 302 file:///etc/passwd; }}
   }}
 }}
 """
@@ -167,6 +168,7 @@ class Fetches(ToolCase):
                  (NOT_DONE, "503", [self.server.url("broken/x")]),
                  (INPUT_OUTPUT, "connect", [unused]),
                  (USAGE, "FAILED ftp", ["ftp://127.0.0.1/x"]),
+                 (INPUT_OUTPUT, "FAILED.*file", [self.server.url("away")]),
                  (USAGE, "directory", ["-o", "-", unused, unused])]
         for status, says, words in cases:
             with self.subTest(words):

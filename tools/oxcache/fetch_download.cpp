@@ -103,7 +103,11 @@ class Transfer {
   }
 
   Error Explain(CURLcode code) const {
-    const bool isUrl = code == CURLE_URL_MALFORMAT || code == CURLE_UNSUPPORTED_PROTOCOL;
+    // The same codes tell of a redirection to such a URL and of an answer that is no HTTP.
+    long connections = 0;
+    curl_easy_getinfo(handle_.get(), CURLINFO_NUM_CONNECTS, &connections);
+    const bool isUrl =
+        connections == 0 && (code == CURLE_URL_MALFORMAT || code == CURLE_UNSUPPORTED_PROTOCOL);
     const std::string reason = reason_[0] != '\0' ? reason_.data() : curl_easy_strerror(code);
     return MakeError(isUrl ? ErrorKind::kInvalidArgument : ErrorKind::kInputOutput, reason);
   }
