@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cctype>
 #include <set>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -75,8 +76,12 @@ class Fetcher {
   ExitStatus Run() {
     std::vector<std::thread> threads;
     const std::size_t count = std::min<std::size_t>(options_.jobs, targets_.size());
-    for (std::size_t i = 1; i < count; ++i)
-      threads.emplace_back([this] { Work(); });
+    try {
+      while (threads.size() + 1 < count)
+        threads.emplace_back([this] { Work(); });
+    } catch (const std::system_error&) {
+      // The system has no more threads: fewer downloads at a time.
+    }
     Work();
     for (std::thread& thread : threads)
       thread.join();
