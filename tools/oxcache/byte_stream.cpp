@@ -32,10 +32,17 @@ bool IsReplaceable(const std::string& path) {
   return S_ISREG(status.st_mode);
 }
 
+// What was private stays so.
+mode_t ModeFor(const std::string& path) {
+  struct stat status;
+  return lstat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0666;
+}
+
 int OpenTemporary(const std::string& path, std::string* temporary) {
+  const mode_t mode = ModeFor(path);
   for (unsigned counter = 0;; ++counter) {
     *temporary = path + "." + std::to_string(getpid()) + "-" + std::to_string(counter) + ".part";
-    const int fd = open(temporary->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    const int fd = open(temporary->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
     if (fd >= 0 || errno != EEXIST) return fd;
   }
 }
