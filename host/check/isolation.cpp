@@ -111,6 +111,8 @@ Verdict Decode(const std::string& line) {
   const rlimit noCore = {0, 0};
   setrlimit(RLIMIT_CORE, &noCore);
   dup2(STDERR_FILENO, STDOUT_FILENO);
+  // A crash would lose what waits in a buffer.
+  std::setvbuf(stdout, nullptr, _IOLBF, 0);
   const std::string text = Encode(RunHere(body));
   // Shorter than PIPE_BUF: it goes out in one piece or, when the parent is gone, not at all.
   const ssize_t written = write(out, text.data(), text.size());
