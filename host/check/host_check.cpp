@@ -17,7 +17,9 @@ using namespace check;
 // A directory of its own, removed with everything in it.
 class ScratchDirectory {
  public:
-  explicit ScratchDirectory(const std::string& parent) : path_(parent + "/hostcheck-XXXXXX") {
+  // Absolute and without links: a host may go to another directory or tidy up paths.
+  explicit ScratchDirectory(const std::string& parent)
+      : path_(std::filesystem::canonical(parent) / "hostcheck-XXXXXX") {
     if (mkdtemp(path_.data()) == nullptr) {
       throw std::system_error(errno, std::generic_category(),
                               "cannot make a directory in " + parent);
