@@ -69,6 +69,7 @@ class Entries(ToolCase):
             (USAGE, "max-size", ["init", "--force", "--max-size", "10X"], b""),
             (USAGE, "1024", ["init", "--force", "--max-size", "1000"], b""),
             (USAGE, "decimal", ["init", "--force", "--max-size", "010K"], b""),
+            (USAGE, "not a directory", ["init", "--force", "--directory", "small"], b""),
             (USAGE, "--directory: a name", ["init", "--force", "--directory", ""], b""),
             (USAGE, "above", ["init", "--force", "--max-size", "1M", "--max-entry-size", "2M"],
              b""),
@@ -161,6 +162,9 @@ class Configurations(ToolCase):
                 limits = json.loads(self.run_tool("limits", "--json"))
                 self.assertEqual([limits[key] for key in (
                     "max_size", "max_entries", "max_entry_size", "cache_directory")], expected)
+        self.run_tool("init", "--force", "--directory", "far")
+        self.run_tool("put", "abc", stdin=b"1")
+        self.run_tool("init", "--force", says="1 entry left behind in .*far")
         before = self.read("cache/file-cache.conf")
         self.run_tool("init", status=NOT_DONE, says="--force")
         self.assertEqual(self.read("cache/file-cache.conf"), before)

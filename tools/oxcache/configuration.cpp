@@ -143,11 +143,35 @@ Error FromOptions(const InitOptions& options, Configuration* configuration) {
   return Check(*configuration);
 }
 
-void TellWhatIsThere(Context& context, const std::string& cacheDirectory) {
+std::size_t CountEntries(const std::string& directory) {
   host::Survey survey;
-  if (host::SurveyDirectory(cacheDirectory, &survey) || survey.entries.empty()) return;
-  context.Tell("the directory has " + EntriesText(survey.entries.size()) +
+  return host::SurveyDirectory(directory, &survey) ? 0 : survey.entries.size();
+}
+
+void TellWhatIsThere(Context& context, const std::string& cacheDirectory) {
+  const std::size_t entries = CountEntries(cacheDirectory);
+  if (entries == 0) return;
+  context.Tell("the directory has " + EntriesText(entries) +
                "; \"oxcache check\" tells what a start would delete under these limits");
+}
+
+// Where the configuration that is replaced keeps the entries; empty when it cannot be told.
+std::string OldCacheDirectory(Context& context) {
+  host::CacheLimits limits;
+  if (!HasConfiguration(context.Options().directory) || context.Limits(&limits)) return "";
+  return limits.cacheDirectory;
+}
+
+void TellWhatIsLeft(Context& context, const std::string& oldDirectory,
+                    const std::string& newDirectory) {
+  std::error_code ignored;
+  if (oldDirectory.empty() || std::filesystem::equivalent(oldDirectory, newDirectory, ignored)) {
+    return;
+  }
+  const std::size_t entries = CountEntries(oldDirectory);
+  if (entries == 0) return;
+  context.Tell(EntriesText(entries) + " left behind in " + oldDirectory + "; \"--directory " +
+               oldDirectory + "\" goes on with that directory");
 }
 
 }  // namespace
@@ -172,6 +196,12 @@ ExitStatus Init(Context& context, const InitOptions& options) {
   const std::string cacheDirectory =
       configuration.directory.empty() ? directory : configuration.directory;
   if (Error error = CheckCacheDirectory(cacheDirectory)) return context.Fail(error);
+  std::error_code ignored;
+  if (std::filesystem::exists(cacheDirectory, ignored) &&
+      !std::filesystem::is_directory(cacheDirectory, ignored)) {
+    return context.Fail(
+        MakeError(ErrorKind::kInvalidArgument, "not a directory: " + cacheDirectory));
+  }
   const std::string text = Text(configuration);
   if (text.size() > kMaxTextBytes) {
     return context.Fail(MakeError(ErrorKind::kInvalidArgument,
@@ -181,8 +211,10 @@ ExitStatus Init(Context& context, const InitOptions& options) {
     return context.Fail(MakeError(ErrorKind::kRefused,
                                   ConfigurationPath(directory) + " exists; --force overwrites it"));
   }
+  const std::string oldDirectory = OldCacheDirectory(context);
   if (Error error = Write(directory, text)) return context.Fail(error);
   TellWhatIsThere(context, cacheDirectory);
+  TellWhatIsLeft(context, oldDirectory, cacheDirectory);
   return ExitStatus::kDone;
 }
 

@@ -125,8 +125,8 @@ Error Context::PrepareToStore() {
   if (limits.maxEntries > 0) return {};
   return MakeError(ErrorKind::kRefused,
                    "the configuration admits no entry, MAX_CACHE_ENTRIES is 0 or missing in " +
-                       ConfigurationPath(options_.directory) +
-                       "; \"oxcache init --force\" writes one that does");
+                       ConfigurationPath(options_.directory) + "; " + InitCommand(limits) +
+                       " writes one that does");
 }
 
 // Not even a lock file is left in a directory that is no cache.
@@ -172,16 +172,21 @@ void Context::Tell(const std::string& text) const {
   std::fputs(line.c_str(), stderr);
 }
 
-bool Context::AdmitsNothing() {
-  CacheLimits limits;
-  return !Limits(&limits) && limits.maxEntries == 0;
+// With the directory where the entries are now.
+std::string Context::InitCommand(const CacheLimits& limits) const {
+  std::string command = "\"oxcache init";
+  if (HasConfiguration(options_.directory)) command += " --force";
+  if (limits.cacheDirectory != options_.directory) {
+    command += " --directory " + limits.cacheDirectory;
+  }
+  return command + "\"";
 }
 
 std::string Context::Hint(ErrorKind kind) {
-  if (kind != ErrorKind::kConfiguration || !AdmitsNothing()) return "";
-  const bool hasConfiguration = HasConfiguration(options_.directory);
-  return std::string("; \"oxcache init") + (hasConfiguration ? " --force" : "") +
-         "\" writes limits under which entries stay; --force starts anyway and deletes them";
+  CacheLimits limits;
+  if (kind != ErrorKind::kConfiguration || Limits(&limits) || limits.maxEntries > 0) return "";
+  return "; " + InitCommand(limits) +
+         " writes limits under which entries stay; --force starts anyway and deletes them";
 }
 
 ExitStatus Context::Fail(const Error& error) {

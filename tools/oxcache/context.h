@@ -51,7 +51,7 @@ class Context {
  private:
   host::Error PrepareToStore();
   host::Error RequireCache();
-  bool AdmitsNothing();
+  std::string InitCommand(const host::CacheLimits& limits) const;
   std::string Hint(host::ErrorKind kind);
 
   GlobalOptions options_;
