@@ -50,6 +50,7 @@ class NodePool {
 
  private:
   static constexpr std::size_t kNodesInBlock = 64;
+  static_assert(kNodesInBlock % 4 == 0, "tags are compared four at once");
   struct Block {
     // Leaves the fields as they are: clearing them would call into the C library on small builds.
     Block() {}  // NOLINT(modernize-use-equals-default)

@@ -35,6 +35,7 @@ bool HeldDirectory::IsTrusted() const {
 void HeldDirectory::Hold(const char* path) {
   if (IsHeld() && IsTrusted()) return;
   Release();
+  if (path[0] != '/') return;
   generation_ = currentGeneration.load(std::memory_order_relaxed);
   openedAt_ = CoarseSeconds();
   fd_ = open(path, O_PATH | O_DIRECTORY | O_CLOEXEC);
@@ -52,10 +53,14 @@ int HeldDirectory::Descriptor() const {
 int HeldDirectory::OpenFile(const char* path, std::size_t nameAt, int flags) {
   if (!IsHeld()) return OpenRetrying(AT_FDCWD, path, flags);
   const int fd = OpenRetrying(fd_, path + nameAt, flags);
-  if (fd >= 0 || errno != ENOENT) return fd;
+  if (fd >= 0) return fd;
+  const bool isElsewhere = errno == ENOENT || errno == ESTALE;
+  if (!isElsewhere && errno != EMFILE && errno != ENFILE) return -1;
   Release();
   const int found = OpenRetrying(AT_FDCWD, path, flags);
-  if (found >= 0) currentGeneration.fetch_add(1, std::memory_order_relaxed);
+  if (isElsewhere && (found >= 0 || errno == EEXIST)) {
+    currentGeneration.fetch_add(1, std::memory_order_relaxed);
+  }
   return found;
 }
 

@@ -24,15 +24,16 @@ class HeldDirectory {
   HeldDirectory(const HeldDirectory&) = delete;
   HeldDirectory& operator=(const HeldDirectory&) = delete;
 
-  // Holds the directory of that path, which has to be the same as the last time, or Release comes
-  // between. When it cannot be opened, none is held.
+  // To be called before each use. Holds the directory of that path, which has to be the same as the
+  // last time, or Release comes between. None is held when it cannot be opened, or for a relative
+  // path, since the working directory may change.
   void Hold(const char* path);
   void Release();
 
   // open(2) of a path in the directory whose name begins at `nameAt`; also when none is held. New
   // files get mode 0600. A file that is not in the held directory is looked for by its path too,
   // since another may have taken the directory's place; if it is there, nobody trusts what he holds
-  // any more.
+  // any more. When descriptors run short, the directory's is given up for the file.
   int OpenFile(const char* path, std::size_t nameAt, int flags);
 
   bool IsHeld() const { return fd_ >= 0; }

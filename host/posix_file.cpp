@@ -71,31 +71,33 @@ int PosixFile::SetPath(const char* utf8Path) {
     return 0;
   }
   const std::size_t nameAt = BehindLastSlash(utf8Path, length);
-  const bool isSameDirectory = nameAt == nameAt_ && std::memcmp(path_, utf8Path, nameAt) == 0;
+  const bool isSame = nameAt == nameAt_ && std::memcmp(path_, utf8Path, nameAt) == 0;
   std::memcpy(path_, utf8Path, length + 1);
   length_ = length;
   nameAt_ = nameAt;
-  if (isSameDirectory && nameAt > 0 && nameAt < length) {
-    HoldDirectory();
-  } else {
-    directory_.Release();
-  }
+  isInSameDirectory_ = isSame && nameAt > 0 && nameAt < length;
+  if (!isInSameDirectory_) directory_.Release();
   return 1;
 }
 
 void PosixFile::HoldDirectory() {
+  if (!isInSameDirectory_) return;
   const char first = std::exchange(path_[nameAt_], '\0');
   directory_.Hold(path_);
   path_[nameAt_] = first;
 }
 
 int PosixFile::OpenFile(int flags) {
-  if (length_ > 0) return directory_.OpenFile(path_, nameAt_, flags);
-  errno = ENOENT;
-  return -1;
+  if (length_ == 0) {
+    errno = ENOENT;
+    return -1;
+  }
+  HoldDirectory();
+  return directory_.OpenFile(path_, nameAt_, flags);
 }
 
-bool PosixFile::LookAt(struct stat* status) const {
+bool PosixFile::LookAt(struct stat* status) {
+  HoldDirectory();
   return fstatat(directory_.Descriptor(), Name(), status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
@@ -142,7 +144,8 @@ int PosixFile::Delete(int /*flags*/) {
   if (isProbed_) Close();
   Forget();
   EnumerationSnapshot::Forget();
-  return unlinkat(directory_.Descriptor(), Name(), 0) == 0;
+  // By the path: nothing is deleted in a directory that this one no longer leads to.
+  return unlink(Path()) == 0;
 }
 
 int PosixFile::Exists() {

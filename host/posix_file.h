@@ -69,11 +69,12 @@ class PosixFile final : public os::filesystem::File {
   void LeaveDirectory() { directory_.Release(); }
 
  private:
-  // What the system's calls take: the path from the held directory on, all of it when none is held.
+  // What the system's calls take after HoldDirectory: the path from the held directory on, all of
+  // it when none is held.
   const char* Name() const { return directory_.IsHeld() ? path_ + nameAt_ : Path(); }
   void HoldDirectory();
   int OpenFile(int flags);
-  bool LookAt(struct stat* status) const;
+  bool LookAt(struct stat* status);
   bool ProbeByOpening();
   bool ProbeByPath();
   void Forget();
@@ -81,7 +82,8 @@ class PosixFile final : public os::filesystem::File {
   // When the object is bound to none (length_ is 0), the directory of the last path and no name.
   char path_[PATH_MAX];
   std::size_t length_ = 0;
-  std::size_t nameAt_ = 0;  // behind the last "/"
+  std::size_t nameAt_ = 0;          // behind the last "/"
+  bool isInSameDirectory_ = false;  // as the path before
   HeldDirectory directory_;
   int fd_ = -1;
   std::uint64_t position_ = 0;

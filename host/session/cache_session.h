@@ -151,7 +151,8 @@ class CacheSession {
   // since two of them could meet in one entry. kRefused when the cache is off (maxEntries is 0).
   std::unique_ptr<StoreWriter> Store(const std::string& url, Error* error);
 
-  // Empty with kNotFound when there is no such entry.
+  // Empty with kNotFound when there is no such entry, with kInputOutput when a file of it cannot be
+  // read or its metadata was damaged; such an entry can be removed and replaced.
   std::optional<FetchedEntry> Fetch(const std::string& url, Error* error);
 
   // kNotFound when there is no such entry.

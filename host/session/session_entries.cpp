@@ -31,6 +31,7 @@ std::optional<FetchedEntry> SessionCore::Fetch(const std::string& url, Error* er
   const Lock lock(mutex_);
   if ((*error = Ready())) return std::nullopt;
   fileSystem_.TakeStamp();
+  errno = 0;  // what stands there afterwards is of the metadata file
   CacheValue* value = (*manager_)->Get(text);
   if (value == nullptr) {
     *error = NotFound();

@@ -2,6 +2,7 @@
 #include "host/held_directory.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -67,8 +68,9 @@ TEST_F(HeldDirectoryTest, EveryOperationReachesTheFileItNames) {
   for (const char* name : {"content", "content.ox_meta"}) {
     const std::string path = directory_ + "/" + name;
     Bind(file, name);
-    EXPECT_EQ(before + 1, HeldDirectories());
     EXPECT_FALSE(file.Exists());
+    EXPECT_EQ(0U, file.GetSize());
+    EXPECT_EQ(before + 1, HeldDirectories());
     EXPECT_TRUE(WriteThrough(file, "bytes"));
     EXPECT_EQ("bytes", ReadWhole(path));
     EXPECT_TRUE(file.Exists());
@@ -82,6 +84,12 @@ TEST_F(HeldDirectoryTest, EveryOperationReachesTheFileItNames) {
   WriteWhole(scratch_ / "above", "other");
   ASSERT_TRUE(file.SetPath((scratch_ / "above").c_str()));
   EXPECT_EQ("other", ReadThrough(file));
+  EXPECT_EQ(before, HeldDirectories());
+  // The working directory may change.
+  for (int i = 0; i < 2; ++i) {
+    file.SetPath("./file");
+    EXPECT_FALSE(file.Exists());
+  }
   EXPECT_EQ(before, HeldDirectories());
   Bind(file, "");
   EXPECT_TRUE(file.Exists());
@@ -118,6 +126,21 @@ TEST_F(HeldDirectoryTest, AnObjectBoundToNothingTouchesNothing) {
   }
 }
 
+TEST_F(HeldDirectoryTest, TheLastDescriptorIsTheFiles) {
+  WriteWhole(directory_ + "/file", "bytes");
+  PosixFile file;
+  Bind(file, "file");
+  const int firstFree = dup(STDERR_FILENO);
+  close(firstFree);
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  rlimit one = before;
+  one.rlim_cur = static_cast<rlim_t>(firstFree) + 1;
+  setrlimit(RLIMIT_NOFILE, &one);
+  EXPECT_EQ("bytes", ReadThrough(file));
+  setrlimit(RLIMIT_NOFILE, &before);
+}
+
 // As when somebody empties a cache with rm -r while it is in use.
 TEST_F(HeldDirectoryTest, ADirectoryMadeAnewIsFoundByTheNextWrite) {
   PosixFile writer;
@@ -141,13 +164,14 @@ TEST_F(HeldDirectoryTest, ADirectoryThatTookItsPlaceIsFoundSoon) {
   Bind(file, "file");
   std::filesystem::rename(directory_, scratch_ / "moved");
   std::filesystem::create_directory(directory_);
+  EXPECT_FALSE(file.Delete(0));
+  EXPECT_EQ("old", ReadWhole(scratch_ / "moved/file"));
   WriteWhole(directory_ + "/file", "newer");
   const auto start = std::chrono::steady_clock::now();
   while (file.GetSize() != 5U) {
     const auto waited = std::chrono::steady_clock::now() - start;
     ASSERT_LT(waited, std::chrono::seconds(5));
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    Bind(file, "file");
   }
 }
 
@@ -160,6 +184,7 @@ TEST_F(HeldDirectoryTest, NoneIsHeldOnceTheManagerIsGone) {
     for (File*& file : files) {
       file = kernel.OwnFileSystem().CreateFile();
       file->SetPath((directory_ + "/file").c_str());
+      EXPECT_EQ(0U, file->GetSize());
     }
     for (File* file : files)
       kernel.OwnFileSystem().DestroyFile(file);
