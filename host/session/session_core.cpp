@@ -116,8 +116,8 @@ Error SessionCore::CheckConfiguration() const {
   Survey survey;
   if (Error error = RollForward(limits_.cacheDirectory, &survey)) return error;
   if (survey.entries.empty()) return {};
-  return DirectoryError("MAX_CACHE_ENTRIES is missing or 0, which would delete the " +
-                            std::to_string(survey.entries.size()) + " entries of the cache",
+  return DirectoryError("MAX_CACHE_ENTRIES is missing or 0, which would delete all entries (" +
+                            std::to_string(survey.entries.size()) + ") of the cache",
                         options_.directory + "/" + kConfigurationFileName);
 }
 

@@ -124,7 +124,7 @@ class Fetches(ToolCase):
                  ("plain", [("MISS", 200), ("REVALIDATED", 304)]),
                  ("no-cache", [("MISS", 200), ("REVALIDATED", 304)]),
                  ("date-only", [("MISS", 200), ("REVALIDATED", 304)]),
-                 ("moved", [("MISS", 200), ("REVALIDATED", 304)]),
+                 ("moved", [("MISS", 200), ("REPLACED", 200)]),
                  ("no-store", [("UNCACHED", 200), ("UNCACHED", 200)])]
         for where, answers in cases:
             content = where.encode() * 20000

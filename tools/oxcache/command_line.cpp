@@ -163,9 +163,9 @@ template <typename Parse>
 Parsed ParseWith(CLI::App& app, Invocation* invocation, Parse parse) {
   try {
     parse();
-  } catch (const CLI::CallForHelp& help) {
+  } catch (const CLI::Success& success) {
     std::ostringstream text;
-    app.exit(help, text, text);
+    app.exit(success, text, text);
     return {false, ExitStatus::kDone, text.str()};
   } catch (const CLI::ParseError& error) {
     return {false, ExitStatus::kUsage, Complaint(app, error)};
@@ -179,6 +179,7 @@ Parsed ParseWith(CLI::App& app, Invocation* invocation, Parse parse) {
 Parsed ParseProgram(int argc, char** argv, Invocation* invocation) {
   CLI::App app("Stores, fetches and looks after files in a file cache.", "oxcache");
   app.footer(kFooter);
+  app.set_version_flag("--version", OX_VERSION);
   app.fallthrough();
   AddGlobalOptions(app, &invocation->global);
   AddInit(app, &invocation->init);

@@ -28,6 +28,10 @@ Error NotStored(const std::string& reason) {
   return MakeError(ErrorKind::kRefused, reason);
 }
 
+bool HasValidators(const StoredResponse& stored) {
+  return !stored.etag.empty() || !stored.lastModified.empty();
+}
+
 // Leaves the file's position where it is.
 Error CopyContent(const FetchedEntry& entry, host::StoreWriter& writer) {
   std::vector<char> piece(kPieceBytes);
@@ -66,6 +70,10 @@ FetchResult FetchJob::Ask(Found found, StoredResponse stored) {
   const DownloadRequest request{url_, stored.etag, stored.lastModified};
   if (Error error = Download(request, *this, &download_)) return Failed(error);
   const int status = download_.headers.status;
+  if (status == kNotModified && download_.isRedirected && HasValidators(stored)) {
+    // Another resource has not changed, which says nothing of what is here.
+    return Ask(std::move(found), {});
+  }
   if (status == kNotModified && found) return Revalidated(std::move(found), std::move(stored));
   if (status < kOk || status >= kFirstRedirection) {
     return Failed(NotStored("the server answered " + std::to_string(status)));
@@ -118,9 +126,13 @@ Error FetchJob::Commit() {
   StoredResponse stored;
   TakeHeaders(download_.headers, &stored);
   stored.url = url_;
-  // A redirection has a lifetime of its own, which is not known here.
-  if (!download_.isRedirected) {
-    stored.freshUntil = FreshUntil(download_.headers, std::time(nullptr));
+  stored.freshUntil = FreshUntil(download_.headers, std::time(nullptr));
+  if (download_.isRedirected) {
+    // A redirection has a lifetime of its own, which is not known here, and may lead elsewhere the
+    // next time, where these validators mean something else.
+    stored.etag.clear();
+    stored.lastModified.clear();
+    stored.freshUntil = 0;
   }
   return GoOnUncached(writer_->Commit(ToMetadata(stored)));
 }

@@ -12,6 +12,8 @@ int Main(int argc, char** argv) {
   tools::OccupyStandardDescriptors();
   // A reader that goes away is then an error of the write, and the session is closed properly.
   std::signal(SIGPIPE, SIG_IGN);
+  // So is a file that would become larger than the user may make one.
+  std::signal(SIGXFSZ, SIG_IGN);
   Invocation invocation;
   const Parsed parsed = ParseProgram(argc, argv, &invocation);
   Context context(invocation.global);
