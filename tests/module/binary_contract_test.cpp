@@ -1,220 +1,69 @@
-// The shared library that ships, driven as by a host that was built long ago: through tables of
-// function pointers and field offsets written out here, without any of the project's headers.
+// The shared library that ships, driven as by a host that was built long ago: through slots of
+// tables and offsets of fields written out here. The host's own tables, which the library calls
+// through, are read off its interfaces and compared with what is written out here too.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <map>
 #include <string>
+#include <vector>
 
+#include "module/ox_mutex.h"
+#include "string/ox_string.h"
+#include "tests/support/recording_host.h"
+
+namespace ox::testing {
 namespace {
 
-using Slot = void (*)();
+using os::filesystem::File;
+
+const std::string kAbc = "/c/09100589C32DF40B6D69F3D7821EF727";
+
+// The slot of a virtual operation of that type. A pointer to it begins with the offset of the slot,
+// and some processors mark it in the lowest bit.
+template <typename Type, typename Interface>
+std::size_t SlotOf(Type Interface::*operation) {
+  std::uintptr_t offset = 0;
+  std::memcpy(&offset, &operation, sizeof offset);
+  return offset / sizeof(void*);
+}
+
+TEST(BinaryContractOfHosts, OperationsStandInTheirOrder) {
+  const std::vector<std::size_t> interfaces[] = {
+      {SlotOf<void*(const char*)>(&IOxKernel::GetInterface),
+       SlotOf<void(void*)>(&IOxKernel::ReleaseInterface),
+       SlotOf<IOxMutex*()>(&IOxKernel::CreateMutex),
+       SlotOf<void(IOxMutex*)>(&IOxKernel::DestroyMutex),
+       SlotOf<void*(std::size_t, const char*, int)>(&IOxKernel::Allocate),
+       SlotOf<void(void*, const char*, int)>(&IOxKernel::Free),
+       SlotOf<void*(void*, int, std::size_t)>(&IOxKernel::MemSet),
+       SlotOf<void*(void*, const void*, std::size_t)>(&IOxKernel::MemCopy),
+       SlotOf<std::size_t(const std::uint16_t*)>(&IOxKernel::StrLen16),
+       SlotOf<std::size_t(const char*)>(&IOxKernel::StrLen),
+       SlotOf<int(const char*, const char*)>(&IOxKernel::StrCmp),
+       SlotOf<char*(char*, const char*)>(&IOxKernel::StrCpy),
+       SlotOf<const char*(const char*, const char*)>(&IOxKernel::StrStr),
+       SlotOf<unsigned long(const char*, char**, int)>(&IOxKernel::StrToUL)},
+      {SlotOf<File*()>(&IFileSystem::CreateFile), SlotOf<void(File*)>(&IFileSystem::DestroyFile),
+       SlotOf<int(OxString&)>(&IFileSystem::GetDefaultDirectory)},
+      {SlotOf<int(const char*)>(&File::SetPath), SlotOf<int(int)>(&File::Open),
+       SlotOf<void()>(&File::Close), SlotOf<int(int)>(&File::Delete), SlotOf<int()>(&File::Exists),
+       SlotOf<void(OxString&)>(&File::GetPath), SlotOf<std::uint64_t()>(&File::GetSize),
+       SlotOf<std::uint64_t(std::uint64_t, void*)>(&File::Read),
+       SlotOf<std::uint64_t(std::uint64_t, const void*)>(&File::Write),
+       SlotOf<int(bool (*)(File&, bool, void*), void*, int)>(&File::EnumerateDirectory)},
+      {SlotOf<int()>(&IOxMutex::Lock), SlotOf<int()>(&IOxMutex::Unlock)},
+  };
+  for (const auto& slots : interfaces) {
+    for (std::size_t slot = 0; slot < slots.size(); ++slot)
+      EXPECT_EQ(slot, slots[slot]) << "of " << slots.size();
+  }
+}
 
 struct Object {
-  const Slot* table;
+  void (*const* table)();
 };
-
-template <typename Function>
-Slot AsSlot(Function function) {
-  return reinterpret_cast<Slot>(function);
-}
-
-// An OxString as it lies in memory. By-value results come through a hidden pointer because of the
-// destructor, as the C++ ABI has it for classes with one.
-struct Text {
-  const Slot* table = nullptr;
-  char* utf8 = nullptr;
-  std::uint16_t* units = nullptr;
-  std::uint32_t length = 0;
-  std::uint32_t capacity = 0;
-  std::uint16_t empty = 0;
-
-  Text() = default;
-  explicit Text(const char* ascii);
-  Text(const Text&) = delete;
-  Text& operator=(const Text&) = delete;
-  ~Text();
-
-  std::string Ascii() const { return std::string(units, units + length); }
-};
-
-std::map<std::string, std::string> disk;
-std::string log;
-int liveBlocks = 0;
-int liveMutexes = 0;
-
-void* Allocate(void*, std::size_t bytes, const char*, int) {
-  ++liveBlocks;
-  return std::malloc(bytes);
-}
-void Free(void*, void* block, const char*, int) {
-  --liveBlocks;
-  std::free(block);
-}
-
-// Buffers of strings carry the header of the tagged allocator: 8 bytes, the second word 0.
-template <typename Unit>
-void FreeBuffer(Unit* buffer) {
-  if (buffer != nullptr) Free(nullptr, reinterpret_cast<char*>(buffer) - 8, nullptr, 0);
-}
-
-Text::Text(const char* ascii) : length(static_cast<std::uint32_t>(std::strlen(ascii))) {
-  capacity = length + 1;
-  auto* block =
-      static_cast<char*>(Allocate(nullptr, 8 + capacity * sizeof(std::uint16_t), nullptr, 0));
-  std::memset(block, 0, 8);
-  units = reinterpret_cast<std::uint16_t*>(block + 8);
-  for (std::uint32_t i = 0; i <= length; ++i)
-    units[i] = static_cast<unsigned char>(ascii[i]);
-}
-
-Text::~Text() {
-  FreeBuffer(units);
-  FreeBuffer(utf8);
-}
-
-// What the host's file objects and mutexes are here.
-struct HostFile {
-  const Slot* table;
-  std::string path;
-  std::size_t position;
-};
-
-using EnumerateCallback = bool (*)(void*, bool, void*);
-
-int SetPath(HostFile* file, const char* path) {
-  file->path = path;
-  return 1;
-}
-int Open(HostFile* file, int mode) {
-  log += "Open" + std::to_string(mode) + " ";
-  if (mode == 2 && disk.count(file->path) == 0) return 0;
-  if (mode == 0x35) disk[file->path].clear();
-  file->position = 0;
-  return 1;
-}
-void Close(HostFile*) {
-  log += "Close ";
-}
-int Delete(HostFile* file, int) {
-  return disk.erase(file->path) != 0;
-}
-int Exists(HostFile* file) {
-  return disk.count(file->path) != 0 ? 256 : 0;
-}
-// Assigns through the string's own buffers, as any host's copy of the string code does.
-void GetPath(HostFile* file, Text* out) {
-  Text path(file->path.c_str());
-  std::swap(out->units, path.units);
-  std::swap(out->length, path.length);
-  std::swap(out->capacity, path.capacity);
-}
-std::uint64_t GetSize(HostFile* file) {
-  return disk.count(file->path) != 0 ? disk[file->path].size() : 0;
-}
-std::uint64_t Read(HostFile* file, std::uint64_t count, void* to) {
-  const std::string part = disk[file->path].substr(file->position, static_cast<std::size_t>(count));
-  std::memcpy(to, part.data(), part.size());
-  return part.size();
-}
-std::uint64_t Write(HostFile* file, std::uint64_t count, const void* from) {
-  disk[file->path].append(static_cast<const char*>(from), static_cast<std::size_t>(count));
-  return count;
-}
-int Enumerate(HostFile* file, EnumerateCallback callback, void* context, int);
-
-const Slot kFileTable[] = {AsSlot(&SetPath), AsSlot(&Open),     AsSlot(&Close),   AsSlot(&Delete),
-                           AsSlot(&Exists),  AsSlot(&GetPath),  AsSlot(&GetSize), AsSlot(&Read),
-                           AsSlot(&Write),   AsSlot(&Enumerate)};
-
-int Enumerate(HostFile* file, EnumerateCallback callback, void* context, int) {
-  const auto snapshot = disk;
-  for (const auto& entry : snapshot) {
-    if (entry.first.compare(0, file->path.size() + 1, file->path + "/") != 0) continue;
-    HostFile found{kFileTable, entry.first, 0};
-    EXPECT_TRUE(callback(&found, false, context));
-  }
-  return 1;
-}
-
-HostFile* CreateFile(void*) {
-  return new HostFile{kFileTable, "", 0};
-}
-void DestroyFile(void*, HostFile* file) {
-  delete file;
-}
-int GetDefaultDirectory(void*, Text* out) {
-  HostFile directory{kFileTable, "/c", 0};
-  GetPath(&directory, out);
-  return 1;
-}
-const Slot kFileSystemTable[] = {AsSlot(&CreateFile), AsSlot(&DestroyFile),
-                                 AsSlot(&GetDefaultDirectory)};
-Object fileSystem = {kFileSystemTable};
-
-struct HostMutex {
-  const Slot* table;
-  int depth;
-};
-int Lock(HostMutex* mutex) {
-  return ++mutex->depth;
-}
-int Unlock(HostMutex* mutex) {
-  return mutex->depth--;
-}
-const Slot kMutexTable[] = {AsSlot(&Lock), AsSlot(&Unlock)};
-
-void* GetInterface(void*, const char* name) {
-  return std::strcmp(name, "IFileSystem") == 0 ? &fileSystem : nullptr;
-}
-void ReleaseInterface(void*, void* interface) {
-  EXPECT_EQ(&fileSystem, interface);
-}
-HostMutex* CreateMutex(void*) {
-  ++liveMutexes;
-  return new HostMutex{kMutexTable, 0};
-}
-void DestroyMutex(void*, HostMutex* mutex) {
-  --liveMutexes;
-  EXPECT_EQ(0, mutex->depth);
-  delete mutex;
-}
-void* MemSet(void*, void* to, int value, std::size_t bytes) {
-  return std::memset(to, value, bytes);
-}
-void* MemCopy(void*, void* to, const void* from, std::size_t bytes) {
-  return std::memcpy(to, from, bytes);
-}
-std::size_t StrLen16(void*, const std::uint16_t* text) {
-  std::size_t length = 0;
-  while (text[length] != 0)
-    ++length;
-  return length;
-}
-std::size_t StrLen(void*, const char* text) {
-  return std::strlen(text);
-}
-int StrCmp(void*, const char* a, const char* b) {
-  return std::strcmp(a, b);
-}
-char* StrCpy(void*, char* to, const char* from) {
-  return std::strcpy(to, from);
-}
-const char* StrStr(void*, const char* in, const char* what) {
-  return std::strstr(in, what);
-}
-unsigned long StrToUL(void*, const char* text, char** end, int base) {
-  return std::strtoul(text, end, base);
-}
-const Slot kKernelTable[] = {AsSlot(&GetInterface), AsSlot(&ReleaseInterface), AsSlot(&CreateMutex),
-                             AsSlot(&DestroyMutex), AsSlot(&Allocate),         AsSlot(&Free),
-                             AsSlot(&MemSet),       AsSlot(&MemCopy),          AsSlot(&StrLen16),
-                             AsSlot(&StrLen),       AsSlot(&StrCmp),           AsSlot(&StrCpy),
-                             AsSlot(&StrStr),       AsSlot(&StrToUL)};
-Object kernel = {kKernelTable};
 
 // Calls slot `index` of an object of the module.
 template <typename Result, typename... Args>
@@ -244,19 +93,19 @@ enum EntrySlot { kEntryGetSize, kEntryGetURL, kEntryGetFile, kEntryGetMetaData }
 
 // The manager's fields in their order.
 struct ManagerFields {
-  const Slot* table;
-  Text configFilePath;
-  Text cacheDirectory;
+  void (*const* table)();
+  OxString configFilePath;
+  OxString cacheDirectory;
   std::uint32_t maxEntries;
   std::uint32_t maxEntrySize;
   std::uint32_t maxSize;
-  Object* kernel;
+  IOxKernel* kernel;
   struct Node* head;
   struct Node* tail;
   std::uint32_t entryCount;
   void* mutex;
   std::uint32_t currentSize;
-  Text dataDir;
+  OxString dataDir;
 };
 struct Node {
   Object* value;
@@ -264,30 +113,29 @@ struct Node {
   Node* older;
 };
 struct EntryFields {
-  const Slot* table;
+  void (*const* table)();
   bool pending;
-  Text url;
-  Text file;
-  Text metaData;
+  OxString url;
+  OxString file;
+  OxString metaData;
   std::uint32_t size;
 };
 
 class BinaryContract : public ::testing::Test {
  protected:
   BinaryContract() {
-    disk.clear();
-    disk["/c/file-cache.conf"] = "MAX_CACHE_ENTRIES=2\n";
+    host_.WriteFile("/c/file-cache.conf", "MAX_CACHE_ENTRIES=2\n");
     library_ = dlopen(OX_MODULE_PATH, RTLD_NOW | RTLD_LOCAL);
     EXPECT_NE(nullptr, library_) << dlerror();
-    Function<void (*)(void*)>("IOxModule_OxModule_PutKernel")(&kernel);
+    Function<void (*)(IOxKernel*)>("IOxModule_OxModule_PutKernel")(&host_);
     Load();
   }
 
   ~BinaryContract() override {
     Unload();
     dlclose(library_);
-    EXPECT_EQ(0, liveBlocks);
-    EXPECT_EQ(0, liveMutexes);
+    EXPECT_EQ(0U, host_.LiveBlocks());
+    EXPECT_EQ(0U, host_.LiveMutexes());
   }
 
   void Load() {
@@ -306,38 +154,33 @@ class BinaryContract : public ::testing::Test {
   }
 
   Object* Create(const char* url, const char* metaData) {
-    const Text urlText(url);
-    const Text metaDataText(metaData);
+    const OxString urlText(url);
+    const OxString metaDataText(metaData);
     const unsigned long size = 0;
     return Call<Object*>(manager_, kCreateCacheValue, &urlText, &size, &metaDataText);
   }
 
   Object* Get(const char* url) {
-    const Text text(url);
+    const OxString text(url);
     return Call<Object*>(manager_, kGet, &text);
   }
 
-  std::string TextOf(Object* object, int slot) {
-    return reinterpret_cast<Text (*)(Object*)>(object->table[slot])(object).Ascii();
-  }
+  std::string TextOf(Object* object, int slot) { return Call<OxString>(object, slot).UTF8(); }
 
+  RecordingHost host_;
   void* library_ = nullptr;
   Object* factory_ = nullptr;
   Object* manager_ = nullptr;
 };
-
-const char kAbc[] = "/c/09100589C32DF40B6D69F3D7821EF727";
 
 TEST_F(BinaryContract, TheLifeOfAnEntryOverTwoStarts) {
   Object* entry = Create("abc", "meta");
   ASSERT_NE(nullptr, entry);
   EXPECT_EQ(kAbc, TextOf(entry, kEntryGetFile));
   EXPECT_EQ("abc", TextOf(entry, kEntryGetURL));
-  disk[kAbc] = "content";
-  log.clear();
+  host_.WriteFile(kAbc, "content");
   ASSERT_TRUE(Call<bool>(manager_, kAdd, entry));
-  EXPECT_EQ("Open53 Close ", log);
-  EXPECT_EQ("meta", disk[std::string(kAbc) + ".ox_meta"]);
+  EXPECT_EQ("meta", host_.Disk()[kAbc + ".ox_meta"]);
   EXPECT_FALSE(Call<bool>(manager_, kAddPrivate, entry));  // listed already
 
   Unload();
@@ -347,7 +190,7 @@ TEST_F(BinaryContract, TheLifeOfAnEntryOverTwoStarts) {
   EXPECT_EQ("meta", TextOf(entry, kEntryGetMetaData));
   EXPECT_EQ(7U, Call<unsigned long>(entry, kEntryGetSize));
   EXPECT_TRUE(Call<bool>(manager_, kRemove, entry));
-  EXPECT_EQ(1U, disk.size());
+  EXPECT_EQ(1U, host_.files.size());
 }
 
 TEST_F(BinaryContract, EverySlotOfTheManager) {
@@ -360,10 +203,8 @@ TEST_F(BinaryContract, EverySlotOfTheManager) {
   EXPECT_EQ(5000U, Call<unsigned long>(manager_, kGetMaxSize));
   EXPECT_EQ(4000U, Call<unsigned long>(manager_, kGetMaxCacheValueSize));
   EXPECT_EQ(1U, Call<unsigned long>(manager_, kGetMaxEntries));
-  {
-    const Text directory("/data");
-    Call<void>(manager_, kSetDataDir, &directory);
-  }
+  const OxString directory("/data");
+  Call<void>(manager_, kSetDataDir, &directory);
   EXPECT_EQ("/data", TextOf(manager_, kGetDataDir));
   Object* entry = Create("abc", "meta");
   ASSERT_NE(nullptr, entry);
@@ -376,12 +217,12 @@ TEST_F(BinaryContract, FieldsStandInTheirOrder) {
   Object* older = Create("abc", "meta");
   Object* newer = Create("second", "longer meta");
   const auto& fields = *reinterpret_cast<const ManagerFields*>(manager_);
-  EXPECT_EQ("/c/file-cache.conf", fields.configFilePath.Ascii());
-  EXPECT_EQ("/c", fields.cacheDirectory.Ascii());
+  EXPECT_EQ("/c/file-cache.conf", std::string(fields.configFilePath.UTF8()));
+  EXPECT_EQ("/c", std::string(fields.cacheDirectory.UTF8()));
   EXPECT_EQ(2U, fields.maxEntries);
   EXPECT_EQ(65536U, fields.maxEntrySize);
   EXPECT_EQ(1048576U, fields.maxSize);
-  EXPECT_EQ(&kernel, fields.kernel);
+  EXPECT_EQ(&host_, fields.kernel);
   EXPECT_EQ(newer, fields.head->value);
   EXPECT_EQ(nullptr, fields.head->newer);
   EXPECT_EQ(fields.tail, fields.head->older);
@@ -389,14 +230,15 @@ TEST_F(BinaryContract, FieldsStandInTheirOrder) {
   EXPECT_EQ(fields.head, fields.tail->newer);
   EXPECT_EQ(2U, fields.entryCount);
   EXPECT_EQ(15U, fields.currentSize);
-  EXPECT_EQ(0U, fields.dataDir.length);
+  EXPECT_EQ(0U, fields.dataDir.Length());
 
   const auto& entry = *reinterpret_cast<const EntryFields*>(newer);
   EXPECT_TRUE(entry.pending);
-  EXPECT_EQ("second", entry.url.Ascii());
-  EXPECT_EQ(TextOf(newer, kEntryGetFile), entry.file.Ascii());
-  EXPECT_EQ("longer meta", entry.metaData.Ascii());
+  EXPECT_EQ("second", std::string(entry.url.UTF8()));
+  EXPECT_EQ(TextOf(newer, kEntryGetFile), std::string(entry.file.UTF8()));
+  EXPECT_EQ("longer meta", std::string(entry.metaData.UTF8()));
   EXPECT_EQ(0U, entry.size);
 }
 
 }  // namespace
+}  // namespace ox::testing

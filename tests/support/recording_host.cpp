@@ -69,7 +69,8 @@ class RecordingFile final : public os::filesystem::File {
   }
   int Exists() override {
     host_.Log("Exists");
-    return !host_.fileFaults.Next() && BoundFile() != nullptr;
+    // Anything but 0 means yes; this one has no bit in its lowest byte.
+    return !host_.fileFaults.Next() && BoundFile() != nullptr ? 256 : 0;
   }
   void GetPath(OxString& out) override {
     host_.Log("GetPath");
