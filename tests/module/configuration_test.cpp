@@ -4,10 +4,8 @@
 
 #include "tests/support/cache_rig.h"
 
+namespace ox::testing {
 namespace {
-
-using ox::testing::CacheRig;
-using ox::testing::Utf8;
 
 std::string LimitsFrom(const std::string& configuration) {
   CacheRig rig("");
@@ -95,8 +93,7 @@ TEST(Configuration, CallsInOrder) {
   const std::string stop =
       "Lock F\nDestroyMutex M\nReleaseInterface\nDestroyMutex E\nUnlock F\nDestroyMutex F\n";
   {
-    CacheRig rig("X");
-    ASSERT_TRUE(rig.Start());
+    StartedRig rig("X");
     EXPECT_EQ(start + open + "Open 2\nRead 1024\nDestroyFile\n" +
                   "CreateFile\nSetPath /c\nEnumerateDirectory /c\nGetPath\nDestroyFile\nUnlock F\n",
               rig.host.TakeLog());
@@ -104,8 +101,7 @@ TEST(Configuration, CallsInOrder) {
     EXPECT_EQ(stop, rig.host.TakeLog());
   }
   {
-    CacheRig rig("");
-    ASSERT_TRUE(rig.Start());
+    StartedRig rig("");
     EXPECT_EQ(start + open + "DestroyFile\n" + scan, rig.host.TakeLog());
   }
   {
@@ -134,8 +130,7 @@ TEST(Configuration, TheDoubledSeparatorOfADirectoryThatEndsInOne) {
 }
 
 TEST(DataDirectory, IsKeptForTheHostAndMeansNothing) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   rig.host.TakeLog();
   EXPECT_TRUE(rig.manager->GetDataDir().IsEmpty());
   rig.manager->SetDataDir("/elsewhere/");
@@ -143,7 +138,8 @@ TEST(DataDirectory, IsKeptForTheHostAndMeansNothing) {
   rig.manager->SetDataDir("");
   EXPECT_EQ("", Utf8(rig.manager->GetDataDir()));
   EXPECT_EQ("", rig.host.TakeLog());
-  EXPECT_EQ(ox::testing::kAbcPath, Utf8(rig.Create("abc", 1, "m")->GetFile()));
+  EXPECT_EQ(kAbcPath, Utf8(rig.Create("abc", 1, "m")->GetFile()));
 }
 
 }  // namespace
+}  // namespace ox::testing

@@ -7,6 +7,7 @@
 #include "md5/md5.h"
 #include "tests/support/recording_host.h"
 
+namespace ox::testing {
 namespace {
 
 std::string DigestInPieces(const std::string& text, std::size_t piece) {
@@ -53,7 +54,7 @@ TEST(Digest, KnownTexts) {
       {std::string(120, 'x'), "fb98667f98096de92620b64f46e1c5b5"},
       {std::string(1000, 'x'), "398533d48111e9f664b1f64cb10c4b63"},
   };
-  ox::testing::RecordingHost host;
+  RecordingHost host;
   for (const auto& c : cases) {
     for (const std::size_t piece : {1, 55, 63, 64, 65, 1000}) {
       EXPECT_EQ(c.digest, DigestInPieces(c.text, piece)) << c.text.size() << " by " << piece;
@@ -62,3 +63,4 @@ TEST(Digest, KnownTexts) {
 }
 
 }  // namespace
+}  // namespace ox::testing

@@ -6,19 +6,15 @@
 
 #include "tests/support/cache_rig.h"
 
+namespace ox::testing {
 namespace {
-
-using ox::testing::CacheRig;
-using ox::testing::kAbcPath;
-using ox::testing::Utf8;
 
 const std::string kSizeCalls = std::string("Lock E\nCreateFile\nSetPath ") + kAbcPath +
                                "\nGetSize " + kAbcPath +
                                "\nDestroyFile\nUnlock E\nLock E\nUnlock E\n";
 
 TEST(Entries, CallsInOrder) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   rig.host.TakeLog();
   auto* entry = rig.Create("abc", 7, "meta");
   // Measured on disk although the entry has declared its size: it is not pending yet.
@@ -46,8 +42,7 @@ TEST(Entries, CallsInOrder) {
 }
 
 TEST(Entries, TheUrlKeepsItsUtf8Form) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   const OxString url("http://example/\xC3\xA4");
   rig.manager->Get(url);
   const char* utf8 = nullptr;  // the field behind the table of virtual operations
@@ -57,8 +52,7 @@ TEST(Entries, TheUrlKeepsItsUtf8Form) {
 }
 
 TEST(Entries, FilesAreNamedByTheDigestLowNibbleFirst) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   const struct {
     const char* url;
     const char* name;
@@ -78,8 +72,7 @@ TEST(Entries, FilesAreNamedByTheDigestLowNibbleFirst) {
 }
 
 TEST(Entries, PendingOnesAreInvisibleAndEndWithTheirFiles) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   auto* entry = rig.Create("abc", 0, "meta");
   rig.host.WriteFile(kAbcPath, "content");
   EXPECT_FALSE(rig.Has("abc"));
@@ -94,8 +87,7 @@ TEST(Entries, PendingOnesAreInvisibleAndEndWithTheirFiles) {
 }
 
 TEST(Entries, CommittedOnesOutliveTheManager) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   ASSERT_NE(nullptr, rig.Store("abc", "content", "meta"));
   rig.Restart();
   auto* entry = rig.Get("abc");
@@ -108,28 +100,25 @@ TEST(Entries, CommittedOnesOutliveTheManager) {
 }
 
 TEST(Entries, NullAndStrangePointers) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   rig.host.TakeLog();
   EXPECT_FALSE(rig.manager->Add(nullptr));
   EXPECT_FALSE(rig.manager->Remove(nullptr));
   rig.manager->DestroyCacheValue(nullptr);
   EXPECT_EQ("Lock M\nUnlock M\nLock M\nUnlock M\nLock M\nUnlock M\n", rig.host.TakeLog());
   int other = 0;
-  EXPECT_FALSE(rig.manager->Remove(reinterpret_cast<ox::core::cache::CacheValue*>(&other)));
+  EXPECT_FALSE(rig.manager->Remove(reinterpret_cast<core::cache::CacheValue*>(&other)));
 }
 
 TEST(Entries, ASecondCommitIsADuplicate) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   auto* entry = rig.Store("abc", "content", "meta");
   EXPECT_FALSE(rig.manager->Add(entry));
   EXPECT_TRUE(rig.Has("abc"));
 }
 
 TEST(Entries, DeclaredSizeIsComparedWithTheEntryLimitAndNothingElse) {
-  CacheRig rig("MAX_CACHE_ENTRIES=9\nMAX_CACHE_ENTRY_SIZE=2000\nMAX_CACHE_SIZE=1500\n");
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig("MAX_CACHE_ENTRIES=9\nMAX_CACHE_ENTRY_SIZE=2000\nMAX_CACHE_SIZE=1500\n");
   EXPECT_EQ(nullptr, rig.Create("a", 2001, "m"));
   EXPECT_NE(nullptr, rig.Create("b", 2000, "m"));
   if (sizeof(unsigned long) > 4) {
@@ -144,8 +133,7 @@ TEST(Entries, DeclaredSizeIsComparedWithTheEntryLimitAndNothingElse) {
 // The total is what admissions added less what removals asked for, never what lies on disk. It
 // shows in what the size limit admits.
 TEST(Accounting, NewContentIsNotCounted) {
-  CacheRig rig("MAX_CACHE_ENTRIES=99\nMAX_CACHE_SIZE=1024\n");
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig("MAX_CACHE_ENTRIES=99\nMAX_CACHE_SIZE=1024\n");
   for (const char* url : {"a", "b", "c", "d"}) {
     ASSERT_NE(nullptr, rig.Store(url, std::string(1000, 'x'), "meta"));
   }
@@ -171,8 +159,7 @@ TEST(Accounting, AScannedEntryIsCountedWithItsContentAndRemovedWithoutIt) {
 }
 
 TEST(Accounting, AbandoningSubtractsTheDeclaredSizeAndWraps) {
-  CacheRig rig("MAX_CACHE_ENTRIES=99\n");
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig("MAX_CACHE_ENTRIES=99\n");
   ASSERT_NE(nullptr, rig.Store("victim", "content", "meta"));
   rig.manager->DestroyCacheValue(rig.Create("abc", 100, "meta"));
   // 4 + 4 - (100 + 4) is far above every limit: the next admission evicts everything and is
@@ -182,8 +169,7 @@ TEST(Accounting, AbandoningSubtractsTheDeclaredSizeAndWraps) {
 }
 
 TEST(Accounting, ASumThatWrapsEvictsNothing) {
-  CacheRig rig("MAX_CACHE_ENTRIES=99\n");
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig("MAX_CACHE_ENTRIES=99\n");
   ASSERT_NE(nullptr, rig.Store("keeper", "content", "meta"));
   rig.manager->DestroyCacheValue(rig.Create("abc", 100, "meta"));  // the total is now 4 - 100
   ASSERT_NE(nullptr, rig.Create("big", 0, std::string(200, 'm')));
@@ -191,16 +177,14 @@ TEST(Accounting, ASumThatWrapsEvictsNothing) {
 }
 
 TEST(Accounting, AFileAbove4GiBKeepsItsLow32Bits) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   auto* entry = rig.Store("abc", "content", "meta");
   rig.host.highBits = std::uint64_t{3} << 32;
   EXPECT_EQ(7U, entry->GetSize());
 }
 
 TEST(Accounting, DestroyingACommittedEntryThatIsNotListedTouchesNoFile) {
-  CacheRig rig("MAX_CACHE_ENTRIES=1\n");
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig("MAX_CACHE_ENTRIES=1\n");
   // A host whose comparison finds nothing equal can list one value twice; it must end only once.
   rig.host.comparesNothingEqual = true;
   rig.manager->SetMaxEntries(5);
@@ -218,8 +202,7 @@ TEST(Removal, FollowsTheContentFile) {
     std::size_t filesLeft;  // beside the configuration
   } cases[] = {{true, true, 0}, {false, true, 1}, {true, false, 0}};
   for (const auto& c : cases) {
-    CacheRig rig;
-    ASSERT_TRUE(rig.Start());
+    StartedRig rig;
     auto* entry = rig.Store("abc", "content", "meta");
     if (!c.hasContent) rig.host.DeleteFile(kAbcPath);
     if (!c.hasMetaData) rig.host.DeleteFile(std::string(kAbcPath) + ".ox_meta");
@@ -238,11 +221,10 @@ TEST(Removal, StopsAtTheFirstFailure) {
       {3, "CreateFile\nSetPath P\nDelete P\nDestroyFile\n"},
       {4, "CreateFile\nSetPath P\nDelete P\nSetPath P.ox_meta\nDelete P.ox_meta\nDestroyFile\n"}};
   for (const auto& c : cases) {
-    CacheRig rig;
-    ASSERT_TRUE(rig.Start());
+    StartedRig rig;
     auto* entry = rig.Store("abc", "content", "meta");
     rig.host.TakeLog();
-    rig.host.fileFaults.Arm(c.failing, ox::testing::FaultDriver::Mode::kOnce);
+    rig.host.fileFaults.Arm(c.failing, FaultDriver::Mode::kOnce);
     EXPECT_TRUE(rig.manager->Remove(entry));
     std::string log = rig.host.TakeLog();
     for (auto at = log.find(kAbcPath); at != std::string::npos; at = log.find(kAbcPath)) {
@@ -253,3 +235,4 @@ TEST(Removal, StopsAtTheFirstFailure) {
 }
 
 }  // namespace
+}  // namespace ox::testing

@@ -4,14 +4,11 @@
 #include "module/kernel_access.h"
 #include "tests/support/cache_rig.h"
 
+namespace ox::testing {
 namespace {
 
-using ox::testing::CacheRig;
-using ox::testing::RecordingHost;
-
 TEST(Factory, OneManagerUnderACount) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   EXPECT_EQ(rig.manager, rig.factory->CreateCacheManager());
   rig.factory->DestroyCacheManager(nullptr);  // any pointer gives one reference back
   ASSERT_NE(nullptr, rig.Store("abc", "content", "meta"));
@@ -23,8 +20,7 @@ TEST(Factory, OneManagerUnderACount) {
 }
 
 TEST(Factory, OneReferenceTooManyGivenBackWraps) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   rig.factory->DestroyCacheManager(nullptr);
   rig.factory->DestroyCacheManager(nullptr);        // -1
   rig.manager = rig.factory->CreateCacheManager();  // a new one, at a count of 0
@@ -36,20 +32,21 @@ TEST(Factory, TheFirstKernelStays) {
   RecordingHost first;
   IOxModule_OxModule_PutKernel(nullptr);
   EXPECT_EQ(&first, IOxKernel::GetKernel());
-  ox::SetKernel(nullptr);
+  SetKernel(nullptr);
   IOxModule_OxModule_PutKernel(nullptr);
   EXPECT_EQ(nullptr, IOxKernel::GetKernel());
   EXPECT_EQ(nullptr, IOxModule_ICacheManager_ModuleLoad());
   IOxModule_OxModule_PutKernel(&first);
   {
     RecordingHost second;
-    ox::SetKernel(&first);
+    SetKernel(&first);
     IOxModule_OxModule_PutKernel(&second);
     EXPECT_EQ(&first, IOxKernel::GetKernel());
   }
-  ox::SetKernel(&first);
+  SetKernel(&first);
   IOxModule_ICacheManager_ModuleUnload(nullptr);
   EXPECT_EQ(&first, IOxKernel::GetKernel());
 }
 
 }  // namespace
+}  // namespace ox::testing

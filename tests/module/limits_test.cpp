@@ -5,9 +5,8 @@
 
 #include "tests/support/cache_rig.h"
 
+namespace ox::testing {
 namespace {
-
-using ox::testing::CacheRig;
 
 // The URLs among a to f that are committed, in letters; the lookups do change the order of use.
 std::string Present(CacheRig& rig) {
@@ -26,8 +25,7 @@ void StoreAll(CacheRig& rig, const std::string& urls, std::size_t contentSize = 
 }
 
 TEST(EntryCount, EvictsTheLeastRecentlyAdmittedOrFound) {
-  CacheRig rig("MAX_CACHE_ENTRIES=3\n");
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig("MAX_CACHE_ENTRIES=3\n");
   StoreAll(rig, "abc");
   EXPECT_EQ("abc", Present(rig));
   ASSERT_TRUE(rig.Has("a"));
@@ -38,8 +36,7 @@ TEST(EntryCount, EvictsTheLeastRecentlyAdmittedOrFound) {
 }
 
 TEST(EntryCount, PendingOnesAreNeverEvicted) {
-  CacheRig rig("MAX_CACHE_ENTRIES=2\n");
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig("MAX_CACHE_ENTRIES=2\n");
   auto* pending = rig.Create("a", 1, "meta");
   StoreAll(rig, "b");
   StoreAll(rig, "c");
@@ -51,8 +48,7 @@ TEST(EntryCount, PendingOnesAreNeverEvicted) {
 }
 
 TEST(EntryCount, SetterEvictsAtOnce) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   StoreAll(rig, "abcde");
   rig.manager->SetMaxEntries(5);
   EXPECT_EQ("abcde", Present(rig));
@@ -65,8 +61,7 @@ TEST(EntryCount, SetterEvictsAtOnce) {
 }
 
 TEST(EntryCount, CallsOfAnEviction) {
-  CacheRig rig("MAX_CACHE_ENTRIES=1\n");
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig("MAX_CACHE_ENTRIES=1\n");
   StoreAll(rig, "a");
   rig.host.TakeLog();
   ASSERT_NE(nullptr, rig.Create("abc", 1, "meta"));
@@ -81,8 +76,7 @@ TEST(EntryCount, CallsOfAnEviction) {
 }
 
 TEST(TotalSize, SetterEvictsOldestFirstUntilItFits) {
-  CacheRig rig("MAX_CACHE_ENTRIES=99\n");
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig("MAX_CACHE_ENTRIES=99\n");
   StoreAll(rig, "abcd", 400);
   rig.Restart();  // now the contents count: 1600
   const struct {
@@ -99,8 +93,7 @@ TEST(TotalSize, SetterEvictsOldestFirstUntilItFits) {
 }
 
 TEST(TotalSize, AdmissionEvictsForTheBytesItAdds) {
-  CacheRig rig("MAX_CACHE_ENTRIES=99\nMAX_CACHE_SIZE=1024\n");
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig("MAX_CACHE_ENTRIES=99\nMAX_CACHE_SIZE=1024\n");
   StoreAll(rig, "abc", 300);
   rig.Restart();
   EXPECT_EQ("abc", Present(rig));
@@ -112,8 +105,7 @@ TEST(TotalSize, AdmissionEvictsForTheBytesItAdds) {
 }
 
 TEST(TotalSize, PendingOnesStayAboveALimitSetBelowThem) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   auto* pending = rig.Create("a", 1, std::string(50, 'm'));
   rig.manager->SetMaxSize(10);
   EXPECT_EQ(10U, rig.manager->GetMaxSize());
@@ -122,8 +114,7 @@ TEST(TotalSize, PendingOnesStayAboveALimitSetBelowThem) {
 }
 
 TEST(EntrySize, SetterEvictsByContentAloneWhereverItStands) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   StoreAll(rig, "a", 100);
   StoreAll(rig, "b", 50);
   StoreAll(rig, "c", 101);
@@ -136,8 +127,7 @@ TEST(EntrySize, SetterEvictsByContentAloneWhereverItStands) {
 
 TEST(Setters, SaturateAt32Bits) {
   if (sizeof(unsigned long) == 4) return;
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   const unsigned long wide = (1UL << 31 << 1) + 1;
   rig.manager->SetMaxSize(wide);
   rig.manager->SetMaxEntries(wide);
@@ -148,3 +138,4 @@ TEST(Setters, SaturateAt32Bits) {
 }
 
 }  // namespace
+}  // namespace ox::testing

@@ -7,9 +7,8 @@
 #include "module/ox_error.h"
 #include "tests/support/recording_host.h"
 
+namespace ox::testing {
 namespace {
-
-using ox::testing::RecordingHost;
 
 constexpr auto* kNewDelete = static_cast<OxMem_Selector_OX_NEW_DELETE*>(nullptr);
 constexpr auto* kVector = static_cast<OxMem_Selector_OX_VECTOR_NEW_DELETE*>(nullptr);
@@ -57,14 +56,14 @@ TEST(TaggedAllocation, NothingReachesTheKernelForNothing) {
 
 TEST(TaggedAllocation, ARefusedRequestIsNullAndTripsTheWatch) {
   RecordingHost host;
-  const ox::AllocationWatch watch;
-  host.memoryFaults.Arm(1, ox::testing::FaultDriver::Mode::kOnce);
-  EXPECT_EQ(nullptr, ox::NewObject<OxError>("name", 1));
+  const AllocationWatch watch;
+  host.memoryFaults.Arm(1, FaultDriver::Mode::kOnce);
+  EXPECT_EQ(nullptr, NewObject<OxError>("name", 1));
   EXPECT_TRUE(watch.Tripped());
-  EXPECT_FALSE(ox::AllocationWatch().Tripped());
+  EXPECT_FALSE(AllocationWatch().Tripped());
 
-  ox::SetKernel(nullptr);
-  EXPECT_EQ(nullptr, ox::AllocateBytes(1));
+  SetKernel(nullptr);
+  EXPECT_EQ(nullptr, AllocateBytes(1));
 }
 
 TEST(Error, NamesAndCodes) {
@@ -105,3 +104,4 @@ TEST(Error, TermCopyStaysInItsRoom) {
 }
 
 }  // namespace
+}  // namespace ox::testing

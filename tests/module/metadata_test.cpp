@@ -5,11 +5,8 @@
 
 #include "tests/support/cache_rig.h"
 
+namespace ox::testing {
 namespace {
-
-using ox::testing::CacheRig;
-using ox::testing::kAbcPath;
-using ox::testing::Utf8;
 
 const std::string kMeta = std::string(kAbcPath) + ".ox_meta";
 
@@ -25,8 +22,7 @@ TEST(MetaData, IsWrittenAsManyBytesAsItHasUnits) {
       {"\xF0\x9F\x98\x80", "\xF0\x9F", ""},
   };
   for (const auto& c : cases) {
-    CacheRig rig;
-    ASSERT_TRUE(rig.Start());
+    StartedRig rig;
     ASSERT_NE(nullptr, rig.Store("abc", "content", c.text));
     EXPECT_EQ(c.file, rig.host.FindFile(kMeta)->bytes);
     auto* entry = rig.Get("abc");
@@ -74,8 +70,7 @@ TEST(MetaData, AReadThatClaimsTooMuchIsCutAtTheBuffer) {
 }
 
 TEST(MetaData, CommitIsOneFileInOneOrder) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   auto* entry = rig.Create("abc", 3, "meta");
   rig.host.TakeLog();
   ASSERT_TRUE(rig.manager->Add(entry));
@@ -94,11 +89,10 @@ TEST(MetaData, AFailedCommitLeavesTheEntryPending) {
       {4, "CreateFile\nSetPath /M\nOpen 53\nWrite 4\nClose\nDestroyFile\n"},
   };
   for (const auto& c : cases) {
-    CacheRig rig;
-    ASSERT_TRUE(rig.Start());
+    StartedRig rig;
     auto* entry = rig.Create("abc", 3, "meta");
     rig.host.TakeLog();
-    rig.host.fileFaults.Arm(c.failing, ox::testing::FaultDriver::Mode::kOnce);
+    rig.host.fileFaults.Arm(c.failing, FaultDriver::Mode::kOnce);
     EXPECT_FALSE(rig.manager->Add(entry));
     rig.host.fileFaults.Disarm();
     std::string expected = "Lock M\n" + std::string(c.calls) + "Unlock M\n";
@@ -112,8 +106,7 @@ TEST(MetaData, AFailedCommitLeavesTheEntryPending) {
 }
 
 TEST(MetaData, AnEntryWithoutAnyCannotBeCommitted) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   auto* entry = rig.Create("abc", 3, "");
   ASSERT_NE(nullptr, entry);
   rig.host.TakeLog();
@@ -125,8 +118,7 @@ TEST(MetaData, AnEntryWithoutAnyCannotBeCommitted) {
 // A refresh that finds nothing empties the text but not its buffer, and the buffer decides whether
 // there is anything to write.
 TEST(MetaData, LostMetaDataIsCommittedAgainAsAnEmptyFile) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   auto* entry = rig.Store("abc", "content", "meta");
   rig.host.DeleteFile(kMeta);
   ASSERT_EQ(entry, rig.Get("abc"));
@@ -137,8 +129,7 @@ TEST(MetaData, LostMetaDataIsCommittedAgainAsAnEmptyFile) {
 }
 
 TEST(MetaData, ARefreshStopsWhereItFails) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   auto* entry = rig.Store("abc", "content", "meta");
   const std::string hit =
       "CreateFile\nSetPath " + kMeta + "\nExists\nOpen 2\nRead 1024\nDestroyFile\n";
@@ -153,7 +144,7 @@ TEST(MetaData, ARefreshStopsWhereItFails) {
       {5, hit},
   };
   for (const auto& c : cases) {
-    rig.host.fileFaults.Arm(c.failing, ox::testing::FaultDriver::Mode::kOnce);
+    rig.host.fileFaults.Arm(c.failing, FaultDriver::Mode::kOnce);
     rig.host.TakeLog();
     EXPECT_EQ(entry, rig.Get("abc"));
     EXPECT_EQ("Lock M\nLock E\n" + c.calls + "Unlock E\nUnlock M\n", rig.host.TakeLog());
@@ -162,11 +153,11 @@ TEST(MetaData, ARefreshStopsWhereItFails) {
 }
 
 TEST(MetaData, AShorterTextReplacesALongerOne) {
-  CacheRig rig;
-  ASSERT_TRUE(rig.Start());
+  StartedRig rig;
   rig.host.WriteFile(kMeta, "a much longer text from before");
   ASSERT_NE(nullptr, rig.Store("abc", "content", "new"));
   EXPECT_EQ("new", rig.host.FindFile(kMeta)->bytes);
 }
 
 }  // namespace
+}  // namespace ox::testing

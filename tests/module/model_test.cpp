@@ -5,9 +5,8 @@
 
 #include "tests/support/model_history.h"
 
+namespace ox::testing {
 namespace {
-
-using ox::testing::ModelHistory;
 
 void RunHistories(unsigned count, int steps, bool withFaults) {
   for (unsigned seed = 1; seed <= count; ++seed) {
@@ -30,3 +29,4 @@ TEST(Model, RandomHistoriesWithFaultsAgree) {
 }
 
 }  // namespace
+}  // namespace ox::testing

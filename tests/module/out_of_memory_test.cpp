@@ -9,10 +9,8 @@
 
 #include "tests/support/cache_rig.h"
 
+namespace ox::testing {
 namespace {
-
-using ox::testing::CacheRig;
-using ox::testing::FaultDriver;
 
 const std::string kMetaData(60, 'm');
 
@@ -71,7 +69,7 @@ TEST(OutOfMemory, AtEveryAllocationOfEveryOperation) {
     if (!rig.Start()) return;
     auto* entry = rig.Create("new", 3, kMetaData);
     if (entry != nullptr) {
-      const std::string file = ox::testing::Utf8(entry->GetFile());
+      const std::string file = Utf8(entry->GetFile());
       if (!file.empty()) rig.host.WriteFile(file, "new content");
       if (!rig.manager->Add(entry)) rig.manager->DestroyCacheValue(entry);
     }
@@ -91,8 +89,7 @@ TEST(OutOfMemory, AtEveryAllocationOfEveryOperation) {
 
 TEST(OutOfMemory, ARefusedAdmissionLeavesTheListAndTheTotal) {
   for (std::uint64_t k = 1;; ++k) {
-    CacheRig rig("MAX_CACHE_ENTRIES=1\nMAX_CACHE_SIZE=1024\n");
-    ASSERT_TRUE(rig.Start());
+    StartedRig rig("MAX_CACHE_ENTRIES=1\nMAX_CACHE_SIZE=1024\n");
     const OxString url("abc");
     const OxString metaData(std::string(1000, 'm').c_str());
     rig.host.memoryFaults.Arm(k, FaultDriver::Mode::kOnce);
@@ -110,3 +107,4 @@ TEST(OutOfMemory, ARefusedAdmissionLeavesTheListAndTheTotal) {
 }
 
 }  // namespace
+}  // namespace ox::testing

@@ -5,11 +5,8 @@
 
 #include "tests/support/cache_rig.h"
 
+namespace ox::testing {
 namespace {
-
-using ox::testing::CacheRig;
-using ox::testing::kAbcPath;
-using ox::testing::Utf8;
 
 const std::string kPath = kAbcPath;
 const std::string kMeta = kPath + ".ox_meta";
@@ -167,7 +164,7 @@ TEST(Scan, AFileObjectThatCannotBeMadeDeletesNothing) {
   rig.LeavePair(kPath, "content", "meta");
   // GetDefaultDirectory, five calls on the configuration, CreateFile, SetPath, EnumerateDirectory,
   // then the content's CreateFile.
-  rig.host.fileFaults.Arm(10, ox::testing::FaultDriver::Mode::kOnce);
+  rig.host.fileFaults.Arm(10, FaultDriver::Mode::kOnce);
   const auto before = rig.host.Disk();
   ASSERT_TRUE(rig.Start());
   EXPECT_NE(std::string::npos, rig.host.TakeLog().find("CreateFile\nDestroyFile null\n"));
@@ -185,3 +182,4 @@ TEST(Scan, EntriesComeBackWithoutUrlAndMetadata) {
 }
 
 }  // namespace
+}  // namespace ox::testing

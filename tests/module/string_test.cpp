@@ -7,10 +7,8 @@
 #include "string/ox_string.h"
 #include "tests/support/recording_host.h"
 
+namespace ox::testing {
 namespace {
-
-using ox::testing::FaultDriver;
-using ox::testing::RecordingHost;
 
 using Units = std::vector<unsigned>;
 
@@ -250,3 +248,4 @@ TEST_F(StringTest, AFailedAppendKeepsTheTextAndAFailedAssignmentIsEmpty) {
 }
 
 }  // namespace
+}  // namespace ox::testing

@@ -9,12 +9,10 @@
 
 #include "tests/support/cache_rig.h"
 
+namespace ox::testing {
 namespace {
 
-using ox::core::cache::CacheValue;
-using ox::testing::CacheRig;
-using ox::testing::FaultDriver;
-using ox::testing::Utf8;
+using core::cache::CacheValue;
 
 std::string ContentOf(const std::string& url) {
   return "content of " + url;
@@ -73,7 +71,7 @@ int CheckEntries(CacheRig& rig, bool mayBeCut) {
 // Longer than what the module keeps on its stack for a path.
 const std::string kLongDirectory = "/" + std::string(400, 'd');
 
-using Faults = FaultDriver ox::testing::RecordingHost::*;
+using Faults = FaultDriver RecordingHost::*;
 
 void FailEach(Faults faults, const std::string& directory, const char* what) {
   int cases = 0;
@@ -108,15 +106,16 @@ void FailEach(Faults faults, const std::string& directory, const char* what) {
 }
 
 TEST(HostFaults, AtEveryCallOfEveryOperation) {
-  FailEach(&ox::testing::RecordingHost::fileFaults, "/c", "file calls");
+  FailEach(&RecordingHost::fileFaults, "/c", "file calls");
 }
 
 TEST(HostFaults, AtEveryAllocationWithLongPaths) {
-  FailEach(&ox::testing::RecordingHost::memoryFaults, kLongDirectory, "allocations");
+  FailEach(&RecordingHost::memoryFaults, kLongDirectory, "allocations");
 }
 
 TEST(HostFaults, WithoutInterfaceOrMutexes) {
-  FailEach(&ox::testing::RecordingHost::serviceFaults, "/c", "services");
+  FailEach(&RecordingHost::serviceFaults, "/c", "services");
 }
 
 }  // namespace
+}  // namespace ox::testing

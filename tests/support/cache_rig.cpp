@@ -28,6 +28,10 @@ CacheRig::~CacheRig() {
   EXPECT_EQ(0U, host.LiveFiles());
 }
 
+StartedRig::StartedRig(const std::string& configuration) : CacheRig(configuration) {
+  EXPECT_TRUE(Start());
+}
+
 bool CacheRig::Start() {
   if (factory == nullptr) factory = IOxModule_ICacheManager_ModuleLoad();
   if (factory != nullptr && manager == nullptr) manager = factory->CreateCacheManager();

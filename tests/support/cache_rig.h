@@ -40,6 +40,12 @@ class CacheRig {
   void LeavePair(const std::string& path, const std::string& content, const std::string& metaData);
 };
 
+// One that has started.
+class StartedRig : public CacheRig {
+ public:
+  explicit StartedRig(const std::string& configuration = "MAX_CACHE_ENTRIES=100\n");
+};
+
 // Content file of the URL "abc" in the cache directory "/c".
 extern const char kAbcPath[];
 
