@@ -13,16 +13,14 @@
 
 #include "host/posix_file.h"
 #include "host/posix_kernel.h"
-#include "tests/host/scratch_directory.h"
+#include "tests/support/scratch_directory.h"
 
+namespace ox::testing {
 namespace {
 
-using ox::host::PosixFile;
-using ox::testing::ReadWhole;
-using ox::testing::ScratchDirectory;
-using ox::testing::WriteWhole;
+using host::PosixFile;
 
-using File = ox::os::filesystem::File;
+using File = os::filesystem::File;
 
 long HeldDirectories() {
   long count = 0;
@@ -177,7 +175,7 @@ TEST_F(HeldDirectoryTest, ADirectoryThatTookItsPlaceIsFoundSoon) {
 
 TEST_F(HeldDirectoryTest, NoneIsHeldOnceTheManagerIsGone) {
   const long before = HeldDirectories();
-  ox::host::PosixKernel kernel(directory_);
+  host::PosixKernel kernel(directory_);
   void* fileSystem = kernel.GetInterface("IFileSystem");
   File* files[2];
   for (int round = 0; round < 2; ++round) {
@@ -195,3 +193,4 @@ TEST_F(HeldDirectoryTest, NoneIsHeldOnceTheManagerIsGone) {
 }
 
 }  // namespace
+}  // namespace ox::testing

@@ -15,26 +15,23 @@
 #include "host/posix_mutex.h"
 #include "module/kernel_access.h"
 #include "string/ox_string.h"
-#include "tests/host/scratch_directory.h"
+#include "tests/support/scratch_directory.h"
 
+namespace ox::testing {
 namespace {
 
-using ox::host::PosixFile;
-using ox::host::PosixKernel;
-using ox::testing::ReadWhole;
-using ox::testing::ScratchDirectory;
-using ox::testing::SetModified;
-using ox::testing::WriteWhole;
+using host::PosixFile;
+using host::PosixKernel;
 
-using File = ox::os::filesystem::File;
+using File = os::filesystem::File;
 
 class PosixFileTest : public ::testing::Test {
  protected:
-  PosixFileTest() : kernel_(scratch_.Path()) { ox::SetKernel(&kernel_); }
+  PosixFileTest() : kernel_(scratch_.Path()) { SetKernel(&kernel_); }
   ~PosixFileTest() override {
     EXPECT_EQ(0U, kernel_.Counts().blocks);
     EXPECT_EQ(0U, kernel_.Counts().bytes);
-    ox::SetKernel(nullptr);
+    SetKernel(nullptr);
   }
 
   int OpenDescriptors() {
@@ -133,7 +130,7 @@ TEST_F(PosixFileTest, TouchesNothingButRegularFiles) {
 TEST_F(PosixFileTest, NoDescriptorStaysOpen) {
   WriteWhole(scratch_ / "file", "bytes");
   const int before = OpenDescriptors();
-  ox::host::PosixFileSystem& fileSystem = kernel_.OwnFileSystem();
+  host::PosixFileSystem& fileSystem = kernel_.OwnFileSystem();
   File* file = fileSystem.CreateFile();
   file->SetPath((scratch_ / "file").c_str());
   ASSERT_TRUE(file->Open(File::kOpenRead));
@@ -276,3 +273,4 @@ TEST_F(PosixFileTest, KernelCountsWhatIsTaken) {
 }
 
 }  // namespace
+}  // namespace ox::testing

@@ -6,18 +6,15 @@
 
 #include "host/module_loader.h"
 #include "host/posix_kernel.h"
-#include "tests/host/scratch_directory.h"
+#include "tests/support/scratch_directory.h"
 
+namespace ox::testing {
 namespace {
 
-using ox::core::cache::CacheValue;
-using ox::host::LoadedModule;
-using ox::host::ManagerReference;
-using ox::host::PosixKernel;
-using ox::testing::ReadWhole;
-using ox::testing::ScratchDirectory;
-using ox::testing::SetModified;
-using ox::testing::WriteWhole;
+using core::cache::CacheValue;
+using host::LoadedModule;
+using host::ManagerReference;
+using host::PosixKernel;
 
 class Life {
  public:
@@ -35,7 +32,7 @@ class Life {
     EXPECT_EQ(0U, counts.blocks + counts.bytes + counts.mutexes + counts.files);
   }
 
-  ox::core::cache::FileCacheManager& Manager() { return **manager_; }
+  core::cache::FileCacheManager& Manager() { return **manager_; }
 
   void Store(const std::string& url, const std::string& content) {
     CacheValue* value = Manager().CreateCacheValue(url.c_str(), content.size(), "meta");
@@ -113,3 +110,4 @@ TEST(Loader, SaysWhyItCannotLoad) {
 }
 
 }  // namespace
+}  // namespace ox::testing

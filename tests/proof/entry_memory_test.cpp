@@ -6,16 +6,15 @@
 
 #include "host/module_loader.h"
 #include "host/posix_kernel.h"
-#include "tests/host/scratch_directory.h"
+#include "tests/support/scratch_directory.h"
 
+namespace ox::testing {
 namespace {
 
-using ox::core::cache::CacheValue;
-using ox::host::LoadedModule;
-using ox::host::ManagerReference;
-using ox::host::PosixKernel;
-using ox::testing::ScratchDirectory;
-using ox::testing::WriteWhole;
+using core::cache::CacheValue;
+using host::LoadedModule;
+using host::ManagerReference;
+using host::PosixKernel;
 
 constexpr int kEntries = 200;
 
@@ -41,7 +40,7 @@ void StoreAll(ManagerReference& manager, const Shape& shape) {
   }
 }
 
-void Measure(const char* when, const PosixKernel& kernel, const ox::host::KernelCounts& before,
+void Measure(const char* when, const PosixKernel& kernel, const host::KernelCounts& before,
              std::size_t texts) {
   const auto counts = kernel.Counts();
   const auto bytes = (counts.bytes - before.bytes) / kEntries;
@@ -80,3 +79,4 @@ TEST(EntryMemory, IsBounded) {
 }
 
 }  // namespace
+}  // namespace ox::testing

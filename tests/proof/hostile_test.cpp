@@ -17,23 +17,12 @@
 #include <string>
 #include <vector>
 
-#include "tests/host/scratch_directory.h"
 #include "tests/support/ledger.h"
 
+namespace ox::testing {
 namespace {
 
 namespace fs = std::filesystem;
-
-using ox::host::CacheSession;
-using ox::host::Error;
-using ox::host::ErrorKind;
-using ox::host::SessionOptions;
-using ox::testing::FetchVersion;
-using ox::testing::Ledger;
-using ox::testing::ReadWhole;
-using ox::testing::ScratchDirectory;
-using ox::testing::Store;
-using ox::testing::WriteWhole;
 
 constexpr char kUrl[] = "http://host/planted";
 constexpr char kOther[] = "http://host/other";
@@ -342,3 +331,4 @@ TEST_F(Hostile, TwoProcesses) {
 }
 
 }  // namespace
+}  // namespace ox::testing

@@ -8,36 +8,19 @@
 #include <memory>
 #include <vector>
 
-#include "tests/host/scratch_directory.h"
 #include "tests/support/crash_states.h"
 #include "tests/support/ledger.h"
 #include "tests/support/system_calls.h"
 
+namespace ox::testing {
 namespace {
-
-using ox::host::CacheSession;
-using ox::host::Durability;
-using ox::host::Error;
-using ox::host::SessionOptions;
-using ox::testing::CrashStates;
-using ox::testing::DiskImage;
-using ox::testing::FileOperation;
-using ox::testing::Journal;
-using ox::testing::Ledger;
-using ox::testing::ReadImage;
-using ox::testing::ScratchDirectory;
-using ox::testing::Store;
-using ox::testing::WriteImage;
-using ox::testing::WriteWhole;
 
 bool IsLongRun() {
   return std::getenv("OX_PROVE") != nullptr;
 }
 
 SessionOptions OptionsFor(const std::string& directory, Durability durability) {
-  SessionOptions options;
-  options.directory = directory;
-  options.modulePath = OX_MODULE_PATH;
+  SessionOptions options = testing::OptionsFor(directory);
   options.durability = durability;
   options.touchInterval = std::chrono::hours(1);
   return options;
@@ -53,7 +36,7 @@ class Recording {
 
   void Run(Durability durability, const std::function<void(CacheSession&, Recording&)>& history) {
     {
-      const ox::testing::FaultPause pause;
+      const FaultPause pause;
       start_ = ReadImage(scratch_.Path());
       journal_ = std::make_unique<Journal>(scratch_.Path());
     }
@@ -67,12 +50,12 @@ class Recording {
 
   void Put(CacheSession& session, const std::string& url, int version) {
     Error error;
-    const std::string content = ox::testing::ContentOf(url, version);
+    const std::string content = ContentOf(url, version);
     const auto writer = session.Store(url, &error);
     if (writer == nullptr || writer->Write(content.data(), content.size())) return;
     ledger_.Begin(url, version);
     Note();
-    if (writer->Commit(ox::testing::MetaDataOf(url, version))) return;
+    if (writer->Commit(MetaDataOf(url, version))) return;
     ledger_.Committed(url, version);
     ++committed_;
     Note();
@@ -234,10 +217,10 @@ TEST(PowerLoss, AfterAFailedCall) {
   std::uint64_t call = 1;
   for (bool isReached = true; isReached; ++call) {
     Recording recording("MAX_CACHE_ENTRIES=9\n", true);
-    ox::testing::callFaults.Arm(call, ox::testing::FaultDriver::Mode::kOnce);
+    callFaults.Arm(call, FaultDriver::Mode::kOnce);
     recording.Run(Durability::kPower, &StoreReplaceRemove);
-    isReached = ox::testing::callFaults.WasReached();
-    ox::testing::callFaults.Disarm();
+    isReached = callFaults.WasReached();
+    callFaults.Disarm();
     const CrashStates states(recording.Start(), recording.Operations());
     const std::size_t end = recording.Operations().size();
     for (std::size_t cut = random() % 8; cut <= end; cut += IsLongRun() ? 4 : 24) {
@@ -283,3 +266,4 @@ TEST(PowerLoss, WouldBeNoticed) {
 }
 
 }  // namespace
+}  // namespace ox::testing

@@ -3,27 +3,15 @@
 // afterwards.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <memory>
 
-#include "tests/host/scratch_directory.h"
 #include "tests/support/ledger.h"
 #include "tests/support/system_calls.h"
 
+namespace ox::testing {
 namespace {
-
-using ox::host::CacheSession;
-using ox::host::Durability;
-using ox::host::Error;
-using ox::host::ErrorKind;
-using ox::host::SessionOptions;
-using ox::testing::FaultDriver;
-using ox::testing::Ledger;
-using ox::testing::ScratchDirectory;
-using ox::testing::Store;
-using ox::testing::WriteWhole;
 
 const std::string kKept = "http://host/kept";
 const std::string kReplaced = "http://host/replaced";
@@ -38,20 +26,15 @@ std::ptrdiff_t OpenDescriptors() {
 struct Cache {
   explicit Cache(Durability durability) {
     WriteWhole(scratch / "file-cache.conf", "MAX_CACHE_ENTRIES=4\nMAX_CACHE_SIZE=20000\n");
-    options.directory = scratch.Path();
-    options.modulePath = OX_MODULE_PATH;
     options.durability = durability;
-    options.touchInterval = std::chrono::seconds(0);
-    const auto session = Open();
-    EXPECT_NE(nullptr, session) << error.Message();
-    if (session == nullptr) std::abort();  // without it nothing below means anything
+    const auto session = OpenSession(options);
     for (const std::string& url : {kKept, kReplaced, kRemoved})
       EXPECT_TRUE(Store(*session, url, 1, &ledger));
   }
   std::unique_ptr<CacheSession> Open() { return CacheSession::Open(options, &error); }
 
   ScratchDirectory scratch;
-  SessionOptions options;
+  SessionOptions options = OptionsFor(scratch.Path());
   Ledger ledger;
   Error error;
 };
@@ -132,20 +115,20 @@ void FailEachInEveryWay(FaultDriver& faults, const char* what, bool mayLose) {
 }
 
 TEST(SessionFaults, AtEveryAllocation) {
-  FailEachInEveryWay(ox::testing::allocationFaults, "allocations", false);
+  FailEachInEveryWay(allocationFaults, "allocations", false);
 }
 
 TEST(SessionFaults, AtEverySystemCall) {
-  FailEachInEveryWay(ox::testing::callFaults, "system calls", true);
+  FailEachInEveryWay(callFaults, "system calls", true);
 }
 
 TEST(SessionFaults, InterruptedCallsAreTriedAgain) {
   for (std::uint64_t k = 1;; ++k) {
     Cache cache(Durability::kPower);
-    ox::testing::callInterrupts.Arm(k, FaultDriver::Mode::kOnce);
+    callInterrupts.Arm(k, FaultDriver::Mode::kOnce);
     History(cache);
-    const bool reached = ox::testing::callInterrupts.WasReached();
-    ox::testing::callInterrupts.Disarm();
+    const bool reached = callInterrupts.WasReached();
+    callInterrupts.Disarm();
     const auto session = cache.Open();
     ASSERT_NE(nullptr, session) << cache.error.Message();
     Ledger strict;
@@ -161,3 +144,4 @@ TEST(SessionFaults, InterruptedCallsAreTriedAgain) {
 }
 
 }  // namespace
+}  // namespace ox::testing

@@ -15,21 +15,16 @@
 #include "host/module_loader.h"
 #include "host/posix_kernel.h"
 #include "module/ox_mutex.h"
-#include "tests/host/scratch_directory.h"
 #include "tests/support/ledger.h"
 
+namespace ox::testing {
 namespace {
 
-using ox::core::cache::CacheValue;
-using ox::core::cache::FileCacheManager;
-using ox::host::CacheSession;
-using ox::host::Error;
-using ox::host::ErrorKind;
-using ox::host::LoadedModule;
-using ox::host::ManagerReference;
-using ox::host::PosixKernel;
-using ox::testing::ScratchDirectory;
-using ox::testing::WriteWhole;
+using core::cache::CacheValue;
+using core::cache::FileCacheManager;
+using host::LoadedModule;
+using host::ManagerReference;
+using host::PosixKernel;
 
 constexpr int kThreads = 8;
 
@@ -237,13 +232,7 @@ TEST(Threads, OnOneManagerThatEvicts) {
 TEST(Threads, OnOneSession) {
   const ScratchDirectory scratch;
   WriteWhole(scratch / "file-cache.conf", "MAX_CACHE_ENTRIES=6\nMAX_CACHE_SIZE=9000\n");
-  ox::host::SessionOptions options;
-  options.directory = scratch.Path();
-  options.modulePath = OX_MODULE_PATH;
-  options.touchInterval = std::chrono::seconds(0);
-  Error error;
-  const auto session = CacheSession::Open(options, &error);
-  ASSERT_NE(nullptr, session) << error.Message();
+  const auto session = OpenSession(OptionsFor(scratch.Path()));
   std::atomic<int> version{0};
   std::atomic<int> found{0};
   std::atomic<int> stored{0};
@@ -252,9 +241,9 @@ TEST(Threads, OnOneSession) {
     Error mine;
     for (int round = 0; round < Rounds() / 2; ++round) {
       const std::string url = UrlOf(0, Pick(random, 10));
-      ox::testing::Ledger ignored;
-      if (ox::testing::Store(*session, url, ++version, &ignored)) ++stored;
-      const int fetched = ox::testing::FetchVersion(*session, UrlOf(0, Pick(random, 10)), &mine);
+      Ledger ignored;
+      if (Store(*session, url, ++version, &ignored)) ++stored;
+      const int fetched = FetchVersion(*session, UrlOf(0, Pick(random, 10)), &mine);
       EXPECT_LE(0, fetched) << mine.Message();
       found += fetched > 0 ? 1 : 0;
       if (Pick(random, 8) == 0) {
@@ -274,3 +263,4 @@ TEST(Threads, OnOneSession) {
 }
 
 }  // namespace
+}  // namespace ox::testing

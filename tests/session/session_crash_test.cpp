@@ -7,12 +7,10 @@
 
 #include "host/session/durable_io.h"
 #include "host/session/survey.h"
-#include "tests/session/session_rig.h"
+#include "tests/support/session_rig.h"
 
-namespace ox::test {
+namespace ox::testing {
 namespace {
-
-using host::Durability;
 
 constexpr int kDied = 42;
 constexpr int kFailed = 43;
@@ -47,10 +45,9 @@ struct Case {
 class CrashTest : public ::testing::TestWithParam<Case> {
  protected:
   // "a" is what was used longest ago and "b" and "c" fill the cache.
-  void Fill(const ScratchDirectory& directory, const host::SessionOptions& options) {
+  void Fill(const ScratchDirectory& directory, const SessionOptions& options) {
     Configure(directory, GetParam().limits);
     const auto session = OpenSession(options);
-    ASSERT_TRUE(session);
     if (GetParam().isReplacement) {
       ASSERT_FALSE(Store(*session, "a", old_, "old metadata"));
     }
@@ -58,20 +55,16 @@ class CrashTest : public ::testing::TestWithParam<Case> {
     ASSERT_FALSE(Store(*session, "c", other_, "c"));
   }
 
-  std::function<bool()> StoreNew(const host::SessionOptions& options) {
+  std::function<bool()> StoreNew(const SessionOptions& options) {
     return [this, options] {
       const auto session = OpenSession(options);
-      return session != nullptr && !Store(*session, "a", new_, "new metadata");
+      return !Store(*session, "a", new_, "new metadata");
     };
   }
 
   // True when it is the new entry.
-  bool CheckWhatIsLeft(const ScratchDirectory& directory, const host::SessionOptions& options) {
+  bool CheckWhatIsLeft(const ScratchDirectory& directory, const SessionOptions& options) {
     const auto session = OpenSession(options);
-    if (session == nullptr) {
-      ADD_FAILURE();
-      return false;
-    }
     const std::string found = Fetch(*session, "a");
     const bool isNew = found == new_ + "|new metadata";
     const std::string before = GetParam().isReplacement ? old_ + "|old metadata" : kNotThere;
@@ -105,7 +98,7 @@ TEST_P(CrashTest, BetweenAnyTwoChanges) {
   for (bool isDone = false; !isDone; ++changes) {
     SCOPED_TRACE(changes);
     ScratchDirectory directory;
-    auto options = OptionsFor(directory);
+    auto options = OptionsFor(directory.Path());
     options.durability = GetParam().durability;
     Fill(directory, options);
     isDone = SurvivesChanges(changes, StoreNew(options));
@@ -133,4 +126,4 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& test) { return std::string(test.param.name); });
 
 }  // namespace
-}  // namespace ox::test
+}  // namespace ox::testing

@@ -12,14 +12,10 @@
 
 #include "host/session/durable_io.h"
 #include "host/session/survey.h"
-#include "tests/session/session_rig.h"
+#include "tests/support/session_rig.h"
 
-namespace ox::test {
+namespace ox::testing {
 namespace {
-
-using host::CacheSession;
-using host::Error;
-using host::ErrorKind;
 
 std::vector<std::string> NamesInOrderOfUse(const ScratchDirectory& directory) {
   host::Survey survey;
@@ -92,14 +88,12 @@ TEST(SessionLimits, TheCacheDoesWhatAModelDoesAcrossRestarts) {
                {{16384, 6, 4096}, 3500, 500, false},
                {{4096, 8, 1024}, 4, 1000, true}};
   for (const auto& test : cases) {
-    ScratchDirectory directory;
-    Configure(directory, test.limits);
+    const CacheDirectory directory(test.limits);
     std::mt19937 random(7);
     Model model(test.limits);
     std::map<std::string, std::string> names;
     std::uint64_t restarts = 0;
-    auto session = OpenSession(OptionsFor(directory));
-    ASSERT_TRUE(session);
+    auto session = OpenSession(OptionsFor(directory.Path()));
     for (unsigned step = 0; step < 1500; ++step) {
       const std::string url = "http://host/" + std::to_string(random() % 20);
       const auto choice = random() % 20;
@@ -117,8 +111,7 @@ TEST(SessionLimits, TheCacheDoesWhatAModelDoesAcrossRestarts) {
       } else {
         restarts += session->Statistics().restarts;
         session.reset();
-        session = OpenSession(OptionsFor(directory));
-        ASSERT_TRUE(session);
+        session = OpenSession(OptionsFor(directory.Path()));
       }
       ASSERT_EQ(session->Statistics().bytes, model.Size()) << step;
       std::vector<std::string> expected;
@@ -140,11 +133,9 @@ void Watch() {
 
 TEST(SessionLimits, DiskUseNeverExceedsTheLimitByMoreThanOneEntry) {
   const Limits limits{16384, 100, 4096};
-  ScratchDirectory directory;
-  Configure(directory, limits);
+  const CacheDirectory directory(limits);
   watchedDirectory = directory.Path().c_str();
-  const auto session = OpenSession(OptionsFor(directory));
-  ASSERT_TRUE(session);
+  const auto session = OpenSession(OptionsFor(directory.Path()));
   mostOnDisk = 0;
   host::SetFileOperationHook(&Watch);
   std::mt19937 random(3);
@@ -171,10 +162,8 @@ TEST(SessionLimits, DiskUseNeverExceedsTheLimitByMoreThanOneEntry) {
 }
 
 TEST(SessionLimits, WritersThatDoNotFitTogetherWaitForAnotherThreadsButNotForTheirOwn) {
-  ScratchDirectory directory;
-  Configure(directory, {4096, 100, 4096});
-  const auto session = OpenSession(OptionsFor(directory));
-  ASSERT_TRUE(session);
+  const CacheDirectory directory({4096, 100, 4096});
+  const auto session = OpenSession(OptionsFor(directory.Path()));
   Error error;
   const std::string bytes = Bytes(1, 4000);
   auto first = session->Store("a", &error);
@@ -202,10 +191,8 @@ TEST(SessionLimits, WritersThatDoNotFitTogetherWaitForAnotherThreadsButNotForThe
 }
 
 TEST(SessionLimits, AReaderIsNotDisturbedByWhatHappensToItsEntry) {
-  ScratchDirectory directory;
-  Configure(directory, {1000000, 3, 65536});
-  const auto session = OpenSession(OptionsFor(directory));
-  ASSERT_TRUE(session);
+  const CacheDirectory directory({1000000, 3, 65536});
+  const auto session = OpenSession(OptionsFor(directory.Path()));
   const std::string content = Bytes(5, 50000);
   using Step = void (*)(CacheSession&);
   const Step steps[] = {[](CacheSession& s) { EXPECT_FALSE(s.Remove("a")); },
@@ -226,18 +213,15 @@ TEST(SessionLimits, AReaderIsNotDisturbedByWhatHappensToItsEntry) {
 }
 
 TEST(SessionLimits, OpeningWithLowerLimitsKeepsWhatWasUsedLast) {
-  ScratchDirectory directory;
-  Configure(directory, {100000, 20, 10000});
+  const CacheDirectory directory({100000, 20, 10000});
   {
-    const auto session = OpenSession(OptionsFor(directory));
-    ASSERT_TRUE(session);
+    const auto session = OpenSession(OptionsFor(directory.Path()));
     for (int i = 0; i < 10; ++i)
       ASSERT_FALSE(Store(*session, std::to_string(i), Bytes(1, i == 9 ? 5000 : 999), "m"));
     EXPECT_EQ(Fetch(*session, "0"), Bytes(1, 999) + "|m");
   }
   Configure(directory, {4000, 20, 2000});
-  auto session = OpenSession(OptionsFor(directory));
-  ASSERT_TRUE(session);
+  auto session = OpenSession(OptionsFor(directory.Path()));
   for (int i = 0; i < 10; ++i) {
     const bool isKept = i == 0 || (i >= 6 && i <= 8);
     EXPECT_EQ(Fetch(*session, std::to_string(i)) != kNotThere, isKept) << i;
@@ -250,22 +234,18 @@ TEST(SessionLimits, OpeningWithLowerLimitsKeepsWhatWasUsedLast) {
   session.reset();
 
   Configure(directory, {4000, 2, 2000});
-  session = OpenSession(OptionsFor(directory));
-  ASSERT_TRUE(session);
+  session = OpenSession(OptionsFor(directory.Path()));
   EXPECT_EQ(session->Statistics().entries, 2u);
   EXPECT_EQ(Fetch(*session, "6"), kNotThere);
 }
 
 TEST(SessionLimits, WhatWasScannedAndRemovedMakesRoom) {
-  ScratchDirectory directory;
-  Configure(directory, {8192, 100, 4096});
-  auto session = OpenSession(OptionsFor(directory));
-  ASSERT_TRUE(session);
+  const CacheDirectory directory({8192, 100, 4096});
+  auto session = OpenSession(OptionsFor(directory.Path()));
   ASSERT_FALSE(Store(*session, "removed", Bytes(1, 4000), "m"));
   ASSERT_FALSE(Store(*session, "kept", Bytes(2, 4000), "m"));
   session.reset();
-  session = OpenSession(OptionsFor(directory));
-  ASSERT_TRUE(session);
+  session = OpenSession(OptionsFor(directory.Path()));
   // The manager goes on counting the content that is gone, and would evict the other entry.
   ASSERT_FALSE(session->Remove("removed"));
   EXPECT_FALSE(Store(*session, "new", "x", std::string(1000, 'm')));
@@ -273,12 +253,10 @@ TEST(SessionLimits, WhatWasScannedAndRemovedMakesRoom) {
 }
 
 TEST(SessionLimits, AClockSetBackDoesNotTurnTheOrderAround) {
-  ScratchDirectory directory;
-  Configure(directory, {100000, 3, 10000});
+  const CacheDirectory directory({100000, 3, 10000});
   std::map<std::string, std::string> names;
   {
-    const auto session = OpenSession(OptionsFor(directory));
-    ASSERT_TRUE(session);
+    const auto session = OpenSession(OptionsFor(directory.Path()));
     for (const char* url : {"a", "b", "c"}) {
       ASSERT_FALSE(Store(*session, url, "x", "m"));
       names[url] = NameOf(*session, url);
@@ -288,8 +266,7 @@ TEST(SessionLimits, AClockSetBackDoesNotTurnTheOrderAround) {
   std::int64_t time = (std::int64_t{::time(nullptr)} + 315360000) * 1000000000;
   for (const auto& name : names)
     ASSERT_TRUE(host::SetFileTime(directory / (name.second + ".ox_meta"), ++time));
-  const auto session = OpenSession(OptionsFor(directory));
-  ASSERT_TRUE(session);
+  const auto session = OpenSession(OptionsFor(directory.Path()));
   EXPECT_EQ(Fetch(*session, "a"), "x|m");
   ASSERT_FALSE(Store(*session, "d", "x", "m"));
   EXPECT_EQ(Fetch(*session, "b"), kNotThere);
@@ -299,9 +276,8 @@ TEST(SessionLimits, AClockSetBackDoesNotTurnTheOrderAround) {
 }
 
 TEST(SessionLimits, AFetchWritesTheTimeOfUseOnlyWhenTheIntervalHasPassed) {
-  ScratchDirectory directory;
-  Configure(directory, {100000, 3, 10000});
-  auto options = OptionsFor(directory);
+  const CacheDirectory directory({100000, 3, 10000});
+  auto options = OptionsFor(directory.Path());
   const auto timeAfterFetch = [&](std::chrono::seconds interval) {
     options.touchInterval = interval;
     const auto session = OpenSession(options);
@@ -318,4 +294,4 @@ TEST(SessionLimits, AFetchWritesTheTimeOfUseOnlyWhenTheIntervalHasPassed) {
 }
 
 }  // namespace
-}  // namespace ox::test
+}  // namespace ox::testing

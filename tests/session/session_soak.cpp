@@ -18,14 +18,10 @@
 
 #include "host/module_loader.h"
 #include "host/posix_kernel.h"
-#include "tests/session/session_rig.h"
+#include "tests/support/session_rig.h"
 
-namespace ox::test {
+namespace ox::testing {
 namespace {
-
-using host::CacheSession;
-using host::Error;
-using host::ErrorKind;
 
 constexpr Limits kLimits{65536, 20, 8192};
 constexpr unsigned kThreads = 4;
@@ -53,13 +49,10 @@ std::string MetaDataOf(unsigned url, std::uint64_t version) {
 
 class Soak {
  public:
-  explicit Soak(std::uint64_t operations) : left_(static_cast<std::int64_t>(operations)) {
-    Configure(directory_, kLimits);
-  }
+  explicit Soak(std::uint64_t operations) : left_(static_cast<std::int64_t>(operations)) {}
 
   void Run() {
-    session_ = OpenSession(OptionsFor(directory_));
-    if (session_ == nullptr) Fail("cannot open");
+    session_ = OpenSession(OptionsFor(directory_.Path()));
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < kThreads; ++i)
       threads.emplace_back([this, i] { Work(i); });
@@ -173,14 +166,14 @@ class Soak {
   void CheckRestart() {
     const std::uint64_t entries = session_->Statistics().entries;
     session_.reset();
-    session_ = OpenSession(OptionsFor(directory_));
-    if (session_ == nullptr || session_->Statistics().entries != entries) Fail("lost at a restart");
+    session_ = OpenSession(OptionsFor(directory_.Path()));
+    if (session_->Statistics().entries != entries) Fail("lost at a restart");
     for (unsigned url = 0; url < kUrls; ++url)
       FetchOne(url);
     session_.reset();
   }
 
-  ScratchDirectory directory_;
+  const CacheDirectory directory_{kLimits};
   std::unique_ptr<CacheSession> session_;
   std::shared_mutex calls_;
   std::atomic<std::int64_t> left_;
@@ -195,7 +188,6 @@ class Soak {
 class BareLoad {
  public:
   BareLoad() : kernel_(directory_.Path()) {
-    Configure(directory_, kLimits);
     std::string error;
     module_ = host::LoadedModule::Load(OX_MODULE_PATH, kernel_, &error);
     if (module_ == nullptr) Fail(error);
@@ -244,17 +236,17 @@ class BareLoad {
     return manager.Add(value);
   }
 
-  ScratchDirectory directory_;
+  const CacheDirectory directory_{kLimits};
   host::PosixKernel kernel_;
   std::unique_ptr<host::LoadedModule> module_;
 };
 
 }  // namespace
-}  // namespace ox::test
+}  // namespace ox::testing
 
 int main(int argc, char** argv) {
   const std::uint64_t operations = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 1000000;
-  ox::test::Soak(operations).Run();
-  ox::test::BareLoad().Run(operations);
+  ox::testing::Soak(operations).Run();
+  ox::testing::BareLoad().Run(operations);
   return 0;
 }

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <set>
 
-#include "tests/host/scratch_directory.h"
+#include "tests/support/scratch_directory.h"
 
 namespace ox::testing {
 namespace {

@@ -8,10 +8,6 @@
 
 namespace ox::testing {
 
-using host::CacheSession;
-using host::Error;
-using host::ErrorKind;
-
 std::string ContentOf(const std::string& url, int version) {
   std::string content = url + "#" + std::to_string(version) + "#";
   // Some are shorter than a block of the disk, some longer.

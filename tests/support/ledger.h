@@ -9,7 +9,7 @@
 #include <set>
 #include <string>
 
-#include "host/session/cache_session.h"
+#include "tests/support/session_rig.h"
 
 namespace ox::testing {
 
@@ -31,18 +31,18 @@ class Ledger {
 
   // Fetches every URL of the ledger, and one that was never stored. Empty when all is as allowed,
   // otherwise what is not.
-  std::string Check(host::CacheSession& session) const;
+  std::string Check(CacheSession& session) const;
 
  private:
   std::map<std::string, std::set<int>> allowed_;
 };
 
 // Stores one version; true when every step succeeded. The ledger learns of each step.
-bool Store(host::CacheSession& session, const std::string& url, int version, Ledger* ledger);
+bool Store(CacheSession& session, const std::string& url, int version, Ledger* ledger);
 
 // Which version a fetch gives: kAbsent when there is none, -1 for a failed fetch and for bytes that
 // are not exactly those of one version of this URL.
-int FetchVersion(host::CacheSession& session, const std::string& url, host::Error* error);
+int FetchVersion(CacheSession& session, const std::string& url, Error* error);
 
 }  // namespace ox::testing
 

@@ -1,6 +1,6 @@
 // A new, empty directory that goes with its test.
-#ifndef OX_TESTS_HOST_SCRATCH_DIRECTORY_H_
-#define OX_TESTS_HOST_SCRATCH_DIRECTORY_H_
+#ifndef OX_TESTS_SUPPORT_SCRATCH_DIRECTORY_H_
+#define OX_TESTS_SUPPORT_SCRATCH_DIRECTORY_H_
 
 #include <string>
 

@@ -1,4 +1,4 @@
-#include "tests/host/scratch_directory.h"
+#include "tests/support/scratch_directory.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "tests/session/session_rig.h"
+#include "tests/support/session_rig.h"
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -13,11 +13,7 @@
 
 #include "host/directory.h"
 
-namespace ox::test {
-
-using host::CacheSession;
-using host::Error;
-using host::ErrorKind;
+namespace ox::testing {
 
 std::string ReadAll(int fd) {
   std::string text;
@@ -55,19 +51,20 @@ std::string Bytes(std::uint64_t seed, std::size_t count) {
   return bytes;
 }
 
-host::SessionOptions OptionsFor(const ScratchDirectory& directory) {
-  host::SessionOptions options;
-  options.directory = directory.Path();
+SessionOptions OptionsFor(const std::string& directory) {
+  SessionOptions options;
+  options.directory = directory;
   options.modulePath = OX_MODULE_PATH;
   options.touchInterval = std::chrono::seconds(0);
   return options;
 }
 
-std::unique_ptr<CacheSession> OpenSession(const host::SessionOptions& options) {
+std::unique_ptr<CacheSession> OpenSession(const SessionOptions& options) {
   Error error;
   auto session = CacheSession::Open(options, &error);
-  if (session == nullptr) std::cerr << "open: " << error.Message() << "\n";
-  return session;
+  if (session != nullptr) return session;
+  std::cerr << "open: " << error.Message() << "\n";
+  std::abort();
 }
 
 Error Store(CacheSession& session, const std::string& url, const std::string& content,
@@ -92,4 +89,4 @@ std::string Fetch(CacheSession& session, const std::string& url) {
   return content + "|" + entry->metadata;
 }
 
-}  // namespace ox::test
+}  // namespace ox::testing

@@ -1,0 +1,55 @@
+// A scratch directory with a cache in it, and short forms of what every test does with one.
+#ifndef OX_TESTS_SUPPORT_SESSION_RIG_H_
+#define OX_TESTS_SUPPORT_SESSION_RIG_H_
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host/session/cache_session.h"
+#include "tests/support/scratch_directory.h"
+
+namespace ox::testing {
+
+using host::CacheSession;
+using host::Durability;
+using host::Error;
+using host::ErrorKind;
+using host::SessionOptions;
+
+std::string ReadAll(int fd);
+
+struct Limits {
+  std::uint64_t size;
+  std::uint64_t entries;
+  std::uint64_t entrySize;
+};
+void Configure(const ScratchDirectory& directory, const Limits& limits);
+
+struct CacheDirectory : ScratchDirectory {
+  explicit CacheDirectory(const Limits& limits) { Configure(*this, limits); }
+};
+
+// Bytes in the directory: everything but the lock file and the configuration.
+std::uint64_t DiskUse(const std::string& directory);
+
+// Reproducible bytes that differ for each seed.
+std::string Bytes(std::uint64_t seed, std::size_t count);
+
+// Every change is touched at once, so that the order on disk is the order of use.
+SessionOptions OptionsFor(const std::string& directory);
+
+// Ends the program where none can be opened: without it nothing that follows means anything.
+std::unique_ptr<CacheSession> OpenSession(const SessionOptions& options);
+
+Error Store(CacheSession& session, const std::string& url, const std::string& content,
+            const std::string& metadata);
+
+// "CONTENT|METADATA", or what went wrong.
+std::string Fetch(CacheSession& session, const std::string& url);
+constexpr char kNotThere[] = "(not found)";
+
+}  // namespace ox::testing
+
+#endif
