@@ -224,10 +224,6 @@ void RecordingHost::Free(void* block, const char* /*file*/, int /*line*/) {
   std::free(block);
 }
 
-void* RecordingHost::MemSet(void* dst, int value, std::size_t bytes) {
-  return std::memset(dst, value, bytes);
-}
-
 void* RecordingHost::MemCopy(void* dst, const void* src, std::size_t bytes) {
   const auto* from = static_cast<const char*>(src);
   const auto* to = static_cast<const char*>(dst);
@@ -240,22 +236,6 @@ std::size_t RecordingHost::StrLen16(const std::uint16_t* text) {
   while (text[length] != 0)
     ++length;
   return length;
-}
-
-std::size_t RecordingHost::StrLen(const char* text) {
-  return std::strlen(text);
-}
-
-int RecordingHost::StrCmp(const char* a, const char* b) {
-  return comparesNothingEqual ? 1 : std::strcmp(a, b);
-}
-
-char* RecordingHost::StrCpy(char* dst, const char* src) {
-  return std::strcpy(dst, src);
-}
-
-const char* RecordingHost::StrStr(const char* haystack, const char* needle) {
-  return std::strstr(haystack, needle);
 }
 
 unsigned long RecordingHost::StrToUL(const char* text, char** end, int base) {

@@ -3,6 +3,7 @@
 #ifndef OX_TESTS_SUPPORT_RECORDING_HOST_H_
 #define OX_TESTS_SUPPORT_RECORDING_HOST_H_
 
+#include <cstring>
 #include <map>
 #include <memory>
 #include <set>
@@ -70,13 +71,19 @@ class RecordingHost final : public IOxKernel, public IFileSystem {
   void DestroyMutex(IOxMutex* mutex) override;
   void* Allocate(std::size_t bytes, const char* file, int line) override;
   void Free(void* block, const char* file, int line) override;
-  void* MemSet(void* dst, int value, std::size_t bytes) override;
+  void* MemSet(void* dst, int value, std::size_t bytes) override {
+    return std::memset(dst, value, bytes);
+  }
   void* MemCopy(void* dst, const void* src, std::size_t bytes) override;
   std::size_t StrLen16(const std::uint16_t* text) override;
-  std::size_t StrLen(const char* text) override;
-  int StrCmp(const char* a, const char* b) override;
-  char* StrCpy(char* dst, const char* src) override;
-  const char* StrStr(const char* haystack, const char* needle) override;
+  std::size_t StrLen(const char* text) override { return std::strlen(text); }
+  int StrCmp(const char* a, const char* b) override {
+    return comparesNothingEqual ? 1 : std::strcmp(a, b);
+  }
+  char* StrCpy(char* dst, const char* src) override { return std::strcpy(dst, src); }
+  const char* StrStr(const char* haystack, const char* needle) override {
+    return std::strstr(haystack, needle);
+  }
   unsigned long StrToUL(const char* text, char** end, int base) override;
 
   // IFileSystem
