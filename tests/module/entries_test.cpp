@@ -71,34 +71,6 @@ TEST(Entries, FilesAreNamedByTheDigestLowNibbleFirst) {
   }
 }
 
-TEST(Entries, PendingOnesAreInvisibleAndEndWithTheirFiles) {
-  StartedRig rig;
-  auto* entry = rig.Create("abc", 0, "meta");
-  rig.host.WriteFile(kAbcPath, "content");
-  EXPECT_FALSE(rig.Has("abc"));
-  rig.manager->DestroyCacheValue(entry);
-  EXPECT_EQ(nullptr, rig.host.FindFile(kAbcPath));
-  EXPECT_FALSE(rig.Has("abc"));
-
-  ASSERT_NE(nullptr, rig.Create("abc", 7, "meta"));
-  rig.host.WriteFile(kAbcPath, "content");
-  rig.Stop();  // the destructor deletes what was never committed
-  EXPECT_EQ(nullptr, rig.host.FindFile(kAbcPath));
-}
-
-TEST(Entries, CommittedOnesOutliveTheManager) {
-  StartedRig rig;
-  ASSERT_NE(nullptr, rig.Store("abc", "content", "meta"));
-  rig.Restart();
-  auto* entry = rig.Get("abc");
-  ASSERT_NE(nullptr, entry);
-  EXPECT_EQ("meta", Utf8(entry->GetMetaData()));
-  EXPECT_EQ("abc", Utf8(entry->GetURL()));
-  EXPECT_EQ(7U, entry->GetSize());
-  rig.host.WriteFile(kAbcPath, "longer content");
-  EXPECT_EQ(14U, entry->GetSize());
-}
-
 TEST(Entries, NullAndStrangePointers) {
   StartedRig rig;
   rig.host.TakeLog();
@@ -108,13 +80,6 @@ TEST(Entries, NullAndStrangePointers) {
   EXPECT_EQ("Lock M\nUnlock M\nLock M\nUnlock M\nLock M\nUnlock M\n", rig.host.TakeLog());
   int other = 0;
   EXPECT_FALSE(rig.manager->Remove(reinterpret_cast<core::cache::CacheValue*>(&other)));
-}
-
-TEST(Entries, ASecondCommitIsADuplicate) {
-  StartedRig rig;
-  auto* entry = rig.Store("abc", "content", "meta");
-  EXPECT_FALSE(rig.manager->Add(entry));
-  EXPECT_TRUE(rig.Has("abc"));
 }
 
 TEST(Entries, DeclaredSizeIsComparedWithTheEntryLimitAndNothingElse) {
@@ -128,52 +93,6 @@ TEST(Entries, DeclaredSizeIsComparedWithTheEntryLimitAndNothingElse) {
   EXPECT_EQ(nullptr, rig.Create("d", 0, std::string(2001, 'm')));
   rig.host.WriteFile(kAbcPath, std::string(1990, 'x'));
   EXPECT_EQ(nullptr, rig.Create("abc", 0, std::string(11, 'm')));
-}
-
-// The total is what admissions added less what removals asked for, never what lies on disk. It
-// shows in what the size limit admits.
-TEST(Accounting, NewContentIsNotCounted) {
-  StartedRig rig("MAX_CACHE_ENTRIES=99\nMAX_CACHE_SIZE=1024\n");
-  for (const char* url : {"a", "b", "c", "d"}) {
-    ASSERT_NE(nullptr, rig.Store(url, std::string(1000, 'x'), "meta"));
-  }
-  for (const char* url : {"a", "b", "c", "d"})
-    EXPECT_TRUE(rig.Has(url));
-  // At the next start the pairs are judged with their content: one fits.
-  rig.Restart();
-  EXPECT_TRUE(rig.Has("a"));
-  EXPECT_FALSE(rig.Has("b"));
-}
-
-TEST(Accounting, AScannedEntryIsCountedWithItsContentAndRemovedWithoutIt) {
-  CacheRig rig("MAX_CACHE_ENTRIES=99\nMAX_CACHE_SIZE=1024\n");
-  rig.LeavePair("/c/X", std::string(1000, 'x'), "m");
-  rig.LeavePair(kAbcPath, std::string(20, 'x'), "m");
-  ASSERT_TRUE(rig.Start());
-  ASSERT_TRUE(rig.manager->Remove(rig.Get("abc")));
-  // 1020 less 0 and 1 for the metadata that Get loaded: 1019, so 5 more units fit and 6 evict.
-  ASSERT_NE(nullptr, rig.Create("five", 0, "12345"));
-  EXPECT_NE(nullptr, rig.host.FindFile("/c/X"));
-  ASSERT_NE(nullptr, rig.Create("one more", 0, "1"));
-  EXPECT_EQ(nullptr, rig.host.FindFile("/c/X"));
-}
-
-TEST(Accounting, AbandoningSubtractsTheDeclaredSizeAndWraps) {
-  StartedRig rig("MAX_CACHE_ENTRIES=99\n");
-  ASSERT_NE(nullptr, rig.Store("victim", "content", "meta"));
-  rig.manager->DestroyCacheValue(rig.Create("abc", 100, "meta"));
-  // 4 + 4 - (100 + 4) is far above every limit: the next admission evicts everything and is
-  // refused.
-  EXPECT_EQ(nullptr, rig.Create("next", 1, "m"));
-  EXPECT_FALSE(rig.Has("victim"));
-}
-
-TEST(Accounting, ASumThatWrapsEvictsNothing) {
-  StartedRig rig("MAX_CACHE_ENTRIES=99\n");
-  ASSERT_NE(nullptr, rig.Store("keeper", "content", "meta"));
-  rig.manager->DestroyCacheValue(rig.Create("abc", 100, "meta"));  // the total is now 4 - 100
-  ASSERT_NE(nullptr, rig.Create("big", 0, std::string(200, 'm')));
-  EXPECT_TRUE(rig.Has("keeper"));
 }
 
 TEST(Accounting, AFileAbove4GiBKeepsItsLow32Bits) {
@@ -193,22 +112,6 @@ TEST(Accounting, DestroyingACommittedEntryThatIsNotListedTouchesNoFile) {
   rig.Stop();
   EXPECT_EQ(0U, rig.host.LiveBlocks());
   EXPECT_NE(nullptr, rig.host.FindFile(kAbcPath));
-}
-
-TEST(Removal, FollowsTheContentFile) {
-  const struct {
-    bool hasContent;
-    bool hasMetaData;
-    std::size_t filesLeft;  // beside the configuration
-  } cases[] = {{true, true, 0}, {false, true, 1}, {true, false, 0}};
-  for (const auto& c : cases) {
-    StartedRig rig;
-    auto* entry = rig.Store("abc", "content", "meta");
-    if (!c.hasContent) rig.host.DeleteFile(kAbcPath);
-    if (!c.hasMetaData) rig.host.DeleteFile(std::string(kAbcPath) + ".ox_meta");
-    EXPECT_TRUE(rig.manager->Remove(entry));
-    EXPECT_EQ(c.filesLeft + 1, rig.host.files.size());
-  }
 }
 
 TEST(Removal, StopsAtTheFirstFailure) {

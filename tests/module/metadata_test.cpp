@@ -152,12 +152,5 @@ TEST(MetaData, ARefreshStopsWhereItFails) {
   }
 }
 
-TEST(MetaData, AShorterTextReplacesALongerOne) {
-  StartedRig rig;
-  rig.host.WriteFile(kMeta, "a much longer text from before");
-  ASSERT_NE(nullptr, rig.Store("abc", "content", "new"));
-  EXPECT_EQ("new", rig.host.FindFile(kMeta)->bytes);
-}
-
 }  // namespace
 }  // namespace ox::testing

@@ -171,15 +171,5 @@ TEST(Scan, AFileObjectThatCannotBeMadeDeletesNothing) {
   EXPECT_EQ(before, rig.host.Disk());
 }
 
-TEST(Scan, EntriesComeBackWithoutUrlAndMetadata) {
-  CacheRig rig("MAX_CACHE_ENTRIES=9\n");
-  rig.LeavePair(kPath, "content", "meta");
-  ASSERT_TRUE(rig.Start());
-  EXPECT_EQ(std::string::npos, rig.host.TakeLog().find("Read 1024\nDestroyFile\nUnlock"));
-  auto* entry = rig.Get("abc");
-  ASSERT_NE(nullptr, entry);
-  EXPECT_EQ("meta", Utf8(entry->GetMetaData()));
-}
-
 }  // namespace
 }  // namespace ox::testing

@@ -36,10 +36,10 @@ class Model {
   void FitCount(std::uint32_t more);
   void FitEntrySize();
   ModelEntry* Find(const std::string& path);
+  std::uint32_t ContentSize(const std::string& path) const;
 
  private:
   std::list<ModelEntry>::iterator Position(const std::string& path);
-  std::uint32_t ContentSize(const std::string& path) const;
   std::uint32_t SizeOf(const ModelEntry& entry) const;
   bool Admit(const ModelEntry& entry);
   void DeleteFiles(const ModelEntry& entry);
@@ -49,6 +49,7 @@ class Model {
   void Scan(const std::string& name);
 
   std::list<ModelEntry> list_;  // newest first
+  // What admissions added less what removals asked for, never what lies on disk. May wrap.
   std::uint32_t total_ = 0;
   bool fits_ = true;
 };

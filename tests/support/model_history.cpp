@@ -106,6 +106,7 @@ void ModelHistory::Get() {
   values_[PathOf(url)] = value;
   ASSERT_EQ(expected->metaData, Utf8(value->GetMetaData()));
   ASSERT_EQ(url, Utf8(value->GetURL()));
+  ASSERT_EQ(model_.ContentSize(PathOf(url)), value->GetSize());
 }
 
 void ModelHistory::RemoveOrAbandon() {
