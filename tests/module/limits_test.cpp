@@ -35,6 +35,15 @@ TEST(TotalSize, AdmissionEvictsForTheBytesItAdds) {
   EXPECT_TRUE(rig.Has("c"));
 }
 
+TEST(EntrySize, SetterKeepsContentOfExactlyThatSize) {
+  StartedRig rig;
+  ASSERT_NE(nullptr, rig.Store("a", std::string(100, 'x'), "meta"));
+  rig.manager->SetMaxCacheValueSize(100);
+  EXPECT_TRUE(rig.Has("a"));
+  rig.manager->SetMaxCacheValueSize(99);
+  EXPECT_FALSE(rig.Has("a"));
+}
+
 TEST(Setters, SaturateAt32Bits) {
   if (sizeof(unsigned long) == 4) return;
   StartedRig rig;

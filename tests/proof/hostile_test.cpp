@@ -322,7 +322,8 @@ TEST_F(Hostile, TwoProcesses) {
   EXPECT_EQ('y', answer);
   EXPECT_EQ(nullptr, Open());
   EXPECT_EQ(ErrorKind::kInUse, error_.kind);
-  EXPECT_NE(std::string::npos, error_.Message().find(std::to_string(other))) << error_.Message();
+  EXPECT_NE(std::string::npos, error_.Message().find("process " + std::to_string(other) + " "))
+      << error_.Message();
   kill(other, SIGKILL);
   waitpid(other, nullptr, 0);
   const auto session = Open();
