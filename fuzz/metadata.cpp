@@ -50,7 +50,6 @@ void CheckReader(CacheRig& rig, const std::string& bytes) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string bytes(reinterpret_cast<const char*>(data), std::min<std::size_t>(size, 5000));
   CacheRig rig("MAX_CACHE_ENTRIES=9\n");

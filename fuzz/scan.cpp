@@ -50,7 +50,6 @@ std::string PartnerOf(const std::string& path) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   FuzzedDataProvider input(data, size);
   CacheRig rig("MAX_CACHE_SIZE=" + std::to_string(input.ConsumeIntegral<std::uint16_t>()) +

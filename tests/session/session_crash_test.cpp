@@ -45,8 +45,7 @@ struct Case {
 class CrashTest : public ::testing::TestWithParam<Case> {
  protected:
   // "a" is what was used longest ago and "b" and "c" fill the cache.
-  void Fill(const ScratchDirectory& directory, const SessionOptions& options) {
-    Configure(directory, GetParam().limits);
+  void Fill(const SessionOptions& options) {
     const auto session = OpenSession(options);
     if (GetParam().isReplacement) {
       ASSERT_FALSE(Store(*session, "a", old_, "old metadata"));
@@ -68,15 +67,9 @@ class CrashTest : public ::testing::TestWithParam<Case> {
     const std::string found = Fetch(*session, "a");
     const bool isNew = found == new_ + "|new metadata";
     const std::string before = GetParam().isReplacement ? old_ + "|old metadata" : kNotThere;
-    if (!isNew) {
-      EXPECT_EQ(found, before);
-    }
-    for (const char* url : {"b", "c"}) {
-      const std::string text = Fetch(*session, url);
-      if (text != kNotThere) {
-        EXPECT_EQ(text, other_ + "|" + url);
-      }
-    }
+    EXPECT_TRUE(isNew || found == before) << found;
+    const std::string b = Fetch(*session, "b");
+    EXPECT_TRUE(b == kNotThere || b == other_ + "|b") << b;
     EXPECT_EQ(Fetch(*session, "c"), other_ + "|c");
     host::Survey survey;
     EXPECT_FALSE(host::SurveyDirectory(directory.Path(), &survey));
@@ -97,10 +90,10 @@ TEST_P(CrashTest, BetweenAnyTwoChanges) {
   int changes = 0;
   for (bool isDone = false; !isDone; ++changes) {
     SCOPED_TRACE(changes);
-    ScratchDirectory directory;
+    const CacheDirectory directory(GetParam().limits);
     auto options = OptionsFor(directory.Path());
     options.durability = GetParam().durability;
-    Fill(directory, options);
+    Fill(options);
     isDone = SurvivesChanges(changes, StoreNew(options));
     // What comes after is killed as well, at any change while it puts the directory in order.
     const auto reopen = [&] { return OpenSession(options) != nullptr; };
