@@ -3,7 +3,6 @@
 // afterwards.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <functional>
 #include <memory>
 
@@ -17,11 +16,6 @@ const std::string kKept = "http://host/kept";
 const std::string kReplaced = "http://host/replaced";
 const std::string kRemoved = "http://host/removed";
 const std::string kNew = "http://host/new";
-
-std::ptrdiff_t OpenDescriptors() {
-  const auto all = std::filesystem::directory_iterator("/proc/self/fd");
-  return std::distance(begin(all), end(all));
-}
 
 struct Cache {
   explicit Cache(Durability durability) {

@@ -32,6 +32,11 @@ std::string ReadWhole(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
+std::ptrdiff_t OpenDescriptors() {
+  const auto all = std::filesystem::directory_iterator("/proc/self/fd");
+  return std::distance(begin(all), end(all));
+}
+
 void SetModified(const std::string& path, long seconds) {
   const timespec times[2] = {{seconds, 0}, {seconds, 0}};
   EXPECT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW));

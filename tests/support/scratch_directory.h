@@ -2,6 +2,7 @@
 #ifndef OX_TESTS_SUPPORT_SCRATCH_DIRECTORY_H_
 #define OX_TESTS_SUPPORT_SCRATCH_DIRECTORY_H_
 
+#include <cstddef>
 #include <string>
 
 namespace ox::testing {
@@ -23,6 +24,8 @@ class ScratchDirectory {
 void WriteWhole(const std::string& path, const std::string& bytes);
 // The bytes, or "(missing)".
 std::string ReadWhole(const std::string& path);
+// Of this process.
+std::ptrdiff_t OpenDescriptors();
 // Sets the modification time, in seconds since 1970.
 void SetModified(const std::string& path, long seconds);
 
