@@ -1,17 +1,11 @@
 #include "tests/support/session_rig.h"
 
-#include <dirent.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <random>
-#include <sstream>
-
-#include "host/directory.h"
 
 namespace ox::testing {
 
@@ -24,21 +18,18 @@ std::string ReadAll(int fd) {
 }
 
 void Configure(const ScratchDirectory& directory, const Limits& limits) {
-  std::ostringstream text;
-  text << "MAX_CACHE_SIZE=" << limits.size << "\nMAX_CACHE_ENTRIES=" << limits.entries
-       << "\nMAX_CACHE_ENTRY_SIZE=" << limits.entrySize << "\n";
-  WriteWhole(directory / "file-cache.conf", text.str());
+  WriteWhole(directory / "file-cache.conf",
+             "MAX_CACHE_SIZE=" + std::to_string(limits.size) +
+                 "\nMAX_CACHE_ENTRIES=" + std::to_string(limits.entries) +
+                 "\nMAX_CACHE_ENTRY_SIZE=" + std::to_string(limits.entrySize) + "\n");
 }
 
 std::uint64_t DiskUse(const std::string& directory) {
-  std::vector<host::DirectoryEntry> entries;
-  host::ListDirectory(directory.c_str(), &entries);
   std::uint64_t bytes = 0;
-  for (const host::DirectoryEntry& entry : entries) {
-    struct stat status;
-    if (entry.name == "ox-session.lock" || entry.name == "file-cache.conf") continue;
-    if (lstat((directory + "/" + entry.name).c_str(), &status) != 0) continue;
-    if (S_ISREG(status.st_mode)) bytes += static_cast<std::uint64_t>(status.st_size);
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+    const std::string name = entry.path().filename();
+    if (name == "ox-session.lock" || name == "file-cache.conf") continue;
+    if (std::filesystem::is_regular_file(entry.symlink_status())) bytes += entry.file_size();
   }
   return bytes;
 }
