@@ -54,13 +54,6 @@ class CrashTest : public ::testing::TestWithParam<Case> {
     ASSERT_FALSE(Store(*session, "c", other_, "c"));
   }
 
-  std::function<bool()> StoreNew(const SessionOptions& options) {
-    return [this, options] {
-      const auto session = OpenSession(options);
-      return !Store(*session, "a", new_, "new metadata");
-    };
-  }
-
   // True when it is the new entry.
   bool CheckWhatIsLeft(const ScratchDirectory& directory, const SessionOptions& options) {
     const auto session = OpenSession(options);
@@ -94,7 +87,8 @@ TEST_P(CrashTest, BetweenAnyTwoChanges) {
     auto options = OptionsFor(directory.Path());
     options.durability = GetParam().durability;
     Fill(options);
-    isDone = SurvivesChanges(changes, StoreNew(options));
+    const auto storeNew = [&] { return !Store(*OpenSession(options), "a", new_, "new metadata"); };
+    isDone = SurvivesChanges(changes, storeNew);
     // What comes after is killed as well, at any change while it puts the directory in order.
     const auto reopen = [&] { return OpenSession(options) != nullptr; };
     for (int again = 0; again < 20; ++again)

@@ -1,7 +1,5 @@
 #include "tests/support/ledger.h"
 
-#include <unistd.h>
-
 #include <cstdlib>
 
 #include "tests/support/fault_driver.h"
@@ -77,10 +75,7 @@ bool Store(CacheSession& session, const std::string& url, int version, Ledger* l
 int FetchVersion(CacheSession& session, const std::string& url, Error* error) {
   const auto entry = session.Fetch(url, error);
   if (!entry) return error->kind == ErrorKind::kNotFound ? kAbsent : -1;
-  std::string content(static_cast<std::size_t>(entry->size) + 1, '\0');
-  const ssize_t count = read(entry->content.Get(), content.data(), content.size());
-  if (count < 0) return -1;
-  content.resize(static_cast<std::size_t>(count));
+  const std::string content = ReadAll(entry->content.Get());
   const int version = std::atoi(entry->metadata.c_str());
   const bool isExact = version > 0 && entry->metadata == MetaDataOf(url, version) &&
                        content == ContentOf(url, version);
