@@ -144,12 +144,14 @@ class Report:
                        and one["where"] == "tmpfs"})
 
     def quadratic_from(self):
-        """The first N whose start-up is a quarter further from the floor than the nearest one."""
+        """From which N it shows: a start-up a quarter further from the floor than the nearest one."""
         ratios = {entries: self.ratio("linux-host", "start-up", entries) for entries in self.sizes()}
         least = min(ratios, key=ratios.get)
         far = [entries for entries in ratios
                if entries > least and ratios[entries] > 1.25 * ratios[least]]
-        return f"N = {min(far):,}" if far else "no N measured here"
+        if not far:
+            return f"Up to N = {max(ratios):,} it does not show: no"
+        return f"It shows from N = {min(far):,} on: the first"
 
     def walk_table(self):
         rows = []
