@@ -50,6 +50,11 @@ std::string FullPath(int directory, const char* path) {
   return std::filesystem::read_symlink(link).string() + "/" + path;
 }
 
+// Passed only when a file may be made.
+mode_t TakeMode(int flags, va_list arguments) {
+  return (flags & O_CREAT) != 0 ? static_cast<mode_t>(va_arg(arguments, int)) : 0;
+}
+
 std::int64_t ToNanoseconds(const timespec& time) {
   return std::int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
 }
@@ -151,6 +156,7 @@ using ox::testing::FullPath;
 using ox::testing::IsInterrupted;
 using ox::testing::journal;
 using ox::testing::Next;
+using ox::testing::TakeMode;
 using ox::testing::ToNanoseconds;
 
 extern "C" {
@@ -158,13 +164,10 @@ extern "C" {
 int openat(int directory, const char* path, int flags, ...) {
   static auto* const real = Next<int(int, const char*, int, ...)>("openat", "openat64", "openat64");
   if (Fails(EMFILE) || IsInterrupted()) return -1;
-  mode_t mode = 0;
-  if ((flags & O_CREAT) != 0) {
-    va_list arguments;
-    va_start(arguments, flags);
-    mode = static_cast<mode_t>(va_arg(arguments, int));
-    va_end(arguments);
-  }
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = TakeMode(flags, arguments);
+  va_end(arguments);
   const bool isNew = (flags & O_CREAT) != 0 && faccessat(directory, path, F_OK, 0) != 0;
   const int fd = real(directory, path, flags, mode);
   if (fd >= 0 && journal != nullptr && (flags & O_ACCMODE) != O_RDONLY) {
@@ -174,13 +177,10 @@ int openat(int directory, const char* path, int flags, ...) {
 }
 
 int open(const char* path, int flags, ...) {
-  mode_t mode = 0;
-  if ((flags & O_CREAT) != 0) {
-    va_list arguments;
-    va_start(arguments, flags);
-    mode = static_cast<mode_t>(va_arg(arguments, int));
-    va_end(arguments);
-  }
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = TakeMode(flags, arguments);
+  va_end(arguments);
   return openat(AT_FDCWD, path, flags, mode);
 }
 
