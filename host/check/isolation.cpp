@@ -47,11 +47,13 @@ struct Pipe {
   int ends[2];
 };
 
-// The child never outlives the check or, when that is interrupted, the parent.
+// The child never outlives the check or, when that is interrupted, the parent. What a host has
+// started meanwhile goes with the check: all of it is one process group.
 class Child {
  public:
-  explicit Child(pid_t pid) : pid_(pid) {}
+  explicit Child(pid_t pid) : group_(pid), pid_(pid) { setpgid(pid, pid); }
   ~Child() {
+    kill(-group_, SIGKILL);
     if (pid_ > 0) End();
   }
   Child(const Child&) = delete;
@@ -68,12 +70,13 @@ class Child {
   }
 
  private:
-  void End() {
+  void End() const {
     kill(pid_, SIGKILL);
     while (waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
     }
   }
 
+  pid_t group_;
   pid_t pid_;
 };
 
@@ -107,6 +110,8 @@ Verdict Decode(const std::string& line) {
 }
 
 [[noreturn]] void RunChild(const std::function<void()>& body, int out) {
+  // The parent does so too; whichever comes first.
+  setpgid(0, 0);
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const rlimit noCore = {0, 0};
   setrlimit(RLIMIT_CORE, &noCore);
