@@ -23,6 +23,8 @@ class UniqueFd {
 
   bool IsOpen() const { return fd_ >= 0; }
   int Get() const { return fd_; }
+  // The caller closes it.
+  int Release() { return std::exchange(fd_, -1); }
   void Reset(int fd = -1) {
     if (fd_ >= 0) close(fd_);
     fd_ = fd;

@@ -147,6 +147,8 @@ Error Output::WriteAllOf(Input& input) {
 
 Error Output::Commit() {
   if (temporary_.empty()) return {};
+  // Some file systems tell only now that there was no room.
+  if (close(fd_.Release()) != 0 && errno != EINTR) return SystemError("cannot write", path_);
   if (rename(temporary_.c_str(), path_.c_str()) != 0) {
     return SystemError("cannot put the finished file in place", path_);
   }
