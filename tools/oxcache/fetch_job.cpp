@@ -126,13 +126,13 @@ Error FetchJob::Commit() {
   StoredResponse stored;
   TakeHeaders(download_.headers, &stored);
   stored.url = url_;
-  stored.freshUntil = FreshUntil(download_.headers, std::time(nullptr));
   if (download_.isRedirected) {
     // A redirection has a lifetime of its own, which is not known here, and may lead elsewhere the
     // next time, where these validators mean something else.
     stored.etag.clear();
     stored.lastModified.clear();
-    stored.freshUntil = 0;
+  } else {
+    stored.freshUntil = FreshUntil(download_.headers, std::time(nullptr));
   }
   return GoOnUncached(writer_->Commit(ToMetadata(stored)));
 }
