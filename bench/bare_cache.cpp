@@ -6,9 +6,8 @@
 #include "bench/contender.h"
 #include "bench/files.h"
 #include "bench/plain_file_system.h"
-#include "host/module_loader.h"
-#include "host/posix_kernel.h"
-#include "string/ox_string.h"
+#include <oxfilecache/host.h>
+#include <oxfilecache/string.h>
 
 namespace ox::bench {
 namespace {

@@ -14,7 +14,8 @@
 #include <vector>
 
 #include "bench/workload.h"
-#include "host/posix_kernel.h"
+#include <oxfilecache/format.h>
+#include <oxfilecache/host.h>
 
 namespace ox::bench {
 
@@ -28,7 +29,7 @@ enum class Want {
 struct Fetched {
   explicit Fetched(std::size_t maxContent) : content(maxContent + 1) {}
 
-  char metadata[1024];
+  char metadata[format::kTextBytes];
   std::size_t metadataBytes = 0;
   std::vector<char> content;  // a byte longer than needed, so that a longer content shows
   std::size_t contentBytes = 0;

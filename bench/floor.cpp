@@ -24,12 +24,13 @@
 
 #include "bench/contender.h"
 #include "bench/files.h"
+#include <oxfilecache/format.h>
 
 namespace ox::bench {
 namespace {
 
 constexpr std::size_t kNameLength = 2 * MD5_DIGEST_SIZE;
-constexpr char kSuffix[] = ".ox_meta";
+constexpr const char* kSuffix = format::kMetaDataSuffix;
 constexpr std::size_t kPathBytes = 512;
 
 using Name = std::array<char, kNameLength>;
@@ -40,7 +41,7 @@ class Floor final : public Contender {
       : entries_(setting.entries),
         isMeasuring_(isMeasuring),
         prefixLength_(setting.directory.size() + 1) {
-    if (prefixLength_ + kNameLength + sizeof kSuffix > kPathBytes)
+    if (prefixLength_ + kNameLength + format::kMetaDataSuffixLength + 1 > kPathBytes)
       throw std::runtime_error("the directory's path is too long");
     WriteConfiguration(setting.directory, entries_);
     for (char* path : {contentPath_, metadataPath_, scanPath_}) {
@@ -48,12 +49,13 @@ class Floor final : public Contender {
       path[prefixLength_ - 1] = '/';
     }
     contentPath_[prefixLength_ + kNameLength] = '\0';
-    std::memcpy(metadataPath_ + prefixLength_ + kNameLength, kSuffix, sizeof kSuffix);
+    std::memcpy(metadataPath_ + prefixLength_ + kNameLength, kSuffix,
+                format::kMetaDataSuffixLength + 1);
   }
 
   void Open() override {
-    char text[1024];
-    std::strcpy(scanPath_ + prefixLength_, "file-cache.conf");
+    char text[format::kTextBytes];
+    std::strcpy(scanPath_ + prefixLength_, format::kConfigurationFileName);
     if (access(scanPath_, F_OK) != 0) ThrowSystemError("find", scanPath_);
     ReadFile(scanPath_, text, sizeof text);
     scanPath_[prefixLength_] = '\0';
@@ -95,7 +97,7 @@ class Floor final : public Contender {
   void Remove(std::size_t index) override {
     Locate(Url(index));
     if (access(metadataPath_, F_OK) != 0) ThrowSystemError("find", metadataPath_);
-    char metadata[1024];
+    char metadata[format::kTextBytes];
     ReadFile(metadataPath_, metadata, sizeof metadata);
     UnlinkBoth();
     --count_;

@@ -8,11 +8,11 @@
 #include <fstream>
 #include <string>
 
-#include "cache/file_cache_manager.h"
-#include "host/posix_kernel.h"
 #include "md5/md5.h"
-#include "module/entry_points.h"
-#include "module/kernel_access.h"
+#include <oxfilecache/host.h>
+#include <oxfilecache/kernel.h>
+#include <oxfilecache/manager.h>
+#include <oxfilecache/module.h>
 
 namespace {
 

@@ -2,11 +2,11 @@
 #include <benchmark/benchmark.h>
 
 #include "bench/workload.h"
-#include "host/posix_kernel.h"
 #include "host/posix_mutex.h"
 #include "md5/md5.h"
-#include "module/kernel_access.h"
-#include "string/ox_string.h"
+#include <oxfilecache/host.h>
+#include <oxfilecache/kernel.h>
+#include <oxfilecache/string.h>
 
 namespace {
 
@@ -77,7 +77,7 @@ void KernelBlock(benchmark::State& state) {
 BENCHMARK(KernelBlock);
 
 void KernelMutex(benchmark::State& state) {
-  ox::host::PosixMutex mutex;
+  ox::internal::PosixMutex mutex;
   for (auto _ : state) {
     mutex.Lock();
     mutex.Unlock();

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "module/file_system.h"
-#include "string/ox_string.h"
+#include <oxfilecache/file_system.h>
+#include <oxfilecache/string.h>
 
 namespace ox::bench {
 

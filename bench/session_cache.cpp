@@ -7,18 +7,18 @@
 
 #include "bench/contender.h"
 #include "bench/files.h"
-#include "host/session/cache_session.h"
+#include <oxfilecache/session.h>
 
 namespace ox::bench {
 namespace {
 
-void Check(const host::Error& error) {
+void Check(const Error& error) {
   if (error) throw std::runtime_error(error.Message());
 }
 
 class SessionCache final : public Contender {
  public:
-  SessionCache(const Setting& setting, host::Durability durability) {
+  SessionCache(const Setting& setting, session::Durability durability) {
     WriteConfiguration(setting.directory, setting.entries);
     options_.directory = setting.directory;
     options_.durability = durability;
@@ -30,15 +30,15 @@ class SessionCache final : public Contender {
   }
 
   void Open() override {
-    host::Error error;
-    session_ = host::CacheSession::Open(options_, &error);
+    Error error;
+    session_ = session::CacheSession::Open(options_, &error);
     Check(error);
   }
 
   void Close() override { session_.reset(); }
 
   void Store(std::size_t index, std::string_view content, const std::string& metadata) override {
-    host::Error error;
+    Error error;
     const auto writer = session_->Store(Url(index), &error);
     Check(error);
     Check(writer->Write(content.data(), content.size()));
@@ -47,9 +47,9 @@ class SessionCache final : public Contender {
 
   // Every fetch opens the content, whatever of it is wanted.
   bool Fetch(std::size_t index, Want want, Fetched* out) override {
-    host::Error error;
+    Error error;
     const auto found = session_->Fetch(Url(index), &error);
-    if (error.kind == host::ErrorKind::kNotFound) return false;
+    if (error.kind == ErrorKind::kNotFound) return false;
     Check(error);
     out->metadataBytes = found->metadata.size();
     std::memcpy(out->metadata, found->metadata.data(), out->metadataBytes);
@@ -63,15 +63,15 @@ class SessionCache final : public Contender {
   void Remove(std::size_t index) override { Check(session_->Remove(Url(index))); }
 
  private:
-  host::SessionOptions options_;
-  std::unique_ptr<host::CacheSession> session_;
+  session::SessionOptions options_;
+  std::unique_ptr<session::CacheSession> session_;
 };
 
 const Registration kSession("session", [](const Setting& setting) {
-  return std::make_unique<SessionCache>(setting, host::Durability::kProcess);
+  return std::make_unique<SessionCache>(setting, session::Durability::kProcess);
 });
 const Registration kSessionNone("session-no-durability", [](const Setting& setting) {
-  return std::make_unique<SessionCache>(setting, host::Durability::kNone);
+  return std::make_unique<SessionCache>(setting, session::Durability::kNone);
 });
 
 }  // namespace

@@ -2,9 +2,10 @@
 #include "cache/cache_value_impl.h"
 #include "cache/file_object.h"
 #include "cache/joined_path.h"
-#include "module/allocation.h"
-#include "module/kernel_access.h"
 #include "module/scoped_lock.h"
+#include <oxfilecache/allocation.h>
+#include <oxfilecache/format.h>
+#include <oxfilecache/kernel.h>
 
 namespace ox::core::cache {
 
@@ -16,7 +17,7 @@ bool CacheValueImpl::DumpMetaData() {
   if (metaData.Text()[0] == 0) return false;
 
   const AllocationWatch watch;
-  const JoinedPath path(file, kMetaDataSuffix);
+  const JoinedPath path(file, format::kMetaDataSuffix);
   const char* text = metaData.UTF8();
   if (watch.Tripped()) return false;
 
@@ -34,7 +35,7 @@ bool CacheValueImpl::DumpMetaData() {
 
 bool CacheValueImpl::RefreshMetaData() {
   const ScopedLock lock(services.entryMutex);
-  const JoinedPath path(file, kMetaDataSuffix);
+  const JoinedPath path(file, format::kMetaDataSuffix);
   const FileObject metaFile;
   if (path.Text() == nullptr) return false;
 
@@ -53,7 +54,7 @@ bool CacheValueImpl::RefreshMetaData() {
 }
 
 bool CacheValueImpl::RemoveLocal() {
-  const JoinedPath metaPath(file, kMetaDataSuffix);
+  const JoinedPath metaPath(file, format::kMetaDataSuffix);
   const FileObject local;
   if (local.IsNull()) return false;
   if (local->SetPath(file.UTF8()) == 0) return false;

@@ -3,9 +3,9 @@
 
 #include <cstdint>
 
-#include "cache/cache_value.h"
 #include "cache/relaxed.h"
-#include "string/ox_string.h"
+#include <oxfilecache/string.h>
+#include <oxfilecache/value.h>
 
 namespace ox::core::cache {
 

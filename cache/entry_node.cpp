@@ -1,6 +1,6 @@
 #include "cache/entry_node.h"
 
-#include "module/allocation.h"
+#include <oxfilecache/allocation.h>
 
 namespace ox::core::cache {
 namespace {

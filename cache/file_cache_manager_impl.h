@@ -5,12 +5,13 @@
 
 #include "cache/cache_value_impl.h"
 #include "cache/entry_node.h"
-#include "cache/file_cache_manager.h"
 #include "cache/relaxed.h"
-#include "module/file_system.h"
-#include "module/ox_kernel.h"
-#include "module/ox_mutex.h"
-#include "string/ox_string.h"
+#include <oxfilecache/file_system.h>
+#include <oxfilecache/format.h>
+#include <oxfilecache/kernel.h>
+#include <oxfilecache/manager.h>
+#include <oxfilecache/mutex.h>
+#include <oxfilecache/string.h>
 
 namespace ox::core::cache {
 
@@ -77,7 +78,7 @@ class FileCacheManagerImpl : public FileCacheManager {
 
   // Content file name of a URL, with the separator in front of it.
   struct LocalName {
-    static constexpr std::size_t kLength = 1 + 32;
+    static constexpr std::size_t kLength = 1 + format::kContentNameLength;
     char text[kLength + 1];
   };
   void RenderLocalName(const OxString& url, LocalName* name) const;

@@ -6,6 +6,7 @@
 #include <cstdint>
 
 #include "cache/module_services.h"
+#include <oxfilecache/format.h>
 
 namespace ox::core::cache {
 
@@ -25,12 +26,9 @@ class FileObject {
   os::filesystem::File* file_;
 };
 
-// Of configuration and metadata files only this much is ever looked at.
-constexpr std::size_t kTextBytes = 1024;
-
 // The start of a text file, always ended by a NUL.
 struct TextBuffer {
-  char text[kTextBytes + 1];
+  char text[format::kTextBytes + 1];
 };
 
 // Reads once from the open file. Returns the number of bytes, at most kTextBytes.

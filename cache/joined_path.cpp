@@ -1,7 +1,7 @@
 #include "cache/joined_path.h"
 
-#include "module/allocation.h"
-#include "module/kernel_access.h"
+#include <oxfilecache/allocation.h>
+#include <oxfilecache/kernel.h>
 
 namespace ox::core::cache {
 

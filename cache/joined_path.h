@@ -4,13 +4,9 @@
 
 #include <cstddef>
 
-#include "string/ox_string.h"
+#include <oxfilecache/string.h>
 
 namespace ox::core::cache {
-
-// What turns the path of a content file into that of its metadata file.
-constexpr char kMetaDataSuffix[] = ".ox_meta";
-constexpr std::size_t kMetaDataSuffixLength = sizeof kMetaDataSuffix - 1;
 
 class JoinedPath {
  public:

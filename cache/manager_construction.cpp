@@ -1,9 +1,10 @@
 // The life of the manager.
 #include "cache/file_cache_manager_impl.h"
 #include "cache/module_services.h"
-#include "module/allocation.h"
-#include "module/kernel_access.h"
 #include "module/manager_lifetime.h"
+#include <oxfilecache/allocation.h>
+#include <oxfilecache/format.h>
+#include <oxfilecache/kernel.h>
 
 namespace ox::core::cache {
 
@@ -31,7 +32,7 @@ FileCacheManagerImpl::FileCacheManagerImpl(bool& started)
   if (isKnown) {
     configFilePath = cacheDirectory;
     configFilePath.Append("/");
-    configFilePath.Append("file-cache.conf");
+    configFilePath.Append(format::kConfigurationFileName);
   }
   mutex = kernel->CreateMutex();
   if (mutex == nullptr || watch.Tripped()) return;

@@ -1,8 +1,8 @@
 // Admission, lookup and removal.
 #include "cache/file_cache_manager_impl.h"
 #include "cache/joined_path.h"
-#include "module/allocation.h"
 #include "module/scoped_lock.h"
+#include <oxfilecache/allocation.h>
 
 namespace ox::core::cache {
 

@@ -3,20 +3,12 @@
 #include "md5/md5.h"
 
 namespace ox::core::cache {
-namespace {
-
-constexpr std::size_t kDigestBytes = 16;
-
-}  // namespace
-
 void FileCacheManagerImpl::RenderLocalName(const OxString& url, LocalName* name) const {
-  static_assert(LocalName::kLength == 1 + 2 * kDigestBytes, "two characters for each byte");
-  constexpr char kDigits[] = "0123456789ABCDEF";
   const char* text = url.UTF8();
   const std::size_t length = kernel->StrLen(text);
 
   MD5_CTX context;
-  unsigned char digest[kDigestBytes];
+  unsigned char digest[format::kDigestBytes];
   MD5Init(&context);
   MD5Update(&context, reinterpret_cast<const unsigned char*>(text),
             static_cast<unsigned long>(length));
@@ -28,8 +20,8 @@ void FileCacheManagerImpl::RenderLocalName(const OxString& url, LocalName* name)
   *out++ = '/';
   for (const unsigned char byte : digest) {
     // Low nibble first, the reverse of the usual notation: every name on disk is written so.
-    *out++ = kDigits[byte & 0x0F];
-    *out++ = kDigits[byte >> 4];
+    *out++ = format::kContentNameCharacters[byte & 0x0F];
+    *out++ = format::kContentNameCharacters[byte >> 4];
   }
   *out = '\0';
 }

@@ -2,7 +2,8 @@
 #include "cache/file_cache_manager_impl.h"
 #include "cache/file_object.h"
 #include "cache/joined_path.h"
-#include "module/allocation.h"
+#include <oxfilecache/allocation.h>
+#include <oxfilecache/format.h>
 
 namespace ox::core::cache {
 
@@ -58,15 +59,15 @@ void FileCacheManagerImpl::ScanCacheFile(File& metaFile) {
 // of a metadata file or the path is too long to be one of ours.
 bool FileCacheManagerImpl::ContentPathFromMetaPath(OxString& path) {
   const char* metaPath = path.UTF8();
-  const char* suffix = kernel->StrStr(metaPath, kMetaDataSuffix);
-  if (suffix == nullptr || suffix[kMetaDataSuffixLength] != '\0') return false;
+  const char* suffix = kernel->StrStr(metaPath, format::kMetaDataSuffix);
+  if (suffix == nullptr || suffix[format::kMetaDataSuffixLength] != '\0') return false;
 
   TextBuffer buffer;
   // Counted in UTF-16 units: beyond ASCII the cut falls before the suffix, the shortened name is
   // looked for, and pairs with such names are cleaned up as orphans.
   const std::size_t length = kernel->StrLen(metaPath);
-  if (length >= kTextBytes) return false;
-  std::size_t cut = path.Length() - kMetaDataSuffixLength;
+  if (length >= format::kTextBytes) return false;
+  std::size_t cut = path.Length() - format::kMetaDataSuffixLength;
   // Only a host's text with a 0 inside is longer than its bytes.
   if (cut > length) cut = length;
   kernel->StrCpy(buffer.text, metaPath);

@@ -3,8 +3,8 @@
 #ifndef OX_CACHE_MODULE_SERVICES_H_
 #define OX_CACHE_MODULE_SERVICES_H_
 
-#include "module/file_system.h"
-#include "module/ox_mutex.h"
+#include <oxfilecache/file_system.h>
+#include <oxfilecache/mutex.h>
 
 namespace ox::core::cache {
 

@@ -14,11 +14,13 @@ endif()
 function(ox_compile target)
   target_compile_features(${target} PUBLIC cxx_std_17)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
-  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>)
+  target_include_directories(${target}
+    PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> PRIVATE ${PROJECT_SOURCE_DIR})
   # On 32-bit systems too: otherwise a large inode number or directory offset makes a file look missing,
   # and a missing configuration empties the cache. Public, since headers hold times.
   target_compile_definitions(${target} PUBLIC _FILE_OFFSET_BITS=64 _TIME_BITS=64)
-  target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow -Werror)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow
+    $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>)
 endfunction()
 
 # Programs whose time goes into system calls: built often, so built fast.

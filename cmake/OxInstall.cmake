@@ -12,8 +12,6 @@ endforeach()
 
 # Programs load the module, nothing links it, so it stays out of the linker's directories.
 set(OX_MODULE_DIRECTORY ${CMAKE_INSTALL_LIBDIR}/oxfilecache)
-# Headers keep their folders: #include "module/ox_kernel.h".
-set(OX_HEADER_DIRECTORY ${CMAKE_INSTALL_INCLUDEDIR}/oxfilecache)
 set(OX_CONFIG_DIRECTORY ${CMAKE_INSTALL_LIBDIR}/cmake/OxFileCache)
 set(OX_PKGCONFIG_DIRECTORY ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 set(OX_DOC_DIRECTORY ${CMAKE_INSTALL_DATAROOTDIR}/doc)
@@ -29,47 +27,13 @@ endforeach()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${OX_DOC_DIRECTORY}/oxfilecache
         COMPONENT runtime FILES_MATCHING PATTERN "*.md" PATTERN man EXCLUDE)
 
-# The interfaces of the module and of the host kit; what is not here may change at any time.
-set(public_headers
-  cache/cache_value.h
-  cache/file_cache_manager.h
-  host/check/host_check.h
-  host/check/host_check_library.h
-  host/held_directory.h
-  host/module_loader.h
-  host/posix_file.h
-  host/posix_file_system.h
-  host/posix_kernel.h
-  host/posix_mutex.h
-  host/session/cache_session.h
-  host/session/error.h
-  host/session/survey.h
-  host/session/unique_fd.h
-  module/allocation.h
-  module/entry_points.h
-  module/file_system.h
-  module/icache_manager.h
-  module/kernel_access.h
-  module/ox_error.h
-  module/ox_kernel.h
-  module/ox_mutex.h
-  string/ox_string.h)
-foreach(header ${public_headers})
-  get_filename_component(folder ${header} DIRECTORY)
-  install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${OX_HEADER_DIRECTORY}/${folder}
-          COMPONENT development)
-endforeach()
+# What is not among these headers may change at any time.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/oxfilecache
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 
-add_library(ox_headers INTERFACE)
-target_compile_features(ox_headers INTERFACE cxx_std_17)
-set_target_properties(ox_headers PROPERTIES EXPORT_NAME Headers)
-set_target_properties(ox_runtime PROPERTIES EXPORT_NAME Runtime)
-set_target_properties(ox_host PROPERTIES EXPORT_NAME Host)
-set_target_properties(ox_session PROPERTIES EXPORT_NAME Session)
-set_target_properties(ox_hostcheck PROPERTIES EXPORT_NAME HostCheck)
-install(TARGETS ox_headers ox_runtime ox_host ox_session ox_hostcheck EXPORT OxFileCacheTargets
+install(TARGETS ox_runtime ox_host ox_session ox_hostcheck EXPORT OxFileCacheTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
-        INCLUDES DESTINATION ${OX_HEADER_DIRECTORY})
+        INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(EXPORT OxFileCacheTargets NAMESPACE OxFileCache:: DESTINATION ${OX_CONFIG_DIRECTORY}
         COMPONENT development)
 
@@ -95,7 +59,7 @@ install(FILES ${PROJECT_BINARY_DIR}/oxfilecache.pc DESTINATION ${OX_PKGCONFIG_DI
 
 install(FILES ${PROJECT_SOURCE_DIR}/examples/smallest_host.cpp
               ${PROJECT_SOURCE_DIR}/examples/session_threads.cpp
-              ${PROJECT_SOURCE_DIR}/tools/hostcheck/posix_host_library.cpp
+              ${PROJECT_SOURCE_DIR}/examples/posix_host_library.cpp
         DESTINATION ${OX_DOC_DIRECTORY}/oxfilecache-dev/examples COMPONENT development)
 foreach(package "oxfilecache;runtime" "oxfilecache-dev;development")
   list(GET package 0 name)

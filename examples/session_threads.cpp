@@ -10,9 +10,13 @@
 #include <thread>
 #include <vector>
 
-#include "host/session/cache_session.h"
+#include <oxfilecache/session.h>
 
-using namespace ox::host;
+using namespace ox::session;
+using ox::Error;
+using ox::ErrorKind;
+using ox::MakeError;
+using ox::SystemError;
 
 namespace {
 

@@ -4,8 +4,7 @@
 #include <fstream>
 #include <string>
 
-#include "host/module_loader.h"
-#include "host/posix_kernel.h"
+#include <oxfilecache/host.h>
 
 int main(int argc, char** argv) {
   if (argc != 3) return std::fputs("usage: smallest_host LIBRARY DIRECTORY\n", stderr), 2;

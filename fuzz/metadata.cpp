@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <string>
 
-#include "string/ox_string.h"
 #include "tests/support/cache_rig.h"
+#include <oxfilecache/string.h>
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <memory>
 #include <tuple>
 
-namespace ox::host {
+namespace ox::internal {
 namespace {
 
 struct CloseDirectory {
@@ -82,4 +82,4 @@ bool MakeDirectories(const std::string& path) {
   return MakeOne(path);
 }
 
-}  // namespace ox::host
+}  // namespace ox::internal

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace ox::host {
+namespace ox::internal {
 
 struct DirectoryEntry {
   std::string name;
@@ -27,6 +27,6 @@ bool ListDirectory(const char* path, std::vector<DirectoryEntry>* entries);
 // otherwise false with errno.
 bool MakeDirectories(const std::string& path);
 
-}  // namespace ox::host
+}  // namespace ox::internal
 
 #endif

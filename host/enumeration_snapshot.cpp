@@ -1,6 +1,6 @@
 #include "host/enumeration_snapshot.h"
 
-namespace ox::host {
+namespace ox::internal {
 namespace {
 thread_local EnumerationSnapshot* current = nullptr;
 }
@@ -33,4 +33,4 @@ void EnumerationSnapshot::Forget() {
   }
 }
 
-}  // namespace ox::host
+}  // namespace ox::internal

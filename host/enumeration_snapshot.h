@@ -13,7 +13,7 @@
 
 #include "host/directory.h"
 
-namespace ox::host {
+namespace ox::internal {
 
 class EnumerationSnapshot {
  public:
@@ -34,6 +34,6 @@ class EnumerationSnapshot {
   EnumerationSnapshot* outer_;
 };
 
-}  // namespace ox::host
+}  // namespace ox::internal
 
 #endif

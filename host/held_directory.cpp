@@ -6,7 +6,7 @@
 #include <atomic>
 #include <cerrno>
 
-namespace ox::host {
+namespace ox::internal {
 namespace {
 
 std::atomic<std::uint32_t> currentGeneration{0};
@@ -64,4 +64,4 @@ int HeldDirectory::OpenFile(const char* path, std::size_t nameAt, int flags) {
   return found;
 }
 
-}  // namespace ox::host
+}  // namespace ox::internal

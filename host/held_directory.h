@@ -15,7 +15,7 @@
 #include <cstdint>
 #include <ctime>
 
-namespace ox::host {
+namespace ox::internal {
 
 class HeldDirectory {
  public:
@@ -49,6 +49,6 @@ class HeldDirectory {
   std::uint32_t generation_ = 0;
 };
 
-}  // namespace ox::host
+}  // namespace ox::internal
 
 #endif

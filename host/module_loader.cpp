@@ -1,10 +1,9 @@
-#include "host/module_loader.h"
-
 #include <dlfcn.h>
 
 #include <utility>
 
-#include "module/kernel_access.h"
+#include <oxfilecache/host.h>
+#include <oxfilecache/kernel.h>
 
 namespace ox::host {
 namespace {

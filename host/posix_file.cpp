@@ -11,16 +11,13 @@
 #include <utility>
 #include <vector>
 
-#include "cache/joined_path.h"
 #include "host/directory.h"
 #include "host/enumeration_snapshot.h"
-#include "string/ox_string.h"
+#include <oxfilecache/format.h>
+#include <oxfilecache/string.h>
 
-namespace ox::host {
+namespace ox::internal {
 namespace {
-
-using core::cache::kMetaDataSuffix;
-using core::cache::kMetaDataSuffixLength;
 
 // O_NONBLOCK, so that a FIFO planted under a file's name cannot hang the device; regular files do
 // not know it.
@@ -33,12 +30,6 @@ std::size_t BehindLastSlash(const char* path, std::size_t length) {
   const void* slash = memrchr(path, '/', length);
   return slash != nullptr ? static_cast<std::size_t>(static_cast<const char*>(slash) - path) + 1
                           : 0;
-}
-
-bool HasMetaDataSuffix(const char* path, std::size_t length) {
-  return length >= kMetaDataSuffixLength &&
-         std::memcmp(path + length - kMetaDataSuffixLength, kMetaDataSuffix,
-                     kMetaDataSuffixLength) == 0;
 }
 
 // As much as one read or write may be asked for on every platform.
@@ -150,7 +141,7 @@ int PosixFile::Delete(int /*flags*/) {
 
 int PosixFile::Exists() {
   if (isProbed_) Close();
-  if (fd_ < 0 && HasMetaDataSuffix(path_, length_) && ProbeByOpening()) return 1;
+  if (fd_ < 0 && format::HasMetaDataSuffix({path_, length_}) && ProbeByOpening()) return 1;
   return ProbeByPath();
 }
 
@@ -245,4 +236,4 @@ int PosixFile::EnumerateDirectory(EnumerateCallback callback, void* context, int
   }
 }
 
-}  // namespace ox::host
+}  // namespace ox::internal

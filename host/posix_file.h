@@ -18,11 +18,11 @@
 #include <cstdint>
 
 #include "host/held_directory.h"
-#include "module/file_system.h"
+#include <oxfilecache/file_system.h>
 
 struct stat;
 
-namespace ox::host {
+namespace ox::internal {
 
 class PosixFile final : public os::filesystem::File {
  public:
@@ -93,6 +93,6 @@ class PosixFile final : public os::filesystem::File {
   std::uint64_t size_ = 0;
 };
 
-}  // namespace ox::host
+}  // namespace ox::internal
 
 #endif

@@ -1,13 +1,15 @@
-#include "host/posix_file_system.h"
-
 #include <new>
 #include <utility>
 
 #include "host/directory.h"
 #include "host/posix_file.h"
-#include "string/ox_string.h"
+#include <oxfilecache/host.h>
+#include <oxfilecache/string.h>
 
 namespace ox::host {
+
+using internal::MakeDirectories;
+using internal::PosixFile;
 
 PosixFileSystem::PosixFileSystem(std::string defaultDirectory)
     : defaultDirectory_(std::move(defaultDirectory)) {

@@ -1,13 +1,14 @@
-#include "host/posix_kernel.h"
-
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <utility>
 
 #include "host/posix_mutex.h"
+#include <oxfilecache/host.h>
 
 namespace ox::host {
+
+using internal::PosixMutex;
 namespace {
 
 // In front of each block, so that Free knows what it takes off the count. As wide as the strictest

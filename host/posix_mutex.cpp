@@ -1,6 +1,6 @@
 #include "host/posix_mutex.h"
 
-namespace ox::host {
+namespace ox::internal {
 
 PosixMutex::PosixMutex() {
   pthread_mutexattr_t attributes;
@@ -22,4 +22,4 @@ int PosixMutex::Unlock() {
   return pthread_mutex_unlock(&mutex_) == 0;
 }
 
-}  // namespace ox::host
+}  // namespace ox::internal

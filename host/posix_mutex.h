@@ -4,9 +4,9 @@
 
 #include <pthread.h>
 
-#include "module/ox_mutex.h"
+#include <oxfilecache/mutex.h>
 
-namespace ox::host {
+namespace ox::internal {
 
 class PosixMutex final : public IOxMutex {
  public:
@@ -23,6 +23,6 @@ class PosixMutex final : public IOxMutex {
   pthread_mutex_t mutex_;
 };
 
-}  // namespace ox::host
+}  // namespace ox::internal
 
 #endif

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "module/kernel_access.h"
+#include <oxfilecache/kernel.h>
 
 namespace {
 

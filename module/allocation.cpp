@@ -1,8 +1,7 @@
-#include "module/allocation.h"
-
 #include <atomic>
 
-#include "module/kernel_access.h"
+#include <oxfilecache/allocation.h>
+#include <oxfilecache/kernel.h>
 
 namespace {
 

@@ -1,8 +1,7 @@
-#include "module/entry_points.h"
-
-#include "module/allocation.h"
 #include "module/icache_manager_impl.h"
-#include "module/kernel_access.h"
+#include <oxfilecache/allocation.h>
+#include <oxfilecache/kernel.h>
+#include <oxfilecache/module.h>
 
 using ox::core::cache::ICacheManager;
 using ox::core::cache::ICacheManagerImpl;

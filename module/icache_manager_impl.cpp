@@ -1,8 +1,8 @@
 #include "module/icache_manager_impl.h"
 
-#include "module/kernel_access.h"
 #include "module/manager_lifetime.h"
 #include "module/scoped_lock.h"
+#include <oxfilecache/kernel.h>
 
 namespace ox::core::cache {
 namespace {

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
-#include "module/icache_manager.h"
-#include "module/ox_mutex.h"
+#include <oxfilecache/module.h>
+#include <oxfilecache/mutex.h>
 
 namespace ox::core::cache {
 

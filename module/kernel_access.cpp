@@ -1,4 +1,4 @@
-#include "module/kernel_access.h"
+#include <oxfilecache/kernel.h>
 
 namespace ox {
 namespace {

@@ -1,4 +1,4 @@
-#include "module/ox_error.h"
+#include <oxfilecache/ox_error.h>
 
 OxError::OxError(const char* name, unsigned long code) : code_(static_cast<std::uint32_t>(code)) {
   strncpyTerm(name_, name, kNameBytes);

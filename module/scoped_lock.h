@@ -2,7 +2,7 @@
 #ifndef OX_MODULE_SCOPED_LOCK_H_
 #define OX_MODULE_SCOPED_LOCK_H_
 
-#include "module/ox_mutex.h"
+#include <oxfilecache/mutex.h>
 
 namespace ox {
 

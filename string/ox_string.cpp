@@ -1,8 +1,7 @@
 // Storage: construction, assignment, append, growth.
-#include "string/ox_string.h"
-
-#include "module/allocation.h"
-#include "module/kernel_access.h"
+#include <oxfilecache/allocation.h>
+#include <oxfilecache/kernel.h>
+#include <oxfilecache/string.h>
 
 namespace {
 // Lengths and capacities are 32-bit fields; a text that came near their end could not be grown.

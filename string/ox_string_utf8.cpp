@@ -1,7 +1,7 @@
 // The two conversions between UTF-8 and UTF-16. Tables and accumulation follow the Unicode
 // consortium's reference converter (ConvertUTF.c), with the leniences described at each step.
-#include "module/allocation.h"
-#include "string/ox_string.h"
+#include <oxfilecache/allocation.h>
+#include <oxfilecache/string.h>
 
 namespace {
 

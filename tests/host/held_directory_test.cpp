@@ -12,13 +12,13 @@
 #include <thread>
 
 #include "host/posix_file.h"
-#include "host/posix_kernel.h"
 #include "tests/support/scratch_directory.h"
+#include <oxfilecache/host.h>
 
 namespace ox::testing {
 namespace {
 
-using host::PosixFile;
+using internal::PosixFile;
 
 using File = os::filesystem::File;
 

@@ -10,17 +10,17 @@
 #include <string>
 #include <vector>
 
-#include "host/posix_kernel.h"
 #include "host/posix_mutex.h"
-#include "module/kernel_access.h"
-#include "string/ox_string.h"
 #include "tests/support/scratch_directory.h"
+#include <oxfilecache/host.h>
+#include <oxfilecache/kernel.h>
+#include <oxfilecache/string.h>
 
 namespace ox::testing {
 namespace {
 
-using host::PosixFile;
 using host::PosixKernel;
+using internal::PosixFile;
 
 using File = os::filesystem::File;
 

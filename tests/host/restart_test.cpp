@@ -4,9 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "host/module_loader.h"
-#include "host/posix_kernel.h"
 #include "tests/support/scratch_directory.h"
+#include <oxfilecache/host.h>
 
 namespace ox::testing {
 namespace {

@@ -14,11 +14,11 @@
 #include <thread>
 #include <utility>
 
-#include "host/check/host_check_library.h"
-#include "host/posix_kernel.h"
-#include "module/kernel_access.h"
-#include "module/ox_mutex.h"
-#include "string/ox_string.h"
+#include <oxfilecache/host.h>
+#include <oxfilecache/host_check.h>
+#include <oxfilecache/kernel.h>
+#include <oxfilecache/mutex.h>
+#include <oxfilecache/string.h>
 
 namespace {
 

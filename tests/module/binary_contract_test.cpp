@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "module/ox_mutex.h"
-#include "string/ox_string.h"
 #include "tests/support/recording_host.h"
+#include <oxfilecache/mutex.h>
+#include <oxfilecache/string.h>
 
 namespace ox::testing {
 namespace {

@@ -1,8 +1,8 @@
 // Entry points, the factory and its reference count.
 #include <gtest/gtest.h>
 
-#include "module/kernel_access.h"
 #include "tests/support/cache_rig.h"
+#include <oxfilecache/kernel.h>
 
 namespace ox::testing {
 namespace {

@@ -2,10 +2,10 @@
 
 #include <cstring>
 
-#include "module/allocation.h"
-#include "module/kernel_access.h"
-#include "module/ox_error.h"
 #include "tests/support/recording_host.h"
+#include <oxfilecache/allocation.h>
+#include <oxfilecache/kernel.h>
+#include <oxfilecache/ox_error.h>
 
 namespace ox::testing {
 namespace {

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "string/ox_string.h"
 #include "tests/support/recording_host.h"
+#include <oxfilecache/string.h>
 
 namespace ox::testing {
 namespace {

@@ -1,9 +1,10 @@
 // A program that runs the checks itself: check_host DIRECTORY
-#include "host/check/host_check.h"
-#include "host/posix_kernel.h"
-#include "module/kernel_access.h"
+#include <oxfilecache/host.h>
+#include <oxfilecache/host_check.h>
+#include <oxfilecache/kernel.h>
 
-using namespace ox::host;
+using namespace ox::hostcheck;
+using ox::host::PosixKernel;
 
 namespace {
 

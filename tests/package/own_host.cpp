@@ -1,7 +1,7 @@
 // A library for the installed oxhostcheck.
-#include "host/check/host_check_library.h"
-#include "host/posix_kernel.h"
-#include "module/kernel_access.h"
+#include <oxfilecache/host.h>
+#include <oxfilecache/host_check.h>
+#include <oxfilecache/kernel.h>
 
 IOxKernel* OxHostCheck_GetKernel(const char* directory) {
   auto* kernel = new ox::host::PosixKernel(directory);

@@ -4,9 +4,10 @@
 #include <cstdio>
 #include <string>
 
-#include "host/session/cache_session.h"
+#include <oxfilecache/session.h>
 
-using namespace ox::host;
+using namespace ox::session;
+using ox::Error;
 
 namespace {
 

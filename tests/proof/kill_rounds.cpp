@@ -20,10 +20,10 @@
 
 namespace {
 
-using ox::host::CacheSession;
-using ox::host::Durability;
-using ox::host::Error;
-using ox::host::SessionOptions;
+using ox::Error;
+using ox::session::CacheSession;
+using ox::session::Durability;
+using ox::session::SessionOptions;
 using ox::testing::kAbsent;
 
 constexpr int kUrls = 8;

@@ -12,10 +12,9 @@
 #include <thread>
 #include <vector>
 
-#include "host/module_loader.h"
-#include "host/posix_kernel.h"
-#include "module/ox_mutex.h"
 #include "tests/support/ledger.h"
+#include <oxfilecache/host.h>
+#include <oxfilecache/mutex.h>
 
 namespace ox::testing {
 namespace {

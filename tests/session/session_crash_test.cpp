@@ -5,8 +5,8 @@
 
 #include <functional>
 
-#include "host/session/durable_io.h"
-#include "host/session/survey.h"
+#include "session/durable_io.h"
+#include "session/survey.h"
 #include "tests/support/session_rig.h"
 
 namespace ox::testing {
@@ -25,7 +25,7 @@ bool SurvivesChanges(int changes, const std::function<bool()>& step) {
   const pid_t child = fork();
   if (child == 0) {
     changesLeft = changes;
-    host::SetFileOperationHook(&DieInTime);
+    session::SetFileOperationHook(&DieInTime);
     const bool isDone = step();
     _exit(isDone ? 0 : kFailed);
   }
@@ -64,8 +64,8 @@ class CrashTest : public ::testing::TestWithParam<Case> {
     const std::string b = Fetch(*session, "b");
     EXPECT_TRUE(b == kNotThere || b == other_ + "|b") << b;
     EXPECT_EQ(Fetch(*session, "c"), other_ + "|c");
-    host::Survey survey;
-    EXPECT_FALSE(host::SurveyDirectory(directory.Path(), &survey));
+    session::Survey survey;
+    EXPECT_FALSE(session::SurveyDirectory(directory.Path(), &survey));
     EXPECT_TRUE(survey.staging.empty());
     EXPECT_EQ(survey.bytes, DiskUse(directory.Path()));
     EXPECT_EQ(session->Statistics().bytes, survey.bytes);

@@ -10,18 +10,18 @@
 #include <random>
 #include <thread>
 
-#include "host/session/durable_io.h"
-#include "host/session/survey.h"
+#include "session/durable_io.h"
+#include "session/survey.h"
 #include "tests/support/session_rig.h"
 
 namespace ox::testing {
 namespace {
 
 std::vector<std::string> NamesInOrderOfUse(const ScratchDirectory& directory) {
-  host::Survey survey;
-  EXPECT_FALSE(host::SurveyDirectory(directory.Path(), &survey));
+  session::Survey survey;
+  EXPECT_FALSE(session::SurveyDirectory(directory.Path(), &survey));
   std::vector<std::string> names;
-  for (const host::SurveyedEntry& entry : survey.entries)
+  for (const session::SurveyedEntry& entry : survey.entries)
     names.push_back(entry.name);
   return names;
 }
@@ -137,10 +137,10 @@ TEST(SessionLimits, DiskUseNeverExceedsTheLimitByMoreThanOneEntry) {
   watchedDirectory = directory.Path().c_str();
   const auto session = OpenSession(OptionsFor(directory.Path()));
   mostOnDisk = 0;
-  host::SetFileOperationHook(&Watch);
+  session::SetFileOperationHook(&Watch);
   std::mt19937 random(3);
   // Several writers at once, ended in any order.
-  std::vector<std::unique_ptr<host::StoreWriter>> writers;
+  std::vector<std::unique_ptr<session::StoreWriter>> writers;
   Error error;
   for (int i = 0; i < 1000; ++i) {
     const std::string bytes = Bytes(1, 1 + random() % 3000);
@@ -156,7 +156,7 @@ TEST(SessionLimits, DiskUseNeverExceedsTheLimitByMoreThanOneEntry) {
     Watch();
     ASSERT_EQ(session->Statistics().bytes, DiskUse(directory.Path()));
   }
-  host::SetFileOperationHook(nullptr);
+  session::SetFileOperationHook(nullptr);
   EXPECT_LE(mostOnDisk, limits.size + limits.entrySize);
   EXPECT_GT(mostOnDisk, limits.size * 3 / 4);
 }
@@ -265,7 +265,7 @@ TEST(SessionLimits, AClockSetBackDoesNotTurnTheOrderAround) {
   // As if all that had happened before the clock went back by ten years.
   std::int64_t time = (std::int64_t{::time(nullptr)} + 315360000) * 1000000000;
   for (const auto& name : names)
-    ASSERT_TRUE(host::SetFileTime(directory / (name.second + ".ox_meta"), ++time));
+    ASSERT_TRUE(session::SetFileTime(directory / (name.second + ".ox_meta"), ++time));
   const auto session = OpenSession(OptionsFor(directory.Path()));
   EXPECT_EQ(Fetch(*session, "a"), "x|m");
   ASSERT_FALSE(Store(*session, "d", "x", "m"));

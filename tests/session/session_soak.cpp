@@ -16,9 +16,8 @@
 #include <shared_mutex>
 #include <thread>
 
-#include "host/module_loader.h"
-#include "host/posix_kernel.h"
 #include "tests/support/session_rig.h"
+#include <oxfilecache/host.h>
 
 namespace ox::testing {
 namespace {
@@ -59,7 +58,7 @@ class Soak {
     for (std::thread& thread : threads)
       thread.join();
     Measure();
-    const host::SessionStatistics statistics = session_->Statistics();
+    const session::SessionStatistics statistics = session_->Statistics();
     std::printf("session: %" PRIu64 " commits, %" PRIu64 " given up, %" PRIu64 " found, %" PRIu64
                 " not found, %" PRIu64 " removals, none refused\n",
                 commits_.load(), dropped_.load(), hits_.load(), misses_.load(), removals_.load());

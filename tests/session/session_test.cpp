@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "host/session/survey.h"
+#include "session/survey.h"
 #include "tests/support/session_rig.h"
 
 namespace ox::testing {
@@ -14,9 +14,9 @@ namespace {
 
 class SessionTest : public ::testing::Test {
  protected:
-  host::Survey Look() const {
-    host::Survey survey;
-    EXPECT_FALSE(host::SurveyDirectory(directory_.Path(), &survey));
+  session::Survey Look() const {
+    session::Survey survey;
+    EXPECT_FALSE(session::SurveyDirectory(directory_.Path(), &survey));
     return survey;
   }
 
@@ -165,17 +165,17 @@ TEST_F(SessionTest, LimitsAreReadWithoutTouchingAnything) {
   ASSERT_FALSE(Store(*OpenSession(options_), "a", "x", "m"));
   WriteWhole(directory_ / "file-cache.conf",
              "MAX_CACHE_ENTRIES=0\nMAX_CACHE_SIZE=1\nCACHE_DIRECTORY=" + (directory_ / "new"));
-  host::CacheLimits limits;
-  EXPECT_FALSE(host::ReadLimits(directory_.Path(), options_.modulePath, &limits));
+  session::CacheLimits limits;
+  EXPECT_FALSE(session::ReadLimits(directory_.Path(), options_.modulePath, &limits));
   EXPECT_EQ(limits.maxEntries, 0u);
   EXPECT_EQ(limits.maxSize, 1024u);
   EXPECT_EQ(limits.maxEntrySize, 65536u);
   EXPECT_EQ(limits.cacheDirectory, directory_ / "new");
   EXPECT_FALSE(std::filesystem::exists(directory_ / "new"));
   EXPECT_EQ(Look().entries.size(), 1u);
-  EXPECT_EQ(host::ReadLimits(directory_ / "none", options_.modulePath, &limits).kind,
+  EXPECT_EQ(session::ReadLimits(directory_ / "none", options_.modulePath, &limits).kind,
             ErrorKind::kInputOutput);
-  EXPECT_EQ(host::ReadLimits(directory_.Path(), directory_ / "none.so", &limits).kind,
+  EXPECT_EQ(session::ReadLimits(directory_.Path(), directory_ / "none.so", &limits).kind,
             ErrorKind::kModule);
 }
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "string/ox_string.h"
+#include <oxfilecache/string.h>
 
 namespace ox::testing {
 

@@ -4,9 +4,9 @@
 
 #include <string>
 
-#include "cache/file_cache_manager.h"
-#include "module/entry_points.h"
 #include "tests/support/recording_host.h"
+#include <oxfilecache/manager.h>
+#include <oxfilecache/module.h>
 
 namespace ox::testing {
 

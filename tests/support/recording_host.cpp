@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "module/kernel_access.h"
-#include "string/ox_string.h"
+#include <oxfilecache/kernel.h>
+#include <oxfilecache/string.h>
 
 namespace ox::testing {
 

@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "module/file_system.h"
-#include "module/ox_kernel.h"
-#include "module/ox_mutex.h"
 #include "tests/support/fault_driver.h"
+#include <oxfilecache/file_system.h>
+#include <oxfilecache/kernel.h>
+#include <oxfilecache/mutex.h>
 
 namespace ox::testing {
 

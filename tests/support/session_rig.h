@@ -7,16 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "host/session/cache_session.h"
 #include "tests/support/scratch_directory.h"
+#include <oxfilecache/session.h>
 
 namespace ox::testing {
 
-using host::CacheSession;
-using host::Durability;
-using host::Error;
-using host::ErrorKind;
-using host::SessionOptions;
+using session::CacheSession;
+using session::Durability;
+using session::SessionOptions;
 
 std::string ReadAll(int fd);
 

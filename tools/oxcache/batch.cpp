@@ -7,12 +7,8 @@
 
 #include "tools/oxcache/command_line.h"
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
-
-using host::Error;
-using host::ErrorKind;
-using host::MakeError;
 
 class WordSplitter {
  public:
@@ -125,7 +121,7 @@ ExitStatus Batch(Context& context) {
   }
   context.SetLine(0);
   if (std::ferror(stdin) == 0) return worst;
-  return Worse(worst, context.Fail(host::SystemError("cannot read", "standard input")));
+  return Worse(worst, context.Fail(SystemError("cannot read", "standard input")));
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

@@ -8,7 +8,7 @@
 
 #include "tools/oxcache/context.h"
 
-namespace ox::tool {
+namespace ox::tools {
 
 // The words of a line as a POSIX shell quotes them: '...', "..." and \; a word that starts with "#"
 // starts a comment. Empty when a quotation is not closed.
@@ -17,6 +17,6 @@ std::optional<std::vector<std::string>> SplitWords(const std::string& line);
 // Goes on after a line that fails; the worst status of all lines.
 ExitStatus Batch(Context& context);
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

@@ -10,12 +10,8 @@
 #include <utility>
 #include <vector>
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
-
-using host::Error;
-using host::SystemError;
-using host::UniqueFd;
 
 constexpr char kStandard[] = "-";
 
@@ -80,7 +76,7 @@ std::unique_ptr<Input> Input::OpenEntryFile(const std::string& path, Error* erro
   }
   struct stat status;
   if (fstat(fd.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    *error = host::MakeError(host::ErrorKind::kInputOutput, "not a regular file: " + path);
+    *error = MakeError(ErrorKind::kInputOutput, "not a regular file: " + path);
     return nullptr;
   }
   return std::make_unique<Input>(std::move(fd), path);
@@ -156,4 +152,4 @@ Error Output::Commit() {
   return {};
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

@@ -6,32 +6,32 @@
 #include <memory>
 #include <string>
 
-#include "host/session/error.h"
-#include "host/session/unique_fd.h"
+#include <oxfilecache/descriptor.h>
+#include <oxfilecache/error.h>
 
-namespace ox::tool {
+namespace ox::tools {
 
 constexpr std::size_t kPieceBytes = 65536;
 
-host::Error WriteAll(int fd, const std::string& name, const void* data, std::size_t bytes);
+Error WriteAll(int fd, const std::string& name, const void* data, std::size_t bytes);
 
 // Bytes from a file, or from standard input for "-".
 class Input {
  public:
-  static std::unique_ptr<Input> Open(const std::string& path, host::Error* error);
+  static std::unique_ptr<Input> Open(const std::string& path, Error* error);
   // A file of a cache directory, where anything may have been planted: only a regular file, and no
   // link.
-  static std::unique_ptr<Input> OpenEntryFile(const std::string& path, host::Error* error);
+  static std::unique_ptr<Input> OpenEntryFile(const std::string& path, Error* error);
   // Takes an open file; `name` is for messages.
-  Input(host::UniqueFd fd, std::string name);
+  Input(UniqueFd fd, std::string name);
 
   // At most `capacity` bytes; `*bytes` is 0 at the end.
-  host::Error Read(void* data, std::size_t capacity, std::size_t* bytes);
+  Error Read(void* data, std::size_t capacity, std::size_t* bytes);
   // The size of a regular file, otherwise 0.
   std::uint64_t KnownSize() const;
 
  private:
-  host::UniqueFd fd_;
+  UniqueFd fd_;
   std::string name_;
 };
 
@@ -39,23 +39,23 @@ class Input {
 // at all; until then an older one stays.
 class Output {
  public:
-  static std::unique_ptr<Output> Open(const std::string& path, host::Error* error);
+  static std::unique_ptr<Output> Open(const std::string& path, Error* error);
   ~Output();
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
-  host::Error Write(const void* data, std::size_t bytes);
-  host::Error WriteAllOf(Input& input);
-  host::Error Commit();
+  Error Write(const void* data, std::size_t bytes);
+  Error WriteAllOf(Input& input);
+  Error Commit();
 
  private:
   Output(int fd, std::string path, std::string temporary);
 
-  host::UniqueFd fd_;
+  UniqueFd fd_;
   std::string path_;
   std::string temporary_;  // empty: written in place
 };
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

@@ -3,20 +3,16 @@
 #include <cstdint>
 #include <nlohmann/json.hpp>
 
-#include "host/module_loader.h"
-#include "host/posix_kernel.h"
 #include "tools/oxcache/dry_run_file_system.h"
 #include "tools/oxcache/reports.h"
 #include "tools/oxcache/text.h"
+#include <oxfilecache/host.h>
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
 
-using host::CacheLimits;
-using host::Error;
-using host::ErrorKind;
-using host::MakeError;
 using nlohmann::json;
+using session::CacheLimits;
 
 struct DryRun {
   CacheLimits limits;
@@ -128,7 +124,7 @@ json Json(const CacheLimits& limits, const Verdict& verdict) {
 ExitStatus Check(Context& context, bool asJson) {
   // A directory that cannot be read looks empty to the module.
   CacheLimits limits;
-  host::Survey survey;
+  session::Survey survey;
   if (Error error = context.Inspect(&limits, &survey)) return context.Fail(error);
   DryRun run;
   if (Error error = StartDry(context.Options(), &run)) return context.Fail(error);
@@ -140,4 +136,4 @@ ExitStatus Check(Context& context, bool asJson) {
   return Worse(printed, verdict.deletions.empty() ? ExitStatus::kDone : ExitStatus::kNotDone);
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

@@ -8,10 +8,10 @@
 #include "tools/oxcache/batch.h"
 #include "tools/oxcache/reports.h"
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
 
-using host::Durability;
+using session::Durability;
 
 constexpr char kFooter[] =
     "Exit status: 0 done, 1 not found or refused, 2 wrong usage, 3 input or output error.";
@@ -212,4 +212,4 @@ ExitStatus Run(Context& context, const Invocation& invocation) {
   return Verify(context, invocation.json);
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

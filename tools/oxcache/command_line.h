@@ -12,7 +12,7 @@
 #include "tools/oxcache/exit_status.h"
 #include "tools/oxcache/fetch.h"
 
-namespace ox::tool {
+namespace ox::tools {
 
 struct Invocation {
   std::string command;
@@ -39,6 +39,6 @@ Parsed ParseLine(std::vector<std::string> words, Invocation* invocation);
 // Runs the command of a program or of a line.
 ExitStatus Run(Context& context, const Invocation& invocation);
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

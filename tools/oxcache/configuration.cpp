@@ -9,20 +9,15 @@
 #include <sstream>
 
 #include "host/directory.h"
-#include "host/session/durable_io.h"
-#include "host/session/file_names.h"
-#include "host/session/unique_fd.h"
+#include "session/durable_io.h"
+#include "session/file_names.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/text.h"
+#include <oxfilecache/descriptor.h>
+#include <oxfilecache/format.h>
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
-
-using host::Error;
-using host::ErrorKind;
-using host::MakeError;
-using host::SystemError;
-using host::UniqueFd;
 
 constexpr std::uint64_t kDefaultMaxSize = 64 * 1024 * 1024;
 constexpr std::uint64_t kDefaultMaxEntries = 1000;
@@ -67,13 +62,14 @@ Error WriteSynced(const std::string& path, const std::string& text) {
   const UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   if (!fd.IsOpen()) return SystemError("cannot make", path);
   if (Error error = WriteAll(fd.Get(), path, text.data(), text.size())) return error;
-  return host::SyncFile(fd.Get()) ? Error{} : SystemError("cannot bring to the medium", path);
+  return session::SyncFile(fd.Get()) ? Error{} : SystemError("cannot bring to the medium", path);
 }
 
 // Whole or not at all, power cuts included: a configuration cut short could lack the number of
 // entries, and the next start would delete them.
 Error Write(const std::string& directory, const std::string& text) {
-  if (!host::MakeDirectories(directory)) return SystemError("cannot make the directory", directory);
+  if (!internal::MakeDirectories(directory))
+    return SystemError("cannot make the directory", directory);
   const std::string path = ConfigurationPath(directory);
   const std::string temporary = path + "." + std::to_string(getpid());
   Error error = WriteSynced(temporary, text);
@@ -84,8 +80,8 @@ Error Write(const std::string& directory, const std::string& text) {
     unlink(temporary.c_str());
     return error;
   }
-  return host::SyncDirectory(directory) ? Error{}
-                                        : SystemError("cannot bring to the medium", directory);
+  return session::SyncDirectory(directory) ? Error{}
+                                           : SystemError("cannot bring to the medium", directory);
 }
 
 Error CheckSize(const char* option, std::uint64_t bytes) {
@@ -97,7 +93,7 @@ Error CheckSize(const char* option, std::uint64_t bytes) {
 // In such a directory a start does not find the entries again, or the text ends early.
 Error CheckCacheDirectory(const std::string& directory) {
   if (IsPlain(directory) && directory.find('\\') == std::string::npos &&
-      directory.find(host::kMetaDataFileSuffix) == std::string::npos) {
+      directory.find(format::kMetaDataSuffix) == std::string::npos) {
     return {};
   }
   return MakeError(ErrorKind::kInvalidArgument,
@@ -144,8 +140,8 @@ Error FromOptions(const InitOptions& options, Configuration* configuration) {
 }
 
 std::size_t CountEntries(const std::string& directory) {
-  host::Survey survey;
-  return host::SurveyDirectory(directory, &survey) ? 0 : survey.entries.size();
+  session::Survey survey;
+  return session::SurveyDirectory(directory, &survey) ? 0 : survey.entries.size();
 }
 
 void TellWhatIsThere(Context& context, const std::string& cacheDirectory) {
@@ -157,7 +153,7 @@ void TellWhatIsThere(Context& context, const std::string& cacheDirectory) {
 
 // Where the configuration that is replaced keeps the entries; empty when it cannot be told.
 std::string OldCacheDirectory(Context& context) {
-  host::CacheLimits limits;
+  session::CacheLimits limits;
   if (!HasConfiguration(context.Options().directory) || context.Limits(&limits)) return "";
   return limits.cacheDirectory;
 }
@@ -177,7 +173,7 @@ void TellWhatIsLeft(Context& context, const std::string& oldDirectory,
 }  // namespace
 
 std::string ConfigurationPath(const std::string& directory) {
-  return directory + "/" + host::kConfigurationFileName;
+  return directory + "/" + format::kConfigurationFileName;
 }
 
 bool HasConfiguration(const std::string& directory) {
@@ -218,4 +214,4 @@ ExitStatus Init(Context& context, const InitOptions& options) {
   return ExitStatus::kDone;
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

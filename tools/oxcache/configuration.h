@@ -6,10 +6,10 @@
 #include <optional>
 #include <string>
 
-#include "host/session/error.h"
 #include "tools/oxcache/context.h"
+#include <oxfilecache/error.h>
 
-namespace ox::tool {
+namespace ox::tools {
 
 struct InitOptions {
   std::optional<std::uint64_t> maxSize;       // bytes
@@ -22,10 +22,10 @@ std::string ConfigurationPath(const std::string& directory);
 bool HasConfiguration(const std::string& directory);
 
 // Makes the directory and puts the default configuration there.
-host::Error WriteDefaultConfiguration(const std::string& directory);
+Error WriteDefaultConfiguration(const std::string& directory);
 
 ExitStatus Init(Context& context, const InitOptions& options);
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

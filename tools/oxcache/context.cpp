@@ -9,36 +9,33 @@
 #include <cstdio>
 #include <utility>
 
-#include "host/session/file_names.h"
-#include "host/session/unique_fd.h"
+#include "session/file_names.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/configuration.h"
 #include "tools/oxcache/module_path.h"
 #include "tools/oxcache/text.h"
+#include <oxfilecache/descriptor.h>
+#include <oxfilecache/format.h>
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
 
-using host::CacheLimits;
-using host::CacheSession;
-using host::Error;
-using host::ErrorKind;
-using host::MakeError;
-using host::SessionOptions;
-using host::Survey;
-using host::SystemError;
+using session::CacheLimits;
+using session::CacheSession;
+using session::SessionOptions;
+using session::Survey;
 
 Error SurveyIfThere(const std::string& directory, Survey* survey) {
   *survey = {};
   if (access(directory.c_str(), F_OK) != 0 && errno == ENOENT) return {};
-  return host::SurveyDirectory(directory, survey);
+  return session::SurveyDirectory(directory, survey);
 }
 
 // The module takes one that it cannot read for none, and would delete every entry. It follows no
 // link.
 Error CheckConfiguration(const std::string& directory) {
   const std::string path = ConfigurationPath(directory);
-  const host::UniqueFd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!fd.IsOpen()) return errno == ENOENT ? Error{} : SystemError("cannot read", path);
   struct stat status;
   if (fstat(fd.Get(), &status) == 0 && S_ISREG(status.st_mode)) return {};
@@ -47,7 +44,7 @@ Error CheckConfiguration(const std::string& directory) {
 
 bool IsStranger(const std::string& name) {
   // A configuration that is being written, or was when the power went.
-  return name.rfind(std::string(host::kConfigurationFileName) + ".", 0) != 0;
+  return name.rfind(std::string(format::kConfigurationFileName) + ".", 0) != 0;
 }
 
 bool HoldsAnything(const Survey& survey) {
@@ -152,7 +149,7 @@ Error Context::Limits(CacheLimits* limits) {
     return {};
   }
   if (Error error = CheckDirectory()) return error;
-  return host::ReadLimits(options_.directory, options_.modulePath, limits);
+  return session::ReadLimits(options_.directory, options_.modulePath, limits);
 }
 
 Error Context::Inspect(CacheLimits* limits, Survey* survey) {
@@ -195,4 +192,4 @@ ExitStatus Context::Fail(const Error& error) {
   return StatusOf(error.kind);
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

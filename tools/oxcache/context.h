@@ -5,16 +5,16 @@
 #include <memory>
 #include <string>
 
-#include "host/session/cache_session.h"
-#include "host/session/survey.h"
+#include "session/survey.h"
 #include "tools/oxcache/exit_status.h"
+#include <oxfilecache/session.h>
 
-namespace ox::tool {
+namespace ox::tools {
 
 struct GlobalOptions {
   std::string directory;   // empty: the user's cache directory
   std::string modulePath;  // empty: looked for
-  host::Durability durability = host::Durability::kProcess;
+  session::Durability durability = session::Durability::kProcess;
   bool force = false;
 };
 
@@ -28,37 +28,37 @@ class Context {
 
   // The session, opened by the first call; null and an error otherwise. To store into an empty or a
   // new directory writes a configuration first; to use asks for a cache that is there already.
-  host::CacheSession* Session(Purpose purpose, host::Error* error);
+  session::CacheSession* Session(Purpose purpose, Error* error);
 
   // kNotFound when there is no such directory; an error too when it has a configuration that the
   // module would not read.
-  host::Error CheckDirectory() const;
+  Error CheckDirectory() const;
   // The limits without opening a session, or the open session's.
-  host::Error Limits(host::CacheLimits* limits);
+  Error Limits(session::CacheLimits* limits);
   // And what the cache directory holds: nothing when the configuration names one that is not there
   // yet.
-  host::Error Inspect(host::CacheLimits* limits, host::Survey* survey);
+  Error Inspect(session::CacheLimits* limits, session::Survey* survey);
 
   // Data, to standard output.
   ExitStatus Print(const std::string& text);
   // Text for a person, to standard error.
   void Tell(const std::string& text) const;
   // Tells the error and the way out where there is one.
-  ExitStatus Fail(const host::Error& error);
+  ExitStatus Fail(const Error& error);
   // The line that messages are about, in a batch; 0 for none.
   void SetLine(unsigned line) { line_ = line; }
 
  private:
-  host::Error PrepareToStore();
-  host::Error RequireCache();
-  std::string InitCommand(const host::CacheLimits& limits) const;
-  std::string Hint(host::ErrorKind kind);
+  Error PrepareToStore();
+  Error RequireCache();
+  std::string InitCommand(const session::CacheLimits& limits) const;
+  std::string Hint(ErrorKind kind);
 
   GlobalOptions options_;
-  std::unique_ptr<host::CacheSession> session_;
+  std::unique_ptr<session::CacheSession> session_;
   unsigned line_ = 0;
 };
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

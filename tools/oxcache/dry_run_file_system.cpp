@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "host/posix_file.h"
-#include "string/ox_string.h"
+#include <oxfilecache/string.h>
 
-namespace ox::tool {
+namespace ox::tools {
 
 class DryRunFile final : public os::filesystem::File {
  public:
@@ -69,7 +69,7 @@ class DryRunFile final : public os::filesystem::File {
   bool IsDeleted() const { return fileSystem_.IsDeleted(path_); }
 
   DryRunFileSystem& fileSystem_;
-  host::PosixFile file_;
+  internal::PosixFile file_;
   std::string path_;
 };
 
@@ -105,4 +105,4 @@ void DryRunFileSystem::NoteDeletion(const std::string& path, std::uint64_t bytes
   if (!visits_.empty()) visits_.back().deletions.push_back({path, bytes});
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

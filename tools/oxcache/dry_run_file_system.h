@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "module/file_system.h"
+#include <oxfilecache/file_system.h>
 
-namespace ox::tool {
+namespace ox::tools {
 
 struct DryDeletion {
   std::string path;
@@ -56,6 +56,6 @@ class DryRunFileSystem final : public IFileSystem {
   std::set<std::string> deleted_;
 };
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

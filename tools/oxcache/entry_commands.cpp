@@ -5,16 +5,13 @@
 
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/text.h"
+#include <oxfilecache/format.h>
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
 
-using host::CacheSession;
-using host::Error;
-using host::ErrorKind;
-using host::MakeError;
+using session::CacheSession;
 
-constexpr std::size_t kMaxMetadataBytes = 1024;
 // Leaves room for the other lines.
 constexpr std::size_t kMaxUrlLineBytes = 900;
 
@@ -24,7 +21,7 @@ Error ReadMetadataFile(const std::string& path, std::string* metadata) {
   if (input == nullptr) return error;
   metadata->clear();
   std::vector<char> piece(kPieceBytes);
-  while (metadata->size() <= kMaxMetadataBytes) {
+  while (metadata->size() <= format::kTextBytes) {
     std::size_t bytes = 0;
     if (error = input->Read(piece.data(), piece.size(), &bytes); error) return error;
     if (bytes == 0) break;
@@ -52,7 +49,7 @@ Error MetadataFor(const PutOptions& options, std::string* metadata) {
     return MakeError(ErrorKind::kInvalidArgument,
                      "metadata may not be empty: an entry without any cannot be kept");
   }
-  if (metadata->size() > kMaxMetadataBytes) {
+  if (metadata->size() > format::kTextBytes) {
     return MakeError(ErrorKind::kInvalidArgument,
                      "metadata is longer than 1024 bytes, of which only so many come back");
   }
@@ -80,7 +77,7 @@ Error Store(CacheSession& session, const PutOptions& options, const std::string&
   }
 }
 
-Error WriteOut(const GetOptions& options, host::FetchedEntry entry) {
+Error WriteOut(const GetOptions& options, session::FetchedEntry entry) {
   Error error;
   const auto output = Output::Open(options.output, &error);
   if (output == nullptr) return error;
@@ -133,4 +130,4 @@ ExitStatus Trim(Context& context) {
   return ExitStatus::kDone;
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

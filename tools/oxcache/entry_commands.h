@@ -7,7 +7,7 @@
 
 #include "tools/oxcache/context.h"
 
-namespace ox::tool {
+namespace ox::tools {
 
 struct PutOptions {
   std::string url;
@@ -27,6 +27,6 @@ ExitStatus Get(Context& context, const GetOptions& options);
 ExitStatus Remove(Context& context, const std::string& url);
 ExitStatus Trim(Context& context);
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

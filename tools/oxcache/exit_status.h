@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
-#include "host/session/error.h"
+#include <oxfilecache/error.h>
 
-namespace ox::tool {
+namespace ox::tools {
 
 enum class ExitStatus {
   kDone = 0,
@@ -19,8 +19,8 @@ inline ExitStatus Worse(ExitStatus a, ExitStatus b) {
   return std::max(a, b);
 }
 
-ExitStatus StatusOf(host::ErrorKind kind);
+ExitStatus StatusOf(ErrorKind kind);
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

@@ -16,13 +16,10 @@
 #include "tools/oxcache/fetch_progress.h"
 #include "tools/oxcache/text.h"
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
 
-using host::CacheSession;
-using host::Error;
-using host::ErrorKind;
-using host::MakeError;
+using session::CacheSession;
 
 struct Target {
   std::string url;
@@ -140,8 +137,8 @@ Error PrepareOutput(const FetchOptions& options) {
     return MakeError(ErrorKind::kInvalidArgument,
                      "several URLs need a directory for --output, not standard output");
   }
-  if (host::MakeDirectories(options.output)) return {};
-  return host::SystemError("cannot make the directory", options.output);
+  if (internal::MakeDirectories(options.output)) return {};
+  return SystemError("cannot make the directory", options.output);
 }
 
 }  // namespace
@@ -157,4 +154,4 @@ ExitStatus Fetch(Context& context, const FetchOptions& options) {
   return Fetcher(context, *session, options).Run();
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

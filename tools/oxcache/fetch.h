@@ -7,7 +7,7 @@
 
 #include "tools/oxcache/context.h"
 
-namespace ox::tool {
+namespace ox::tools {
 
 struct FetchOptions {
   std::vector<std::string> urls;
@@ -18,6 +18,6 @@ struct FetchOptions {
 
 ExitStatus Fetch(Context& context, const FetchOptions& options);
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

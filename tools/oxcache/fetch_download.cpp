@@ -6,12 +6,8 @@
 #include <memory>
 #include <string_view>
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
-
-using host::Error;
-using host::ErrorKind;
-using host::MakeError;
 
 constexpr long kConnectSeconds = 30;
 // Less than a byte a second for so long is a dead connection.
@@ -127,4 +123,4 @@ Error Download(const DownloadRequest& request, DownloadReceiver& receiver, Downl
   return Transfer(receiver, result).Run(request);
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <string>
 
-#include "host/session/error.h"
 #include "tools/oxcache/http_metadata.h"
+#include <oxfilecache/error.h>
 
-namespace ox::tool {
+namespace ox::tools {
 
 struct DownloadRequest {
   std::string url;
@@ -20,8 +20,7 @@ struct DownloadRequest {
 class DownloadReceiver {
  public:
   // A piece of the body; the headers are complete. An error ends the download.
-  virtual host::Error OnBody(const ResponseHeaders& headers, const void* data,
-                             std::size_t bytes) = 0;
+  virtual Error OnBody(const ResponseHeaders& headers, const void* data, std::size_t bytes) = 0;
   // `total` is 0 while unknown.
   virtual void OnProgress(std::uint64_t received, std::uint64_t total) = 0;
 
@@ -37,9 +36,8 @@ struct DownloadResult {
 // Follows redirections. An error when the URL cannot be taken (kInvalidArgument), the server is not
 // reached or the body does not arrive whole (kInputOutput), and the receiver's own. Any answer of
 // the server is a success here. Threads: several downloads at a time, after curl_global_init.
-host::Error Download(const DownloadRequest& request, DownloadReceiver& receiver,
-                     DownloadResult* result);
+Error Download(const DownloadRequest& request, DownloadReceiver& receiver, DownloadResult* result);
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

@@ -7,14 +7,11 @@
 #include <utility>
 #include <vector>
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
 
-using host::CacheSession;
-using host::Error;
-using host::ErrorKind;
-using host::FetchedEntry;
-using host::MakeError;
+using session::CacheSession;
+using session::FetchedEntry;
 
 constexpr int kOk = 200;
 constexpr int kFirstRedirection = 300;
@@ -33,13 +30,13 @@ bool HasValidators(const StoredResponse& stored) {
 }
 
 // Leaves the file's position where it is.
-Error CopyContent(const FetchedEntry& entry, host::StoreWriter& writer) {
+Error CopyContent(const FetchedEntry& entry, session::StoreWriter& writer) {
   std::vector<char> piece(kPieceBytes);
   for (std::uint64_t offset = 0;;) {
     const ssize_t bytes =
         pread(entry.content.Get(), piece.data(), piece.size(), static_cast<off_t>(offset));
     if (bytes < 0 && errno == EINTR) continue;
-    if (bytes < 0) return host::SystemError("cannot read", entry.path);
+    if (bytes < 0) return SystemError("cannot read", entry.path);
     if (bytes == 0) return {};
     if (Error error = writer.Write(piece.data(), static_cast<std::size_t>(bytes))) return error;
     offset += static_cast<std::uint64_t>(bytes);
@@ -198,4 +195,4 @@ Error FetchJob::Deliver(FetchedEntry entry) {
   return output_->Commit();
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

@@ -5,7 +5,7 @@
 
 #include "tools/oxcache/text.h"
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
 
 constexpr std::chrono::milliseconds kDrawInterval{100};
@@ -61,4 +61,4 @@ std::string FetchProgress::Line() const {
          SizeText(received) + " of " + SizeText(total) + ", " + SizeText(speed) + "/s";
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

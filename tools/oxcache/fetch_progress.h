@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace ox::tool {
+namespace ox::tools {
 
 // Threads: every operation from any thread.
 class FetchProgress {
@@ -49,6 +49,6 @@ class FetchProgress {
   bool isOnScreen_ = false;
 };
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

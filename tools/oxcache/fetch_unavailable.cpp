@@ -1,10 +1,10 @@
 #include "tools/oxcache/fetch.h"
 
-namespace ox::tool {
+namespace ox::tools {
 
 ExitStatus Fetch(Context& context, const FetchOptions& /*options*/) {
-  return context.Fail(host::MakeError(host::ErrorKind::kRefused,
-                                      "this oxcache was built without libcurl, which fetch needs"));
+  return context.Fail(
+      MakeError(ErrorKind::kRefused, "this oxcache was built without libcurl, which fetch needs"));
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

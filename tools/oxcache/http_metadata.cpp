@@ -11,7 +11,7 @@
 
 #include "tools/oxcache/text.h"
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
 
 // Longest values kept; with their names they stay below the 1,024 bytes of metadata.
@@ -162,4 +162,4 @@ StoredResponse FromMetadata(const std::string& metadata) {
   return stored;
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace ox::tool {
+namespace ox::tools {
 
 struct ResponseHeaders {
   int status = 0;
@@ -49,6 +49,6 @@ std::string ToMetadata(const StoredResponse& stored);
 // Metadata of another form gives a response without validators that is not fresh.
 StoredResponse FromMetadata(const std::string& metadata);
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

@@ -1,27 +1,26 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "host/session/file_names.h"
+#include "session/file_names.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/reports.h"
 #include "tools/oxcache/text.h"
+#include <oxfilecache/format.h>
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
 
-using host::CacheLimits;
-using host::Error;
-using host::Survey;
-using host::SurveyedEntry;
 using nlohmann::json;
+using session::CacheLimits;
+using session::Survey;
+using session::SurveyedEntry;
 
 // What is ever read back of a metadata file.
-constexpr std::size_t kShownMetadataBytes = 1024;
 
 // Unreadable metadata is a blank here; "verify" is the command that complains.
 std::string MetadataOf(const std::string& directory, const SurveyedEntry& entry) {
   std::string metadata;
-  if (ReadMetadata(directory, entry.name, kShownMetadataBytes, &metadata)) return "";
+  if (ReadMetadata(directory, entry.name, format::kTextBytes, &metadata)) return "";
   return metadata;
 }
 
@@ -86,7 +85,7 @@ Error ReadMetadata(const std::string& directory, const std::string& entryName, s
   metadata->clear();
   Error error;
   const auto input =
-      Input::OpenEntryFile(directory + "/" + entryName + host::kMetaDataFileSuffix, &error);
+      Input::OpenEntryFile(directory + "/" + entryName + format::kMetaDataSuffix, &error);
   if (input == nullptr) return error;
   std::vector<char> piece(capacity);
   std::size_t bytes = 0;
@@ -95,4 +94,4 @@ Error ReadMetadata(const std::string& directory, const std::string& entryName, s
   return {};
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

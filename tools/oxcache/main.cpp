@@ -5,7 +5,7 @@
 #include "tools/oxcache/command_line.h"
 #include "tools/standard_descriptors.h"
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
 
 int Main(int argc, char** argv) {
@@ -32,13 +32,13 @@ int Main(int argc, char** argv) {
 }
 
 }  // namespace
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 int main(int argc, char** argv) {
   try {
-    return ox::tool::Main(argc, argv);
+    return ox::tools::Main(argc, argv);
   } catch (const std::exception& exception) {
     std::fprintf(stderr, "oxcache: %s\n", exception.what());
-    return static_cast<int>(ox::tool::ExitStatus::kInputOutput);
+    return static_cast<int>(ox::tools::ExitStatus::kInputOutput);
   }
 }

@@ -6,7 +6,7 @@
 #include <climits>
 #include <cstdlib>
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
 
 constexpr char kModuleName[] = "libox_file_cache.so";
@@ -58,4 +58,4 @@ std::string DefaultDirectory() {
   return home.empty() ? "" : home + "/.cache/oxcache";
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

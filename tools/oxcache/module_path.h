@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace ox::tool {
+namespace ox::tools {
 
 // The module beside the executable, where it is installed with the executable, or in "../lib";
 // otherwise its bare name, for the loader to find.
@@ -16,6 +16,6 @@ std::string TypedModulePath(const std::string& typed);
 // "oxcache" in the user's cache directory; empty when that cannot be told.
 std::string DefaultDirectory();
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

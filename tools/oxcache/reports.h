@@ -5,10 +5,10 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "host/session/survey.h"
+#include "session/survey.h"
 #include "tools/oxcache/context.h"
 
-namespace ox::tool {
+namespace ox::tools {
 
 ExitStatus List(Context& context, bool json);
 ExitStatus ShowLimits(Context& context, bool json);
@@ -18,14 +18,14 @@ ExitStatus Check(Context& context, bool json);
 // kNotDone when something is wrong.
 ExitStatus Verify(Context& context, bool json);
 
-nlohmann::json LimitsJson(const host::CacheLimits& limits);
+nlohmann::json LimitsJson(const session::CacheLimits& limits);
 // One line; bytes that are not UTF-8 come as U+FFFD.
 std::string JsonLine(const nlohmann::json& json);
 
 // An entry's metadata as it is on disk, at most `capacity` bytes.
-host::Error ReadMetadata(const std::string& directory, const std::string& entryName,
-                         std::size_t capacity, std::string* metadata);
+Error ReadMetadata(const std::string& directory, const std::string& entryName, std::size_t capacity,
+                   std::string* metadata);
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

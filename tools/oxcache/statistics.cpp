@@ -7,13 +7,12 @@
 #include "tools/oxcache/reports.h"
 #include "tools/oxcache/text.h"
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
 
-using host::CacheLimits;
-using host::Error;
-using host::Survey;
 using nlohmann::json;
+using session::CacheLimits;
+using session::Survey;
 
 struct AgeClass {
   const char* name;
@@ -119,4 +118,4 @@ ExitStatus ShowStatistics(Context& context, bool asJson) {
   return context.Print(asJson ? JsonLine(Json(limits, survey)) : Text(limits, survey));
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

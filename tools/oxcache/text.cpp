@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdio>
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
 
 bool IsPlainCharacter(char c) {
@@ -79,4 +79,4 @@ bool IsPlain(std::string_view text) {
   return std::all_of(text.begin(), text.end(), IsPlainCharacter);
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace ox::tool {
+namespace ox::tools {
 
 // "812", "64K", "1.5M": powers of 1024.
 std::string SizeText(std::uint64_t bytes);
@@ -35,6 +35,6 @@ std::string WithoutControls(std::string text);
 // Printable ASCII and nothing else.
 bool IsPlain(std::string_view text);
 
-}  // namespace ox::tool
+}  // namespace ox::tools
 
 #endif

@@ -1,22 +1,20 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "host/session/file_names.h"
-#include "host/session/utf8.h"
+#include "session/file_names.h"
+#include "session/utf8.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/reports.h"
 #include "tools/oxcache/text.h"
+#include <oxfilecache/format.h>
 
-namespace ox::tool {
+namespace ox::tools {
 namespace {
 
-using host::CacheLimits;
-using host::Error;
-using host::Survey;
-using host::SurveyedEntry;
 using nlohmann::json;
-
-constexpr std::size_t kMaxMetadataBytes = 1024;
+using session::CacheLimits;
+using session::Survey;
+using session::SurveyedEntry;
 
 struct Problem {
   std::string name;
@@ -46,7 +44,7 @@ class Verifier {
   }
 
   void VerifyEntry(const SurveyedEntry& entry) {
-    if (!host::IsEntryName(entry.name)) {
+    if (!format::IsContentName(entry.name)) {
       Add(entry.name, "not a name of 32 digits 0-9 and A-F: no URL leads to it");
     }
     if (Error error = VerifyContent(entry)) Add(entry.name, error.Message());
@@ -70,18 +68,18 @@ class Verifier {
 
   void VerifyMetadata(const SurveyedEntry& entry) {
     std::string metadata;
-    const std::string name = entry.name + host::kMetaDataFileSuffix;
-    if (Error error = ReadMetadata(directory_, entry.name, kMaxMetadataBytes + 1, &metadata)) {
+    const std::string name = entry.name + format::kMetaDataSuffix;
+    if (Error error = ReadMetadata(directory_, entry.name, format::kTextBytes + 1, &metadata)) {
       return Add(name, error.Message());
     }
     if (metadata.empty()) Add(name, "empty metadata");
-    if (metadata.size() > kMaxMetadataBytes) {
+    if (metadata.size() > format::kTextBytes) {
       return Add(name, "longer than 1024 bytes: the rest does not come back");
     }
     if (metadata.find('\0') != std::string::npos) {
       return Add(name, "holds a NUL: what follows does not come back");
     }
-    if (!host::IsStrictUtf8(metadata)) Add(name, "not valid UTF-8");
+    if (!session::IsStrictUtf8(metadata)) Add(name, "not valid UTF-8");
   }
 
   std::string directory_;
@@ -120,4 +118,4 @@ ExitStatus Verify(Context& context, bool asJson) {
   return Worse(printed, problems.empty() ? ExitStatus::kDone : ExitStatus::kNotDone);
 }
 
-}  // namespace ox::tool
+}  // namespace ox::tools

@@ -1,0 +1,46 @@
+// The cache directory as it stands on disk: names and sizes that data on devices depends on.
+//
+//   file-cache.conf     the limits, in the host's default directory
+//   NAME                the content of an entry: the MD5 digest of its URL's UTF-8 form as 32
+//                       characters from 0-9 and A-F, the low half of each byte first
+//   NAME.ox_meta        the metadata of that entry
+//
+// Everything here is a constant expression and needs neither memory nor the C library, so module,
+// host and tools share it. Threads: any.
+#ifndef OXFILECACHE_FORMAT_H_
+#define OXFILECACHE_FORMAT_H_
+
+#include <cstddef>
+#include <string_view>
+
+namespace ox::format {
+
+inline constexpr char kConfigurationFileName[] = "file-cache.conf";
+
+// Appended to the name of a content file it gives that of the metadata file.
+inline constexpr char kMetaDataSuffix[] = ".ox_meta";
+inline constexpr std::size_t kMetaDataSuffixLength = sizeof kMetaDataSuffix - 1;
+
+// Of the configuration and of a metadata file only this many bytes are looked at.
+inline constexpr std::size_t kTextBytes = 1024;
+
+inline constexpr std::size_t kDigestBytes = 16;
+inline constexpr char kContentNameCharacters[] = "0123456789ABCDEF";
+// Two characters for each byte of the digest.
+inline constexpr std::size_t kContentNameLength = 2 * kDigestBytes;
+
+// Whether a file or path ends in the suffix of metadata files.
+constexpr bool HasMetaDataSuffix(std::string_view name) {
+  return name.size() >= kMetaDataSuffixLength &&
+         name.substr(name.size() - kMetaDataSuffixLength) == kMetaDataSuffix;
+}
+
+// Whether a name, without its directory, is one of a content file.
+constexpr bool IsContentName(std::string_view name) {
+  return name.size() == kContentNameLength &&
+         name.find_first_not_of(kContentNameCharacters) == std::string_view::npos;
+}
+
+}  // namespace ox::format
+
+#endif

@@ -1,0 +1,66 @@
+// The cache manager as the host sees it.
+//
+// Storing: CreateCacheValue, write the content to the file that the entry's GetFile() names, Add.
+// To give up in between: DestroyCacheValue. Replacing: Get, Remove, then store again.
+//
+// Limits: total bytes, number of entries, bytes of one entry. When an admission would break one,
+// committed entries are evicted, least recently admitted or found first, with their files. An entry
+// counts with GetSize() plus the length of its metadata in UTF-16 units, asked at the moment of
+// admission, when a new entry's content is not yet written, and again at removal, when its files
+// are already gone; the running total wraps at 32 bits and is never recomputed. Data on devices and
+// the hosts that feed them have settled around this accounting.
+//
+// Failures are results only: null or false. Nothing is thrown and nothing is logged.
+//
+// Threads: every operation locks the manager, but for the three limit getters, GetDataDir and
+// SetDataDir. The order of locks is always the manager's before the entries'.
+#ifndef OXFILECACHE_MANAGER_H_
+#define OXFILECACHE_MANAGER_H_
+
+#include <oxfilecache/string.h>
+#include <oxfilecache/value.h>
+
+namespace ox::core::cache {
+
+class FileCacheManager {
+ public:
+  // Commits an entry: writes its metadata file. False when that fails (empty metadata always does)
+  // and the entry stays pending; false too for an entry that is committed already.
+  virtual bool Add(CacheValue* value) = 0;
+
+  // The committed entry of that URL with its metadata freshly read from disk, or null. It becomes
+  // the most recently used one. Lent: see cache_value.h.
+  virtual CacheValue* Get(const OxString& url) = 0;
+
+  // Deletes the entry's files and the entry. False when it is not in the cache.
+  virtual bool Remove(CacheValue* value) = 0;
+
+  // Bytes and counts, 32 bits wide; larger values are kept as 0xFFFFFFFF. Setting one evicts at
+  // once what no longer fits. 0 entries means none, not "unlimited".
+  virtual unsigned long GetMaxSize() = 0;
+  virtual void SetMaxSize(const unsigned long& size) = 0;
+  virtual unsigned long GetMaxCacheValueSize() = 0;
+  virtual void SetMaxCacheValueSize(const unsigned long& size) = 0;
+  virtual unsigned long GetMaxEntries() = 0;
+  virtual void SetMaxEntries(const unsigned long& count) = 0;
+
+  // A text kept for the host, without effect on the cache. Not locked.
+  virtual OxString GetDataDir() = 0;
+  virtual void SetDataDir(const OxString& dir) = 0;
+
+  // A new pending entry, or null when the URL has one already, the declared size (bytes) or the
+  // metadata is above the limit of one entry, or no room can be made. Pending entries are not found
+  // by Get and never evicted.
+  virtual CacheValue* CreateCacheValue(const OxString& url, const unsigned long& size,
+                                       const OxString& metaData) = 0;
+
+  // Abandons a pending entry with its files. Never pass a committed entry: it would be freed while
+  // still listed.
+  virtual void DestroyCacheValue(CacheValue* value) = 0;
+
+  virtual ~FileCacheManager() = default;
+};
+
+}  // namespace ox::core::cache
+
+#endif

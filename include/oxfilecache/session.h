@@ -1,0 +1,180 @@
+// A cache that keeps its promises, in ten lines:
+//
+//   ox::session::SessionOptions options;
+//   options.directory = "/var/cache/example";
+//   ox::Error error;
+//   auto session = ox::session::CacheSession::Open(options, &error);
+//   if (!session) return Report(error.Message());
+//   auto writer = session->Store("http://example/", &error);
+//   if (!writer || (error = writer->Write(body.data(), body.size())) ||
+//       (error = writer->Commit("text/html"))) Report(error.Message());
+//   if (auto found = session->Fetch("http://example/", &error)) Serve(found->content.Get());
+//
+// The module's bare interface lends pointers that an eviction invalidates, counts new content as
+// nothing, forgets the order of use at a restart and loses the old entry when an update fails. A
+// session keeps all of that away from its user:
+//
+// - Store streams into a staging file; until Commit the old entry serves, and after it the new one.
+// - Fetch gives an open content file that stays readable whatever is evicted later.
+// - The bytes on disk (content, metadata and staging files) stay within "MAX_CACHE_SIZE", exceeding
+//   it by at most one entry for a moment. What must go is what was used longest ago.
+// - An entry that fits the limits is never refused.
+// - The order of use survives restarts: it is kept in the metadata files' times.
+// - One process owns a cache directory at a time.
+//
+// Errors are values (error.h): no function throws and none prints. Functions with an `Error*` clear
+// it first; it may not be null.
+//
+// Threads: every function of a session from any thread. A StoreWriter and a FetchedEntry belong to
+// one thread at a time; writers must be gone before their session is.
+//
+// The module keeps its kernel and its one manager for the whole process, so a process has at most
+// one session open at a time.
+#ifndef OXFILECACHE_SESSION_H_
+#define OXFILECACHE_SESSION_H_
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <oxfilecache/descriptor.h>
+#include <oxfilecache/error.h>
+
+namespace ox::session {
+
+// What a commit guarantees. A removal or an eviction is never synchronised: a power cut may bring
+// the entry back.
+//
+// What storing a small entry costs, counted with strace from Store to the end of the writer:
+//
+//                       system calls        of those changing        of those
+//                    new   replacement   names   of a replacement    fsync
+//   kNone             12       23                  6                   0
+//   kProcess          13       24                  7                   0
+//   kPower            24       35                  7                   5
+//
+// The names: two files made, two deleted with the old entry, two or three renamed. The fsyncs:
+// content, metadata, and three times the directory. Two of the latter hold up other threads.
+enum class Durability {
+  // An entry being replaced may be gone after a kill or a power cut, and after a failed commit.
+  kNone,
+  // A killed process leaves the old or the new entry, never half and never neither. So does a
+  // failed commit.
+  kProcess,
+  // So does a power cut, and once Commit returned the new entry is on the medium.
+  kPower,
+};
+
+struct SessionOptions {
+  // Holds "file-cache.conf" and, unless that names another directory, the cache. Made, with mode
+  // 0700, when it is missing.
+  std::string directory;
+  // The module's shared library; a name without "/" is looked for as dlopen(3) does.
+  std::string modulePath = "libox_file_cache.so";
+  Durability durability = Durability::kProcess;
+  // A fetch writes the time of use at most this often for each entry: flash wears.
+  std::chrono::seconds touchInterval{60};
+  // Open although the configuration admits no entry and the cache holds some, which deletes them.
+  bool allowDeletingAll = false;
+};
+
+// The module's own reading of "file-cache.conf".
+struct CacheLimits {
+  std::uint32_t maxSize = 0;       // bytes, all entries
+  std::uint32_t maxEntries = 0;    // 0 admits nothing
+  std::uint32_t maxEntrySize = 0;  // bytes, content and metadata of one entry
+  std::string cacheDirectory;      // where the files are
+};
+
+struct SessionStatistics {
+  std::uint64_t entries = 0;   // committed entries
+  std::uint64_t bytes = 0;     // on disk: content, metadata, staging files
+  std::uint64_t restarts = 0;  // of the manager since Open
+  std::uint64_t trimmed = 0;   // entries evicted since Open, to make room or by Trim
+};
+
+struct FetchedEntry {
+  UniqueFd content;        // open for reading, at the start; regular file
+  std::uint64_t size = 0;  // bytes of the content
+  std::string metadata;    // exactly what was committed
+  std::string path;        // of the content file, for messages; do not open it again
+};
+
+class SessionCore;
+
+// One entry on its way in. Dropping it leaves the cache as it was.
+class StoreWriter {
+ public:
+  ~StoreWriter();
+  StoreWriter(const StoreWriter&) = delete;
+  StoreWriter& operator=(const StoreWriter&) = delete;
+
+  // Appends to the content. kRefused as soon as it grows above the limit of one entry or of the
+  // whole cache; the writer is then good for nothing but dropping. Making room may evict.
+  //
+  // Several writers at once share "MAX_CACHE_SIZE", but for the one that wrote first. Where they
+  // exceed it together, all but that one wait, here and in Commit, for another to end. kRefused
+  // instead when the first one was last used by this very thread, or none ends within 30 seconds.
+  Error Write(const void* data, std::size_t bytes);
+
+  // Makes the entry visible in place of an older one of its URL. Metadata: 1 to 1,024 bytes of
+  // ASCII without NUL; anything else would come back cut, so it is refused (kInvalidArgument).
+  // Content may not be empty: the next start would delete it (kInvalidArgument). kRefused when
+  // content and metadata together exceed the limit of one entry. After any error the old entry
+  // still serves (see Durability), and Commit may be tried again after kInvalidArgument. Once it
+  // succeeded the writer is used up.
+  Error Commit(const std::string& metadata);
+
+ private:
+  friend class SessionCore;
+  class Staging;
+  explicit StoreWriter(std::unique_ptr<Staging> staging);
+  std::unique_ptr<Staging> staging_;
+};
+
+class CacheSession {
+ public:
+  // Null and an error when the directory cannot be used, the module not loaded (kModule), another
+  // process has the cache (kInUse, with its process number), or the configuration would delete what
+  // is there (kConfiguration): when it admits no entry, or names a cache directory that the module
+  // would misread. Finishes a commit that a crash interrupted, removes stale staging files and
+  // content without metadata, and brings the cache within its limits.
+  static std::unique_ptr<CacheSession> Open(const SessionOptions& options, Error* error);
+  ~CacheSession();
+  CacheSession(const CacheSession&) = delete;
+  CacheSession& operator=(const CacheSession&) = delete;
+
+  // URLs are valid UTF-8, not empty and without NUL, of any length; others are kInvalidArgument,
+  // since two of them could meet in one entry. kRefused when the cache is off (maxEntries is 0).
+  std::unique_ptr<StoreWriter> Store(const std::string& url, Error* error);
+
+  // Empty with kNotFound when there is no such entry, with kInputOutput when a file of it cannot be
+  // read or its metadata was damaged; such an entry can be removed and replaced.
+  std::optional<FetchedEntry> Fetch(const std::string& url, Error* error);
+
+  // kNotFound when there is no such entry.
+  Error Remove(const std::string& url);
+
+  // Brings the cache to 90 % of its limits as a full cache would, deletes what belongs to nobody,
+  // and restarts the manager. The number of entries deleted goes to `deleted` unless that is null.
+  Error Trim(std::uint64_t* deleted);
+
+  const CacheLimits& Limits() const;
+  SessionStatistics Statistics() const;
+
+ private:
+  explicit CacheSession(std::unique_ptr<SessionCore> core);
+  std::unique_ptr<SessionCore> core_;
+};
+
+// Reads the limits the way the module does, without scanning, deleting or making anything: the real
+// module is started over a file system that shows it the configuration and an empty directory.
+// kModule or kInputOutput on failure. Not while a session is open in this process.
+Error ReadLimits(const std::string& directory, const std::string& modulePath, CacheLimits* limits);
+
+}  // namespace ox::session
+
+#endif

@@ -1,0 +1,116 @@
+#include "session/durable_io.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+
+#include "session/use_clock.h"
+
+namespace ox::session {
+namespace {
+
+std::atomic<FileOperationHook> operationHook{nullptr};
+
+std::array<timespec, 2> BothTimes(std::int64_t time) {
+  return {ToTimespec(time), ToTimespec(time)};
+}
+
+bool Synchronize(int fd) {
+  int result = -1;
+  do {
+    result = fsync(fd);
+  } while (result != 0 && errno == EINTR);
+  return result == 0;
+}
+
+}  // namespace
+
+void SetFileOperationHook(FileOperationHook hook) {
+  operationHook.store(hook, std::memory_order_relaxed);
+}
+
+void AnnounceFileOperation() {
+  const FileOperationHook hook = operationHook.load(std::memory_order_relaxed);
+  if (hook != nullptr) hook();
+}
+
+UniqueFd CreateNewFile(const std::string& path) {
+  AnnounceFileOperation();
+  int fd = -1;
+  do {
+    fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+  } while (fd < 0 && errno == EINTR);
+  return UniqueFd(fd);
+}
+
+bool WriteAll(int fd, const void* data, std::size_t bytes) {
+  AnnounceFileOperation();
+  const char* next = static_cast<const char*>(data);
+  while (bytes > 0) {
+    const ssize_t part = write(fd, next, bytes);
+    if (part < 0 && errno == EINTR) continue;
+    if (part < 0) return false;
+    next += part;
+    bytes -= static_cast<std::size_t>(part);
+  }
+  return true;
+}
+
+bool SetFileTime(const std::string& path, std::int64_t time) {
+  AnnounceFileOperation();
+  return utimensat(AT_FDCWD, path.c_str(), BothTimes(time).data(), AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool SetFileTime(int fd, std::int64_t time) {
+  AnnounceFileOperation();
+  return futimens(fd, BothTimes(time).data()) == 0;
+}
+
+bool SyncFile(int fd) {
+  AnnounceFileOperation();
+  return Synchronize(fd);
+}
+
+bool SyncDirectory(const std::string& path) {
+  AnnounceFileOperation();
+  int fd = -1;
+  do {
+    fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  } while (fd < 0 && errno == EINTR);
+  const UniqueFd directory(fd);
+  return directory.IsOpen() && Synchronize(directory.Get());
+}
+
+bool RenameFile(const std::string& from, const std::string& to) {
+  AnnounceFileOperation();
+  return rename(from.c_str(), to.c_str()) == 0;
+}
+
+bool DeleteFile(const std::string& path) {
+  AnnounceFileOperation();
+  return unlink(path.c_str()) == 0 || errno == ENOENT;
+}
+
+std::uint64_t FileSize(const std::string& path) {
+  struct stat status;
+  if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return 0;
+  return static_cast<std::uint64_t>(status.st_size);
+}
+
+bool FileExists(const std::string& path) {
+  struct stat status;
+  return lstat(path.c_str(), &status) == 0;
+}
+
+bool IsDirectory(const std::string& path) {
+  struct stat status;
+  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+}  // namespace ox::session

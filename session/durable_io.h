@@ -1,0 +1,44 @@
+// The changes that a session makes to its directory, one function each. Interrupted calls are tried
+// again; errno is left as the system call set it.
+#ifndef OX_SESSION_DURABLE_IO_H_
+#define OX_SESSION_DURABLE_IO_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include <oxfilecache/descriptor.h>
+
+namespace ox::session {
+
+// Called before each change, also before the deletions that the module asks for. Tests set it, on
+// one thread, to kill a process between any two changes.
+using FileOperationHook = void (*)();
+void SetFileOperationHook(FileOperationHook hook);
+void AnnounceFileOperation();
+
+// A new file of mode 0600 for writing; not open when it exists already or cannot be made.
+UniqueFd CreateNewFile(const std::string& path);
+
+bool WriteAll(int fd, const void* data, std::size_t bytes);
+
+// Nanoseconds since 1970; sets the modification and the access time.
+bool SetFileTime(const std::string& path, std::int64_t time);
+bool SetFileTime(int fd, std::int64_t time);
+
+bool SyncFile(int fd);
+bool SyncDirectory(const std::string& path);
+
+bool RenameFile(const std::string& from, const std::string& to);
+
+// True when there is no such file afterwards.
+bool DeleteFile(const std::string& path);
+
+// Of a regular file, without following a symbolic link; 0 when there is none.
+std::uint64_t FileSize(const std::string& path);
+bool FileExists(const std::string& path);
+bool IsDirectory(const std::string& path);
+
+}  // namespace ox::session
+
+#endif

@@ -1,0 +1,55 @@
+// The names of a session's own files. The module's scan looks only at names that end in
+// ".ox_meta", so it never sees these.
+//
+//   ox-ID.part         content being written
+//   ox-ID.meta         metadata being written
+//   NAME.ID.commit     the metadata of a decided commit: its content is ox-ID.part or, once that is
+//                      gone, already in NAME
+//   ox-session.lock    who has the directory
+//
+// NAME is the content file's name, ID is unique for all time: were it used twice, a stale commit
+// file could claim another's half-written content after a power cut.
+#ifndef OX_SESSION_FILE_NAMES_H_
+#define OX_SESSION_FILE_NAMES_H_
+
+#include <cstdint>
+#include <string>
+
+#include <oxfilecache/format.h>
+
+namespace ox::session {
+
+constexpr char kLockFileName[] = "ox-session.lock";
+
+bool EndsWith(const std::string& text, const std::string& suffix);
+
+inline std::string StagedContentName(const std::string& id) {
+  return "ox-" + id + ".part";
+}
+inline std::string StagedMetaDataName(const std::string& id) {
+  return "ox-" + id + ".meta";
+}
+inline std::string CommitFileName(const std::string& entryName, const std::string& id) {
+  return entryName + "." + id + ".commit";
+}
+
+// The ID when the name is one of staged content or metadata, otherwise empty.
+std::string StagingId(const std::string& name);
+
+// True, with both parts, when the name is one of a commit file.
+bool ParseCommitFileName(const std::string& name, std::string* entryName, std::string* id);
+
+// Makes the IDs of one session. Not thread-safe.
+class IdSource {
+ public:
+  IdSource();
+  std::string Next();
+
+ private:
+  std::uint64_t session_;
+  std::uint64_t count_ = 0;
+};
+
+}  // namespace ox::session
+
+#endif

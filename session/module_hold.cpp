@@ -1,0 +1,42 @@
+#include "session/module_hold.h"
+
+#include <atomic>
+
+#include <oxfilecache/host.h>
+
+namespace ox::session {
+namespace {
+
+std::atomic<bool> isHeld{false};
+
+host::PosixKernel& ProcessKernel() {
+  static host::PosixKernel& kernel = *new host::PosixKernel("");
+  return kernel;
+}
+
+}  // namespace
+
+std::unique_ptr<ModuleHold> ModuleHold::Take(const std::string& modulePath,
+                                             SessionFileSystem& fileSystem, Error* error) {
+  // Made first: were it to fail later, nobody would let go again.
+  std::unique_ptr<ModuleHold> hold(new ModuleHold);
+  if (isHeld.exchange(true)) {
+    *error = MakeError(ErrorKind::kInUse, "this process has a session open already");
+    return nullptr;
+  }
+  hold->isHolder_ = true;
+  ProcessKernel().UseFileSystem(&fileSystem);
+  std::string reason;
+  hold->module_ = host::LoadedModule::Load(modulePath, ProcessKernel(), &reason);
+  if (hold->module_ != nullptr) return hold;
+  *error = MakeError(ErrorKind::kModule, "cannot load the module: " + reason);
+  error->path = modulePath;
+  return nullptr;
+}
+
+ModuleHold::~ModuleHold() {
+  module_.reset();
+  if (isHolder_) isHeld.store(false);
+}
+
+}  // namespace ox::session

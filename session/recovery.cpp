@@ -1,0 +1,102 @@
+#include "session/recovery.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "session/durable_io.h"
+#include "session/file_names.h"
+
+namespace ox::session {
+namespace {
+
+Error Delete(const std::string& path) {
+  return DeleteFile(path) ? Error{} : SystemError("cannot delete", path);
+}
+
+Error FinishCommit(const std::string& directory, const std::string& commitFile,
+                   const std::string& entryName, const std::string& id) {
+  const std::string staged = directory + "/" + StagedContentName(id);
+  const std::string content = directory + "/" + entryName;
+  if (FileExists(staged) && !RenameFile(staged, content)) {
+    return SystemError("cannot finish a commit", content);
+  }
+  if (!FileExists(content)) return Delete(commitFile);
+  if (!SyncDirectory(directory)) return SystemError("cannot synchronise", directory);
+  if (!RenameFile(commitFile, content + format::kMetaDataSuffix)) {
+    return SystemError("cannot finish a commit", content);
+  }
+  return {};
+}
+
+bool IsAdmissible(const SurveyedEntry& entry, const CacheLimits& limits) {
+  return entry.contentBytes > 0 && entry.contentBytes + entry.metaDataBytes <= limits.maxEntrySize;
+}
+
+Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry) {
+  const std::string content = directory + "/" + entry.name;
+  // Content first: metadata without content is deleted by any scan, content without metadata is
+  // not.
+  if (Error error = Delete(content)) return error;
+  return Delete(content + format::kMetaDataSuffix);
+}
+
+}  // namespace
+
+Error RollForward(const std::string& directory, Survey* survey) {
+  if (Error error = SurveyDirectory(directory, survey)) return error;
+  bool isChanged = false;
+  for (const std::string& name : survey->staging) {
+    std::string entryName;
+    std::string id;
+    if (!ParseCommitFileName(name, &entryName, &id)) continue;
+    if (Error error = FinishCommit(directory, directory + "/" + name, entryName, id)) return error;
+    isChanged = true;
+  }
+  return isChanged ? SurveyDirectory(directory, survey) : Error{};
+}
+
+Error DeleteLeftovers(const std::string& directory, const Survey& survey,
+                      const std::function<bool(const std::string& id)>& isLive) {
+  for (const auto* names : {&survey.contentWithoutMetaData, &survey.metaDataWithoutContent}) {
+    for (const std::string& name : *names) {
+      if (Error error = Delete(directory + "/" + name)) return error;
+    }
+  }
+  bool isSynchronised = false;
+  for (const std::string& name : survey.staging) {
+    const std::string id = StagingId(name);
+    if (id.empty() || isLive(id)) continue;
+    // The medium may still hold a commit file that was taken back; without its content it would
+    // pass for one that was carried out.
+    if (!isSynchronised && !SyncDirectory(directory)) {
+      return SystemError("cannot synchronise", directory);
+    }
+    isSynchronised = true;
+    if (Error error = Delete(directory + "/" + name)) return error;
+  }
+  return {};
+}
+
+Error TrimToLimits(const std::string& directory, const CacheLimits& limits, Survey* survey,
+                   std::uint64_t* deleted) {
+  std::vector<SurveyedEntry> kept;
+  std::uint64_t bytes = 0;
+  *deleted = 0;
+  for (auto entry = survey->entries.rbegin(); entry != survey->entries.rend(); ++entry) {
+    const std::uint64_t size = entry->contentBytes + entry->metaDataBytes;
+    if (IsAdmissible(*entry, limits) && kept.size() < limits.maxEntries &&
+        bytes + size <= limits.maxSize) {
+      bytes += size;
+      kept.push_back(*entry);
+      continue;
+    }
+    if (Error error = DeleteEntry(directory, *entry)) return error;
+    ++*deleted;
+  }
+  std::reverse(kept.begin(), kept.end());
+  survey->entries = std::move(kept);
+  survey->bytes = bytes;
+  return {};
+}
+
+}  // namespace ox::session

@@ -1,0 +1,37 @@
+// What lies in a cache directory, read without the module and without changing anything.
+#ifndef OX_SESSION_SURVEY_H_
+#define OX_SESSION_SURVEY_H_
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include <oxfilecache/error.h>
+
+namespace ox::session {
+
+// A content file with its metadata file: what the start-up scan takes for an entry.
+struct SurveyedEntry {
+  std::string name;             // of the content file, without the directory
+  std::uint64_t contentBytes;   // size of the content file
+  std::uint64_t metaDataBytes;  // size of the metadata file
+  timespec used;                // time of last use: the metadata file's modification time
+};
+
+struct Survey {
+  std::vector<SurveyedEntry> entries;               // least recently used first
+  std::vector<std::string> contentWithoutMetaData;  // names of the form of a content file
+  std::vector<std::string> metaDataWithoutContent;
+  std::vector<std::string> staging;  // a session's own unfinished files
+  std::vector<std::string>
+      strangers;            // everything else but the session's and the module's own files
+  std::uint64_t bytes = 0;  // of all entries, content and metadata
+};
+
+// kInputOutput when the directory cannot be read.
+Error SurveyDirectory(const std::string& directory, Survey* survey);
+
+}  // namespace ox::session
+
+#endif
