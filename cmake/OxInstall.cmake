@@ -97,10 +97,21 @@ install(FILES ${PROJECT_SOURCE_DIR}/examples/smallest_host.cpp
               ${PROJECT_SOURCE_DIR}/examples/session_threads.cpp
               ${PROJECT_SOURCE_DIR}/tools/hostcheck/posix_host_library.cpp
         DESTINATION ${OX_DOC_DIRECTORY}/oxfilecache-dev/examples COMPONENT development)
+
+# The packages' copyright file: LICENSE in the form that Debian wants, beside what the licences of
+# the libraries in the programs ask for.
+set(OX_LICENSE_FILE ${PROJECT_SOURCE_DIR}/LICENSE)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${OX_LICENSE_FILE})
+file(READ ${OX_LICENSE_FILE} OX_LICENSE)
+string(STRIP "${OX_LICENSE}" OX_LICENSE)
+string(REGEX REPLACE "\n[ \n]*\n" "\n.\n" OX_LICENSE " ${OX_LICENSE}")
+string(REPLACE "\n" "\n " OX_LICENSE "${OX_LICENSE}")
+configure_file(${PROJECT_SOURCE_DIR}/cmake/OxInstallCopyright.txt.in
+               ${PROJECT_BINARY_DIR}/copyright @ONLY)
 foreach(package "oxfilecache;runtime" "oxfilecache-dev;development")
   list(GET package 0 name)
   list(GET package 1 component)
-  install(FILES ${PROJECT_SOURCE_DIR}/cmake/OxInstallCopyright.txt RENAME copyright
+  install(FILES ${PROJECT_BINARY_DIR}/copyright
           DESTINATION ${OX_DOC_DIRECTORY}/${name} COMPONENT ${component})
 endforeach()
 
