@@ -27,7 +27,7 @@ foreach(tool oxcache oxhostcheck)
   endif()
 endforeach()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${OX_DOC_DIRECTORY}/oxfilecache
-        COMPONENT runtime FILES_MATCHING PATTERN "*.md" PATTERN man EXCLUDE)
+        COMPONENT runtime FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE)
 
 # The interfaces of the module and of the host kit; what is not here may change at any time.
 set(public_headers
