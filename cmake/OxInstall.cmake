@@ -17,6 +17,8 @@ set(OX_HEADER_DIRECTORY ${CMAKE_INSTALL_INCLUDEDIR}/oxfilecache)
 set(OX_CONFIG_DIRECTORY ${CMAKE_INSTALL_LIBDIR}/cmake/OxFileCache)
 set(OX_PKGCONFIG_DIRECTORY ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 set(OX_DOC_DIRECTORY ${CMAKE_INSTALL_DATAROOTDIR}/doc)
+set(OX_ZSH_DIRECTORY ${CMAKE_INSTALL_DATAROOTDIR}/zsh/site-functions
+    CACHE STRING "Where zsh looks for completions, relative to CMAKE_INSTALL_PREFIX")
 
 install(TARGETS ox_file_cache LIBRARY DESTINATION ${OX_MODULE_DIRECTORY} COMPONENT runtime)
 foreach(tool oxcache oxhostcheck)
@@ -24,8 +26,15 @@ foreach(tool oxcache oxhostcheck)
     install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
     install(FILES ${PROJECT_SOURCE_DIR}/docs/man/${tool}.1
             DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
+    install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/ox.bash RENAME ${tool}
+            DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions
+            COMPONENT runtime)
   endif()
 endforeach()
+if(TARGET oxcache)
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/_oxcache DESTINATION ${OX_ZSH_DIRECTORY}
+          COMPONENT runtime)
+endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${OX_DOC_DIRECTORY}/oxfilecache
         COMPONENT runtime FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE)
 
