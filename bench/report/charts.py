@@ -98,10 +98,11 @@ def ticks_around(least, most):
 def ratio_chart(page):
     """Bars from the floor's line: to the left cheaper, to the right dearer."""
     found = ratios(page)
-    names = [name for name, _ in CONTENDERS]
-    shown = [found[RATIO_ENTRIES, name, operation] for name in names for operation in OPERATIONS
-             if (RATIO_ENTRIES, name, operation) in found]
-    ticks = ticks_around(min(shown), max(shown))
+    shown = {key: value for key, value in found.items() if key[0] == RATIO_ENTRIES and key[2] in OPERATIONS}
+    present = [(name, colours) for name, colours in CONTENDERS if any(key[1] == name for key in shown)]
+    names = [name for name, _ in present]
+    values = [value for key, value in shown.items() if key[1] in names]
+    ticks = ticks_around(min(values), max(values))
     low, high, left, right, top = ticks[0], ticks[-1], 130, 700, 112
     bar, gap = 7, 14
     row = bar * len(names) + gap
@@ -119,7 +120,7 @@ def ratio_chart(page):
         y = top + number * row + gap / 2
         parts.append(text(left - 10, y + bar * len(names) / 2 + 4, label, "end"))
         for lane, name in enumerate(names):
-            value = found.get((RATIO_ENTRIES, name, operation))
+            value = shown.get((RATIO_ENTRIES, name, operation))
             if value is None:
                 continue
             ends = sorted((across(1), across(value)))
@@ -131,7 +132,7 @@ def ratio_chart(page):
                       "time ÷ time of the floor, the bare system calls (logarithmic; left of 1 is faster)",
                       "middle", "dim"))
     return svg(720, bottom + 50, f"Ratio to the floor, {RATIO_ENTRIES:,} entries of 4 KiB", run_of(page),
-               [colours for _, colours in CONTENDERS], parts)
+               [colours for _, colours in present], parts)
 
 
 def apart(places, distance):
