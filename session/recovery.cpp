@@ -16,11 +16,11 @@ Error Delete(const std::string& path) {
 
 Error FinishCommit(const std::string& directory, const std::string& entryName,
                    const std::string& id) {
-  const CommitFiles files(directory, id, directory + "/" + entryName, true);
+  const CommitFiles files(directory, id, directory + "/" + entryName);
   const bool isContentStaged = FileExists(files.stagedContent);
   // Both versions of the content are gone: there is nothing to finish.
   if (!isContentStaged && !FileExists(files.content)) return Delete(files.commit);
-  if (files.PutInPlace(isContentStaged, true)) return {};
+  if (files.Finish(isContentStaged, true)) return {};
   return SystemError("cannot finish a commit", files.content);
 }
 

@@ -27,6 +27,7 @@ Error RunningCache::Restart() {
   // an entry that is in place and only not committed.
   account_.MarkStale();
   manager_.reset();
+  Deletions().NoteAny();
   Survey survey;
   if (Error error = PutDirectoryInOrder(&survey)) return error;
   if (!survey.entries.empty()) clock_.StayAbove(ToNanoseconds(survey.entries.back().used));

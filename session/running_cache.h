@@ -58,6 +58,7 @@ class RunningCache {
 
   DiskAccount& Account() { return account_; }
   UseClock& Clock() { return clock_; }
+  RecentDeletions& Deletions() { return fileSystem_.Deletions(); }
   // How reading the metadata of the entry found last went.
   std::optional<MetaDataRead> TakeMetaDataRead() { return fileSystem_.TakeMetaDataRead(); }
 

@@ -78,6 +78,7 @@ int SessionFile::Delete(int flags) {
   if (IsMetaData()) {
     account.NoteMetaDataDeletion(isDeleted, bytes, ToNanoseconds(status.st_mtim), error);
   } else {
+    fileSystem_.deletions_.Note(file_.Path());
     account.NoteContentDeletion(isDeleted, bytes, error);
   }
   return isDeleted;

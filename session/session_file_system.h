@@ -17,6 +17,7 @@
 #include "host/posix_file.h"
 #include "session/configuration_snapshot.h"
 #include "session/disk_account.h"
+#include "session/recent_deletions.h"
 #include <oxfilecache/file_system.h>
 
 namespace ox::internal {
@@ -44,6 +45,8 @@ class SessionFileSystem final : public IFileSystem {
     return std::exchange(metaDataRead_, std::nullopt);
   }
 
+  RecentDeletions& Deletions() { return deletions_; }
+
   os::filesystem::File* CreateFile() override;
   void DestroyFile(os::filesystem::File* file) override;
   int GetDefaultDirectory(OxString& out) override;
@@ -57,6 +60,7 @@ class SessionFileSystem final : public IFileSystem {
   ConfigurationSnapshot configuration_;
   DiskAccount& account_;
   std::optional<MetaDataRead> metaDataRead_;
+  RecentDeletions deletions_;
 };
 
 class SessionFile final : public os::filesystem::File {

@@ -66,10 +66,7 @@ Error StageMetaData(const Staging& staging, const std::string& metadata, std::in
     return SystemError("cannot write", staging.metaDataPath);
   }
   if (staging.state.options.durability != Durability::kPower) return {};
-  // The directory too: a commit file on the medium whose content's name is not would be taken for
-  // one that was carried out.
-  if (!internal::SyncFile(staging.file.Get()) || !internal::SyncFile(file.Get()) ||
-      !internal::SyncDirectory(staging.state.limits.cacheDirectory)) {
+  if (!internal::SyncFile(staging.file.Get()) || !internal::SyncFile(file.Get())) {
     return SystemError("cannot synchronise", staging.contentPath);
   }
   return {};
