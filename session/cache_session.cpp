@@ -20,7 +20,11 @@ namespace ox::session {
 using internal::MutexLock;
 
 CacheSession::CacheSession() = default;
-CacheSession::~CacheSession() = default;
+CacheSession::~CacheSession() {
+  // In a forked child the manager is the parent's: its locks may be held by threads that are not
+  // there, and it would delete files.
+  if (state_ != nullptr && !state_->directoryLock->IsHeld()) static_cast<void>(state_.release());
+}
 
 std::unique_ptr<CacheSession> CacheSession::Open(const SessionOptions& options, Error* error) {
   std::unique_ptr<CacheSession> opened;

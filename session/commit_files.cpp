@@ -26,9 +26,11 @@ Error CommitFiles::CheckTargets() const {
   return {};
 }
 
-bool CommitFiles::Finish(bool isContentStaged, bool synchronise) const {
+bool CommitFiles::Finish(bool isContentStaged, Synchronise synchronise) const {
   if (isContentStaged && !RenameFile(stagedContent, content)) return false;
-  if (synchronise && !SyncDirectory(directory)) return false;
+  if (synchronise != Synchronise::kNever && !SyncDirectory(directory)) {
+    if (synchronise == Synchronise::kAlways || !IsLastingRefusal(errno)) return false;
+  }
   return RenameFile(commit, metaData);
 }
 

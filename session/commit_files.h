@@ -13,6 +13,18 @@
 
 namespace ox::internal {
 
+enum class Synchronise {
+  kNever,
+  kWherePossible,  // a directory that can never be synchronised does not count as a failure
+  kAlways,
+};
+
+enum class Synchronise {
+  kNever,
+  kWherePossible,  // a directory that can never be synchronised does not count as a failure
+  kAlways,
+};
+
 struct CommitFiles {
   // Of a staging ID and a content path.
   CommitFiles(const std::string& directory, const std::string& id, const std::string& contentPath);
@@ -24,7 +36,7 @@ struct CommitFiles {
   // the content is in place already. Once the commit file is gone nothing tells any more where the
   // content belongs; with `synchronise` the content's name is on the medium before. False with
   // errno, and the commit can be finished later.
-  bool Finish(bool isContentStaged, bool synchronise) const;
+  bool Finish(bool isContentStaged, Synchronise synchronise) const;
 
   std::string directory;
   std::string stagedContent;

@@ -144,7 +144,8 @@ Error ReplaceLogged(SessionState& state, const CommitFiles& files, const Publica
     return error;
   }
   Decide(state, publication);
-  if (files.Finish(false, state.options.durability == Durability::kPower)) return {};
+  const bool isPower = state.options.durability == Durability::kPower;
+  if (files.Finish(false, isPower ? Synchronise::kAlways : Synchronise::kNever)) return {};
   return SystemError("cannot put the metadata in place", files.metaData);
 }
 

@@ -1,6 +1,7 @@
 #include "session/recovery.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <vector>
 
 #include "session/commit_files.h"
@@ -20,7 +21,7 @@ Error FinishCommit(const std::string& directory, const std::string& entryName,
   const bool isContentStaged = FileExists(files.stagedContent);
   // Both versions of the content are gone: there is nothing to finish.
   if (!isContentStaged && !FileExists(files.content)) return Delete(files.commit);
-  if (files.Finish(isContentStaged, true)) return {};
+  if (files.Finish(isContentStaged, Synchronise::kWherePossible)) return {};
   return SystemError("cannot finish a commit", files.content);
 }
 
@@ -63,7 +64,7 @@ Error DeleteLeftovers(const std::string& directory, const Survey& survey,
     if (id.empty() || isBeingWritten(id)) continue;
     // The medium may still hold a commit file that was taken back; without its content it would
     // pass for one that was carried out.
-    if (!isSynchronised && !SyncDirectory(directory)) {
+    if (!isSynchronised && !SyncDirectory(directory) && !IsLastingRefusal(errno)) {
       return SystemError("cannot synchronise", directory);
     }
     isSynchronised = true;

@@ -10,15 +10,22 @@ namespace ox::internal {
 using core::cache::CacheValue;
 
 RunningCache::RunningCache(Foundation foundation, const session::CacheLimits& limits,
-                           const WriterList& writers)
+                           const WriterList& writers, DirectoryLock& lock)
     : limits_(limits),
       writers_(writers),
-      fileSystem_(std::move(foundation.directory), std::move(foundation.configuration), account_),
+      lock_(lock),
+      fileSystem_(std::move(foundation.directory), std::move(foundation.configuration), account_,
+                  lock),
       module_(std::move(foundation.module)) {
   module_->UseFileSystem(fileSystem_);
 }
 
 Error RunningCache::EnsureCurrent() {
+  if (Error error = lock_.Check(false)) {
+    // What happens there meanwhile is not seen.
+    account_.MarkStale();
+    return error;
+  }
   return manager_.has_value() && !account_.IsStale() ? Error{} : Restart();
 }
 
@@ -26,6 +33,7 @@ Error RunningCache::Restart() {
   // From here on the module deletes nothing: a manager that is given back would delete the files of
   // an entry that is in place and only not committed.
   account_.MarkStale();
+  if (Error error = lock_.Check(true)) return error;
   manager_.reset();
   Deletions().NoteAny();
   Survey survey;

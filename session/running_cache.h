@@ -13,6 +13,7 @@
 #include <string>
 
 #include "session/configuration_snapshot.h"
+#include "session/directory_lock.h"
 #include "session/disk_account.h"
 #include "session/module_hold.h"
 #include "session/pending_entry.h"
@@ -33,13 +34,14 @@ class RunningCache {
     std::unique_ptr<ModuleHold> module;
   };
 
-  // `limits` and `writers` must outlive this. No manager runs until the first restart.
-  RunningCache(Foundation foundation, const session::CacheLimits& limits,
-               const WriterList& writers);
+  // The references must outlive this. No manager runs until the first restart.
+  RunningCache(Foundation foundation, const session::CacheLimits& limits, const WriterList& writers,
+               DirectoryLock& lock);
   RunningCache(const RunningCache&) = delete;
   RunningCache& operator=(const RunningCache&) = delete;
 
-  // Every operation's first step: restarts the manager when it does not know what is there.
+  // Every operation's first step: restarts the manager when it does not know what is there. An
+  // error when the directory was replaced meanwhile: nothing of it may be touched then.
   Error EnsureCurrent();
   // Finishes interrupted commits, deletes what belongs to no entry and what exceeds the limits, and
   // starts the manager anew. Entries that the old manager lent are gone.
@@ -76,6 +78,7 @@ class RunningCache {
 
   const session::CacheLimits& limits_;
   const WriterList& writers_;
+  DirectoryLock& lock_;
   DiskAccount account_;
   UseClock clock_;
   SessionFileSystem fileSystem_;

@@ -67,8 +67,9 @@ void SessionFile::Close() {
 
 int SessionFile::Delete(int flags) {
   DiskAccount& account = fileSystem_.account_;
-  // After a failure the module may have missed its configuration, and would delete everything.
-  if (account.IsStale()) return 0;
+  // While the account is stale the module may have missed its configuration, and would delete
+  // everything. A forked child has no lock.
+  if (account.IsStale() || !fileSystem_.lock_.IsHeld()) return 0;
   AnnounceFileOperation();
   struct stat status {};
   lstat(file_.Path(), &status);

@@ -16,6 +16,7 @@
 
 #include "host/posix_file.h"
 #include "session/configuration_snapshot.h"
+#include "session/directory_lock.h"
 #include "session/disk_account.h"
 #include "session/recent_deletions.h"
 #include <oxfilecache/file_system.h>
@@ -33,9 +34,10 @@ class SessionFile;
 
 class SessionFileSystem final : public IFileSystem {
  public:
-  // Deletions are counted in `account`, which must outlive the module's use of this.
+  // Deletions are counted in `account`; without the lock nothing is deleted. Both must outlive the
+  // module's use of this.
   SessionFileSystem(std::string directory, ConfigurationSnapshot configuration,
-                    DiskAccount& account);
+                    DiskAccount& account, const DirectoryLock& lock);
   ~SessionFileSystem();
   SessionFileSystem(const SessionFileSystem&) = delete;
   SessionFileSystem& operator=(const SessionFileSystem&) = delete;
@@ -59,6 +61,7 @@ class SessionFileSystem final : public IFileSystem {
   std::string directory_;
   ConfigurationSnapshot configuration_;
   DiskAccount& account_;
+  const DirectoryLock& lock_;
   std::optional<MetaDataRead> metaDataRead_;
   RecentDeletions deletions_;
 };

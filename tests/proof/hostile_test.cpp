@@ -143,14 +143,17 @@ TEST_F(Hostile, FilesPlantedUnderTheNamesOfAnEntry) {
   std::printf("%d planted\n", planted);
 }
 
-// The lock and the configuration too.
-TEST_F(Hostile, LinksUnderTheNamesOfTheSessionsOwnFiles) {
+// The session works without its lock file and writes to nothing that stands in its place.
+TEST_F(Hostile, LinksUnderTheNameOfTheLockFile) {
   Prepare();
   const std::string lock = Directory() + "/ox-session.lock";
-  fs::remove(lock);
-  ASSERT_EQ(0, symlink(Outside().c_str(), lock.c_str()));
-  EXPECT_EQ(nullptr, Open());
-  EXPECT_EQ(lock, error_.path);
+  for (const auto& makeLink : {&symlink, &link}) {
+    fs::remove(lock);
+    ASSERT_EQ(0, makeLink(Outside().c_str(), lock.c_str()));
+    const auto session = Open();
+    ASSERT_NE(nullptr, session) << error_.Message();
+    EXPECT_EQ("", ledger_.Check(*session));
+  }
 }
 
 TEST_F(Hostile, ConfigurationsThatAreNone) {
