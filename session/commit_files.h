@@ -19,12 +19,6 @@ enum class Synchronise {
   kAlways,
 };
 
-enum class Synchronise {
-  kNever,
-  kWherePossible,  // a directory that can never be synchronised does not count as a failure
-  kAlways,
-};
-
 struct CommitFiles {
   // Of a staging ID and a content path.
   CommitFiles(const std::string& directory, const std::string& id, const std::string& contentPath);
