@@ -40,7 +40,7 @@ bool CacheValueImpl::RefreshMetaData() {
 
   // Emptied before the file is looked for, so every failure below shows as empty metadata. The old
   // units stay in the buffer; DumpMetaData looks at them.
-  metaData.AssignUTF8("", 0);
+  metaData = "";
   if (metaFile.IsNull()) return false;
   metaFile->SetPath(path.Text());
   if (metaFile->Exists() == 0) return false;
@@ -48,7 +48,8 @@ bool CacheValueImpl::RefreshMetaData() {
 
   TextBuffer buffer;
   const std::uint32_t count = ReadText(*metaFile, &buffer);
-  metaData.AssignUTF8(buffer.text, Kernel()->StrLen(buffer.text));
+  // A sequence that the first NUL cuts short takes the file's bytes behind it as they stand.
+  metaData.AssignUTF8(buffer.text, Kernel()->StrLen(buffer.text), count);
   return count != 0;
 }
 

@@ -93,7 +93,9 @@ void FileCacheManagerImpl::ReadString(const char* text, const char* key, OxStrin
   const char* end = p;
   while (!IsLineEnd(*end))
     ++end;
-  value.AssignUTF8(p, static_cast<std::size_t>(end - p));
+  // The value alone is decoded: a sequence that its end cuts short reads zeros, not the next line.
+  const auto count = static_cast<std::size_t>(end - p);
+  value.AssignUTF8(p, count, count);
 }
 
 }  // namespace ox::core::cache

@@ -74,7 +74,8 @@ bool FileCacheManagerImpl::ContentPathFromMetaPath(OxString& path) {
   for (std::size_t i = cut; i > 0; --i) {
     if (buffer.text[i - 1] == '\\') buffer.text[i - 1] = '/';
   }
-  path.AssignUTF8(buffer.text, kernel->StrLen(buffer.text));
+  // A sequence that the cut splits takes the rest of the path as it stands in the buffer.
+  path.AssignUTF8(buffer.text, cut, length);
   return true;
 }
 

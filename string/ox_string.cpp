@@ -29,7 +29,7 @@ std::size_t MeasureBytes(const char* utf8) {
 OxString::OxString() : utf8_(nullptr), utf16_(nullptr), length_(0), capacity_(0), empty_(0) {}
 
 OxString::OxString(const char* utf8) : OxString() {
-  AppendDecoded(utf8, MeasureBytes(utf8));
+  Append(utf8);
 }
 
 OxString::OxString(const OxString& other) : OxString() {
@@ -69,14 +69,15 @@ OxString& OxString::operator=(const OxString& source) {
 }
 
 OxString& OxString::operator=(const char* utf8) {
-  AssignUTF8(utf8, MeasureBytes(utf8));
+  // Behind the NUL of a text from anywhere there may be nothing to read.
+  const std::size_t count = MeasureBytes(utf8);
+  AssignUTF8(utf8, count, count);
   return *this;
 }
 
-void OxString::AssignUTF8(const char* utf8, std::size_t count) {
+void OxString::AssignUTF8(const char* utf8, std::size_t count, std::size_t readable) {
   length_ = 0;
-  if (count == 0) return;
-  AppendDecoded(utf8, count);
+  AppendDecoded(utf8, count, readable);
 }
 
 void OxString::Append(const OxString& source) {
@@ -84,7 +85,8 @@ void OxString::Append(const OxString& source) {
 }
 
 void OxString::Append(const char* utf8) {
-  AppendDecoded(utf8, MeasureBytes(utf8));
+  const std::size_t count = MeasureBytes(utf8);
+  AppendDecoded(utf8, count, count);
 }
 
 void OxString::Reserve(std::size_t units) {

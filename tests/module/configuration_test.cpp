@@ -69,6 +69,9 @@ TEST(Configuration, Directory) {
       {"CACHE_DIRECTORY\n=/other", "/c"},
       {"CACHE_DIRECTORY", "/c"},
       {"CACHE_DIRECTORY=/\xC3\xA4\xF3", "/\xC3\xA4\xF0\xBD\xBE\x80"},
+      {"CACHE_DIRECTORY=/\xE2\r\xAC", "/\xEF\xBF\xBD"},  // the value alone is decoded
+      {"CACHE_DIRECTORY=/q\xC0\x80r", "/q"},             // up to an encoded zero
+      {"CACHE_DIRECTORY=\xC0\x80r", ""},
   };
   for (const auto& c : cases) {
     CacheRig rig("");

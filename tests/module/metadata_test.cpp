@@ -47,6 +47,10 @@ TEST(MetaData, ReadsWhatTheFileHolds) {
       {std::string(2000, 'x'), std::string(1024, 'x')},
       {std::string(1024, 'y'), std::string(1024, 'y')},
       {"\xA9", "\xC2\xA9"},
+      // A sequence goes on behind the NUL as far as the file was read, then in zeros.
+      {std::string("\xE2\0\xAC", 3), ","},
+      {"\xE2", "\xEF\xBF\xBD"},
+      {std::string(1023, 'x') + "\xE2\x82\xAC", std::string(1023, 'x') + "\xEF\xBF\xBD"},
   };
   for (const auto& c : cases) {
     CacheRig rig;

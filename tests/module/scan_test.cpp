@@ -115,6 +115,15 @@ TEST(Scan, NamesBeyondAsciiAreCutShort) {
                                        "B.ox_meta"));
 }
 
+// A sequence that the cut splits goes on behind it: E2 00 AC is a comma.
+TEST(Scan, ANameCutInsideASequence) {
+  CacheRig rig("MAX_CACHE_ENTRIES=9\n");
+  rig.host.WriteFile("/c/\xE2\x82\xAC.ox_meta", "meta");
+  rig.host.WriteFile("/c/,", "content");
+  ASSERT_TRUE(rig.Start());
+  EXPECT_NE(nullptr, rig.host.FindFile("/c/\xE2\x82\xAC.ox_meta"));
+}
+
 TEST(Scan, BackslashesBecomeSlashes) {
   CacheRig rig("MAX_CACHE_ENTRIES=9\nCACHE_DIRECTORY=/c\\d\n");
   rig.host.WriteFile("/c\\d/A.ox_meta", "meta");

@@ -72,27 +72,34 @@ TEST_F(StringTest, DecodesAndEncodes) {
   }
 }
 
-// Missing bytes count as zeros, and nothing behind the text is read: the text stands at the end of
-// its own block, where AddressSanitizer sees the first byte too many.
+// Missing bytes count as zeros, and nothing behind the readable bytes is read: they stand at the
+// end of their own block, where AddressSanitizer sees the first byte too many.
 TEST_F(StringTest, SequencesCutShortByTheEnd) {
   const struct {
-    const char* bytes;
+    std::string text;
+    std::string behind;
     Units units;
   } cases[] = {
-      {"\xC3", {0x40}},
-      {"x\xE2\x82", {'x', 0x2000}},
-      {"\xF1", {0xFFFD}},
-      {"\xF3", {0xD8B7, 0xDF80}},  // two units out of one byte: the room must be there
-      {"ab\xF4", {'a', 'b', 0xD9B7, 0xDF80}},
-      {"\xFF", {0xFFFD}},
+      {"\xC3", "", {0x40}},
+      {"x\xE2\x82", "", {'x', 0x2000}},
+      {"\xF1", "", {0xFFFD}},
+      {"\xF3", "", {0xD8B7, 0xDF80}},  // two units out of one byte: the room must be there
+      {"ab\xF4", "", {'a', 'b', 0xD9B7, 0xDF80}},
+      {"\xFF", "", {0xFFFD}},
+      {"\xE2", std::string("\0\xAC\xAC", 3), {0x2C}},
+      {"\xEE", "\xFF\xFF", {0xD800, 0xDC3F}},
+      {"x\xF0\x9F", std::string("\0\x80", 2), {'x', 0xD834, 0xDC00}},
   };
   for (const auto& c : cases) {
-    const std::vector<char> exact(c.bytes, c.bytes + std::strlen(c.bytes));
+    const std::string whole = c.text + c.behind;
+    const std::vector<char> exact(whole.begin(), whole.end());
     OxString text;
-    text.AssignUTF8(exact.data(), exact.size());
-    EXPECT_EQ(c.units, UnitsOf(text)) << c.bytes;
+    text.AssignUTF8(exact.data(), c.text.size(), exact.size());
+    EXPECT_EQ(c.units, UnitsOf(text)) << c.text;
     EXPECT_EQ(0U, text.Text()[text.Length()]);
-    EXPECT_EQ(c.units, UnitsOf(OxString(c.bytes))) << c.bytes;
+    // Of a text from anywhere nothing behind the end counts.
+    text.AssignUTF8(c.text.c_str(), c.text.size(), c.text.size());
+    EXPECT_EQ(UnitsOf(text), UnitsOf(OxString((c.text + '\0' + "\xAC").c_str()))) << c.text;
   }
 }
 
