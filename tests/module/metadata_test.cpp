@@ -62,15 +62,17 @@ TEST(MetaData, ReadsWhatTheFileHolds) {
   }
 }
 
-TEST(MetaData, AReadThatClaimsTooMuchIsCutAtTheBuffer) {
-  CacheRig rig;
-  rig.LeavePair(kAbcPath, "content", std::string(1024, 'y'));
-  ASSERT_TRUE(rig.Start());
-  rig.host.claimedRead = 0xFFFFFFFF;
-  EXPECT_EQ(std::string(1024, 'y'), Utf8(rig.Get("abc")->GetMetaData()));
-  // Only the low 32 bits of a count are looked at: this one is 0.
-  rig.host.claimedRead = std::uint64_t{1} << 32;
-  rig.Get("abc");
+// The low 32 bits count, and above 1024 they count as nothing.
+TEST(MetaData, AReadThatClaimsTooMuchHasReadNothing) {
+  StartedRig rig;
+  auto* entry = rig.Store("abc", "content", std::string(1024, 'y'));
+  const std::pair<std::uint64_t, std::size_t> cases[] = {
+      {1024, 1024}, {1025, 0}, {0xFFFFFFFF, 0}, {(std::uint64_t{1} << 32) + 9, 9}};
+  for (const auto& [claimed, length] : cases) {
+    rig.host.claimedRead = claimed;
+    rig.Get("abc");
+    EXPECT_EQ(std::string(length, 'y'), Utf8(entry->GetMetaData()));
+  }
 }
 
 TEST(MetaData, CommitIsOneFileInOneOrder) {

@@ -90,7 +90,7 @@ class RecordingFile final : public os::filesystem::File {
     const std::size_t part = std::min(static_cast<std::size_t>(count), bytes.size() - position_);
     std::memcpy(destination, bytes.data() + position_, part);
     position_ += part;
-    return (host_.claimedRead != 0 ? host_.claimedRead : part) | host_.highBits;
+    return host_.claimedRead != 0 ? host_.claimedRead : part;
   }
   std::uint64_t Write(std::uint64_t count, const void* source) override {
     host_.Log("Write " + std::to_string(count));
