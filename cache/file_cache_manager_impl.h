@@ -6,6 +6,7 @@
 #include "cache/cache_value_impl.h"
 #include "cache/entry_node.h"
 #include "cache/file_cache_manager.h"
+#include "cache/joined_path.h"
 #include "cache/relaxed.h"
 #include "module/file_system.h"
 #include "module/ox_kernel.h"
@@ -55,6 +56,8 @@ class FileCacheManagerImpl : public FileCacheManager {
 
   // Path of the content file of a URL. The UTF-8 form that it needs stays in `url`.
   void GetLocalFileFromURL(const OxString& url, OxString& localFile);
+  // The same path in UTF-8, which needs no memory of its own unless it is long.
+  JoinedPath GetLocalPathFromURL(const OxString& url) const;
 
   // Whether an entry of that many bytes would be admitted without evicting anything.
   bool IsWithinConfigurationLimits(unsigned long size) const;
@@ -112,7 +115,7 @@ class FileCacheManagerImpl : public FileCacheManager {
   std::uint32_t currentSize;
   OxString dataDir;
 
-  // Behind the fields whose places are known outside.
+  // Keep last: hosts know the offsets of the fields above.
   NodePool nodes_;
 };
 

@@ -14,7 +14,7 @@ constexpr std::size_t kMetaDataSuffixLength = sizeof kMetaDataSuffix - 1;
 
 class JoinedPath {
  public:
-  // The UTF-8 form of `first`, then `second`.
+  // The UTF-8 form of `first` up to its first zero unit, then `second`.
   JoinedPath(const OxString& first, const char* second);
   ~JoinedPath();
   JoinedPath(const JoinedPath&) = delete;

@@ -1,6 +1,5 @@
 // Admission, lookup and removal.
 #include "cache/file_cache_manager_impl.h"
-#include "cache/joined_path.h"
 #include "module/allocation.h"
 #include "module/scoped_lock.h"
 
@@ -73,10 +72,7 @@ bool FileCacheManagerImpl::Add(CacheValue* value) {
 CacheValue* FileCacheManagerImpl::Get(const OxString& url) {
   const ScopedLock lock(mutex);
   const AllocationWatch watch;
-  LocalName name;
-  RenderLocalName(url, &name);
-  // The UTF-8 form of what GetLocalFileFromURL gives.
-  const JoinedPath path(cacheDirectory, name.text);
+  const JoinedPath path = GetLocalPathFromURL(url);
   if (watch.Tripped()) return nullptr;
 
   EntryNode* node = FindByPath(path.Text(), PathTag(path.Text(), path.Length()));

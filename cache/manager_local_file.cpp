@@ -34,6 +34,8 @@ void FileCacheManagerImpl::RenderLocalName(const OxString& url, LocalName* name)
   *out = '\0';
 }
 
+// The two forms of a path, each of the directory's text up to its first zero unit and of the name:
+// entries are listed under the one and looked up by the other.
 void FileCacheManagerImpl::GetLocalFileFromURL(const OxString& url, OxString& localFile) {
   LocalName name;
   RenderLocalName(url, &name);
@@ -41,6 +43,12 @@ void FileCacheManagerImpl::GetLocalFileFromURL(const OxString& url, OxString& lo
   localFile.Reserve(cacheDirectory.Length() + LocalName::kLength);
   if (!cacheDirectory.IsEmpty()) localFile.Append(cacheDirectory);
   localFile.Append(name.text);
+}
+
+JoinedPath FileCacheManagerImpl::GetLocalPathFromURL(const OxString& url) const {
+  LocalName name;
+  RenderLocalName(url, &name);
+  return JoinedPath(cacheDirectory, name.text);
 }
 
 }  // namespace ox::core::cache

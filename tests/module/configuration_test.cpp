@@ -84,6 +84,8 @@ TEST(Configuration, Directory) {
     ASSERT_NE(nullptr, entry);
     EXPECT_EQ(std::string(c.directory) + "/09100589C32DF40B6D69F3D7821EF727",
               Utf8(entry->GetFile()));
+    EXPECT_TRUE(rig.manager->Add(entry));
+    EXPECT_EQ(entry, rig.Get("abc")) << c.text;
   }
 }
 
