@@ -24,9 +24,9 @@ namespace ox::core::cache {
 class FileCacheManagerImpl : public FileCacheManager {
  public:
   // Obtains the host's services, reads the configuration and scans the cache directory. `started`
-  // stays false when memory ran out on the way: a scan with limits or a directory that were only
-  // half read would delete good files, and a pair that the scan could not list would be overwritten
-  // by the next entry of its URL. Such a manager may only be destroyed.
+  // stays false when memory or file objects ran out on the way: a scan with limits or a directory
+  // that were only half read would delete good files, and a pair that the scan could not list would
+  // be overwritten by the next entry of its URL. Such a manager may only be destroyed.
   explicit FileCacheManagerImpl(bool& started);
   // Keeps the files of committed entries, deletes those of pending ones.
   ~FileCacheManagerImpl() override;

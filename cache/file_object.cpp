@@ -2,6 +2,12 @@
 
 namespace ox::core::cache {
 
+os::filesystem::File* MakeFile() {
+  os::filesystem::File* file = services.fileSystem->CreateFile();
+  if (file == nullptr) services.isFileRefused = true;
+  return file;
+}
+
 std::uint32_t ReadText(os::filesystem::File& file, TextBuffer* buffer) {
   std::uint32_t count = static_cast<std::uint32_t>(file.Read(kTextBytes, buffer->text));
   if (count > kTextBytes) count = 0;

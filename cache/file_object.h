@@ -9,9 +9,12 @@
 
 namespace ox::core::cache {
 
+// A new file object of the host, or null, which is noted in the services.
+os::filesystem::File* MakeFile();
+
 class FileObject {
  public:
-  FileObject() : file_(services.fileSystem->CreateFile()) {}
+  FileObject() : file_(MakeFile()) {}
   // A null is handed back as it came: hosts that log see every CreateFile answered.
   ~FileObject() { services.fileSystem->DestroyFile(file_); }
   FileObject(const FileObject&) = delete;
@@ -33,7 +36,8 @@ struct TextBuffer {
   char text[kTextBytes + 1];
 };
 
-// Reads once from the open file. Returns the number of bytes, at most kTextBytes.
+// Reads once from the open file. Returns the number of bytes, at most kTextBytes; a host that
+// claims more has given nothing that can be relied on, and 0 is returned.
 std::uint32_t ReadText(os::filesystem::File& file, TextBuffer* buffer);
 
 }  // namespace ox::core::cache

@@ -41,7 +41,7 @@ bool FileCacheManagerImpl::Configure() {
 }
 
 bool FileCacheManagerImpl::ReadConfigurationFile(const char* path) {
-  os::filesystem::File* file = services.fileSystem->CreateFile();
+  os::filesystem::File* file = MakeFile();
   if (file == nullptr) return false;
   file->SetPath(path);
   const bool isOpened = file->Exists() != 0 && file->Open(os::filesystem::File::kOpenRead) != 0;

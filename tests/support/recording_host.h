@@ -41,7 +41,7 @@ class RecordingHost final : public IOxKernel, public IFileSystem {
 
   std::string defaultDirectory = "/c";
   bool hasDefaultDirectory = true;
-  // What Read claims to have read, when not 0; and extra bits on every size and count of a file.
+  // What Read claims to have read, when not 0; and extra bits on every size of a file.
   std::uint64_t claimedRead = 0;
   std::uint64_t highBits = 0;
   // Where set, StrCmp finds nothing equal.
