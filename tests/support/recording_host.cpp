@@ -10,17 +10,22 @@
 #include "string/ox_string.h"
 
 namespace ox::testing {
+namespace {
+
+const std::string kGuard(8, '\xA5');
+
+}  // namespace
 
 class RecordingMutex final : public IOxMutex {
  public:
   RecordingMutex(RecordingHost& host, std::string name) : host_(host), name_(std::move(name)) {}
   int Lock() override {
-    host_.Log("Lock " + name_);
+    host_.Log(name_ + "+");
     ++depth_;
     return 1;
   }
   int Unlock() override {
-    host_.Log("Unlock " + name_);
+    host_.Log(name_ + "-");
     EXPECT_GT(depth_, 0) << "mutex " << name_ << " unlocked without a lock";
     --depth_;
     return 1;
@@ -174,12 +179,6 @@ bool RecordingHost::EveryMutexIsFree() const {
                      [](const auto& mutex) { return mutex.second->IsFree(); });
 }
 
-std::uint32_t RecordingHost::KindOf(const void* p) {
-  std::uint32_t kind = 0;
-  std::memcpy(&kind, static_cast<const char*>(p) - 4, sizeof kind);
-  return kind;
-}
-
 void* RecordingHost::GetInterface(const char* name) {
   Log(std::string("GetInterface ") + name);
   return serviceFaults.Next() ? nullptr : static_cast<IFileSystem*>(this);
@@ -208,19 +207,21 @@ void RecordingHost::DestroyMutex(IOxMutex* mutex) {
 }
 
 void* RecordingHost::Allocate(std::size_t bytes, const char* file, int line) {
-  EXPECT_EQ(nullptr, file);
-  EXPECT_EQ(0, line);
-  lastRequest_ = bytes;
+  EXPECT_TRUE(file == nullptr && line == 0);
   if (memoryFaults.Next()) return nullptr;
-  void* block = std::malloc(bytes);
-  // Neither the module nor its strings may count on fresh memory being clean.
-  std::memset(block, 0xA5, bytes);
+  void* block = std::malloc(bytes + kGuard.size());
+  // Neither the module nor its strings may count on fresh memory being clean, or write behind it.
+  std::memset(block, kGuard[0], bytes + kGuard.size());
   blocks_[block] = bytes;
   return block;
 }
 
-void RecordingHost::Free(void* block, const char* /*file*/, int /*line*/) {
-  ASSERT_EQ(1U, blocks_.erase(block)) << "freed twice or never allocated";
+void RecordingHost::Free(void* block, const char* file, int line) {
+  EXPECT_TRUE(file == nullptr && line == 0);
+  ASSERT_EQ(1U, blocks_.count(block)) << "freed twice or never allocated";
+  EXPECT_EQ(0,
+            std::memcmp(static_cast<char*>(block) + blocks_[block], kGuard.data(), kGuard.size()));
+  blocks_.erase(block);
   std::free(block);
 }
 

@@ -60,9 +60,8 @@ class RecordingHost final : public IOxKernel, public IFileSystem {
   std::size_t LiveMutexes() const { return mutexes_.size(); }
   std::size_t LiveFiles() const { return openFiles_.size(); }
   bool EveryMutexIsFree() const;
-  // The kind word of the block whose caller sees `p`.
-  static std::uint32_t KindOf(const void* p);
-  std::uint64_t LastRequest() const { return lastRequest_; }
+  // What was asked for the block of which the caller sees `p`.
+  std::size_t SizeOfBlock(void* p) const { return blocks_.at(static_cast<char*>(p) - 8); }
 
   // IOxKernel
   void* GetInterface(const char* name) override;
@@ -96,7 +95,6 @@ class RecordingHost final : public IOxKernel, public IFileSystem {
 
   std::string log_;
   std::map<void*, std::size_t> blocks_;
-  std::uint64_t lastRequest_ = 0;
   std::map<IOxMutex*, std::unique_ptr<RecordingMutex>> mutexes_;
   std::map<os::filesystem::File*, std::unique_ptr<RecordingFile>> openFiles_;
   std::size_t mutexesMade_ = 0;
