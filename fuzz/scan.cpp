@@ -41,11 +41,14 @@ std::string PickName(FuzzedDataProvider& input) {
 std::string PartnerOf(const std::string& path) {
   const std::size_t at = path.find(kSuffix);
   if (at == std::string::npos || at + kSuffix.size() != path.size()) return {};
-  // Cut by the number of UTF-16 units.
-  const OxString text(path.c_str());
-  std::string partner = std::string(text.UTF8()).substr(0, text.Length() - kSuffix.size());
-  std::replace(partner.begin(), partner.end(), '\\', '/');
-  return OxString(partner.c_str()).UTF8();
+  // Cut by the number of UTF-16 units, with the rest standing behind it.
+  const std::size_t cut = OxString(path.c_str()).Length() - kSuffix.size();
+  std::string buffer = path;
+  std::replace(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(cut), '\\', '/');
+  buffer[cut] = '\0';
+  OxString partner;
+  partner.AssignUTF8(buffer.data(), cut, buffer.size());
+  return partner.UTF8();
 }
 
 }  // namespace

@@ -42,34 +42,11 @@ std::map<std::string, std::string> ModelHistory::Disk() const {
 }
 
 void ModelHistory::Step() {
-  switch (Pick(12)) {
-    case 0:
-    case 1:
-    case 2:
-      Create();
-      break;
-    case 3:
-    case 4:
-      WriteContent();
-      break;
-    case 5:
-    case 6:
-      Commit();
-      break;
-    case 7:
-    case 8:
-      Get();
-      break;
-    case 9:
-      RemoveOrAbandon();
-      break;
-    case 10:
-      SetLimit();
-      break;
-    default:
-      if (Pick(4) == 0) Restart();
-      if (Pick(4) == 0) LoseFile();
-  }
+  using H = ModelHistory;
+  static constexpr void (H::*kSteps[])() = {
+      &H::Create, &H::Create, &H::Create, &H::WriteContent,    &H::WriteContent, &H::Commit,
+      &H::Commit, &H::Get,    &H::Get,    &H::RemoveOrAbandon, &H::SetLimit,     &H::LoseSomething};
+  (this->*kSteps[Pick(std::size(kSteps))])();
   ASSERT_EQ(model_.disk, Disk());
 }
 
@@ -156,7 +133,9 @@ void ModelHistory::Restart() {
   rig_.host.TakeLog();
 }
 
-void ModelHistory::LoseFile() {
+void ModelHistory::LoseSomething() {
+  if (Pick(4) == 0) Restart();
+  if (Pick(4) != 0) return;
   std::string path = PathOf(PickUrl());
   if (Pick(2) == 0) path += kSuffix;
   rig_.host.DeleteFile(path);
@@ -191,25 +170,18 @@ void ModelHistory::StepWithFault() {
 // Whatever the module answers is right; only what is left afterwards counts.
 void ModelHistory::FaultyOperation(const std::string& url, const std::string& content,
                                    const std::string& metaData) {
-  switch (Pick(5)) {
-    case 0:
-      rig_.Stop();
-      rig_.Start();
-      break;
-    case 1:
-      if (CacheValue* found = rig_.Get(url)) {
-        found->GetMetaData();
-        found->GetSize();
-      }
-      break;
-    case 2:
-      rig_.manager->Remove(rig_.Get(url));
-      break;
-    case 3:
-      rig_.manager->SetMaxEntries(Pick(9));
-      break;
-    default:
-      rig_.Store(url, content, metaData);
+  const unsigned which = Pick(5);
+  if (which == 0) {
+    rig_.Stop();
+    rig_.Start();
+  } else if (which == 1) {
+    rig_.Store(url, content, metaData);
+  } else if (which == 2) {
+    rig_.manager->SetMaxEntries(Pick(9));
+  } else if (CacheValue* found = rig_.Get(url)) {
+    found->GetMetaData();
+    found->GetSize();
+    if (which == 3) rig_.manager->Remove(found);
   }
 }
 

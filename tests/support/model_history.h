@@ -37,7 +37,7 @@ class ModelHistory {
   void RemoveOrAbandon();
   void SetLimit();
   void Restart();
-  void LoseFile();
+  void LoseSomething();
   void FaultyOperation(const std::string& url, const std::string& content,
                        const std::string& metaData);
 

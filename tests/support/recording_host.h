@@ -6,8 +6,8 @@
 #include <cstring>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "module/file_system.h"
@@ -18,7 +18,7 @@
 namespace ox::testing {
 
 class RecordingFile;
-class RecordingMutex;
+struct RecordingMutex;
 
 struct StoredFile {
   std::string path;
@@ -53,7 +53,7 @@ class RecordingHost final : public IOxKernel, public IFileSystem {
 
   // The calls on mutexes and files since the last TakeLog, one a line. Mutexes are named F, E, M in
   // the order of their making: factory, entries, manager.
-  std::string TakeLog();
+  std::string TakeLog() { return std::exchange(log_, {}); }
   void Log(const std::string& line) { log_ += line + "\n"; }
 
   std::size_t LiveBlocks() const { return blocks_.size(); }
