@@ -100,7 +100,8 @@ TEST(Calls, OfEveryOperation) {
        "M+ CreateFile SetPath P Delete P DestroyFile " SIZE_OF("P") "M- "},
       // A path that was refused is not bound, and nothing is deleted.
       {kStored, kRemove, 4, true,
-       "M+ CreateFile SetPath P Delete P SetPath P.ox_meta Delete  DestroyFile " SIZE_OF("P") "M- "},
+       "M+ CreateFile SetPath P Delete P SetPath P.ox_meta Delete  DestroyFile " SIZE_OF(
+           "P") "M- "},
       {kAbsent, kDestroy, 0, true, "M+ M- "},
       {kPending, kSetLimits, 0, true, "M+ M- M+ M- M+ E+ E- M- "},
       {kAbsent, kMoveDataDir, 0, true, ""},

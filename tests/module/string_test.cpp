@@ -71,6 +71,11 @@ TEST_F(StringTest, DecodesAndEncodes) {
     EXPECT_EQ(0U, text.Text()[text.Length()]);
     EXPECT_STREQ(c.back, text.UTF8()) << c.bytes;
   }
+  unsigned short units[] = {1, 1};
+  const auto* surrogate = reinterpret_cast<const unsigned char*>("\xED\xA0\x80");
+  EXPECT_EQ(3, OxString()._UTF8toU16Char(surrogate, &units[0], &units[1]));
+  EXPECT_EQ(0xFFFD, units[0]);
+  EXPECT_EQ(0, units[1]);
 }
 
 // Missing bytes count as zeros, and nothing behind the readable bytes is read: they stand at the
@@ -136,8 +141,8 @@ TEST_F(StringTest, GrowsByMultiplesOfTwiceTheCapacity) {
   text.Append("01234567");
   EXPECT_EQ(24U, FieldsOf(text).capacity);
   EXPECT_STREQ("abcde012345678901234567", text.UTF8());
-  text.Append("8");
-  EXPECT_EQ(48U, FieldsOf(text).capacity);
+  text.Append("012345678901234567890123");  // to exactly 48, which is not above
+  EXPECT_EQ(96U, FieldsOf(text).capacity);
 }
 
 TEST_F(StringTest, AnEmptiedStringKeepsItsUnits) {

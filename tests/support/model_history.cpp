@@ -142,47 +142,4 @@ void ModelHistory::LoseSomething() {
   model_.disk.erase(path);
 }
 
-void ModelHistory::StepWithFault() {
-  const auto before = Disk();
-  FaultDriver& faults = Pick(2) == 0 ? rig_.host.memoryFaults : rig_.host.fileFaults;
-  const auto mode = Pick(2) == 0 ? FaultDriver::Mode::kOnce : FaultDriver::Mode::kFromThereOn;
-  faults.Arm(1 + Pick(40), mode);
-  const std::string url = PickUrl();
-  const std::string content(1 + Pick(900), 'f');
-  const std::string metaData(1 + Pick(300), 'g');
-  FaultyOperation(url, content, metaData);
-  faults.Disarm();
-  ASSERT_TRUE(rig_.host.EveryMutexIsFree());
-  rig_.Stop();
-  ASSERT_EQ(0U, rig_.host.LiveBlocks() + rig_.host.LiveFiles() + rig_.host.LiveMutexes());
-  for (const auto& [path, bytes] : Disk()) {
-    const auto old = before.find(path);
-    const bool isOld = old != before.end() && old->second == bytes;
-    // Of a metadata file perhaps a part: the module's own write is not atomic.
-    const bool isNew = bytes == content || metaData.compare(0, bytes.size(), bytes) == 0;
-    ASSERT_TRUE(isOld || isNew) << path;
-  }
-  model_ = Model();
-  model_.disk = Disk();
-  Restart();
-}
-
-// Whatever the module answers is right; only what is left afterwards counts.
-void ModelHistory::FaultyOperation(const std::string& url, const std::string& content,
-                                   const std::string& metaData) {
-  const unsigned which = Pick(5);
-  if (which == 0) {
-    rig_.Stop();
-    rig_.Start();
-  } else if (which == 1) {
-    rig_.Store(url, content, metaData);
-  } else if (which == 2) {
-    rig_.manager->SetMaxEntries(Pick(9));
-  } else if (CacheValue* found = rig_.Get(url)) {
-    found->GetMetaData();
-    found->GetSize();
-    if (which == 3) rig_.manager->Remove(found);
-  }
-}
-
 }  // namespace ox::testing

@@ -20,9 +20,6 @@ class ModelHistory {
   explicit ModelHistory(Picker picker);
 
   void Step();
-  // An operation with a call or an allocation that fails in it, and a restart, where the model
-  // learns what is left.
-  void StepWithFault();
 
  private:
   unsigned Pick(unsigned below) { return picker_(below); }
@@ -38,8 +35,6 @@ class ModelHistory {
   void SetLimit();
   void Restart();
   void LoseSomething();
-  void FaultyOperation(const std::string& url, const std::string& content,
-                       const std::string& metaData);
 
   Picker picker_;
   CacheRig rig_;
