@@ -17,21 +17,12 @@ using ox::testing::CacheRig;
 const std::string kSuffix = ".ox_meta";
 
 std::string PickName(FuzzedDataProvider& input) {
+  const std::string pieces[] = {
+      kSuffix, "09100589C32DF40B6D69F3D7821EF727", "a", "\\", "\xE2\x82\xAC", ""};
   std::string name;
   while (input.ConsumeBool()) {
-    switch (input.ConsumeIntegralInRange(0, 3)) {
-      case 0:
-        name += kSuffix;
-        break;
-      case 1:
-        name += "09100589C32DF40B6D69F3D7821EF727";
-        break;
-      case 2:
-        name += input.ConsumeBool() ? "a" : "\\";
-        break;
-      default:
-        name += input.ConsumeRandomLengthString(40);
-    }
+    const std::string& piece = input.PickValueInArray(pieces);
+    name += piece.empty() ? input.ConsumeRandomLengthString(40) : piece;
   }
   name.erase(std::remove(name.begin(), name.end(), '\0'), name.end());
   return name;

@@ -84,17 +84,12 @@ TEST(Error, NamesAndCodes) {
 }
 
 TEST(Error, TermCopyStaysInItsRoom) {
-  const struct {
-    unsigned long size;
-    const char* expected;
-  } cases[] = {{0, "######"}, {1, ""}, {3, "ab"}, {4, "abc"}, {6, "abc"}};
-  for (const auto& c : cases) {
-    char text[8] = "######";
-    OxError::strncpyTerm(text, "abc", c.size);
-    EXPECT_STREQ(c.expected, text) << c.size;
-    if (c.size != 0) {
-      EXPECT_EQ('#', text[5]) << c.size;
-    }
+  const char* const expected[] = {"######", "", "a", "ab", "abc", "abc"};
+  for (unsigned size = 0; size < 6; ++size) {
+    char text[] = "######";
+    OxError::strncpyTerm(text, "abc", size);
+    EXPECT_STREQ(expected[size], text);
+    EXPECT_EQ('#', text[4]);
   }
 }
 
