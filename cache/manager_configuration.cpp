@@ -27,7 +27,7 @@ void RaiseTo(std::uint32_t floor, Relaxed<std::uint32_t>& limit) {
 }  // namespace
 
 bool FileCacheManagerImpl::Configure() {
-  // 0 is none, not unlimited: products ship with the cache switched off by leaving the key out.
+  // 0 means none, not unlimited: products switch the cache off by leaving the key out.
   maxEntries = 0;
   maxEntrySize = kDefaultMaxEntrySize;
   maxSize = kDefaultMaxSize;
@@ -87,8 +87,8 @@ void FileCacheManagerImpl::ReadString(const char* text, const char* key, OxStrin
   ++p;
   while (*p == ' ' || *p == '\t')
     ++p;
-  // Nothing before a bare LF keeps the directory, while nothing before CR LF or the end of the text
-  // empties it: files written on either kind of system have been read this way all along.
+  // An empty value before a bare LF keeps the directory; before CR LF or the end of the text it
+  // empties the directory. Files from both kinds of systems have always been read this way.
   if (*p == '\n') return;
   const char* end = p;
   while (!IsLineEnd(*end))

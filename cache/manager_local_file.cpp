@@ -23,19 +23,19 @@ void FileCacheManagerImpl::RenderLocalName(const OxString& url, LocalName* name)
   MD5Final(digest, &context);
 
   // Always a separator, also after a directory that is empty or ends in one: scanned paths are
-  // compared with this text as it stands.
+  // compared with this text byte for byte.
   char* out = name->text;
   *out++ = '/';
   for (const unsigned char byte : digest) {
-    // Low nibble first, the reverse of the usual notation: every name on disk is written so.
+    // Low nibble first, the reverse of the usual notation: all names on disk are written so.
     *out++ = kDigits[byte & 0x0F];
     *out++ = kDigits[byte >> 4];
   }
   *out = '\0';
 }
 
-// The two forms of a path, each of the directory's text up to its first zero unit and of the name:
-// entries are listed under the one and looked up by the other.
+// The two forms of a path. Each is the directory's text up to its first zero unit, then the name.
+// Entries keep the first form and are looked up by the second.
 void FileCacheManagerImpl::GetLocalFileFromURL(const OxString& url, OxString& localFile) {
   LocalName name;
   RenderLocalName(url, &name);

@@ -69,7 +69,7 @@ OxString& OxString::operator=(const OxString& source) {
 }
 
 OxString& OxString::operator=(const char* utf8) {
-  // Behind the NUL of a text from anywhere there may be nothing to read.
+  // Behind the NUL of a host's text there may be nothing that can be read.
   const std::size_t count = MeasureBytes(utf8);
   AssignUTF8(utf8, count, count);
   return *this;
@@ -112,9 +112,8 @@ void OxString::AppendUnits(const OxString& source, std::size_t count) {
   Terminate();
 }
 
-// Grows to hold `needed` units, terminator included. False leaves text and length as they were, but
-// for a string whose length was 0: that one is then empty for every reader, also for those that
-// look at the buffer, so that units of an older text cannot pass for a new one.
+// Grows to hold `needed` units, terminator included. Without memory the result is false and the
+// text stays; but a string of length 0 loses its old units, which could be taken for a new text.
 bool OxString::EnsureCapacity(std::size_t needed) {
   if (needed <= capacity_) return true;
   const std::size_t grown =

@@ -34,8 +34,8 @@ class OxString {
   OxString& operator=(const OxString& source);
   // The bytes up to the NUL, decoded. An empty text only sets the length to 0.
   OxString& operator=(const char* utf8);
-  // The same for `count` bytes. A sequence that they cut short goes on in the bytes behind them, as
-  // far as the first `readable` bytes, and in zeros after that; nothing else is read.
+  // The same for the first `count` of `readable` bytes. A sequence that begins in them and ends
+  // behind them takes the bytes there, then zeros; nothing behind the `readable` bytes is read.
   void AssignUTF8(const char* utf8, std::size_t count, std::size_t readable);
 
   // Measures the source like assignment does. Both drop the UTF-8 form.

@@ -24,8 +24,8 @@ constexpr unsigned char kFirstByteMarks[5] = {0x00, 0x00, 0xC0, 0xE0, 0xF0};
 
 constexpr std::uint32_t kReplacement = 0xFFFD;
 constexpr unsigned char kFirstLead = 0xC0;
-// A lead byte from here on, the last byte of a text, can decode to two units: EE with the bytes FF
-// FF behind it gives U+1003F.
+// A last byte from here on can decode to two units: EE with the bytes FF FF behind it gives
+// U+1003F.
 constexpr unsigned char kFirstPairLead = 0xEE;
 
 bool IsHighSurrogate(std::uint32_t unit) {
@@ -123,8 +123,8 @@ int OxString::_UTF8toU16Char(const unsigned char* src, unsigned short* high,
   return length;
 }
 
-// Decodes the sequences that begin within `count` bytes. The last one may read on in the `readable`
-// bytes, then reads zeros. Returns the number of units, all of which RoomFor() left room for.
+// Decodes the sequences that begin within `count` bytes; the last one may go on as far as the
+// `readable` bytes and then in zeros. Returns the number of units; RoomFor() left room for all.
 std::uint32_t OxString::Decode(const unsigned char* src, std::size_t count, std::size_t readable,
                                std::uint16_t* out) const {
   if (HasNoLeadByte(src, count)) {
