@@ -19,8 +19,8 @@ struct DirectoryEntry {
 
 // The entries of a directory without "." and "..", oldest modification first, ties by name.
 // Symbolic links are not followed; the type comes from the file itself, since some file systems
-// leave it out of the directory. False with errno when the directory cannot be read; an entry that
-// vanishes meanwhile is left out.
+// leave it out of the directory. False with errno when the directory or one of its files cannot be
+// looked at; a file that vanishes meanwhile is left out.
 bool ListDirectory(const char* path, std::vector<DirectoryEntry>* entries);
 
 // Makes the directory and its missing parents, each with mode 0700. True when it exists afterwards,

@@ -73,7 +73,8 @@ const CacheLimits& CacheSession::Limits() const {
 SessionStatistics CacheSession::Statistics() const {
   const MutexLock lock(state_->mutex);
   internal::RunningCache& cache = state_->cache;
-  return {cache.Account().Entries(), cache.Account().Bytes(), cache.Restarts(), cache.Trimmed()};
+  return {cache.Account().Entries(), cache.Account().Bytes(), cache.Restarts(), cache.Trimmed(),
+          cache.Leftovers()};
 }
 
 }  // namespace ox::session

@@ -40,7 +40,9 @@ Error RunningCache::Restart() {
   if (Error error = PutDirectoryInOrder(&survey)) return error;
   if (!survey.entries.empty()) clock_.StayAbove(ToNanoseconds(survey.entries.back().used));
   account_.Reset(survey, writers_.GrantedBytes(), clock_.Next());
+  fileSystem_.ShowEntries(&survey.entries);
   manager_.emplace(module_->Module());
+  fileSystem_.ShowEntries(nullptr);
   if (!*manager_ || account_.IsStale()) {
     account_.MarkStale();
     manager_.reset();
@@ -56,7 +58,8 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   const std::string& directory = limits_.cacheDirectory;
   if (Error error = FinishCommits(directory, survey)) return error;
   const auto isBeingWritten = [this](const std::string& id) { return writers_.Contains(id); };
-  if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten)) return error;
+  if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten, &leftovers_)) return error;
+  ResetImpossibleTimes(directory, survey);
   std::uint64_t deleted = 0;
   Error error = TrimToLimits(directory, limits_, survey, &deleted);
   trimmed_ += deleted;

@@ -68,6 +68,8 @@ class RunningCache {
   std::uint64_t Restarts() const { return starts_ - 1; }
   // Entries evicted, and entries that a restart deleted.
   std::uint64_t Trimmed() const { return trimmed_; }
+  // Files that belonged to no entry and were deleted.
+  std::uint64_t Leftovers() const { return leftovers_; }
 
  private:
   friend class PendingEntry;
@@ -85,6 +87,7 @@ class RunningCache {
   std::unique_ptr<ModuleHold> module_;
   std::uint64_t starts_ = 0;
   std::uint64_t trimmed_ = 0;
+  std::uint64_t leftovers_ = 0;
   // Last, so that it is given back before anything that the manager uses.
   std::optional<host::ManagerReference> manager_;
 };

@@ -6,6 +6,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <ctime>
+#include <string_view>
 
 #include "session/use_clock.h"
 
@@ -14,6 +15,11 @@ namespace {
 
 constexpr char kHexDigits[] = "0123456789abcdef";
 constexpr std::size_t kSessionDigits = 16;
+
+bool EndsWith(const std::string& text, std::string_view suffix) {
+  return text.size() >= suffix.size() &&
+         text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
 
 // 16 hexadecimal digits, "-", decimal digits.
 bool IsId(const std::string& text) {
@@ -40,11 +46,6 @@ std::uint64_t UniqueNumber() {
 
 }  // namespace
 
-bool EndsWith(const std::string& text, const std::string& suffix) {
-  return text.size() >= suffix.size() &&
-         text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
-}
-
 std::string StagingId(const std::string& name) {
   constexpr std::size_t kPrefix = 3;  // "ox-"
   constexpr std::size_t kSuffix = 5;  // ".part", ".meta"
@@ -62,6 +63,17 @@ bool ParseCommitFileName(const std::string& name, std::string* entryName, std::s
   *id = name.substr(format::kContentNameLength + 1,
                     name.size() - format::kContentNameLength - 1 - kSuffix);
   return name[format::kContentNameLength] == '.' && format::IsContentName(*entryName) && IsId(*id);
+}
+
+bool IsPermanentSessionName(const std::string& name) {
+  return name == kLockFileName || name == format::kConfigurationFileName;
+}
+
+bool IsSessionName(const std::string& name) {
+  std::string entryName;
+  std::string id;
+  return IsPermanentSessionName(name) || !StagingId(name).empty() ||
+         ParseCommitFileName(name, &entryName, &id);
 }
 
 IdSource::IdSource() : session_(UniqueNumber()) {}
