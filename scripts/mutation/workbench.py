@@ -9,6 +9,7 @@ import shutil
 import signal
 import subprocess
 import tempfile
+import time
 
 Test = collections.namedtuple("Test", "name command environment targets inputs")
 
@@ -19,7 +20,8 @@ _OWN_TEST = {"host": "host_test", "session": "session_test", "check": "hostcheck
 _NO_TEST = {"module_footprint"}
 DOES_NOT_BUILD = "does not build"
 _SKIPPED = 77
-_LARGEST_FILE = 256 << 20
+# Above the largest file that a test makes (a hole of 10 GiB), so that a fault cannot fill the memory.
+_LARGEST_FILE = 11 << 30
 # What a warning would say about the form of a fault must not keep it from being tried.
 _CONFIGURE = {
     "release": ["-DCMAKE_CXX_FLAGS=-Wno-parentheses", "-DCMAKE_CXX_FLAGS_RELEASE=-O1 -DNDEBUG"],
@@ -46,6 +48,8 @@ class Workbench:
     def __init__(self, home):
         self.home = pathlib.Path(home)
         self.source = self.home / "source"
+        self.process = None  # the test that runs
+        self.is_stopped = False
         self.tests = {}  # of each preset
         self.seconds = {}  # that each test takes without a fault
 
@@ -76,11 +80,11 @@ class Workbench:
             if item["name"] in _NO_TEST or only not in (None, item["name"]):
                 continue
             test = self._test(build, item, dependencies)
-            begun = os.times().elapsed
+            begun = time.monotonic()
             failure = self.run(test, preset, 600)
             if failure:
                 raise SystemExit(f"{test.name} fails without a fault ({failure}): see {self.home}")
-            self.seconds[preset, test.name] = os.times().elapsed - begun
+            self.seconds[preset, test.name] = time.monotonic() - begun
             self.tests[preset].append(test)
 
     def _must(self, command, directory):
@@ -112,34 +116,41 @@ class Workbench:
 
     def run(self, test, preset, seconds):
         """Why the test failed; None when it passed."""
+        if self.is_stopped:
+            raise SystemExit("stopped")
         memory = "/dev/shm" if os.path.isdir("/dev/shm") else None
         scratch = tempfile.mkdtemp(prefix="mutate-", dir=memory)
         environment = {**os.environ, **test.environment, **_ENVIRONMENT.get(preset, {}), "TMPDIR": scratch,
                        "GTEST_FAIL_FAST": "1", "PYTHONDONTWRITEBYTECODE": "1"}
         try:
             with tempfile.TemporaryFile("w+", errors="replace") as output:
-                process = subprocess.Popen(test.command, cwd=self.home, env=environment, stdin=subprocess.DEVNULL,
-                                           stdout=output, stderr=output, start_new_session=True,
-                                           preexec_fn=_limit_file_size)
+                self.process = subprocess.Popen(
+                    test.command, cwd=self.home, env=environment, stdin=subprocess.DEVNULL, stdout=output,
+                    stderr=output, start_new_session=True, preexec_fn=_limit_file_size)
                 try:
-                    status = process.wait(seconds)
+                    status = self.process.wait(seconds)
                 except subprocess.TimeoutExpired:
                     return "time limit"
                 finally:
-                    self._end(process)
+                    self._end_test()
                 output.seek(0)
                 return None if status in (0, _SKIPPED) else _why(status, output.read(1 << 20))
         finally:
             shutil.rmtree(scratch, ignore_errors=True)
 
-    @staticmethod
-    def _end(process):
-        """Ends the program and what it started."""
+    def stop(self):
+        self.is_stopped = True
+        self._end_test()
+
+    def _end_test(self):
+        """Ends the program that runs and what it started."""
+        if self.process is None:
+            return
         try:
-            os.killpg(process.pid, signal.SIGKILL)
+            os.killpg(self.process.pid, signal.SIGKILL)
         except ProcessLookupError:
             pass
-        process.wait()
+        self.process.wait()
 
     def judge(self, fault):
         """What caught the fault: "does not build", a test with the reason, or None."""
