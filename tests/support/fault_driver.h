@@ -28,7 +28,6 @@ class FaultDriver {
   }
 
   bool WasReached() const { return failAt_ != 0 && calls_ >= failAt_; }
-  std::uint64_t Calls() const { return calls_; }
 
  private:
   friend class FaultPause;
