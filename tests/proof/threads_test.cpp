@@ -1,8 +1,7 @@
-// Eight threads on one manager of the shipped library, and on one session, all operations. Meant
-// for ThreadSanitizer; the order of locks is checked in every build.
+// Eight threads on one manager of the shipped library, all operations. Meant for ThreadSanitizer,
+// which checks the order of locks too.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <functional>
@@ -12,9 +11,8 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/ledger.h"
+#include "tests/support/scratch_directory.h"
 #include <oxfilecache/host.h>
-#include <oxfilecache/mutex.h>
 
 namespace ox::testing {
 namespace {
@@ -43,109 +41,24 @@ void OnThreads(const std::function<void(int)>& work) {
     thread.join();
 }
 
-// The module makes the factory's mutex first, then for each manager the entries' and the manager's
-// own, and locks in the order factory, manager, entries.
-constexpr int kFactoryRank = 0;
-constexpr int kManagerRank = 1;
-constexpr int kEntriesRank = 2;
-
-std::atomic<int> locksNested{0};
-std::atomic<int> locksOutOfOrder{0};
-thread_local std::vector<int> held;
-
-class RankedMutex final : public IOxMutex {
- public:
-  RankedMutex(PosixKernel& kernel, int rank)
-      : kernel_(kernel), mutex_(kernel.CreateMutex()), rank_(rank) {}
-  ~RankedMutex() { kernel_.DestroyMutex(mutex_); }
-  RankedMutex(const RankedMutex&) = delete;
-  RankedMutex& operator=(const RankedMutex&) = delete;
-
-  int Lock() override {
-    const bool isAgain = std::count(held.begin(), held.end(), rank_) != 0;
-    if (!held.empty()) ++locksNested;
-    if (!isAgain && !held.empty() && held.back() > rank_) ++locksOutOfOrder;
-    held.push_back(rank_);
-    return mutex_->Lock();
-  }
-  int Unlock() override {
-    if (held.empty() || held.back() != rank_) ++locksOutOfOrder;
-    held.pop_back();
-    return mutex_->Unlock();
-  }
-
- private:
-  PosixKernel& kernel_;
-  IOxMutex* mutex_;
-  const int rank_;
-};
-
-// The kernel of the Linux host, with other mutexes.
-class RankingKernel final : public IOxKernel {
- public:
-  explicit RankingKernel(std::string directory) : kernel_(std::move(directory)) {}
-  PosixKernel& Inner() { return kernel_; }
-
-  void* GetInterface(const char* name) override { return kernel_.GetInterface(name); }
-  void ReleaseInterface(void* interface) override { kernel_.ReleaseInterface(interface); }
-  void StartOver() { mutexes_ = 0; }
-  IOxMutex* CreateMutex() override {
-    const int managerOrEntries = mutexes_ % 2 == 1 ? kEntriesRank : kManagerRank;
-    const int rank = mutexes_ == 0 ? kFactoryRank : managerOrEntries;
-    ++mutexes_;
-    return new RankedMutex(kernel_, rank);
-  }
-  void DestroyMutex(IOxMutex* mutex) override { delete static_cast<RankedMutex*>(mutex); }
-  void* Allocate(std::size_t bytes, const char* file, int line) override {
-    return kernel_.Allocate(bytes, file, line);
-  }
-  void Free(void* block, const char* file, int line) override { kernel_.Free(block, file, line); }
-  void* MemSet(void* dst, int value, std::size_t bytes) override {
-    return kernel_.MemSet(dst, value, bytes);
-  }
-  void* MemCopy(void* dst, const void* src, std::size_t bytes) override {
-    return kernel_.MemCopy(dst, src, bytes);
-  }
-  std::size_t StrLen16(const std::uint16_t* text) override { return kernel_.StrLen16(text); }
-  std::size_t StrLen(const char* text) override { return kernel_.StrLen(text); }
-  int StrCmp(const char* a, const char* b) override { return kernel_.StrCmp(a, b); }
-  char* StrCpy(char* dst, const char* src) override { return kernel_.StrCpy(dst, src); }
-  const char* StrStr(const char* haystack, const char* needle) override {
-    return kernel_.StrStr(haystack, needle);
-  }
-  unsigned long StrToUL(const char* text, char** end, int base) override {
-    return kernel_.StrToUL(text, end, base);
-  }
-
- private:
-  PosixKernel kernel_;
-  int mutexes_ = 0;
-};
-
 // The kernel comes first and stays: the module keeps it for the life of the process.
 struct Started {
-  Started(const std::string& configuration) {
-    static auto& theKernel = *new RankingKernel(StaticDirectory());
+  explicit Started(const std::string& configuration) {
+    static const ScratchDirectory directory;
+    static auto& theKernel = *new PosixKernel(directory.Path());
     kernel = &theKernel;
-    theKernel.StartOver();
-    WriteWhole(StaticDirectory() + "/file-cache.conf", configuration);
+    WriteWhole(directory / "file-cache.conf", configuration);
     std::string error;
     module = LoadedModule::Load(OX_MODULE_PATH, theKernel, &error);
     EXPECT_NE(nullptr, module) << error;
   }
   ~Started() {
     module.reset();
-    const auto counts = kernel->Inner().Counts();
+    const auto counts = kernel->Counts();
     EXPECT_EQ(0U, counts.blocks + counts.mutexes + counts.files);
-    EXPECT_EQ(0, locksOutOfOrder);
-    EXPECT_GT(locksNested, 0);
-  }
-  static const std::string& StaticDirectory() {
-    static const ScratchDirectory directory;
-    return directory.Path();
   }
 
-  RankingKernel* kernel;
+  PosixKernel* kernel;
   std::unique_ptr<LoadedModule> module;
 };
 
@@ -225,39 +138,6 @@ TEST(Threads, OnOneManagerThatEvicts) {
       manager->SetMaxCacheValueSize(1024 + Pick(random, 500));
     }
   });
-  EXPECT_GT(found, 0);
-}
-
-TEST(Threads, OnOneSession) {
-  const ScratchDirectory scratch;
-  WriteWhole(scratch / "file-cache.conf", "MAX_CACHE_ENTRIES=6\nMAX_CACHE_SIZE=9000\n");
-  const auto session = OpenSession(OptionsFor(scratch.Path()));
-  std::atomic<int> version{0};
-  std::atomic<int> found{0};
-  std::atomic<int> stored{0};
-  OnThreads([&](int thread) {
-    std::mt19937 random(static_cast<unsigned>(thread));
-    Error mine;
-    for (int round = 0; round < Rounds() / 2; ++round) {
-      const std::string url = UrlOf(0, Pick(random, 10));
-      Ledger ignored;
-      if (Store(*session, url, ++version, &ignored)) ++stored;
-      const int fetched = FetchVersion(*session, UrlOf(0, Pick(random, 10)), &mine);
-      EXPECT_LE(0, fetched) << mine.Message();
-      found += fetched > 0 ? 1 : 0;
-      if (Pick(random, 8) == 0) {
-        mine = session->Remove(url);
-        EXPECT_TRUE(!mine || mine.kind == ErrorKind::kNotFound) << mine.Message();
-      }
-      if (Pick(random, 32) == 0) {
-        EXPECT_FALSE(session->Trim(nullptr));
-      }
-      EXPECT_LE(session->Statistics().entries, 6U);
-      EXPECT_EQ(6U, session->Limits().maxEntries);
-    }
-  });
-  std::printf("%d stored, %d found\n", stored.load(), found.load());
-  EXPECT_EQ(version, stored);
   EXPECT_GT(found, 0);
 }
 

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,7 +18,8 @@ namespace ox::testing {
 // Fails every call that can fail, with the error that a dying disk gives. A failed write has
 // written half.
 extern FaultDriver callFaults;
-// Interrupts the calls that signals interrupt. Whoever calls them must try again.
+// Interrupts the calls that signals interrupt, before their work or, where they read or write, in
+// the middle of it. Whoever calls them must try again or go on.
 extern FaultDriver callInterrupts;
 // Fails the allocations of C++ and of the kernel.
 extern FaultDriver allocationFaults;
@@ -53,6 +55,8 @@ class Journal {
   Journal& operator=(const Journal&) = delete;
 
   const std::vector<FileOperation>& Operations() const { return operations_; }
+  // Directories of any place.
+  const std::set<std::string>& SynchronisedDirectories() const { return synchronised_; }
 
   // For the calls.
   void Created(const std::string& path, int fd, bool isNew, bool isEmptied);
@@ -62,7 +66,7 @@ class Journal {
   void Deleted(const std::string& path);
   void TimeSet(const std::string& path, std::int64_t time);
   void TimeSet(int fd, std::int64_t time);
-  void Synchronised(int fd, bool isDirectory);
+  void Synchronised(int fd);
   void Closed(int fd) { open_.erase(fd); }
 
  private:
@@ -76,6 +80,8 @@ class Journal {
   FileOperation& Add(FileOperation::Kind kind, int file);
 
   std::string directory_;
+  std::string resolved_;  // without symbolic links
+  std::set<std::string> synchronised_;
   std::vector<FileOperation> operations_;
   std::map<std::string, int> names_;
   std::map<int, OpenFile> open_;
