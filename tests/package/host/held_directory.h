@@ -1,0 +1,5 @@
+#pragma once
+
+struct HeldDirectory {
+  const char* path;
+};

@@ -1,0 +1,5 @@
+#pragma once
+
+struct Module {
+  const char* path;
+};

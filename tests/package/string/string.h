@@ -1,0 +1,5 @@
+#pragma once
+
+struct String {
+  char text[32];
+};
