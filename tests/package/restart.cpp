@@ -16,8 +16,8 @@ using ox::Error;
 
 namespace {
 
-constexpr CacheValue kPage{"http://example/page"};
-constexpr Module kModule{OX_MODULE_PATH};
+constexpr CacheValue kPage = "http://example/page";
+constexpr Module kModule = OX_MODULE_PATH;
 constexpr char kBody[] = "kept over a restart";
 constexpr char kMetadata[] = "text/plain";
 
@@ -29,14 +29,14 @@ int Fail(const Error& error) {
 
 int main(int argc, char** argv) {
   if (argc != 2) return 2;
-  const HeldDirectory directory{argv[1]};
+  const HeldDirectory directory = argv[1];
   SessionOptions options;
-  options.directory = directory.path;
-  options.modulePath = kModule.path;
+  options.directory = directory;
+  options.modulePath = kModule;
   Error error;
   auto session = CacheSession::Open(options, &error);
   if (!session) return Fail(error);
-  auto writer = session->Store(kPage.url, &error);
+  auto writer = session->Store(kPage, &error);
   if (!writer) return Fail(error);
   if ((error = writer->Write(kBody, sizeof kBody - 1)) || (error = writer->Commit(kMetadata))) {
     return Fail(error);
@@ -46,10 +46,10 @@ int main(int argc, char** argv) {
 
   session = CacheSession::Open(options, &error);
   if (!session) return Fail(error);
-  const auto found = session->Fetch(kPage.url, &error);
+  const auto found = session->Fetch(kPage, &error);
   if (!found) return Fail(error);
-  String read{};
-  const ssize_t bytes = ::read(found->content.Get(), read.text, sizeof read.text);
-  const bool isSame = bytes == sizeof kBody - 1 && std::string(read.text) == kBody;
+  String text{};
+  const ssize_t bytes = read(found->content.Get(), text, sizeof text);
+  const bool isSame = bytes == sizeof kBody - 1 && std::string(text) == kBody;
   return isSame && found->metadata == kMetadata ? 0 : 1;
 }

@@ -1,5 +1,3 @@
 #pragma once
 
-struct CacheValue {
-  const char* url;
-};
+using CacheValue = const char*;

@@ -1,5 +1,3 @@
 #pragma once
 
-struct HeldDirectory {
-  const char* path;
-};
+using HeldDirectory = const char*;

@@ -1,5 +1,3 @@
 #pragma once
 
-struct Module {
-  const char* path;
-};
+using Module = const char*;

@@ -1,5 +1,3 @@
 #pragma once
 
-struct String {
-  char text[32];
-};
+using String = char[32];
