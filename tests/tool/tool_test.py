@@ -70,7 +70,7 @@ class Entries(ToolCase):
             (USAGE, "1024", ["init", "--force", "--max-size", "1000"], b""),
             (USAGE, "decimal", ["init", "--force", "--max-size", "010K"], b""),
             (USAGE, "not a directory", ["init", "--force", "--directory", "small"], b""),
-            (USAGE, "--directory: a name", ["init", "--force", "--directory", ""], b""),
+            (USAGE, "--directory: the name is empty", ["init", "--force", "--directory", ""], b""),
             (USAGE, "above", ["init", "--force", "--max-size", "1M", "--max-entry-size", "2M"],
              b""),
             (USAGE, "would be lost", ["init", "--force", "--directory", "a\nb"], b""),
@@ -297,10 +297,10 @@ class Reports(ToolCase):
         problems = {problem["name"]: problem["problem"] for problem in report["problems"]}
         expected = {
             "small": "no URL", name("4"): "empty content", name("8"): "content without metadata",
-            name("7") + ".ox_meta": "metadata without content", "stranger": "stranger",
+            name("7") + ".ox_meta": "metadata without content", "stranger": "foreign",
             name("9") + ".ox_meta": "1024", name("A") + ".ox_meta": "UTF-8",
             name("B") + ".ox_meta": "NUL", name("C") + ".ox_meta": "empty metadata",
-            name("D"): "stranger"}
+            name("D"): "foreign"}
         self.assertEqual(set(problems), set(expected))
         for file, part in expected.items():
             self.assertIn(part, problems[file])
@@ -322,7 +322,7 @@ class Reports(ToolCase):
         self.assertEqual(statistics["strangers"], ["stranger"])
         text = self.run_tool("stat").decode()
         self.assertRegex(text, r"entries +\[#{30}\] 233%  7 of 3")
-        self.assertIn("strangers:\n  stranger\n", text)
+        self.assertIn("foreign files:\n  stranger\n", text)
 
     def test_trim_leaves_what_a_start_keeps(self):
         self.run_tool("trim", says=r"entr(y|ies) deleted")
