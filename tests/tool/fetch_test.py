@@ -41,9 +41,8 @@ class Answer(http.server.BaseHTTPRequestHandler):
         if folder != "date-only":
             headers["ETag"] = f'"{zlib.crc32(body or b"")}"'
         status = STATUSES.get(folder, 200 if body is not None else 404)
-        if self.headers["If-None-Match"] == headers.get("ETag", ""):
-            status = 304
-        elif "ETag" not in headers and self.headers["If-Modified-Since"] == MODIFIED:
+        validator = "If-None-Match" if "ETag" in headers else "If-Modified-Since"
+        if status == 200 and self.headers[validator] == headers.get("ETag", MODIFIED):
             status = 304
         self.server.statuses.append(status)
         self.send_response(status)
