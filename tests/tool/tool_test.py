@@ -98,7 +98,7 @@ class Entries(ToolCase):
             for words in (["get", "abc"], ["ls"], ["batch"]):
                 with self.subTest((words, says)):
                     done = subprocess.run([TOOL, "--dir", self.cache, *words], stdout=output,
-                                          input=b"ls\n", stderr=subprocess.PIPE, check=False, **more)
+                                          input=b"ls\nshelve\n", stderr=subprocess.PIPE, check=False, **more)
                     self.assertEqual((done.returncode, says in done.stderr), (status, True))
                     self.assertEqual(done.stderr == b"", says == b"")
         os.close(full)
