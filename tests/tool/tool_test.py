@@ -331,21 +331,21 @@ class Reports(ToolCase):
         stopped = threading.Event()
 
         def own():
-            content = self.path("owned", NAME_OF_ABC)
+            contents = [self.path("owned", name(digit)) for digit in "12345"]
+            metadata = [content + ".ox_meta" for content in contents]
             while not stopped.is_set():
-                for file in (content + ".ox_meta", content):
+                for file in metadata + contents:
                     os.rename(self.write("new", b"1"), file)
-                os.remove(content)
-                self.write("new", b"1")
-                os.remove(content + ".ox_meta")
+                for file in contents + metadata:
+                    os.remove(file)
 
         owner = threading.Thread(target=own)
         owner.start()
+        self.addCleanup(owner.join)
+        self.addCleanup(stopped.set)
         for _ in range(5):
             for report in ("verify", "check", "ls"):
                 self.run_tool(report, directory=self.path("owned"))
-        stopped.set()
-        owner.join()
 
     def test_list_and_statistics(self):
         lines = self.run_tool("ls").decode().splitlines()
