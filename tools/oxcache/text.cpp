@@ -16,7 +16,7 @@ bool IsPlainCharacter(char c) {
 // One UTF-8 character; empty when there is none.
 std::string CharacterAt(const std::string& text, std::size_t position) {
   for (std::size_t bytes = 1; bytes <= 4 && position + bytes <= text.size(); ++bytes) {
-    const std::string character = text.substr(position, bytes);
+    std::string character = text.substr(position, bytes);
     if (session::IsStrictUtf8(character)) return character;
   }
   return "";
