@@ -1,6 +1,5 @@
 #include "hostcheck/check.h"
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -14,10 +13,10 @@ namespace {
 
 constexpr std::size_t kMaxQuoted = 200;
 
-IOxKernel& Take(KernelSource& source, const std::string& directory) {
+IOxKernel& GetKernel(KernelSource& source, const std::string& directory) {
   IOxKernel* kernel = source.Get(directory.c_str());
   Expect(kernel != nullptr, "null was handed over");
-  // Strings that the host fills are freed here, so both sides need the same memory.
+  // The host fills strings that are freed here, so both sides must use the same memory.
   SetKernel(kernel);
   return *kernel;
 }
@@ -28,7 +27,7 @@ Run::Run(KernelSource& source, std::string directory, std::chrono::milliseconds 
     : source_(source),
       directory_(std::move(directory)),
       patience_(patience),
-      kernel_(Take(source, directory_)) {}
+      kernel_(GetKernel(source, directory_)) {}
 
 IFileSystem& Run::FileSystem() const {
   void* fileSystem = kernel_.GetInterface("IFileSystem");
@@ -41,14 +40,7 @@ void Expect(bool holds, const std::string& why) {
 }
 
 std::string Quote(const std::string& text) {
-  std::string quoted = "\"";
-  for (const char c : text.substr(0, kMaxQuoted)) {
-    const auto byte = static_cast<unsigned char>(c);
-    char escaped[5];
-    std::snprintf(escaped, sizeof escaped, "\\x%02X", byte);
-    quoted += byte < 0x20 || byte == 0x7F ? std::string(escaped) : std::string(1, c);
-  }
-  return quoted + (text.size() > kMaxQuoted ? "...\"" : "\"");
+  return '"' + text.substr(0, kMaxQuoted) + (text.size() > kMaxQuoted ? "...\"" : "\"");
 }
 
 HostFile::HostFile(const Run& run, std::string path)

@@ -30,7 +30,7 @@ class Run {
   const std::string& Directory() const { return directory_; }
   std::string Path(const std::string& name) const { return directory_ + "/" + name; }
 
-  // How long to wait for a thread that ought to come back.
+  // How long to wait for a thread that is expected to come back.
   std::chrono::milliseconds Patience() const { return patience_; }
 
  private:
@@ -42,7 +42,7 @@ class Run {
 
 struct Check {
   const char* name;
-  // Names of earlier checks without which this one says nothing of its own.
+  // Names of earlier checks. When one of them did not pass, this one is skipped.
   std::vector<const char*> needs;
   // Returns when the host does as expected and throws otherwise.
   void (*run)(Run& run);
@@ -81,7 +81,7 @@ inline constexpr char kSizesUnopened[] = "GetSize: needs no Open";
 // Throws with `why` unless `holds`.
 void Expect(bool holds, const std::string& why);
 
-// Between quotation marks, shortened, control characters as \xNN.
+// Between quotation marks, and shortened.
 std::string Quote(const std::string& text);
 
 // A file object of the host for the length of a scope, bound to a path.
@@ -96,12 +96,12 @@ class HostFile {
 
  private:
   IFileSystem& fileSystem_;
-  // The host need not copy the text: the module keeps it alive too.
+  // Kept here because the host need not copy it; the module keeps it as well.
   std::string path_;
   File* file_;
 };
 
-// The disk as it is, past the host. Failures of the first two throw.
+// These look at the disk without the host. The first two throw when they fail.
 void PutOnDisk(const std::string& path, const std::string& content);
 std::string ContentOnDisk(const std::string& path);
 bool IsOnDisk(const std::string& path);

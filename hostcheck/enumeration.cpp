@@ -27,7 +27,7 @@ struct Visit {
 
 using Act = std::function<bool(File& entry, const Visit& visit)>;
 
-// Found past the context, whose handing over is a check of its own.
+// A global, because whether the host hands over the context is a check of its own.
 struct Enumeration {
   Act act;
   std::vector<Visit> visits;

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -22,6 +23,7 @@ using Clock = std::chrono::steady_clock;
 // The verdict crosses the pipe as one of these, in the order of Outcome, and the detail, ended by a
 // line feed.
 constexpr char kOutcomeLetters[] = "pfs";
+// Each byte may become four.
 constexpr std::size_t kMaxDetail = 1000;
 
 [[noreturn]] void ThrowErrno(const char* what) {
@@ -47,8 +49,8 @@ struct Pipe {
   int ends[2];
 };
 
-// The child never outlives the check or, when that is interrupted, the parent. What a host has
-// started meanwhile goes with the check: all of it is one process group.
+// The child ends with its check, or with the parent when that is interrupted. So does every process
+// that the host has started: all of them are one process group.
 class Child {
  public:
   explicit Child(pid_t pid) : group_(pid), pid_(pid) { setpgid(pid, pid); }
@@ -93,12 +95,20 @@ Verdict RunHere(const std::function<void()>& body) {
   }
 }
 
-std::string Encode(const Verdict& verdict) {
-  std::string text(1, kOutcomeLetters[static_cast<int>(verdict.outcome)]);
-  for (const char c : verdict.detail.substr(0, kMaxDetail)) {
-    text += static_cast<unsigned char>(c) < 0x20 ? '?' : c;
+// The detail may hold anything that the host gave. Other bytes than printable ASCII become \xNN.
+std::string Printable(const std::string& text) {
+  std::string printable;
+  for (const char c : text) {
+    std::array<char, 5> escaped;
+    std::snprintf(escaped.data(), escaped.size(), "\\x%02X", static_cast<unsigned char>(c));
+    printable += c < 0x20 || c > 0x7E ? escaped.data() : std::string(1, c);
   }
-  return text + '\n';
+  return printable;
+}
+
+std::string Encode(const Verdict& verdict) {
+  return kOutcomeLetters[static_cast<int>(verdict.outcome)] +
+         Printable(verdict.detail.substr(0, kMaxDetail)) + '\n';
 }
 
 Verdict Decode(const std::string& line) {
@@ -110,7 +120,7 @@ Verdict Decode(const std::string& line) {
 }
 
 [[noreturn]] void RunChild(const std::function<void()>& body, int out) {
-  // The parent does so too; whichever comes first.
+  // The parent does the same. Either of the two may come first.
   setpgid(0, 0);
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const rlimit noCore = {0, 0};
@@ -119,7 +129,7 @@ Verdict Decode(const std::string& line) {
   // A crash would lose what waits in a buffer.
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   const std::string text = Encode(RunHere(body));
-  // Shorter than PIPE_BUF: it goes out in one piece or, when the parent is gone, not at all.
+  // At most PIPE_BUF bytes: they are written in one piece or, when the parent is gone, not at all.
   const ssize_t written = write(out, text.data(), text.size());
   // Not exit: threads of a failed check may still hang in the host.
   _exit(written == static_cast<ssize_t>(text.size()) ? 0 : 1);

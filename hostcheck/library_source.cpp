@@ -7,7 +7,7 @@
 
 #include "hostcheck/isolation.h"
 
-namespace ox::tools {
+namespace ox::hostcheck::internal {
 namespace {
 
 using GetKernelFunction = IOxKernel* (*)(const char*);
@@ -49,7 +49,7 @@ bool LibrarySource::Release(IOxKernel* kernel) {
 }
 
 std::string LibrarySource::WhyNotLoadable(std::chrono::milliseconds timeout) const {
-  return hostcheck::internal::RunIsolated([&] { FindGetKernel(path_); }, timeout).detail;
+  return RunIsolated([&] { FindGetKernel(path_); }, timeout).detail;
 }
 
-}  // namespace ox::tools
+}  // namespace ox::hostcheck::internal

@@ -7,11 +7,11 @@
 
 #include <oxfilecache/host_check.h>
 
-namespace ox::tools {
+namespace ox::hostcheck::internal {
 
 // Loads the library anew in each child process, so that nothing it does while it is loaded reaches
 // the program.
-class LibrarySource final : public hostcheck::KernelSource {
+class LibrarySource final : public KernelSource {
  public:
   explicit LibrarySource(std::string path);
 
@@ -26,6 +26,6 @@ class LibrarySource final : public hostcheck::KernelSource {
   std::string path_;
 };
 
-}  // namespace ox::tools
+}  // namespace ox::hostcheck::internal
 
 #endif

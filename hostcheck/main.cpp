@@ -46,7 +46,7 @@ void Describe(CLI::App& app, Options* options) {
 
 int RunChecks(const Options& options) {
   const std::chrono::seconds timeout(options.seconds);
-  ox::tools::LibrarySource source(options.library);
+  ox::hostcheck::internal::LibrarySource source(options.library);
   const std::string whyNot = source.WhyNotLoadable(timeout);
   if (!whyNot.empty()) {
     std::cerr << "oxhostcheck: " << whyNot << '\n';
@@ -54,7 +54,8 @@ int RunChecks(const Options& options) {
   }
   const std::vector<Finding> findings =
       ox::hostcheck::CheckHost(source, {options.directory, timeout});
-  (options.isJson ? ox::tools::PrintJson : ox::tools::PrintLines)(findings, std::cout);
+  using namespace ox::hostcheck::internal;
+  (options.isJson ? PrintJson : PrintLines)(findings, std::cout);
   if (!std::cout.flush()) throw std::runtime_error("cannot write the findings");
   const bool hasFailed = std::any_of(findings.begin(), findings.end(), [](const Finding& finding) {
     return finding.outcome == Outcome::kFailed;

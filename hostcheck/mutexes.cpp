@@ -18,8 +18,8 @@ constexpr std::chrono::milliseconds kHeldBack{100};
 // A step on a thread of its own, to be waited for.
 class Step {
  public:
-  // Comes back when the thread runs: what it does from then on is a matter of the mutex, no longer
-  // of a busy machine.
+  // Returns when the thread runs, so that a wait for it depends on the mutex and not on how busy
+  // the machine is.
   explicit Step(std::function<void()> step) {
     auto running = std::make_shared<std::promise<void>>();
     std::future<void> isRunning = running->get_future();

@@ -3,11 +3,8 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-namespace ox::tools {
+namespace ox::hostcheck::internal {
 namespace {
-
-using hostcheck::Finding;
-using hostcheck::Outcome;
 
 auto Count(const std::vector<Finding>& findings, Outcome outcome) {
   return std::count_if(findings.begin(), findings.end(),
@@ -62,8 +59,8 @@ void PrintJson(const std::vector<Finding>& findings, std::ostream& out) {
                                {"failed", Count(findings, Outcome::kFailed)},
                                {"skipped", Count(findings, Outcome::kSkipped)},
                                {"findings", list}};
-  // Details quote what a broken host gave, which may be no UTF-8.
-  out << report.dump(2, ' ', false, ordered_json::error_handler_t::replace) << '\n';
+  // ASCII, so that no control character reaches a terminal. The texts of a host may not be UTF-8.
+  out << report.dump(2, ' ', true, ordered_json::error_handler_t::replace) << '\n';
 }
 
-}  // namespace ox::tools
+}  // namespace ox::hostcheck::internal

@@ -7,15 +7,15 @@
 
 #include <oxfilecache/host_check.h>
 
-namespace ox::tools {
+namespace ox::hostcheck::internal {
 
 // One line each and a line with the totals.
-void PrintLines(const std::vector<hostcheck::Finding>& findings, std::ostream& out);
+void PrintLines(const std::vector<Finding>& findings, std::ostream& out);
 
 // {"passed": n, "failed": n, "skipped": n, "findings": [{"name", "result", "detail"}, ...]}, where
 // the result is "ok", "fail" or "skip".
-void PrintJson(const std::vector<hostcheck::Finding>& findings, std::ostream& out);
+void PrintJson(const std::vector<Finding>& findings, std::ostream& out);
 
-}  // namespace ox::tools
+}  // namespace ox::hostcheck::internal
 
 #endif

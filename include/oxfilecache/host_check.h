@@ -48,7 +48,7 @@ struct HostCheckOptions {
   // An existing directory on the file system that the cache will use. The checks work in a
   // directory of their own below it and remove that at the end.
   std::string scratchDirectory;
-  // For one check. Checks of the mutexes wait half of it for a thread that ought to come back.
+  // For one check. Checks of the mutexes wait half of it for a thread that is expected to return.
   std::chrono::milliseconds timeout{20000};
 };
 

@@ -1,103 +1,59 @@
-"""Drives "oxcache fetch" against nginx on the loopback, and against a server that breaks off."""
+"""Drives "oxcache fetch" against a server in this process, which answers by the first folder of a URL."""
 
 import http.server
-import json
 import os
-import shutil
+import pty
+import signal
 import socket
 import subprocess
 import sys
 import threading
 import time
 import unittest
+import zlib
+from email.utils import formatdate
 
 from tool_case import INPUT_OUTPUT, NOT_DONE, TOOL, USAGE, ToolCase
 
-NGINX = shutil.which("nginx", path=os.environ.get("PATH", "") + ":/usr/sbin:/sbin")
 SKIPPED = 77
-
-CONFIGURATION = """
-daemon off;
-master_process off;
-worker_processes 1;
-pid {root}/nginx.pid;
-error_log {root}/error.log;
-events {{ worker_connections 64; }}
-http {{
-  access_log {root}/access.log combined;
-  types {{ text/html html; }}
-  default_type application/octet-stream;
-  client_body_temp_path {root}/t1; proxy_temp_path {root}/t2; fastcgi_temp_path {root}/t3;
-  uwsgi_temp_path {root}/t4; scgi_temp_path {root}/t5;
-  server {{
-    listen 127.0.0.1:{port};
-    root {root}/www;
-    location /fresh/ {{ add_header Cache-Control "public, max-age=3600"; }}
-    location /brief/ {{ add_header Cache-Control max-age=2; }}
-    location /expires/ {{ expires 1h; add_header Cache-Control ""; }}
-    location /no-cache/ {{ add_header Cache-Control "no-cache, max-age=3600"; }}
-    location /date-only/ {{ etag off; }}
-    location /no-store/ {{ add_header Cache-Control "private, No-Store"; }}
-    location /moved/ {{ rewrite ^/moved/(.*)$ /fresh/$1 redirect; }}
-    location /broken/ {{ return 503; }}
-    location /away {{ return 302 file:///etc/passwd; }}
-  }}
-}}
-"""
+MODIFIED = "Mon, 05 Jan 2026 10:00:00 GMT"
+FOLDERS = {
+    "fresh": {"Cache-Control": "public, max-age=3600"},
+    "expires": {"Expires": formatdate(4e9, usegmt=True)},
+    "plain": {}, "date-only": {},
+    "no-cache": {"Cache-Control": "no-cache, max-age=3600"},
+    "no-store": {"Cache-Control": "private, No-Store"},
+    "moved": {"Location": "/fresh/file"}, "away": {"Location": "file:///etc/passwd"},
+    "broken": {}, "hanging": {"Content-Length": "1000"}, "huge": {"Content-Length": str(2**63 - 1)},
+    "short": {"Cache-Control": "max-age=3600", "Content-Length": "100000"},
+    "chunked": {"Cache-Control": "max-age=3600", "Transfer-Encoding": "chunked"},
+}
+STATUSES = {"moved": 302, "away": 302, "broken": 503}
 
 
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
-class Nginx:
-    def __init__(self, root):
-        self.root = root
-        self.port = free_port()
-        os.makedirs(root + "/www")
-        with open(root + "/nginx.conf", "w", encoding="ascii") as file:
-            file.write(CONFIGURATION.format(root=root, port=self.port))
-        self.process = subprocess.Popen(
-            [NGINX, "-p", root, "-c", root + "/nginx.conf", "-e", root + "/error.log"],
-            stderr=subprocess.DEVNULL)
-        for _ in range(100):
-            with socket.socket() as probe:
-                if probe.connect_ex(("127.0.0.1", self.port)) == 0:
-                    return
-            time.sleep(0.1)
-        raise RuntimeError("nginx does not listen")
-
-    def stop(self):
-        self.process.terminate()
-        self.process.wait()
-
-    def url(self, path):
-        return f"http://127.0.0.1:{self.port}/{path}"
-
-    def statuses(self):
-        """What was answered so far, without the probe's empty request."""
-        with open(self.root + "/access.log", encoding="ascii") as log:
-            return [int(line.split('" ')[1].split()[0]) for line in log if '"GET' in line]
-
-
-class Breaking(http.server.BaseHTTPRequestHandler):
-    """Promises more than it sends."""
-
+class Answer(http.server.BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
 
     def do_GET(self):
-        self.send_response(200)
-        self.send_header("Cache-Control", "max-age=3600")
-        if self.path == "/chunked":
-            self.send_header("Transfer-Encoding", "chunked")
-            self.end_headers()
-            self.wfile.write(b"1f4\r\n" + b"x" * 500 + b"\r\n")
-        else:
-            self.send_header("Content-Length", "100000")
-            self.end_headers()
-            self.wfile.write(b"x" * 500)
+        folder = self.path.split("/")[1]
+        body = self.server.files.get(self.path)
+        headers = {"Last-Modified": MODIFIED, "Content-Type": "text/html", **FOLDERS[folder]}
+        if folder != "date-only":
+            headers["ETag"] = f'"{zlib.crc32(body or b"")}"'
+        status = STATUSES.get(folder, 200 if body is not None else 404)
+        validator = "If-None-Match" if "ETag" in headers else "If-Modified-Since"
+        if status == 200 and self.headers[validator] == headers.get("ETag", MODIFIED):
+            status = 304
+        self.server.statuses.append(status)
+        self.send_response(status)
+        body = body if status == 200 else b""
+        for name, value in {"Content-Length": len(body), **headers}.items():
+            if (name, folder) != ("Content-Length", "chunked"):
+                self.send_header(name, value)
+        self.end_headers()
+        self.wfile.write((b"1f4\r\n" if folder == "chunked" else b"") + body)
+        if folder in ("hanging", "huge"):
+            self.server.released.wait()
         self.close_connection = True
 
     def log_message(self, *_):
@@ -107,20 +63,25 @@ class Breaking(http.server.BaseHTTPRequestHandler):
 class Fetches(ToolCase):
     def setUp(self):
         super().setUp()
-        self.server = Nginx(self.path("nginx"))
-        self.addCleanup(self.server.stop)
+        self.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Answer)
+        self.server.files, self.server.statuses = {}, []
+        self.server.released = threading.Event()
+        threading.Thread(target=self.server.serve_forever, args=[0.01], daemon=True).start()
+        self.addCleanup(self.server.server_close)
+        self.addCleanup(self.server.shutdown)
+        self.addCleanup(self.server.released.set)
+
+    def url(self, path):
+        return f"http://127.0.0.1:{self.server.server_address[1]}/{path}"
 
     def serve(self, path, content):
-        return self.server.url(os.path.relpath(self.write("nginx/www/" + path, content),
-                                               self.path("nginx/www")))
-
-    def names(self):
-        return [entry["metadata"] for entry in json.loads(self.run_tool("ls", "--json"))]
+        self.server.files["/" + path] = content
+        return self.url(path)
 
     def test_freshness_and_validators_decide_who_serves(self):
-        # Each time: what the tool says and how the server answered, 0 for not being asked.
-        cases = [("fresh", [("MISS", 200), ("HIT", 0)]),
-                 ("expires", [("MISS", 200), ("HIT", 0)]),
+        # Each time: what the tool says and how the server answered, None for not being asked.
+        cases = [("fresh", [("MISS", 200), ("HIT", None)]),
+                 ("expires", [("MISS", 200), ("HIT", None)]),
                  ("plain", [("MISS", 200), ("REVALIDATED", 304)]),
                  ("no-cache", [("MISS", 200), ("REVALIDATED", 304)]),
                  ("date-only", [("MISS", 200), ("REVALIDATED", 304)]),
@@ -129,51 +90,51 @@ class Fetches(ToolCase):
         for where, answers in cases:
             content = where.encode() * 20000
             url = self.serve(where + "/file", content)
-            if where == "moved":
-                self.serve("fresh/file", content)
+            self.serve("fresh/file", content)
             for says, status in answers:
                 with self.subTest((where, says)):
-                    before = len(self.server.statuses())
+                    self.server.statuses.append(None)
                     self.assertEqual(self.run_tool("fetch", url, says=says + " http"), content)
-                    answered = self.server.statuses()[before:]
-                    self.assertEqual(answered[-1] if answered else 0, status)
-        self.assertFalse(any("no-store" in metadata for metadata in self.names()))
+                    self.assertEqual(self.server.statuses[-1], status)
+        self.assertFalse(any("no-store" in entry["metadata"] for entry in self.report("ls")))
 
-    def test_a_changed_file_replaces_and_a_forbidden_one_goes(self):
-        url = self.serve("plain/file.html", b"old")
+    def test_what_the_server_changes_is_replaced_renewed_or_removed(self):
+        url = self.serve("plain/file", b"old")
         self.run_tool("fetch", url)
         self.assertRegex(self.run_tool("get", url, "--meta").decode(),
                          r'URL: http.*\nFresh-Until: 0\nETag: ".*"\nLast-Modified: .* GMT\n'
                          "Content-Type: text/html\n$")
-        self.serve("plain/file.html", b"new content")
+        self.serve("plain/file", b"new content")
         self.assertEqual(self.run_tool("fetch", url, says="REPLACED"), b"new content")
-        os.remove(self.path("nginx/www/plain/file.html"))
+        self.server.files.clear()
         self.run_tool("fetch", url, "-o", "out", status=NOT_DONE, says="answered 404")
         self.assertFalse(os.path.exists(self.path("out")))
+        self.run_tool("rm", url)
         url = self.serve("no-store/file", b"secret")
         self.run_tool("put", url, stdin=b"of another time")
         self.assertEqual(self.run_tool("fetch", url, says="UNCACHED"), b"secret")
         self.run_tool("get", url, status=NOT_DONE)
-
-    def test_a_revalidation_renews_the_lifetime(self):
-        url = self.serve("brief/file", b"content")
+        url = self.serve("fresh/file", b"content")
         self.run_tool("fetch", url, says="MISS")
-        time.sleep(3)
-        self.assertEqual(self.run_tool("fetch", url, says="REVALIDATED"), b"content")
-        self.assertEqual(self.run_tool("fetch", url, says="HIT"), b"content")
+        outdated = self.run_tool("get", url, "--meta").replace(b"Fresh-Until: ", b"Fresh-Until: -")
+        self.run_tool("put", url, "--meta", outdated, stdin=b"content")
+        for says in ("REVALIDATED", "HIT"):
+            self.assertEqual(self.run_tool("fetch", url, says=says), b"content")
 
     def test_failures(self):
-        unused = f"http://127.0.0.1:{free_port()}/"
-        cases = [(NOT_DONE, "404", [self.server.url("absent")]),
-                 (NOT_DONE, "503", [self.server.url("broken/x")]),
-                 (INPUT_OUTPUT, "connect", [unused]),
-                 (USAGE, "FAILED ftp", ["ftp://127.0.0.1/x"]),
-                 (INPUT_OUTPUT, "FAILED.*file", [self.server.url("away")]),
-                 (USAGE, "directory", ["-o", "-", unused, unused])]
-        for status, says, words in cases:
-            with self.subTest(words):
-                self.run_tool("fetch", *words, status=status, says=says)
-        self.assertEqual(self.names(), [])
+        with socket.socket() as unused:
+            unused.bind(("127.0.0.1", 0))
+            closed = f"http://127.0.0.1:{unused.getsockname()[1]}/"
+            cases = [(NOT_DONE, "404", [self.url("plain/absent")]),
+                     (NOT_DONE, "503", [self.url("broken/x")]),
+                     (INPUT_OUTPUT, "connect", [closed]),
+                     (USAGE, "FAILED ftp", ["ftp://127.0.0.1/x"]),
+                     (INPUT_OUTPUT, "FAILED.*file", [self.url("away")]),
+                     (USAGE, "directory", ["-o", "-", closed, closed])]
+            for status, says, words in cases:
+                with self.subTest(words):
+                    self.run_tool("fetch", *words, status=status, says=says)
+        self.assertEqual(self.report("ls"), [])
 
     def test_what_is_too_large_or_empty_is_delivered_but_not_stored(self):
         self.run_tool("init", "--max-entry-size", "64K")
@@ -183,49 +144,66 @@ class Fetches(ToolCase):
         self.run_tool("fetch", empty, "-o", "out", says="UNCACHED")
         self.assertEqual(self.read("out"), b"")
         self.run_tool("fetch", large, large, status=NOT_DONE, says="FAILED.*65536")
-        self.assertEqual(self.names(), [])
+        self.assertEqual(self.report("ls"), [])
 
     def test_several_at_a_time(self):
         contents = {f"fresh/{i % 5}/file{i}": os.urandom(50000 + i) for i in range(24)}
         urls = [self.serve(path, content) for path, content in contents.items()]
         urls.append(self.serve("fresh/9/file0", b"same name"))
-        out = self.run_tool("fetch", "-j", "8", *urls).decode().splitlines()
-        self.assertEqual(sorted(out), sorted("MISS " + url for url in urls))
-        out = self.run_tool("fetch", "-o", "files", *urls, self.server.url("absent"),
-                            status=NOT_DONE).decode().splitlines()
-        self.assertEqual(sorted(out), sorted(["HIT " + url for url in urls] +
-                                             ["FAILED " + self.server.url("absent")]))
+        absent = self.url("fresh/absent")
+        for outcome, more in (("MISS", ["-j", "8"]), ("HIT", ["-o", "files"])):
+            out = self.run_tool("fetch", *more, *urls, absent, status=NOT_DONE).decode()
+            self.assertEqual(sorted(out.splitlines()),
+                             sorted([f"{outcome} {url}" for url in urls] + ["FAILED " + absent]))
         for path, content in contents.items():
             self.assertEqual(self.read("files/" + os.path.basename(path)), content)
         self.assertEqual(self.read("files/file0-2"), b"same name")
         self.assertEqual(len(os.listdir(self.path("files"))), len(urls))
 
-    def test_a_body_cut_short_is_an_error_and_the_old_entry_stays(self):
-        server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Breaking)
-        threading.Thread(target=server.serve_forever, daemon=True).start()
-        self.addCleanup(server.server_close)
-        self.addCleanup(server.shutdown)
-        for path in ("/length", "/chunked"):
-            url = f"http://127.0.0.1:{server.server_address[1]}{path}"
-            with self.subTest(path):
+    def test_what_breaks_off_leaves_the_old_entry_and_no_file(self):
+        for folder in ("short", "chunked"):
+            with self.subTest(folder):
+                url = self.serve(folder + "/file", b"x" * 500)
                 self.run_tool("put", url, stdin=b"old")
                 self.run_tool("fetch", url, "-o", "out", status=INPUT_OUTPUT, says="FAILED")
-                self.assertFalse([file for file in os.listdir(self.scratch) if "out" in file])
                 self.assertEqual(self.run_tool("get", url), b"old")
+        url = self.serve("hanging/file", b"x" * 500)
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(number):
+                child = subprocess.Popen([TOOL, "--dir", self.cache, "fetch", url, "-o", "out"],
+                                         cwd=self.scratch)
+                while not self.part_files():
+                    time.sleep(0.01)
+                child.send_signal(number)
+                self.assertEqual(child.wait(), -number)
+        self.assertEqual(self.part_files(), [])
         self.run_tool("verify")
 
+    def part_files(self):
+        return [file for file in os.listdir(self.scratch) if file != "cache"]
 
-def why_not():
-    if NGINX is None:
-        return "nginx is not installed (Debian: nginx-light)"
+    def test_promised_sizes_may_have_any_sum(self):
+        urls = [self.serve("huge/1", b"x"), self.serve("huge/2", b"x"), self.serve("plain/3", b"xxx")]
+        master, terminal = pty.openpty()
+        with subprocess.Popen([TOOL, "--dir", self.cache, "fetch", "-o", self.path("out"), *urls],
+                              stderr=terminal, stdout=subprocess.DEVNULL) as child:
+            os.close(terminal)
+            shown = b""
+            while b"1/3 files, 5 of 16E" not in shown and shown.count(b"/s") < 20:
+                shown += os.read(master, 4096)
+            child.terminate()
+        self.assertIn(b"1/3 files, 5 of 16E", shown)
+        os.close(master)
+
+
+def is_built_without_fetch():
     # Wrong usage, so that nothing is begun.
     tried = subprocess.run([TOOL, "fetch", "-o", "-", "a", "b"], capture_output=True, check=False)
-    return "oxcache was built without libcurl" if b"without libcurl" in tried.stderr else None
+    return b"without libcurl" in tried.stderr
 
 
 if __name__ == "__main__":
-    reason = why_not()
-    if reason:
-        print("skipped:", reason)
+    if is_built_without_fetch():
+        print("skipped: oxcache was built without libcurl")
         sys.exit(SKIPPED)
     unittest.main()

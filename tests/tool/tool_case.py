@@ -1,5 +1,6 @@
 """What the tests of the tool share: a scratch directory and a way to run the tool in it."""
 
+import json
 import os
 import shutil
 import subprocess
@@ -30,14 +31,17 @@ class ToolCase(unittest.TestCase):
         with open(self.path(name), "rb") as file:
             return file.read()
 
-    def run_tool(self, *words, stdin=b"", status=DONE, says=None, directory=None):
+    def run_tool(self, *words, stdin=b"", status=DONE, says=None, directory=None, **more):
         """Runs the tool and returns its standard output; checks its status and messages."""
         environment = dict(os.environ, XDG_CACHE_HOME=self.path("xdg"), no_proxy="*")
         command = [TOOL, "--dir", directory or self.cache, *words]
         done = subprocess.run(command, input=stdin, capture_output=True, env=environment,
-                              cwd=self.scratch, timeout=120, check=False)
+                              cwd=self.scratch, timeout=120, check=False, **more)
         told = done.stderr.decode(errors="replace")
         self.assertEqual(done.returncode, status, f"{words}: {told}")
         if says is not None:
             self.assertRegex(told, says, words)
         return done.stdout
+
+    def report(self, *words, status=DONE, **more):
+        return json.loads(self.run_tool(*words, "--json", status=status, **more))

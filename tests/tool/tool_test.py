@@ -1,11 +1,12 @@
 """Drives the tool through its commands, but for fetch, and looks at what they leave behind."""
 
 import fcntl
-import json
 import os
 import re
 import shutil
+import signal
 import subprocess
+import threading
 import unittest
 
 from tool_case import DONE, INPUT_OUTPUT, NOT_DONE, TOOL, USAGE, ToolCase
@@ -23,25 +24,21 @@ def name(digit):
 class Entries(ToolCase):
     def test_what_is_put_comes_back_byte_for_byte(self):
         file = self.write("content", ALL_BYTES)
-        cases = [("from a file", [file], b""), ("from standard input", [], ALL_BYTES),
-                 ("from -", ["-"], ALL_BYTES)]
-        for what, words, stdin in cases:
-            url = "http://example/" + what
-            with self.subTest(what):
-                self.run_tool("put", url, *words, "--meta", "text/plain", stdin=stdin)
-                self.assertEqual(self.run_tool("get", url), ALL_BYTES)
-                self.assertEqual(self.run_tool("get", url, "--meta"), b"text/plain")
+        meta = self.write("meta", b"line 1\nline 2\n")
+        cases = [(["--meta", "text/plain", file], b"", b"^text/plain$"),
+                 ([file, "--meta-file", meta], b"", b"^line 1\nline 2\n$"),
+                 ([], ALL_BYTES, rb"^URL: abc\nStored: \d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ\n$"),
+                 (["-"], ALL_BYTES, b"^URL: abc\n")]
+        for words, stdin, metadata in cases:
+            with self.subTest(words):
+                self.run_tool("put", "abc", *words, stdin=stdin)
+                self.assertEqual(self.run_tool("get", "abc"), ALL_BYTES)
+                self.assertRegex(self.run_tool("get", "abc", "--meta"), metadata)
                 os.chmod(self.write("out", b"private"), 0o600)
-                self.run_tool("get", url, "-o", "out")
+                self.run_tool("get", "abc", "-o", "out")
                 self.assertEqual(self.read("out"), ALL_BYTES)
                 self.assertEqual(os.stat(self.path("out")).st_mode & 0o777, 0o600)
-        meta = self.write("meta", b"line 1\nline 2\n")
-        self.run_tool("put", "abc", file, "--meta-file", meta)
-        self.assertEqual(self.read("cache/" + NAME_OF_ABC + ".ox_meta"), b"line 1\nline 2\n")
-        self.run_tool("put", "abc", stdin=b"newer")
-        self.assertEqual(self.run_tool("get", "abc"), b"newer")
-        self.assertRegex(self.run_tool("get", "abc", "--meta"),
-                         rb"^URL: abc\nStored: \d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ\n$")
+        self.assertEqual(self.read("cache/" + NAME_OF_ABC), ALL_BYTES)
         self.run_tool("rm", "abc")
         self.run_tool("get", "abc", status=NOT_DONE, says="no entry")
 
@@ -58,6 +55,7 @@ class Entries(ToolCase):
         self.run_tool("put", "kept", small)
         self.write("out", b"old")
         entry = "too large|limit of one entry|MAX_CACHE_ENTRY_SIZE"
+        init = ["init", "--force"]
         cases = [
             (NOT_DONE, "no entry", ["get", "absent", "-o", "out"], b""),
             (NOT_DONE, "no entry", ["rm", "absent"], b""),
@@ -70,17 +68,17 @@ class Entries(ToolCase):
             (USAGE, "empty", ["put", "kept"], b""),
             (USAGE, "no such command.*shelve", ["shelve"], b""),
             (USAGE, "url", ["get"], b""),
-            (USAGE, "max-size", ["init", "--force", "--max-size", "10X"], b""),
-            (USAGE, "1024", ["init", "--force", "--max-size", "1000"], b""),
-            (USAGE, "decimal", ["init", "--force", "--max-size", "010K"], b""),
-            (USAGE, "not a directory", ["init", "--force", "--directory", "small"], b""),
-            (USAGE, "--directory: a name", ["init", "--force", "--directory", ""], b""),
-            (USAGE, "above", ["init", "--force", "--max-size", "1M", "--max-entry-size", "2M"],
-             b""),
-            (USAGE, "would be lost", ["init", "--force", "--directory", "a\nb"], b""),
+            (USAGE, "max-size", [*init, "--max-size", "10X"], b""),
+            (USAGE, "1024", [*init, "--max-size", "1000"], b""),
+            (USAGE, "decimal", [*init, "--max-size", "010K"], b""),
+            (USAGE, "not a directory", [*init, "--directory", "small"], b""),
+            (USAGE, "--directory: the name is empty", [*init, "--directory", ""], b""),
+            (USAGE, "above", [*init, "--max-size", "1M", "--max-entry-size", "2M"], b""),
+            (USAGE, "would be lost", [*init, "--directory", "a\nb"], b""),
             (INPUT_OUTPUT, "absent-file: No such file", ["put", "kept", "absent-file"], b""),
             (INPUT_OUTPUT, "Is a directory", ["put", "kept", self.scratch], b""),
-            (INPUT_OUTPUT, r"a\?\[2J\?b\xe9: No", ["put", "kept", "a\x1b[2J\nb\xe9"], b""),
+            (INPUT_OUTPUT, r"a\?\[2J\?b\xe9\?\?: No",
+             ["put", "kept", b"a\x1b[2J\nb\xc3\xa9\xc2\x9b\x9b"], b""),
             (INPUT_OUTPUT, "No such file", ["get", "kept", "-o", "absent/out"], b""),
             (INPUT_OUTPUT, "absent.so", ["--module", "absent.so", "get", "kept"], b""),
         ]
@@ -89,37 +87,49 @@ class Entries(ToolCase):
                 self.run_tool(*words, stdin=stdin, status=status, says=says)
         self.assertEqual(self.run_tool("get", "kept"), b"s" * 100)
         self.assertEqual(self.read("out"), b"old")
-        with open("/dev/full", "wb") as full:
-            done = subprocess.run([TOOL, "--dir", self.cache, "get", "kept"], stdout=full,
-                                  stderr=subprocess.PIPE, check=False)
-        self.assertEqual((done.returncode, b"No space left" in done.stderr), (INPUT_OUTPUT, True))
-        done = subprocess.run([TOOL, "--dir", self.cache, "get", "kept"], check=False,
-                              stderr=subprocess.PIPE, preexec_fn=lambda: os.close(1))
-        self.assertEqual((done.returncode, b"Bad file" in done.stderr), (INPUT_OUTPUT, True))
+
+    def test_output_that_cannot_be_written(self):
+        self.run_tool("put", "abc", stdin=b"1")
+        reader, without_reader = os.pipe()
+        os.close(reader)
+        full = os.open("/dev/full", os.O_WRONLY)
+        # Python itself ignores SIGPIPE, and a program that it starts does so unless it is restored.
+        cases = [(full, {}, INPUT_OUTPUT, b"No space left"),
+                 (None, {"preexec_fn": lambda: os.close(1)}, INPUT_OUTPUT, b"Bad file"),
+                 (without_reader, {"restore_signals": False}, INPUT_OUTPUT, b"Broken pipe"),
+                 (without_reader, {}, -signal.SIGPIPE, b"")]
+        for output, more, status, says in cases:
+            for words in (["get", "abc"], ["ls"], ["batch"]):
+                with self.subTest((words, says)):
+                    done = subprocess.run([TOOL, "--dir", self.cache, *words], stdout=output,
+                                          input=b"ls\nshelve\n", stderr=subprocess.PIPE, check=False, **more)
+                    self.assertEqual((done.returncode, says in done.stderr), (status, True))
+                    self.assertEqual(done.stderr == b"", says == b"")
+        os.close(full)
+        os.close(without_reader)
 
     def test_a_cache_that_another_process_has_is_left_alone(self):
         self.run_tool("put", "abc", stdin=b"1")
-        with open(self.path("cache/ox-session.lock"), "rb") as lock:
-            fcntl.flock(lock, fcntl.LOCK_EX)
-            self.run_tool("get", "abc", status=NOT_DONE, says="has the cache")
-            self.assertIn(NAME_OF_ABC.encode(), self.run_tool("ls"))
+        lock = os.open(self.cache, os.O_RDONLY)
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        self.run_tool("get", "abc", status=NOT_DONE, says="has the cache")
+        self.assertIn(NAME_OF_ABC.encode(), self.run_tool("ls"))
+        os.close(lock)
 
     def test_streams_are_not_held_in_memory(self):
         self.run_tool("init", "--max-size", "100M", "--max-entry-size", "100M")
-        size = 64 << 20
         peaks = []
-        for content_size in (1, size):
-            with open(self.path("content"), "wb") as file:
-                file.truncate(content_size)
-            for words in (["put", "abc"], ["get", "abc", "-o", "out"]):
-                with open(self.path("content"), "rb") as stdin:
-                    child = subprocess.Popen([TOOL, "--dir", self.cache, *words], stdin=stdin,
+        for size in (1, 64 << 20):
+            with open(self.write("content", b""), "r+b") as content:
+                content.truncate(size)
+                for words in (["put", "abc"], ["get", "abc", "-o", "out"]):
+                    child = subprocess.Popen([TOOL, "--dir", self.cache, *words], stdin=content,
                                              cwd=self.scratch)
                     _, status, usage = os.wait4(child.pid, 0)
                     child.returncode = os.waitstatus_to_exitcode(status)
-                self.assertEqual(child.returncode, DONE)
-                peaks.append(usage.ru_maxrss)
-        self.assertEqual(os.path.getsize(self.path("out")), size)
+                    self.assertEqual(child.returncode, DONE)
+                    peaks.append(usage.ru_maxrss)
+            self.assertEqual(os.path.getsize(self.path("out")), size)
         self.assertLess(max(peaks[2:]) - max(peaks[:2]), 8 << 10, "KiB more for 64 MiB")
 
 
@@ -128,9 +138,10 @@ class Batches(ToolCase):
         self.run_tool("init", "--max-entries", "3")
         self.write("file", b"content\n")
         lines = ["put a file", "put b file", "put c file", "get a", "put d file",
-                 "# a comment", "", "get b", "get a", "rm d", "get d"]
+                 "# a comment", "", "get b", "get a", "rm d", "get d", "trim"]
         out = self.run_tool("batch", stdin="\n".join(lines).encode(), status=NOT_DONE,
-                            says=r"line 8: no entry of that URL\n.*line 11: no entry")
+                            says=r"line 8: no entry of that URL\n.*line 11: no entry.*\n"
+                                 "oxcache: line 12: 0 entries deleted")
         self.assertEqual(out, b"content\n" * 2)
 
     def test_lines_are_split_as_a_shell_does_and_failures_do_not_stop_it(self):
@@ -143,35 +154,38 @@ class Batches(ToolCase):
                                  "the batch\n.*line 8: no entry")
         self.assertEqual(out, b'say "hi" \\nm1')
 
-    def test_reports_see_the_batch(self):
-        self.write("file", b"1")
-        out = self.run_tool("batch", stdin=b"put abc file\nls --json\nlimits --json\nstat --json\n")
-        listed, limits, statistics = (json.loads(line) for line in out.splitlines())
-        self.assertEqual([entry["name"] for entry in listed], [NAME_OF_ABC])
-        self.assertEqual(limits, statistics["limits"])
-
 
 class Configurations(ToolCase):
     def test_init_writes_what_the_module_reads_back(self):
+        far = "elsewhere/MAX_CACHE_SIZE=5"
         cases = [
             (["--max-size", "10M", "--max-entries", "7", "--max-entry-size", "64K"],
              [10 << 20, 7, 64 << 10, self.cache]),
-            (["--max-size", "2048", "--force", "--directory", "elsewhere/MAX_CACHE_SIZE=5"],
-             [2048, 1000, 2048, self.path("elsewhere/MAX_CACHE_SIZE=5")]),
             (["--max-entry-size", "1G", "--force"], [1 << 30, 1000, 1 << 30, self.cache]),
+            (["--max-size", "2048", "--force", "--directory", far],
+             [2048, 1000, 2048, self.path(far)]),
         ]
         for words, expected in cases:
             with self.subTest(words):
                 self.run_tool("init", *words)
-                limits = json.loads(self.run_tool("limits", "--json"))
+                limits = self.report("limits")
                 self.assertEqual([limits[key] for key in (
                     "max_size", "max_entries", "max_entry_size", "cache_directory")], expected)
-        self.run_tool("init", "--force", "--directory", "far")
         self.run_tool("put", "abc", stdin=b"1")
-        self.run_tool("init", "--force", says="1 entry left behind in .*far")
+        self.run_tool("init", "--force", says="1 entry left behind in .*elsewhere")
         before = self.read("cache/file-cache.conf")
         self.run_tool("init", status=NOT_DONE, says="--force")
         self.assertEqual(self.read("cache/file-cache.conf"), before)
+
+    def test_names_of_temporary_files_cannot_be_prepared(self):
+        victim = self.write("victim", b"kept")
+        for words in (["init"], ["put", "abc", "--force"]):
+            def prepare():
+                os.makedirs(self.cache)
+                os.symlink(victim, f"{self.cache}/file-cache.conf.{os.getpid()}")
+            self.run_tool(*words, stdin=b"1", preexec_fn=prepare)
+            self.assertEqual(self.read("victim"), b"kept")
+            os.rename(self.cache, self.path("of-" + words[0]))
 
     def pairs_without_limits(self, configuration):
         for directory in ("cache", "again"):
@@ -181,9 +195,9 @@ class Configurations(ToolCase):
                 self.write(f"{directory}/file-cache.conf", configuration)
 
     def test_entries_are_not_lost_to_a_missing_limit(self):
+        file = self.write("file", b"2")
         for what, configuration in (("no file", None), ("no limit", b"MAX_CACHE_SIZE=4096\n")):
             self.pairs_without_limits(configuration)
-            file = self.write("file", b"2")
             for words in (["get", "abc"], ["put", "x", file], ["rm", "abc"], ["trim"], ["batch"]):
                 with self.subTest((what, words)):
                     self.run_tool(*words, status=NOT_DONE, says="(?s)MAX_CACHE_ENTRIES|"
@@ -195,20 +209,16 @@ class Configurations(ToolCase):
             self.assertFalse(os.path.exists(self.path("again", NAME_OF_ABC)))
             os.remove(self.path("cache/file-cache.conf"))
 
-    def test_a_configuration_that_cannot_be_read_is_an_error(self):
-        self.run_tool("put", "abc", stdin=b"1")
+    def test_a_forced_put_goes_on_only_where_it_can_store(self):
+        self.pairs_without_limits(b"MAX_CACHE_SIZE=4096\n")
+        self.run_tool("put", "x", "--force", stdin=b"2", status=NOT_DONE, says="admits no entry")
         path = self.path("cache/file-cache.conf")
         os.rename(path, self.path("elsewhere.conf"))
         os.symlink("../elsewhere.conf", path)
         for words in (["limits"], ["check"], ["put", "x"], ["get", "abc", "--force"]):
             self.run_tool(*words, stdin=b"2", status=INPUT_OUTPUT, says="cannot read: .*conf")
         self.assertEqual(self.read("cache/" + NAME_OF_ABC), b"1")
-
-    def test_a_forced_put_goes_on_only_where_it_can_store(self):
-        self.pairs_without_limits(b"MAX_CACHE_SIZE=4096\n")
-        self.run_tool("put", "x", "--force", stdin=b"2", status=NOT_DONE, says="admits no entry")
-        self.assertEqual(self.read("cache/" + NAME_OF_ABC), b"1")
-        os.remove(self.path("cache/file-cache.conf"))
+        os.remove(path)
         self.run_tool("put", "x", "--force", stdin=b"2")
         self.assertEqual(self.run_tool("get", "x"), b"2")
         self.run_tool("get", "abc", status=NOT_DONE)
@@ -218,6 +228,16 @@ class Configurations(ToolCase):
         self.run_tool("put", "abc", stdin=b"1", status=NOT_DONE, says="not empty.*oxcache init")
         self.run_tool("get", "abc", status=NOT_DONE, says="no cache")
         self.assertEqual(os.listdir(self.cache), ["holiday.jpg"])
+
+    def test_a_new_file_system_is_an_empty_directory(self):
+        os.makedirs(self.cache)
+        mount = ["unshare", "-rm", "sh", "-ec", 'mount -t tmpfs none "$1"; mkdir "$1/lost+found"\n'
+                 '"$0" --dir "$1" put abc; "$0" --dir "$1" verify', TOOL, self.cache]
+        if subprocess.run([*mount[:4], mount[4].split("\n")[0], *mount[5:]], check=False).returncode:
+            self.skipTest("nothing can be mounted here")
+        subprocess.run(mount, input=b"1", check=True)
+        os.makedirs(self.path("cache/lost+found"))
+        self.run_tool("put", "abc", stdin=b"1", status=NOT_DONE, says="not empty")
 
 
 class Reports(ToolCase):
@@ -230,10 +250,10 @@ class Reports(ToolCase):
         self.age = 200000
         self.pair(name("1"), b"x" * 2000, b"first line\x1b[2J\nsecond")
         self.pair(name("2"), b"x" * 2980, b"m" * 21)  # above the limit of one entry
-        self.pair(name("3"), b"x" * 2500, b"m")
+        self.pair(name("3"), b"x" * 2500, b"\x7f")
         self.pair(name("4"), b"", b"m")
         self.pair(name("5"), b"x" * 500, b"m")  # above the total
-        self.pair("small", b"x" * 400, b"m")
+        self.pair("small", b"x" * 399, b"\xc2\x9b")
         self.pair(name("6"), b"x" * 10, b"m")  # above the number
         self.write(f"cache/{name('7')}.ox_meta", b"orphan")
         self.write(f"cache/{name('8')}", b"orphan")
@@ -254,22 +274,22 @@ class Reports(ToolCase):
                 listing[path] = (status.st_ino, status.st_mode, status.st_size, status.st_mtime_ns)
         return listing
 
-    def test_reports_change_nothing(self):
-        reports = ["ls", "limits", "stat", "check", "verify"]
+    def test_reports_change_nothing_and_print_no_control_characters(self):
         for directory in ("cache", "cache-without-limits", "absent"):
             if directory == "cache-without-limits":
                 os.rename(self.cache, self.path(directory))
                 os.remove(self.path(directory, "file-cache.conf"))
             before = self.snapshot()
-            for report in reports:
+            for report in ("ls", "limits", "stat", "check", "verify"):
                 bad = directory == "absent" or report in ("check", "verify")
                 for words in ([report], [report, "--json"]):
-                    self.run_tool(*words, directory=self.path(directory),
-                                  status=NOT_DONE if bad else DONE)
+                    out = self.run_tool(*words, directory=self.path(directory),
+                                        status=NOT_DONE if bad else DONE)
+                    self.assertTrue(out.replace(b"\n", b"").decode("ascii").isprintable(), out)
             self.assertEqual(self.snapshot(), before)
 
     def test_check_foretells_a_start(self):
-        report = json.loads(self.run_tool("check", "--json", status=NOT_DONE))
+        report = self.report("check", status=NOT_DONE)
         told = [(deletion["file"], deletion["reason"]) for deletion in report["deletions"]]
         expected = []
         for entry, reason in ((name("2"), "3001 bytes are above the limit of one entry, 3000"),
@@ -283,33 +303,54 @@ class Reports(ToolCase):
         for (_, reason), (_, part) in zip(told, expected):
             self.assertIn(part, reason)
         os.remove(self.path("cache/file-cache.conf"))
-        report = json.loads(self.run_tool("check", "--json", status=NOT_DONE))
+        report = self.report("check", status=NOT_DONE)
         self.assertEqual((report["kept"], len(report["deletions"])), (0, 15))
-        self.run_tool("check", directory=self.empty())
 
-    def empty(self):
-        os.makedirs(self.path("empty"))
-        return self.path("empty")
-
-    def test_verify_names_every_problem(self):
+    def test_verify_and_list_show_every_problem(self):
         self.pair(name("9"), b"1", b"m" * 1025)
         self.pair(name("A"), b"1", b"\xc3")
         self.pair(name("B"), b"1", b"m\0m")
         self.pair(name("C"), b"1", b"")
         os.symlink("stranger", self.path("cache", name("D")))
-        report = json.loads(self.run_tool("verify", "--json", status=NOT_DONE))
+        self.write("cache/" + name("E"), b"1")
+        os.symlink("../stranger", self.path("cache", name("E") + ".ox_meta"))
+        os.makedirs(self.path("cache/lost+found"))
+        report = self.report("verify", status=NOT_DONE)
         problems = {problem["name"]: problem["problem"] for problem in report["problems"]}
         expected = {
             "small": "no URL", name("4"): "empty content", name("8"): "content without metadata",
-            name("7") + ".ox_meta": "metadata without content", "stranger": "stranger",
+            name("7") + ".ox_meta": "metadata without content", "stranger": "foreign",
             name("9") + ".ox_meta": "1024", name("A") + ".ox_meta": "UTF-8",
-            name("B") + ".ox_meta": "NUL", name("C") + ".ox_meta": "empty metadata",
-            name("D"): "stranger"}
+            name("B") + ".ox_meta": "zero byte", name("C") + ".ox_meta": "empty metadata",
+            name("D"): "foreign", name("E") + ".ox_meta": "symbolic", "lost+found": "foreign"}
         self.assertEqual(set(problems), set(expected))
         for file, part in expected.items():
             self.assertIn(part, problems[file])
-        self.run_tool("put", "abc", stdin=b"1", directory=self.path("sound"))
-        self.run_tool("verify", directory=self.path("sound"), says="1 entry read, problems: 0")
+        self.assertIn(b" (unreadable)\n", self.run_tool("ls", status=INPUT_OUTPUT, says=name("E")))
+        listed = {entry["name"]: entry for entry in self.report("ls", status=INPUT_OUTPUT)}
+        self.assertEqual((listed[name("E")]["metadata"], listed[name("1")]["metadata"][:5]),
+                         (None, "first"))
+
+    def test_reports_beside_an_owner_that_stores_and_removes(self):
+        self.run_tool("put", "abc", stdin=b"1", directory=self.path("owned"))
+        stopped = threading.Event()
+
+        def own():
+            contents = [self.path("owned", name(digit)) for digit in "12345"]
+            metadata = [content + ".ox_meta" for content in contents]
+            while not stopped.is_set():
+                for file in metadata + contents:
+                    os.rename(self.write("new", b"1"), file)
+                for file in contents + metadata:
+                    os.remove(file)
+
+        owner = threading.Thread(target=own)
+        owner.start()
+        self.addCleanup(owner.join)
+        self.addCleanup(stopped.set)
+        for _ in range(5):
+            for report in ("verify", "check", "ls"):
+                self.run_tool(report, directory=self.path("owned"))
 
     def test_list_and_statistics(self):
         lines = self.run_tool("ls").decode().splitlines()
@@ -317,7 +358,7 @@ class Reports(ToolCase):
                          [name("6"), "small", *(name(digit) for digit in "54321")])
         self.assertEqual(lines[-1].split(None, 4),
                          [name("1"), "2000", "21", "2d", "first line?[2J"])
-        statistics = json.loads(self.run_tool("stat", "--json"))
+        statistics = self.report("stat")
         self.assertEqual((statistics["entries"], statistics["largest_entry"]), (7, 3001))
         self.assertEqual(statistics["bytes"], sum(
             os.path.getsize(self.path("cache", file)) for entry in "123456"
@@ -326,13 +367,14 @@ class Reports(ToolCase):
         self.assertEqual(statistics["strangers"], ["stranger"])
         text = self.run_tool("stat").decode()
         self.assertRegex(text, r"entries +\[#{30}\] 233%  7 of 3")
-        self.assertIn("strangers:\n  stranger\n", text)
+        self.assertIn("foreign files:\n  stranger\n", text)
 
-    def test_trim_leaves_what_a_start_keeps(self):
-        self.run_tool("trim", says=r"entr(y|ies) deleted")
+    def test_trim_leaves_what_a_start_keeps_and_counts_what_the_opening_deleted(self):
+        self.run_tool("trim", says="4 entries deleted")
         self.run_tool("check")
-        statistics = json.loads(self.run_tool("stat", "--json"))
+        statistics = self.report("stat")
         self.assertLessEqual(statistics["bytes"], 4500)
+        self.assertEqual(statistics["entries"], 3)
         self.assertEqual(self.read("cache/stranger"), b"?")
 
 

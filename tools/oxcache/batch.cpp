@@ -49,7 +49,8 @@ class WordSplitter {
     return true;
   }
 
-  // Within "..." a backslash quotes only these; before anything else it stands for itself.
+  // Within "..." a backslash quotes only a quotation mark and a backslash. Before any other
+  // character it stands for itself.
   bool IsEscape(char quote) const {
     return quote == '"' && line_[next_] == '\\' && next_ + 1 < line_.size() &&
            (line_[next_ + 1] == '"' || line_[next_ + 1] == '\\');
@@ -73,8 +74,9 @@ class WordSplitter {
 ExitStatus RunLine(Context& context, const std::string& line) {
   auto words = SplitWords(line);
   if (!words || line.find('\0') != std::string::npos) {
-    return context.Fail(MakeError(ErrorKind::kInvalidArgument,
-                                  words ? "a NUL in the line" : "a quotation is not closed"));
+    return context.Fail(
+        MakeError(ErrorKind::kInvalidArgument,
+                  words ? "the line has a zero byte" : "a quotation mark is not closed"));
   }
   if (words->empty()) return ExitStatus::kDone;
   Invocation invocation;
@@ -115,7 +117,7 @@ ExitStatus Batch(Context& context) {
   ExitStatus worst = ExitStatus::kDone;
   LineReader reader;
   std::string line;
-  for (unsigned number = 1; reader.Next(&line); ++number) {
+  for (unsigned number = 1; !context.HasLostReader() && reader.Next(&line); ++number) {
     context.SetLine(number);
     worst = Worse(worst, RunLine(context, line));
   }

@@ -14,7 +14,7 @@ namespace ox::tools {
 // starts a comment. Empty when a quotation is not closed.
 std::optional<std::vector<std::string>> SplitWords(const std::string& line);
 
-// Goes on after a line that fails; the worst status of all lines.
+// Continues after a line that fails. Returns the highest status of all lines.
 ExitStatus Batch(Context& context);
 
 }  // namespace ox::tools

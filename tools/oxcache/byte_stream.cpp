@@ -15,7 +15,7 @@ namespace {
 
 constexpr char kStandard[] = "-";
 
-// Not 0 to 2 again, which another part of the program may close or reopen.
+// A descriptor above 2: those below may be closed or reopened by other parts of the program.
 int Duplicate(int fd) {
   return fcntl(fd, F_DUPFD_CLOEXEC, 3);
 }
@@ -28,19 +28,10 @@ bool IsReplaceable(const std::string& path) {
   return S_ISREG(status.st_mode);
 }
 
-// What was private stays so.
+// A file that only its owner can read stays so.
 mode_t ModeFor(const std::string& path) {
   struct stat status;
   return lstat(path.c_str(), &status) == 0 ? status.st_mode & 0777 : 0666;
-}
-
-int OpenTemporary(const std::string& path, std::string* temporary) {
-  const mode_t mode = ModeFor(path);
-  for (unsigned counter = 0;; ++counter) {
-    *temporary = path + "." + std::to_string(getpid()) + "-" + std::to_string(counter) + ".part";
-    const int fd = open(temporary->c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (fd >= 0 || errno != EEXIST) return fd;
-  }
 }
 
 }  // namespace
@@ -104,31 +95,28 @@ std::uint64_t Input::KnownSize() const {
 std::unique_ptr<Output> Output::Open(const std::string& path, Error* error) {
   const bool isStandard = path == kStandard;
   const std::string name = isStandard ? "standard output" : path;
-  std::string temporary;
-  int fd = -1;
-  if (isStandard) {
-    fd = Duplicate(STDOUT_FILENO);
-  } else if (IsReplaceable(path)) {
-    fd = OpenTemporary(path, &temporary);
-  } else {
-    fd = open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+  if (!isStandard && IsReplaceable(path)) {
+    auto file = TemporaryFile::Create(path, ModeFor(path), error);
+    if (file == nullptr) return nullptr;
+    return std::unique_ptr<Output>(new Output(std::move(file), name));
   }
-  if (fd < 0) {
+  UniqueFd fd(isStandard ? Duplicate(STDOUT_FILENO)
+                         : open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC));
+  if (!fd.IsOpen()) {
     *error = SystemError("cannot open for writing", name);
     return nullptr;
   }
-  return std::unique_ptr<Output>(new Output(fd, name, temporary));
+  return std::unique_ptr<Output>(new Output(std::move(fd), name));
 }
 
-Output::Output(int fd, std::string path, std::string temporary)
-    : fd_(fd), path_(std::move(path)), temporary_(std::move(temporary)) {}
+Output::Output(UniqueFd inPlace, std::string name)
+    : inPlace_(std::move(inPlace)), name_(std::move(name)) {}
 
-Output::~Output() {
-  if (!temporary_.empty()) unlink(temporary_.c_str());
-}
+Output::Output(std::unique_ptr<TemporaryFile> file, std::string name)
+    : file_(std::move(file)), name_(std::move(name)) {}
 
 Error Output::Write(const void* data, std::size_t bytes) {
-  return WriteAll(fd_.Get(), path_, data, bytes);
+  return WriteAll(file_ != nullptr ? file_->Get() : inPlace_.Get(), name_, data, bytes);
 }
 
 Error Output::WriteAllOf(Input& input) {
@@ -142,14 +130,7 @@ Error Output::WriteAllOf(Input& input) {
 }
 
 Error Output::Commit() {
-  if (temporary_.empty()) return {};
-  // Some file systems tell only now that there was no room.
-  if (close(fd_.Release()) != 0 && errno != EINTR) return SystemError("cannot write", path_);
-  if (rename(temporary_.c_str(), path_.c_str()) != 0) {
-    return SystemError("cannot put the finished file in place", path_);
-  }
-  temporary_.clear();
-  return {};
+  return file_ != nullptr ? file_->PutInPlace() : Error{};
 }
 
 }  // namespace ox::tools

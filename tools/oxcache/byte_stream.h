@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "tools/oxcache/temporary_file.h"
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/error.h>
 
@@ -19,8 +20,8 @@ Error WriteAll(int fd, const std::string& name, const void* data, std::size_t by
 class Input {
  public:
   static std::unique_ptr<Input> Open(const std::string& path, Error* error);
-  // A file of a cache directory, where anything may have been planted: only a regular file, and no
-  // link.
+  // A file of a cache directory, where anybody may have put anything: an error unless it is a
+  // regular file, and links are not followed.
   static std::unique_ptr<Input> OpenEntryFile(const std::string& path, Error* error);
   // Takes an open file; `name` is for messages.
   Input(UniqueFd fd, std::string name);
@@ -40,20 +41,19 @@ class Input {
 class Output {
  public:
   static std::unique_ptr<Output> Open(const std::string& path, Error* error);
-  ~Output();
-  Output(const Output&) = delete;
-  Output& operator=(const Output&) = delete;
 
   Error Write(const void* data, std::size_t bytes);
   Error WriteAllOf(Input& input);
   Error Commit();
 
  private:
-  Output(int fd, std::string path, std::string temporary);
+  Output(UniqueFd inPlace, std::string name);
+  explicit Output(std::unique_ptr<TemporaryFile> file, std::string name);
 
-  UniqueFd fd_;
-  std::string path_;
-  std::string temporary_;  // empty: written in place
+  // Exactly one of the two is there.
+  UniqueFd inPlace_;
+  std::unique_ptr<TemporaryFile> file_;
+  const std::string name_;
 };
 
 }  // namespace ox::tools

@@ -1,10 +1,12 @@
-// "check": the real module starts over a file system that only writes deletions down. What it would
-// delete is its own word; the reasons are worked out here from what it looked at, in its order.
+// "check": the real module starts over a file system that records deletions instead of making them.
+// The module decides what a start would delete. The reasons are worked out here, from the files
+// that the module asked about and the order in which it asked.
 #include <cstdint>
 #include <nlohmann/json.hpp>
 
 #include "tools/oxcache/dry_run_file_system.h"
 #include "tools/oxcache/reports.h"
+#include "tools/oxcache/second_look.h"
 #include "tools/oxcache/text.h"
 #include <oxfilecache/host.h>
 
@@ -19,18 +21,12 @@ struct DryRun {
   std::vector<DryVisit> visits;
 };
 
-struct Deletion {
-  std::string file;  // without the directory
-  std::uint64_t bytes;
-  std::string reason;
-};
-
-struct Verdict {
+struct Prediction {
   std::uint64_t kept = 0;  // entries
-  std::vector<Deletion> deletions;
+  std::vector<Complaint> deletions;
 };
 
-Error StartDry(const GlobalOptions& options, DryRun* run) {
+Error StartWithoutDeleting(const GlobalOptions& options, DryRun* run) {
   host::PosixKernel kernel(options.directory);
   DryRunFileSystem fileSystem(options.directory);
   kernel.UseFileSystem(&fileSystem);
@@ -49,25 +45,25 @@ Error StartDry(const GlobalOptions& options, DryRun* run) {
   return {};
 }
 
-// Follows the start through the files and keeps the two totals that it judges by.
-class Judge {
+// Follows the start from file to file and keeps the two totals that the module decides by.
+class Predictor {
  public:
-  explicit Judge(const CacheLimits& limits) : limits_(limits) {}
+  explicit Predictor(const CacheLimits& limits) : limits_(limits) {}
 
-  void Look(const DryVisit& visit) {
+  void Add(const DryVisit& visit) {
     if (!visit.deletions.empty()) {
       const std::string reason = Reason(visit);
       for (const DryDeletion& deletion : visit.deletions) {
-        verdict_.deletions.push_back({NameOf(deletion.path), deletion.bytes, reason});
+        prediction_.deletions.push_back({NameOf(deletion.path), reason, deletion.bytes});
       }
     } else if (visit.partnerBytes) {
-      ++verdict_.kept;
-      // An entry found by a start counts without its metadata.
+      ++prediction_.kept;
+      // A start counts only the content of the entries that it finds.
       total_ += *visit.partnerBytes;
     }
   }
 
-  Verdict Take() { return std::move(verdict_); }
+  Prediction Take() { return std::move(prediction_); }
 
  private:
   static std::string NameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
@@ -83,7 +79,7 @@ class Judge {
       return std::to_string(size) + " bytes are above the limit of one entry, " +
              std::to_string(limits_.maxEntrySize);
     }
-    if (verdict_.kept >= limits_.maxEntries) {
+    if (prediction_.kept >= limits_.maxEntries) {
       return "the number of entries has reached its limit, " + std::to_string(limits_.maxEntries);
     }
     return "the total size would be " + std::to_string(total_ + size) + ", above its limit, " +
@@ -91,49 +87,60 @@ class Judge {
   }
 
   const CacheLimits& limits_;
-  Verdict verdict_;
+  Prediction prediction_;
   std::uint64_t total_ = 0;  // bytes
 };
 
-Verdict JudgeAll(const DryRun& run) {
-  Judge judge(run.limits);
+Prediction Predict(const DryRun& run) {
+  Predictor predictor(run.limits);
   for (const DryVisit& visit : run.visits)
-    judge.Look(visit);
-  return judge.Take();
+    predictor.Add(visit);
+  return predictor.Take();
 }
 
-std::string Text(const Verdict& verdict) {
+std::string Text(const Prediction& prediction) {
   std::string text;
-  for (const Deletion& deletion : verdict.deletions) {
-    text += FirstLine(deletion.file) + ": " + deletion.reason + "\n";
+  for (const Complaint& deletion : prediction.deletions) {
+    text += FirstLine(deletion.file) + ": " + deletion.what + "\n";
   }
   return text;
 }
 
-json Json(const CacheLimits& limits, const Verdict& verdict) {
+json Json(const CacheLimits& limits, const Prediction& prediction) {
   json deletions = json::array();
-  for (const Deletion& deletion : verdict.deletions) {
+  for (const Complaint& deletion : prediction.deletions) {
     deletions.push_back(
-        {{"file", deletion.file}, {"bytes", deletion.bytes}, {"reason", deletion.reason}});
+        {{"file", deletion.file}, {"bytes", deletion.bytes}, {"reason", deletion.what}});
   }
-  return {{"limits", LimitsJson(limits)}, {"kept", verdict.kept}, {"deletions", deletions}};
+  return {{"limits", LimitsJson(limits)}, {"kept", prediction.kept}, {"deletions", deletions}};
 }
 
 }  // namespace
 
 ExitStatus Check(Context& context, bool asJson) {
-  // A directory that cannot be read looks empty to the module.
+  // To the module a directory that cannot be read is an empty one.
   CacheLimits limits;
   internal::Survey survey;
   if (Error error = context.Inspect(&limits, &survey)) return context.Fail(error);
-  DryRun run;
-  if (Error error = StartDry(context.Options(), &run)) return context.Fail(error);
-  const Verdict verdict = JudgeAll(run);
+  Prediction prediction;
+  const auto look = [&](const OnlyThese&, std::vector<Complaint>* found) {
+    DryRun run;
+    if (Error error = StartWithoutDeleting(context.Options(), &run)) return error;
+    limits = run.limits;
+    Prediction now = Predict(run);
+    prediction.kept = now.kept;
+    *found = std::move(now.deletions);
+    return Error{};
+  };
+  if (Error error = LookUntilConfirmed(limits.cacheDirectory, look, &prediction.deletions)) {
+    return context.Fail(error);
+  }
+  const auto& deletions = prediction.deletions;
   const ExitStatus printed =
-      context.Print(asJson ? JsonLine(Json(run.limits, verdict)) : Text(verdict));
-  context.Tell("a start would keep " + EntriesText(verdict.kept) +
-               "; files it would delete: " + std::to_string(verdict.deletions.size()));
-  return Worse(printed, verdict.deletions.empty() ? ExitStatus::kDone : ExitStatus::kNotDone);
+      context.Print(asJson ? JsonLine(Json(limits, prediction)) : Text(prediction));
+  context.Tell("a start would keep " + EntriesText(prediction.kept) +
+               "; files it would delete: " + std::to_string(deletions.size()));
+  return Worse(printed, deletions.empty() ? ExitStatus::kDone : ExitStatus::kNotDone);
 }
 
 }  // namespace ox::tools

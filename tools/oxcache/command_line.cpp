@@ -19,11 +19,11 @@ constexpr char kFooter[] =
 const std::map<std::string, Durability> kDurabilities = {
     {"none", Durability::kNone}, {"process", Durability::kProcess}, {"power", Durability::kPower}};
 
-// Empty means that nothing was given, so that a variable which is not set would lead to the
-// default: with --dir to the user's own cache.
+// An empty name mostly comes from a variable that is not set. With --dir it would mean the default,
+// the user's own cache.
 CLI::Validator NotEmpty() {
   return CLI::Validator(
-      [](const std::string& text) { return text.empty() ? "a name is needed" : ""; }, "");
+      [](const std::string& text) { return text.empty() ? "the name is empty" : ""; }, "");
 }
 
 void AddGlobalOptions(CLI::App& app, GlobalOptions* options) {
@@ -38,14 +38,14 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions* options) {
   app.add_option_function<std::string>(
          "--durability",
          [options](const std::string& name) { options->durability = kDurabilities.at(name); },
-         "What a finished store survives: process, a kill; power, a power cut too")
+         "What a finished store survives: nothing (none), a killed process, or a power cut too")
       ->check(CLI::IsMember(kDurabilities))
       ->type_name("");
   app.add_flag("--force", options->force,
-               "init: overwrite; otherwise: start even if that deletes all entries");
+               "init: overwrite; other commands: open the cache even if that deletes all entries");
 }
 
-// Otherwise 010 would be octal.
+// Without this check 010 would be read as an octal number.
 CLI::Validator Decimal() {
   return CLI::Validator(
       [](const std::string& text) {
@@ -108,7 +108,7 @@ CLI::Option* AddPut(CLI::App& app, PutOptions* options) {
 }
 
 void AddGet(CLI::App& app, GetOptions* options) {
-  CLI::App* get = app.add_subcommand("get", "Write an entry's content to standard output");
+  CLI::App* get = app.add_subcommand("get", "Write the content of an entry to standard output");
   AddUrl(*get, &options->url);
   get->add_option("-o,--output", options->output, "File to write instead")
       ->check(NotEmpty())
@@ -140,18 +140,19 @@ CLI::Option* AddCommands(CLI::App& app, Invocation* invocation) {
   CLI::Option* putFile = AddPut(app, &invocation->put);
   AddGet(app, &invocation->get);
   AddUrl(*app.add_subcommand("rm", "Remove an entry"), &invocation->removeUrl);
-  AddReport(app, "ls", "List entries: name, size, metadata bytes, age, metadata's first line",
+  AddReport(app, "ls", "List entries: name, size, metadata bytes, age, first line of the metadata",
             &invocation->json);
   AddReport(app, "limits", "Show the limits as the module reads them", &invocation->json);
-  AddReport(app, "stat", "Show the use of the limits, entries by age, files of nobody",
+  AddReport(app, "stat",
+            "Show the use of the limits, entries by age, files that belong to no entry",
             &invocation->json);
-  AddReport(app, "verify", "Read every entry and tell what is wrong", &invocation->json);
+  AddReport(app, "verify", "Read every entry and show what is wrong", &invocation->json);
   app.add_subcommand("trim", "Delete what was used longest ago, down to 90 % of the limits");
   AddFetch(app, &invocation->fetch);
   return putFile;
 }
 
-std::string Complaint(const CLI::App& app, const CLI::ParseError& error) {
+std::string UsageMessage(const CLI::App& app, const CLI::ParseError& error) {
   const auto unknown = app.remaining();
   const bool hasCommand = !app.get_subcommands().empty();
   if (!hasCommand && !unknown.empty()) return "no such command or option: " + unknown.front();
@@ -168,7 +169,7 @@ Parsed ParseWith(CLI::App& app, Invocation* invocation, Parse parse) {
     app.exit(success, text, text);
     return {false, ExitStatus::kDone, text.str()};
   } catch (const CLI::ParseError& error) {
-    return {false, ExitStatus::kUsage, Complaint(app, error)};
+    return {false, ExitStatus::kUsage, UsageMessage(app, error)};
   }
   invocation->command = app.get_subcommands().front()->get_name();
   return {true, ExitStatus::kDone, ""};
@@ -184,7 +185,7 @@ Parsed ParseProgram(int argc, char** argv, Invocation* invocation) {
   AddGlobalOptions(app, &invocation->global);
   AddInit(app, &invocation->init);
   AddCommands(app, invocation);
-  AddReport(app, "check", "Tell what a start would delete, and why", &invocation->json);
+  AddReport(app, "check", "Show what a start would delete, and why", &invocation->json);
   app.add_subcommand("batch", "Run commands from standard input, one a line, in one session");
   return ParseWith(app, invocation, [&] { app.parse(argc, argv); });
 }

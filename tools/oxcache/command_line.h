@@ -1,5 +1,5 @@
-// The command line, and the lines of a batch, which are the same commands without the options that
-// are about the whole run.
+// The command line and the lines of a batch. A line has the same commands, without the options that
+// apply to the whole run.
 #ifndef OX_TOOLS_OXCACHE_COMMAND_LINE_H_
 #define OX_TOOLS_OXCACHE_COMMAND_LINE_H_
 
@@ -25,8 +25,8 @@ struct Invocation {
   FetchOptions fetch;
 };
 
-// What came of parsing: go on with the command, or leave with `status`, help or a complaint having
-// been given as `text`.
+// The result of parsing. Without a command the program ends with `status` after showing `text`,
+// which is the help or what is wrong.
 struct Parsed {
   bool isCommand;
   ExitStatus status;

@@ -1,19 +1,15 @@
 #include "tools/oxcache/configuration.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <filesystem>
 #include <sstream>
 
 #include "host/directory.h"
-#include "session/durable_io.h"
-#include "session/session_names.h"
 #include "tools/oxcache/byte_stream.h"
+#include "tools/oxcache/temporary_file.h"
 #include "tools/oxcache/text.h"
-#include <oxfilecache/descriptor.h>
 #include <oxfilecache/format.h>
 
 namespace ox::tools {
@@ -22,10 +18,10 @@ namespace {
 constexpr std::uint64_t kDefaultMaxSize = 64 * 1024 * 1024;
 constexpr std::uint64_t kDefaultMaxEntries = 1000;
 constexpr std::uint64_t kDefaultMaxEntrySize = 8 * 1024 * 1024;
-// Smaller sizes are raised to this when they are read.
+// The module raises smaller sizes to this.
 constexpr std::uint64_t kMinSize = 1024;
 constexpr std::uint64_t kMaxLimit = 0xFFFFFFFF;
-// Nothing is read beyond 1,024 bytes, a terminator included.
+// The module reads 1,024 bytes, a terminator included.
 constexpr std::size_t kMaxTextBytes = 1000;
 
 struct Configuration {
@@ -35,13 +31,13 @@ struct Configuration {
   std::string directory;
 };
 
-// A setting is found wherever its name stands first, so no comment may name one, and the directory,
-// whose name may hold anything, comes last.
+// The module takes a setting from the first place where its name stands. So no comment may name
+// one, and the directory, whose name may contain one, comes last.
 std::string Text(const Configuration& configuration) {
   std::ostringstream text;
   text << "# Limits of this file cache; sizes are in bytes. Only the first 1,024 bytes\n"
-          "# of this file are read, and a setting counts wherever it stands first,\n"
-          "# behind a \"#\" too.\n"
+          "# of this file are read. A setting is taken from the first place where its\n"
+          "# name stands, even in a comment.\n"
           "\n"
           "# All entries together, with their metadata.\n"
        << "MAX_CACHE_SIZE=" << configuration.maxSize
@@ -52,17 +48,10 @@ std::string Text(const Configuration& configuration) {
           "# One entry with its metadata.\n"
        << "MAX_CACHE_ENTRY_SIZE=" << configuration.maxEntrySize << "\n";
   if (!configuration.directory.empty()) {
-    text << "\n# Where the entries are, unless beside this file.\n"
+    text << "\n# The directory of the entries. Without it they are beside this file.\n"
          << "CACHE_DIRECTORY=" << configuration.directory << "\n";
   }
   return text.str();
-}
-
-Error WriteSynced(const std::string& path, const std::string& text) {
-  const UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-  if (!fd.IsOpen()) return SystemError("cannot make", path);
-  if (Error error = WriteAll(fd.Get(), path, text.data(), text.size())) return error;
-  return internal::SyncFile(fd.Get()) ? Error{} : SystemError("cannot bring to the medium", path);
 }
 
 // Whole or not at all, power cuts included: a configuration cut short could lack the number of
@@ -71,17 +60,11 @@ Error Write(const std::string& directory, const std::string& text) {
   if (!internal::MakeDirectories(directory))
     return SystemError("cannot make the directory", directory);
   const std::string path = ConfigurationPath(directory);
-  const std::string temporary = path + "." + std::to_string(getpid());
-  Error error = WriteSynced(temporary, text);
-  if (!error && rename(temporary.c_str(), path.c_str()) != 0) {
-    error = SystemError("cannot put the configuration in place", path);
-  }
-  if (error) {
-    unlink(temporary.c_str());
-    return error;
-  }
-  return internal::SyncDirectory(directory) ? Error{}
-                                           : SystemError("cannot bring to the medium", directory);
+  Error error;
+  const auto file = TemporaryFile::Create(path, 0644, &error);
+  if (file == nullptr) return error;
+  if (error = WriteAll(file->Get(), path, text.data(), text.size()); error) return error;
+  return file->PutInPlaceOnMedium();
 }
 
 Error CheckSize(const char* option, std::uint64_t bytes) {
@@ -90,26 +73,29 @@ Error CheckSize(const char* option, std::uint64_t bytes) {
                    std::string(option) + " must be from 1024 to 4294967295 bytes");
 }
 
-// In such a directory a start does not find the entries again, or the text ends early.
+// The module would not find the entries of another directory again, or not read its whole name.
 Error CheckCacheDirectory(const std::string& directory) {
   if (IsPlain(directory) && directory.find('\\') == std::string::npos &&
       directory.find(format::kMetaDataSuffix) == std::string::npos) {
     return {};
   }
-  return MakeError(ErrorKind::kInvalidArgument,
-                   "the directory's name has a backslash, \".ox_meta\" or a character that is not "
-                   "printable ASCII: entries in it would be lost");
+  return MakeError(
+      ErrorKind::kInvalidArgument,
+      "the name of the directory has a backslash, \".ox_meta\" or a character that is not "
+      "printable ASCII: entries in it would be lost; use another name");
 }
 
 Error Check(const Configuration& configuration) {
   if (Error error = CheckSize("--max-size", configuration.maxSize)) return error;
   if (Error error = CheckSize("--max-entry-size", configuration.maxEntrySize)) return error;
   if (configuration.maxEntries == 0 || configuration.maxEntries > kMaxLimit) {
-    return MakeError(ErrorKind::kInvalidArgument,
-                     "--max-entries must be from 1 to 4294967295: 0 would admit nothing");
+    return MakeError(
+        ErrorKind::kInvalidArgument,
+        "--max-entries must be from 1 to 4294967295; with 0 the cache would store nothing");
   }
   if (configuration.maxEntrySize > configuration.maxSize) {
-    return MakeError(ErrorKind::kInvalidArgument, "--max-entry-size is above --max-size");
+    return MakeError(ErrorKind::kInvalidArgument,
+                     "--max-entry-size is above --max-size; make it smaller or --max-size larger");
   }
   return {};
 }
@@ -144,22 +130,22 @@ std::size_t CountEntries(const std::string& directory) {
   return internal::SurveyDirectory(directory, &survey) ? 0 : survey.entries.size();
 }
 
-void TellWhatIsThere(Context& context, const std::string& cacheDirectory) {
+void TellEntriesHere(Context& context, const std::string& cacheDirectory) {
   const std::size_t entries = CountEntries(cacheDirectory);
   if (entries == 0) return;
   context.Tell("the directory has " + EntriesText(entries) +
-               "; \"oxcache check\" tells what a start would delete under these limits");
+               "; \"oxcache check\" shows what a start would delete under these limits");
 }
 
-// Where the configuration that is replaced keeps the entries; empty when it cannot be told.
+// Where the configuration that is being replaced keeps the entries; empty when that is not known.
 std::string OldCacheDirectory(Context& context) {
   session::CacheLimits limits;
   if (!HasConfiguration(context.Options().directory) || context.Limits(&limits)) return "";
   return limits.cacheDirectory;
 }
 
-void TellWhatIsLeft(Context& context, const std::string& oldDirectory,
-                    const std::string& newDirectory) {
+void TellEntriesLeftBehind(Context& context, const std::string& oldDirectory,
+                           const std::string& newDirectory) {
   std::error_code ignored;
   if (oldDirectory.empty() || std::filesystem::equivalent(oldDirectory, newDirectory, ignored)) {
     return;
@@ -167,7 +153,7 @@ void TellWhatIsLeft(Context& context, const std::string& oldDirectory,
   const std::size_t entries = CountEntries(oldDirectory);
   if (entries == 0) return;
   context.Tell(EntriesText(entries) + " left behind in " + oldDirectory + "; \"--directory " +
-               oldDirectory + "\" goes on with that directory");
+               oldDirectory + "\" keeps using that directory");
 }
 
 }  // namespace
@@ -200,8 +186,10 @@ ExitStatus Init(Context& context, const InitOptions& options) {
   }
   const std::string text = Text(configuration);
   if (text.size() > kMaxTextBytes) {
-    return context.Fail(MakeError(ErrorKind::kInvalidArgument,
-                                  "--directory is too long: the configuration would be cut"));
+    return context.Fail(MakeError(
+        ErrorKind::kInvalidArgument,
+        "--directory is too long: the module would not read its whole name; use a shorter "
+        "path"));
   }
   if (HasConfiguration(directory) && !context.Options().force) {
     return context.Fail(MakeError(ErrorKind::kRefused,
@@ -209,8 +197,8 @@ ExitStatus Init(Context& context, const InitOptions& options) {
   }
   const std::string oldDirectory = OldCacheDirectory(context);
   if (Error error = Write(directory, text)) return context.Fail(error);
-  TellWhatIsThere(context, cacheDirectory);
-  TellWhatIsLeft(context, oldDirectory, cacheDirectory);
+  TellEntriesHere(context, cacheDirectory);
+  TellEntriesLeftBehind(context, oldDirectory, cacheDirectory);
   return ExitStatus::kDone;
 }
 

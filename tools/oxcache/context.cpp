@@ -9,10 +9,11 @@
 #include <cstdio>
 #include <utility>
 
-#include "session/session_names.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/configuration.h"
 #include "tools/oxcache/module_path.h"
+#include "tools/oxcache/signals.h"
+#include "tools/oxcache/temporary_file.h"
 #include "tools/oxcache/text.h"
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/format.h>
@@ -20,19 +21,37 @@
 namespace ox::tools {
 namespace {
 
+using internal::Survey;
 using session::CacheLimits;
 using session::CacheSession;
 using session::SessionOptions;
-using internal::Survey;
 
-Error SurveyIfThere(const std::string& directory, Survey* survey) {
-  *survey = {};
-  if (access(directory.c_str(), F_OK) != 0 && errno == ENOENT) return {};
-  return internal::SurveyDirectory(directory, survey);
+// The parent of a file system's root is in another file system or, for "/", the same directory.
+bool IsRootOfFileSystem(const std::string& directory) {
+  struct stat own;
+  struct stat parent;
+  if (stat(directory.c_str(), &own) != 0 || stat((directory + "/..").c_str(), &parent) != 0) {
+    return false;
+  }
+  return own.st_dev != parent.st_dev || own.st_ino == parent.st_ino;
 }
 
-// The module takes one that it cannot read for none, and would delete every entry. It follows no
-// link.
+bool IsDirectory(const std::string& path) {
+  struct stat status;
+  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// A file system check needs that directory, so the user did not put it there.
+void LeaveOutLostAndFound(const std::string& directory, std::vector<std::string>* names) {
+  const auto found = std::find(names->begin(), names->end(), "lost+found");
+  if (found != names->end() && IsDirectory(directory + "/lost+found") &&
+      IsRootOfFileSystem(directory)) {
+    names->erase(found);
+  }
+}
+
+// To the module a configuration that it cannot read is none, and it would delete every entry. It
+// follows no link.
 Error CheckConfiguration(const std::string& directory) {
   const std::string path = ConfigurationPath(directory);
   const UniqueFd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -42,15 +61,15 @@ Error CheckConfiguration(const std::string& directory) {
   return MakeError(ErrorKind::kInputOutput, "not a regular file: " + path);
 }
 
-bool IsStranger(const std::string& name) {
-  // A configuration that is being written, or was when the power went.
-  return name.rfind(std::string(format::kConfigurationFileName) + ".", 0) != 0;
+// A configuration may be being written, or was when the power went.
+bool IsForeign(const std::string& name) {
+  return !IsTemporaryName(name);
 }
 
 bool HoldsAnything(const Survey& survey) {
   return !survey.entries.empty() || !survey.contentWithoutMetaData.empty() ||
          !survey.metaDataWithoutContent.empty() ||
-         std::any_of(survey.strangers.begin(), survey.strangers.end(), IsStranger);
+         std::any_of(survey.strangers.begin(), survey.strangers.end(), IsForeign);
 }
 
 SessionOptions ForSession(const GlobalOptions& options) {
@@ -63,6 +82,14 @@ SessionOptions ForSession(const GlobalOptions& options) {
 }
 
 }  // namespace
+
+Error SurveyIfThere(const std::string& directory, Survey* survey) {
+  *survey = {};
+  if (access(directory.c_str(), F_OK) != 0 && errno == ENOENT) return {};
+  if (Error error = internal::SurveyDirectory(directory, survey)) return error;
+  LeaveOutLostAndFound(directory, &survey->strangers);
+  return {};
+}
 
 ExitStatus StatusOf(ErrorKind kind) {
   switch (kind) {
@@ -98,8 +125,8 @@ CacheSession* Context::Session(Purpose purpose, Error* error) {
   return session_.get();
 }
 
-// Leaves a directory that can be stored into: a cache without a configuration would refuse, and
-// one with entries would lose them.
+// A directory without a configuration gets the default one. With entries in it that is an error,
+// since a start would delete them.
 Error Context::PrepareToStore() {
   if (!HasConfiguration(options_.directory)) {
     Survey survey;
@@ -126,7 +153,7 @@ Error Context::PrepareToStore() {
                        " writes one that does");
 }
 
-// Not even a lock file is left in a directory that is no cache.
+// So that a directory that is no cache does not get a lock file.
 Error Context::RequireCache() {
   if (Error error = CheckDirectory()) return error;
   if (HasConfiguration(options_.directory)) return {};
@@ -169,7 +196,7 @@ void Context::Tell(const std::string& text) const {
   std::fputs(line.c_str(), stderr);
 }
 
-// With the directory where the entries are now.
+// Names the directory where the entries are now.
 std::string Context::InitCommand(const CacheLimits& limits) const {
   std::string command = "\"oxcache init";
   if (HasConfiguration(options_.directory)) command += " --force";
@@ -186,7 +213,14 @@ std::string Context::Hint(ErrorKind kind) {
          " writes limits under which entries stay; --force starts anyway and deletes them";
 }
 
+bool Context::NoteLostReader(const Error& error) {
+  if (error.systemError != EPIPE || !LostReaderEndsProgram()) return false;
+  hasLostReader_ = true;
+  return true;
+}
+
 ExitStatus Context::Fail(const Error& error) {
+  if (NoteLostReader(error)) return StatusOf(error.kind);
   const bool isMemory = error.kind == ErrorKind::kOutOfMemory;
   Tell(isMemory ? "out of memory" : error.Message() + Hint(error.kind));
   return StatusOf(error.kind);

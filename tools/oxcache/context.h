@@ -26,25 +26,30 @@ class Context {
 
   const GlobalOptions& Options() const { return options_; }
 
-  // The session, opened by the first call; null and an error otherwise. To store into an empty or a
-  // new directory writes a configuration first; to use asks for a cache that is there already.
+  // The session, opened by the first call; null and an error otherwise. kStore writes the default
+  // configuration into an empty or a new directory first; kUse needs a cache that exists.
   session::CacheSession* Session(Purpose purpose, Error* error);
+  bool HasSession() const { return session_ != nullptr; }
 
   // kNotFound when there is no such directory; an error too when it has a configuration that the
   // module would not read.
   Error CheckDirectory() const;
   // The limits without opening a session, or the open session's.
   Error Limits(session::CacheLimits* limits);
-  // And what the cache directory holds: nothing when the configuration names one that is not there
-  // yet.
+  // The limits and what the cache directory holds: nothing when the configuration names one that
+  // does not exist yet.
   Error Inspect(session::CacheLimits* limits, internal::Survey* survey);
 
   // Data, to standard output.
   ExitStatus Print(const std::string& text);
   // Text for a person, to standard error.
   void Tell(const std::string& text) const;
-  // Tells the error and the way out where there is one.
+  // Tells the error and what can be done about it. Tells nothing when NoteLostReader is true.
   ExitStatus Fail(const Error& error);
+  // True when whoever read the output has closed it, which is no error but ends the program, as it
+  // ends cat or ls. Commands of many steps stop then.
+  bool NoteLostReader(const Error& error);
+  bool HasLostReader() const { return hasLostReader_; }
   // The line that messages are about, in a batch; 0 for none.
   void SetLine(unsigned line) { line_ = line; }
 
@@ -57,7 +62,12 @@ class Context {
   GlobalOptions options_;
   std::unique_ptr<session::CacheSession> session_;
   unsigned line_ = 0;
+  bool hasLostReader_ = false;
 };
+
+// What the directory holds, nothing when it does not exist. Without the directory "lost+found" in
+// the root of a file system.
+Error SurveyIfThere(const std::string& directory, internal::Survey* survey);
 
 }  // namespace ox::tools
 

@@ -1,6 +1,6 @@
-// The Linux file system with its changes taken out: reading is real, a deletion is written down and
-// believed, and nothing can be written. The module that runs over it does what it would do, and the
-// disk stays as it is.
+// The Linux file system, but nothing on the disk changes: reading is real, a deletion is only
+// recorded, the file then seems to be gone, and nothing can be written. A module that runs over it
+// does what it would do over the real one.
 #ifndef OX_TOOLS_OXCACHE_DRY_RUN_FILE_SYSTEM_H_
 #define OX_TOOLS_OXCACHE_DRY_RUN_FILE_SYSTEM_H_
 
@@ -43,7 +43,7 @@ class DryRunFileSystem final : public IFileSystem {
  private:
   friend class DryRunFile;
 
-  // The module stands between these and any handler, so running out of memory ends the program.
+  // No exception may pass through the module, so running out of memory here ends the program.
   void NoteDirectory(const std::string& path) noexcept { enumeratedDirectory_ = path; }
   void NoteVisit(const std::string& path) noexcept;
   void NoteSize(const std::string& path, std::uint64_t bytes) noexcept;

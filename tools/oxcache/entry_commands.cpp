@@ -12,7 +12,7 @@ namespace {
 
 using session::CacheSession;
 
-// Leaves room for the other lines.
+// Of a URL in the metadata; leaves room for the other lines.
 constexpr std::size_t kMaxUrlLineBytes = 900;
 
 Error ReadMetadataFile(const std::string& path, std::string* metadata) {
@@ -30,7 +30,7 @@ Error ReadMetadataFile(const std::string& path, std::string* metadata) {
   return {};
 }
 
-// The name on disk does not tell the URL, so this does.
+// The name on disk does not show the URL, so the metadata does.
 std::string DefaultMetadata(const std::string& url) {
   std::string text;
   if (IsPlain(url) && url.size() <= kMaxUrlLineBytes) text = "URL: " + url + "\n";
@@ -46,12 +46,13 @@ Error MetadataFor(const PutOptions& options, std::string* metadata) {
     return error;
   }
   if (metadata->empty()) {
-    return MakeError(ErrorKind::kInvalidArgument,
-                     "metadata may not be empty: an entry without any cannot be kept");
+    return MakeError(
+        ErrorKind::kInvalidArgument,
+        "metadata may not be empty: the cache would delete the entry at its next start");
   }
   if (metadata->size() > format::kTextBytes) {
     return MakeError(ErrorKind::kInvalidArgument,
-                     "metadata is longer than 1024 bytes, of which only so many come back");
+                     "metadata is longer than 1024 bytes; make it shorter");
   }
   return {};
 }
@@ -122,11 +123,13 @@ ExitStatus Remove(Context& context, const std::string& url) {
 
 ExitStatus Trim(Context& context) {
   Error error;
-  std::uint64_t deleted = 0;
+  // Opening the session may delete entries too, so that the cache is within its limits.
+  const bool isOpen = context.HasSession();
   CacheSession* session = context.Session(Context::Purpose::kUse, &error);
-  if (session != nullptr) error = session->Trim(&deleted);
-  if (error) return context.Fail(error);
-  context.Tell(EntriesText(deleted) + " deleted");
+  if (session == nullptr) return context.Fail(error);
+  const std::uint64_t before = isOpen ? session->Statistics().trimmed : 0;
+  if (error = session->Trim(nullptr); error) return context.Fail(error);
+  context.Tell(EntriesText(session->Statistics().trimmed - before) + " deleted");
   return ExitStatus::kDone;
 }
 

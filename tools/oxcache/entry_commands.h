@@ -1,4 +1,4 @@
-// Commands on single entries, and the one that makes room.
+// Commands on single entries, and "trim".
 #ifndef OX_TOOLS_OXCACHE_ENTRY_COMMANDS_H_
 #define OX_TOOLS_OXCACHE_ENTRY_COMMANDS_H_
 

@@ -37,7 +37,7 @@ std::string FileName(const std::string& url) {
   return path.empty() || path == "." || path == ".." ? "index" : path;
 }
 
-// Two URLs do not share a file: the second gets a number.
+// Each URL gets a file of its own: a name that is taken gets a number.
 std::string UniqueName(const std::string& name, std::set<std::string>* taken) {
   std::string unique = name;
   for (unsigned number = 2; !taken->insert(unique).second; ++number) {
@@ -77,7 +77,7 @@ class Fetcher {
       while (threads.size() + 1 < count)
         threads.emplace_back([this] { Work(); });
     } catch (const std::system_error&) {
-      // The system has no more threads: fewer downloads at a time.
+      // The system allows no more threads: fewer downloads at a time.
     }
     Work();
     for (std::thread& thread : threads)
@@ -89,7 +89,7 @@ class Fetcher {
   void Work() {
     for (;;) {
       const std::size_t index = next_.fetch_add(1);
-      if (index >= targets_.size()) return;
+      if (index >= targets_.size() || isStopped_) return;
       const Target& target = targets_[index];
       FetchJob job(session_, target.url, target.output,
                    [this, index](std::uint64_t received, std::uint64_t total) {
@@ -101,7 +101,7 @@ class Fetcher {
     }
   }
 
-  // The terminal is there and does not get the content.
+  // Standard error is a terminal on which no content appears.
   bool HasRoomForProgress() const {
     const bool isContentShown = targets_[0].output == "-" && isatty(STDOUT_FILENO) != 0;
     return !options_.quiet && !isContentShown && isatty(STDERR_FILENO) != 0;
@@ -109,12 +109,15 @@ class Fetcher {
 
   // Called by one thread at a time.
   void Report(const std::string& url, const FetchResult& result) {
+    if (context_.NoteLostReader(result.reason)) isStopped_ = true;
+    if (isStopped_) return;
     const bool isFailed = std::string_view(result.outcome) == "FAILED";
     const std::string why = result.reason ? ": " + result.reason.Message() : "";
     const std::string line = std::string(result.outcome) + " " + FirstLine(url);
     ExitStatus status = isFailed ? StatusOf(result.reason.kind) : ExitStatus::kDone;
     if (targets_.size() > 1 && !options_.quiet) {
       status = Worse(status, context_.Print(line + "\n"));
+      isStopped_ = context_.HasLostReader();
     }
     if (isFailed || (!options_.quiet && (targets_.size() == 1 || result.reason))) {
       context_.Tell(line + why);
@@ -128,6 +131,7 @@ class Fetcher {
   const std::vector<Target> targets_;
   FetchProgress progress_;
   std::atomic<std::size_t> next_{0};
+  std::atomic<bool> isStopped_{false};  // nobody reads the output any more
   ExitStatus worst_ = ExitStatus::kDone;
 };
 

@@ -99,7 +99,8 @@ class Transfer {
   }
 
   Error Explain(CURLcode code) const {
-    // The same codes tell of a redirection to such a URL and of an answer that is no HTTP.
+    // The same codes stand for a redirection to such a URL and for an answer that is not HTTP. Only
+    // without a connection was it the URL itself.
     long connections = 0;
     curl_easy_getinfo(handle_.get(), CURLINFO_NUM_CONNECTS, &connections);
     const bool isUrl =

@@ -29,7 +29,7 @@ bool HasValidators(const StoredResponse& stored) {
   return !stored.etag.empty() || !stored.lastModified.empty();
 }
 
-// Leaves the file's position where it is.
+// Does not move the position of the open file.
 Error CopyContent(const FetchedEntry& entry, session::StoreWriter& writer) {
   std::vector<char> piece(kPieceBytes);
   for (std::uint64_t offset = 0;;) {
@@ -57,19 +57,20 @@ FetchResult FetchJob::Run() {
   if (error && error.kind != ErrorKind::kNotFound) return Failed(error);
   StoredResponse stored = found ? FromMetadata(found->metadata) : StoredResponse{};
   if (!found || stored.freshUntil <= std::time(nullptr)) {
-    return Ask(std::move(found), std::move(stored));
+    return Request(std::move(found), std::move(stored));
   }
-  error = Deliver(std::move(*found));
+  error = WriteOutput(std::move(*found));
   return error ? Failed(error) : FetchResult{"HIT", {}};
 }
 
-FetchResult FetchJob::Ask(Found found, StoredResponse stored) {
+FetchResult FetchJob::Request(Found found, StoredResponse stored) {
   const DownloadRequest request{url_, stored.etag, stored.lastModified};
   if (Error error = Download(request, *this, &download_)) return Failed(error);
   const int status = download_.headers.status;
   if (status == kNotModified && download_.isRedirected && HasValidators(stored)) {
-    // Another resource has not changed, which says nothing of what is here.
-    return Ask(std::move(found), {});
+    // The redirection led to another resource. That one has not changed, which says nothing about
+    // the entry.
+    return Request(std::move(found), {});
   }
   if (status == kNotModified && found) return Revalidated(std::move(found), std::move(stored));
   if (status < kOk || status >= kFirstRedirection) {
@@ -80,7 +81,7 @@ FetchResult FetchJob::Ask(Found found, StoredResponse stored) {
 
 FetchResult FetchJob::Revalidated(Found found, StoredResponse stored) {
   FetchResult result{"REVALIDATED", {}};
-  // Without a lifetime the next request asks again anyway, so nothing need be written.
+  // Without a lifetime the next request asks the server again, so there is nothing to write.
   const std::int64_t freshUntil = FreshUntil(download_.headers, std::time(nullptr));
   if (freshUntil > 0 && !download_.isRedirected) {
     TakeHeaders(download_.headers, &stored);
@@ -88,11 +89,11 @@ FetchResult FetchJob::Revalidated(Found found, StoredResponse stored) {
     stored.freshUntil = freshUntil;
     result.reason = Renew(*found, ToMetadata(stored));
   }
-  Error error = Deliver(std::move(*found));
+  Error error = WriteOutput(std::move(*found));
   return error ? Failed(error) : result;
 }
 
-// Metadata changes only with the whole entry.
+// Metadata can only be changed by storing the whole entry again.
 Error FetchJob::Renew(const FetchedEntry& entry, const std::string& metadata) {
   Error error;
   const auto writer = session_.Store(url_, &error);
@@ -107,7 +108,7 @@ FetchResult FetchJob::Received(bool isReplacement) {
   if (!error && output_ != nullptr) error = output_->Commit();
   if (error) return Failed(error);
   if (!uncached_) return {isReplacement ? "REPLACED" : "MISS", {}};
-  // What was there is outdated now.
+  // The older content is outdated now.
   error = isReplacement ? session_.Remove(url_) : Error{};
   if (error && error.kind != ErrorKind::kNotFound) return Failed(error);
   return {"UNCACHED", uncached_};
@@ -124,14 +125,14 @@ Error FetchJob::Commit() {
   TakeHeaders(download_.headers, &stored);
   stored.url = url_;
   if (download_.isRedirected) {
-    // A redirection has a lifetime of its own, which is not known here, and may lead elsewhere the
-    // next time, where these validators mean something else.
+    // A redirection has a lifetime of its own, which is not known here. It may lead to another
+    // resource the next time, for which these validators mean something else.
     stored.etag.clear();
     stored.lastModified.clear();
   } else {
     stored.freshUntil = FreshUntil(download_.headers, std::time(nullptr));
   }
-  return GoOnUncached(writer_->Commit(ToMetadata(stored)));
+  return ContinueWithoutCache(writer_->Commit(ToMetadata(stored)));
 }
 
 Error FetchJob::OnBody(const ResponseHeaders& headers, const void* data, std::size_t bytes) {
@@ -141,7 +142,7 @@ Error FetchJob::OnBody(const ResponseHeaders& headers, const void* data, std::si
   }
   received_ += bytes;
   if (writer_ != nullptr) {
-    if (Error error = GoOnUncached(writer_->Write(data, bytes))) return error;
+    if (Error error = ContinueWithoutCache(writer_->Write(data, bytes))) return error;
   }
   return output_ != nullptr ? output_->Write(data, bytes) : Error{};
 }
@@ -152,7 +153,7 @@ void FetchJob::OnProgress(std::uint64_t received, std::uint64_t total) {
 
 Error FetchJob::BeginBody(const ResponseHeaders& headers) {
   isBegun_ = true;
-  if (Error error = GoOnUncached(OpenWriter(headers))) return error;
+  if (Error error = ContinueWithoutCache(OpenWriter(headers))) return error;
   return OpenOutput();
 }
 
@@ -180,14 +181,14 @@ Error FetchJob::OpenOutput() {
   return error;
 }
 
-Error FetchJob::GoOnUncached(Error error) {
+Error FetchJob::ContinueWithoutCache(Error error) {
   if (error.kind != ErrorKind::kRefused || outputPath_.empty()) return error;
   writer_.reset();
   uncached_ = std::move(error);
   return {};
 }
 
-Error FetchJob::Deliver(FetchedEntry entry) {
+Error FetchJob::WriteOutput(FetchedEntry entry) {
   if (Error error = OpenOutput()) return error;
   if (output_ == nullptr) return {};
   Input content(std::move(entry.content), entry.path);

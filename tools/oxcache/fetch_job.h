@@ -15,7 +15,7 @@ namespace ox::tools {
 struct FetchResult {
   // "HIT", "MISS", "REVALIDATED", "REPLACED", "UNCACHED" or "FAILED"
   const char* outcome;
-  // Why it failed, or why the content is not in the cache, or its freshness not renewed.
+  // Why it failed, why the content is not in the cache, or why its lifetime was not renewed.
   Error reason;
 };
 
@@ -35,17 +35,17 @@ class FetchJob final : private DownloadReceiver {
   Error OnBody(const ResponseHeaders& headers, const void* data, std::size_t bytes) override;
   void OnProgress(std::uint64_t received, std::uint64_t total) override;
 
-  FetchResult Ask(Found found, StoredResponse stored);
+  FetchResult Request(Found found, StoredResponse stored);
   FetchResult Revalidated(Found found, StoredResponse stored);
   FetchResult Received(bool isReplacement);
   Error BeginBody(const ResponseHeaders& headers);
   Error OpenWriter(const ResponseHeaders& headers);
   Error OpenOutput();
   Error Commit();
-  // Goes on without the cache when there is an output and the limits were the reason.
-  Error GoOnUncached(Error error);
+  // Continues without the cache when the limits refused the entry and there is an output.
+  Error ContinueWithoutCache(Error error);
   Error Renew(const session::FetchedEntry& entry, const std::string& metadata);
-  Error Deliver(session::FetchedEntry entry);
+  Error WriteOutput(session::FetchedEntry entry);
 
   session::CacheSession& session_;
   const std::string url_;

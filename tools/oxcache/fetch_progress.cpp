@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <limits>
 
 #include "tools/oxcache/text.h"
 
@@ -10,6 +11,19 @@ namespace {
 
 constexpr std::chrono::milliseconds kDrawInterval{100};
 constexpr std::size_t kBarWidth = 30;
+
+// Servers may promise any number of bytes.
+std::uint64_t SaturatedSum(std::uint64_t a, std::uint64_t b) {
+  return a > std::numeric_limits<std::uint64_t>::max() - b
+             ? std::numeric_limits<std::uint64_t>::max()
+             : a + b;
+}
+
+std::size_t FilledWidth(std::uint64_t received, std::uint64_t total) {
+  if (total == 0) return 0;
+  const double share = static_cast<double>(received) / static_cast<double>(total);
+  return std::min(kBarWidth, static_cast<std::size_t>(share * kBarWidth));
+}
 
 }  // namespace
 
@@ -47,15 +61,15 @@ std::string FetchProgress::Line() const {
   std::uint64_t received = 0;
   std::uint64_t total = 0;
   for (const File& file : files_) {
-    received += file.received;
-    total += std::max(file.received, file.total);
+    received = SaturatedSum(received, file.received);
+    total = SaturatedSum(total, std::max(file.received, file.total));
   }
   const auto finished =
       std::count_if(files_.begin(), files_.end(), [](const File& file) { return file.isFinished; });
   const double seconds =
       std::max(0.001, std::chrono::duration<double>(Clock::now() - start_).count());
   const auto speed = static_cast<std::uint64_t>(static_cast<double>(received) / seconds);
-  const auto filled = static_cast<std::size_t>(total == 0 ? 0 : received * kBarWidth / total);
+  const std::size_t filled = FilledWidth(received, total);
   return "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] " +
          std::to_string(finished) + "/" + std::to_string(files_.size()) + " files, " +
          SizeText(received) + " of " + SizeText(total) + ", " + SizeText(speed) + "/s";

@@ -21,7 +21,7 @@ class FetchProgress {
   // Bytes of one file; `total` is 0 while unknown.
   void Update(std::size_t file, std::uint64_t received, std::uint64_t total);
   void Finish(std::size_t file);
-  // Takes the line away, calls `write`, which prints something, and lets the line come back.
+  // Removes the line and calls `write`, which prints something. The next update draws it again.
   template <typename Write>
   void Interrupt(Write write) {
     const std::lock_guard<std::mutex> lock(mutex_);

@@ -14,10 +14,10 @@
 namespace ox::tools {
 namespace {
 
-// Longest values kept; with their names they stay below the 1,024 bytes of metadata.
+// The longest values kept. With their names they stay below the 1,024 bytes of metadata.
 constexpr std::size_t kMaxUrlBytes = 400;
 constexpr std::size_t kMaxValueBytes = 160;
-// Ten years: beyond it a sum might not fit.
+// Ten years, so that a sum with the time of today fits its type.
 constexpr std::int64_t kMaxLifetime = 10LL * 365 * 86400;
 
 std::string_view Trimmed(std::string_view text) {
@@ -68,7 +68,7 @@ CacheControl ParseCacheControl(const std::string& value) {
     if (name != "max-age") continue;
     std::string_view seconds = Trimmed(directive.substr(std::min(equals + 1, directive.size())));
     if (!seconds.empty() && seconds.front() == '"') seconds.remove_prefix(1);
-    // A lifetime that cannot be read is none.
+    // A lifetime that cannot be read counts as 0.
     control.maxAge = ToNumber<std::int64_t>(seconds).value_or(0);
   }
   return control;

@@ -1,43 +1,75 @@
+#include <algorithm>
+#include <cerrno>
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "session/session_names.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/reports.h"
+#include "tools/oxcache/second_look.h"
 #include "tools/oxcache/text.h"
 #include <oxfilecache/format.h>
 
 namespace ox::tools {
 namespace {
 
-using nlohmann::json;
-using session::CacheLimits;
 using internal::Survey;
 using internal::SurveyedEntry;
+using nlohmann::json;
+using session::CacheLimits;
 
-// What is ever read back of a metadata file.
-
-// Unreadable metadata is a blank here; "verify" is the command that complains.
-std::string MetadataOf(const std::string& directory, const SurveyedEntry& entry) {
+struct Listed {
+  SurveyedEntry entry;
   std::string metadata;
-  if (ReadMetadata(directory, entry.name, format::kTextBytes, &metadata)) return "";
-  return metadata;
+  Error problem;  // why the metadata could not be read
+};
+
+void TakeMetadata(const std::string& directory, Listed* listed) {
+  listed->problem =
+      ReadMetadata(directory, listed->entry.name, format::kTextBytes, &listed->metadata);
 }
 
-json EntryJson(const std::string& directory, const SurveyedEntry& entry) {
-  return {{"name", entry.name},
-          {"size", entry.contentBytes},
-          {"metadata_bytes", entry.metaDataBytes},
-          {"age", AgeSeconds(entry.used)},
-          {"used", UtcText(entry.used.tv_sec)},
-          {"metadata", MetadataOf(directory, entry)}};
+bool IsGone(const Listed& listed) {
+  return listed.problem.systemError == ENOENT;
 }
 
-std::string EntryLine(const std::string& directory, const SurveyedEntry& entry) {
+// The most recently used first. An entry that another process deletes meanwhile is left out.
+std::vector<Listed> ReadEntries(const std::string& directory, const Survey& survey) {
+  std::vector<Listed> list;
+  for (auto entry = survey.entries.rbegin(); entry != survey.entries.rend(); ++entry) {
+    list.push_back({*entry, "", {}});
+    TakeMetadata(directory, &list.back());
+  }
+  if (std::none_of(list.begin(), list.end(), IsGone)) return list;
+  // Some of them may only be being replaced.
+  WaitBetweenLooks();
+  for (Listed& listed : list) {
+    if (IsGone(listed)) TakeMetadata(directory, &listed);
+  }
+  list.erase(std::remove_if(list.begin(), list.end(), IsGone), list.end());
+  return list;
+}
+
+json EntryJson(const Listed& listed) {
+  const SurveyedEntry& entry = listed.entry;
+  json object = {{"name", entry.name},
+                 {"size", entry.contentBytes},
+                 {"metadata_bytes", entry.metaDataBytes},
+                 {"age", AgeSeconds(entry.used)},
+                 {"used", UtcText(entry.used.tv_sec)},
+                 {"metadata", listed.metadata}};
+  if (listed.problem) {
+    object["metadata"] = nullptr;
+    object["problem"] = listed.problem.Message();
+  }
+  return object;
+}
+
+std::string EntryLine(const Listed& listed) {
+  const SurveyedEntry& entry = listed.entry;
   return FirstLine(entry.name) + " " + Padded(std::to_string(entry.contentBytes), 10) + " " +
          Padded(std::to_string(entry.metaDataBytes), 4) + " " +
          Padded(AgeText(AgeSeconds(entry.used)), 4) + " " +
-         FirstLine(MetadataOf(directory, entry)) + "\n";
+         (listed.problem ? "(unreadable)" : FirstLine(listed.metadata)) + "\n";
 }
 
 }  // namespace
@@ -46,17 +78,21 @@ ExitStatus List(Context& context, bool asJson) {
   CacheLimits limits;
   Survey survey;
   if (Error error = context.Inspect(&limits, &survey)) return context.Fail(error);
+  const std::vector<Listed> entries = ReadEntries(limits.cacheDirectory, survey);
   std::string text;
   json list = json::array();
-  // Most recently used first.
-  for (auto entry = survey.entries.rbegin(); entry != survey.entries.rend(); ++entry) {
+  for (const Listed& listed : entries) {
     if (asJson) {
-      list.push_back(EntryJson(limits.cacheDirectory, *entry));
+      list.push_back(EntryJson(listed));
     } else {
-      text += EntryLine(limits.cacheDirectory, *entry);
+      text += EntryLine(listed);
     }
   }
-  return context.Print(asJson ? JsonLine(list) : text);
+  ExitStatus status = context.Print(asJson ? JsonLine(list) : text);
+  for (const Listed& listed : entries) {
+    if (listed.problem) status = Worse(status, context.Fail(listed.problem));
+  }
+  return status;
 }
 
 ExitStatus ShowLimits(Context& context, bool asJson) {
@@ -77,7 +113,7 @@ json LimitsJson(const CacheLimits& limits) {
 }
 
 std::string JsonLine(const json& value) {
-  return value.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
+  return value.dump(-1, ' ', true, json::error_handler_t::replace) + "\n";
 }
 
 Error ReadMetadata(const std::string& directory, const std::string& entryName, std::size_t capacity,

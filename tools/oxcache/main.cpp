@@ -1,34 +1,39 @@
-#include <csignal>
 #include <cstdio>
 #include <exception>
+#include <memory>
 
 #include "tools/oxcache/command_line.h"
+#include "tools/oxcache/signals.h"
 #include "tools/standard_descriptors.h"
 
 namespace ox::tools {
 namespace {
 
-int Main(int argc, char** argv) {
-  tools::OccupyStandardDescriptors();
-  // A reader that goes away is then an error of the write, and the session is closed properly.
-  std::signal(SIGPIPE, SIG_IGN);
-  // So is a file that would become larger than the user may make one.
-  std::signal(SIGXFSZ, SIG_IGN);
-  Invocation invocation;
-  const Parsed parsed = ParseProgram(argc, argv, &invocation);
-  Context context(invocation.global);
+ExitStatus RunProgram(Context& context, const Parsed& parsed, const Invocation& invocation) {
   if (!parsed.isCommand) {
-    if (parsed.status == ExitStatus::kDone) {
-      return static_cast<int>(context.Print(parsed.text));
-    }
+    if (parsed.status == ExitStatus::kDone) return context.Print(parsed.text);
     context.Tell(parsed.text);
-    return static_cast<int>(parsed.status);
+    return parsed.status;
   }
   if (context.Options().directory.empty()) {
     context.Tell("--dir is needed: neither XDG_CACHE_HOME nor a home directory is known");
-    return static_cast<int>(ExitStatus::kUsage);
+    return ExitStatus::kUsage;
   }
-  return static_cast<int>(Run(context, invocation));
+  return Run(context, invocation);
+}
+
+int Main(int argc, char** argv) {
+  OccupyStandardDescriptors();
+  PrepareForSignals();
+  Invocation invocation;
+  const Parsed parsed = ParseProgram(argc, argv, &invocation);
+  auto context = std::make_unique<Context>(invocation.global);
+  const ExitStatus status = RunProgram(*context, parsed, invocation);
+  const bool hasLostReader = context->HasLostReader();
+  // Closes the session.
+  context.reset();
+  if (hasLostReader) EndForLostReader();
+  return static_cast<int>(status);
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ bool IsReadable(const std::string& path) {
   return access(path.c_str(), R_OK) == 0;
 }
 
-// With a "/" at its end; empty when /proc is not there.
+// With a "/" at its end; empty when /proc is not mounted.
 std::string ExecutableDirectory() {
   char path[PATH_MAX];
   const ssize_t length = readlink("/proc/self/exe", path, sizeof path);
@@ -52,7 +52,7 @@ std::string TypedModulePath(const std::string& typed) {
 
 std::string DefaultDirectory() {
   const char* cache = std::getenv("XDG_CACHE_HOME");
-  // A relative one is to be ignored, says the base directory convention.
+  // The convention for this variable says to ignore a relative path.
   if (cache != nullptr && cache[0] == '/') return std::string(cache) + "/oxcache";
   const std::string home = HomeDirectory();
   return home.empty() ? "" : home + "/.cache/oxcache";

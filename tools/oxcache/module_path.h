@@ -1,4 +1,4 @@
-// Where things are when nobody says.
+// Where the module and the cache are when no option names them.
 #ifndef OX_TOOLS_OXCACHE_MODULE_PATH_H_
 #define OX_TOOLS_OXCACHE_MODULE_PATH_H_
 
@@ -10,10 +10,11 @@ namespace ox::tools {
 // otherwise its bare name, for the loader to find.
 std::string DefaultModulePath();
 
-// A path as a person types it: a name without "/" is a file of this directory when there is one.
+// For the loader: a typed name without "/" becomes "./NAME" when the current directory has that
+// file.
 std::string TypedModulePath(const std::string& typed);
 
-// "oxcache" in the user's cache directory; empty when that cannot be told.
+// "oxcache" in the user's cache directory; empty when that is not known.
 std::string DefaultDirectory();
 
 }  // namespace ox::tools

@@ -13,13 +13,14 @@ namespace ox::tools {
 ExitStatus List(Context& context, bool json);
 ExitStatus ShowLimits(Context& context, bool json);
 ExitStatus ShowStatistics(Context& context, bool json);
-// What the next start of the manager would delete, and why; kNotDone when it would delete anything.
+// What the next start of the module would delete, and why. kNotDone when it would delete anything.
 ExitStatus Check(Context& context, bool json);
 // kNotDone when something is wrong.
 ExitStatus Verify(Context& context, bool json);
 
 nlohmann::json LimitsJson(const session::CacheLimits& limits);
-// One line; bytes that are not UTF-8 come as U+FFFD.
+// One line of ASCII: other characters are escaped, so that no control character reaches a terminal.
+// Bytes that are not UTF-8 become U+FFFD.
 std::string JsonLine(const nlohmann::json& json);
 
 // An entry's metadata as it is on disk, at most `capacity` bytes.

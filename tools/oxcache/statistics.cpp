@@ -10,9 +10,9 @@
 namespace ox::tools {
 namespace {
 
+using internal::Survey;
 using nlohmann::json;
 using session::CacheLimits;
-using internal::Survey;
 
 struct AgeClass {
   const char* name;
@@ -47,7 +47,7 @@ std::uint64_t LargestEntry(const Survey& survey) {
   return largest;
 }
 
-// "[######..............]  30%"; full only when nothing is left.
+// "[######..............]  30%". The bar is full only when nothing is left.
 std::string Bar(std::uint64_t used, std::uint64_t limit) {
   constexpr std::size_t kWidth = 30;
   const std::uint64_t share = limit == 0 ? (used > 0 ? 100 : 0) : used * 100 / limit;
@@ -90,7 +90,7 @@ std::string Text(const CacheLimits& limits, const Survey& survey) {
   }
   return text + NamesText("content without metadata", survey.contentWithoutMetaData) +
          NamesText("metadata without content", survey.metaDataWithoutContent) +
-         NamesText("unfinished", survey.staging) + NamesText("strangers", survey.strangers);
+         NamesText("unfinished", survey.staging) + NamesText("foreign files", survey.strangers);
 }
 
 json Json(const CacheLimits& limits, const Survey& survey) {

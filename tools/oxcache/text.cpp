@@ -4,11 +4,29 @@
 #include <array>
 #include <cstdio>
 
+#include "session/utf8.h"
+
 namespace ox::tools {
 namespace {
 
 bool IsPlainCharacter(char c) {
   return c >= 0x20 && c <= 0x7E;
+}
+
+// One UTF-8 character; empty when there is none.
+std::string CharacterAt(const std::string& text, std::size_t position) {
+  for (std::size_t bytes = 1; bytes <= 4 && position + bytes <= text.size(); ++bytes) {
+    std::string character = text.substr(position, bytes);
+    if (internal::IsStrictUtf8(character)) return character;
+  }
+  return "";
+}
+
+// Those of ASCII and U+0080 to U+009F.
+bool IsControl(const std::string& character) {
+  const auto first = static_cast<unsigned char>(character[0]);
+  return first < 0x20 || first == 0x7F ||
+         (first == 0xC2 && static_cast<unsigned char>(character[1]) < 0xA0);
 }
 
 }  // namespace
@@ -66,13 +84,14 @@ std::string FirstLine(std::string_view text) {
   return line;
 }
 
-std::string WithoutControls(std::string text) {
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const bool isLatin1Control = i > 0 && text[i - 1] == '\xC2' && byte >= 0x80 && byte < 0xA0;
-    if (byte < 0x20 || byte == 0x7F || isLatin1Control) text[i] = '?';
+std::string WithoutControls(const std::string& text) {
+  std::string shown;
+  for (std::size_t i = 0; i < text.size();) {
+    const std::string character = CharacterAt(text, i);
+    shown += character.empty() || IsControl(character) ? "?" : character;
+    i += std::max<std::size_t>(character.size(), 1);
   }
-  return text;
+  return shown;
 }
 
 bool IsPlain(std::string_view text) {

@@ -1,4 +1,4 @@
-// Numbers, ages and foreign text as a person reads them.
+// Numbers, ages, and text from files as a person reads them on a terminal.
 #ifndef OX_TOOLS_OXCACHE_TEXT_H_
 #define OX_TOOLS_OXCACHE_TEXT_H_
 
@@ -26,13 +26,14 @@ std::string UtcText(std::time_t time);
 // Right-aligned to `width`.
 std::string Padded(const std::string& text, std::size_t width);
 
-// The first line, with "?" for what is not printable ASCII: a terminal might obey it.
+// The first line, with "?" for every byte that is not printable ASCII: control characters could
+// change the terminal.
 std::string FirstLine(std::string_view text);
 
-// With "?" for control characters, also the UTF-8 ones beyond ASCII, for paths in messages.
-std::string WithoutControls(std::string text);
+// With "?" for control characters and for bytes that are not UTF-8, for paths in messages.
+std::string WithoutControls(const std::string& text);
 
-// Printable ASCII and nothing else.
+// Whether every byte is printable ASCII.
 bool IsPlain(std::string_view text);
 
 }  // namespace ox::tools

@@ -1,121 +1,144 @@
 #include <nlohmann/json.hpp>
+#include <set>
 #include <vector>
 
 #include "session/session_names.h"
 #include "session/utf8.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/reports.h"
+#include "tools/oxcache/second_look.h"
 #include "tools/oxcache/text.h"
 #include <oxfilecache/format.h>
 
 namespace ox::tools {
 namespace {
 
-using nlohmann::json;
-using session::CacheLimits;
 using internal::Survey;
 using internal::SurveyedEntry;
+using nlohmann::json;
+using session::CacheLimits;
 
-struct Problem {
-  std::string name;
-  std::string what;
-};
-
+// Looks at all files of one survey, or at some of them.
 class Verifier {
  public:
-  explicit Verifier(std::string directory) : directory_(std::move(directory)) {}
+  Verifier(std::string directory, const OnlyThese& only, std::vector<Complaint>* complaints)
+      : directory_(std::move(directory)), only_(only), complaints_(complaints) {}
 
   void Verify(const Survey& survey) {
     for (const SurveyedEntry& entry : survey.entries)
       VerifyEntry(entry);
-    AddAll(survey.contentWithoutMetaData, "content without metadata, which nothing counts");
+    AddContentWithoutMetadata(survey);
     AddAll(survey.metaDataWithoutContent, "metadata without content");
-    AddAll(survey.strangers, "a stranger: not of this cache");
+    AddAll(survey.strangers, "foreign file: not part of this cache");
   }
 
-  const std::vector<Problem>& Problems() const { return problems_; }
-
  private:
-  void Add(const std::string& name, const std::string& what) { problems_.push_back({name, what}); }
+  bool IsWanted(const std::string& name) const { return !only_ || only_->count(name) > 0; }
+
+  void Add(const std::string& name, const std::string& what) {
+    if (IsWanted(name)) complaints_->push_back({name, what});
+  }
 
   void AddAll(const std::vector<std::string>& names, const char* what) {
     for (const std::string& name : names)
       Add(name, what);
   }
 
-  void VerifyEntry(const SurveyedEntry& entry) {
-    if (!format::IsContentName(entry.name)) {
-      Add(entry.name, "not a name of 32 digits 0-9 and A-F: no URL leads to it");
+  // While a store is being finished its metadata has the name of a commit file.
+  void AddContentWithoutMetadata(const Survey& survey) {
+    std::set<std::string> beingFinished;
+    std::string entryName;
+    std::string id;
+    for (const std::string& name : survey.staging) {
+      if (internal::ParseCommitFileName(name, &entryName, &id)) beingFinished.insert(entryName);
     }
-    if (Error error = VerifyContent(entry)) Add(entry.name, error.Message());
-    VerifyMetadata(entry);
+    for (const std::string& name : survey.contentWithoutMetaData) {
+      if (beingFinished.count(name) == 0) Add(name, "content without metadata: no entry uses it");
+    }
   }
 
-  Error VerifyContent(const SurveyedEntry& entry) {
+  void VerifyEntry(const SurveyedEntry& entry) {
+    if (!format::IsContentName(entry.name)) {
+      Add(entry.name, "the name is not 32 digits 0-9 and A-F, so no URL leads to it");
+    }
+    if (IsWanted(entry.name)) VerifyContent(entry.name);
+    const std::string metadataName = entry.name + format::kMetaDataSuffix;
+    if (IsWanted(metadataName)) VerifyMetadata(entry.name, metadataName);
+  }
+
+  void VerifyContent(const std::string& name) {
     Error error;
-    const auto input = Input::OpenEntryFile(directory_ + "/" + entry.name, &error);
-    if (input == nullptr) return error;
+    const auto input = Input::OpenEntryFile(directory_ + "/" + name, &error);
+    if (input == nullptr) return Add(name, error.Message());
     std::vector<char> piece(kPieceBytes);
     std::uint64_t total = 0;
     std::size_t bytes = 0;
     do {
-      if (error = input->Read(piece.data(), piece.size(), &bytes); error) return error;
+      if (error = input->Read(piece.data(), piece.size(), &bytes); error) {
+        return Add(name, error.Message());
+      }
       total += bytes;
     } while (bytes > 0);
-    if (total == 0) Add(entry.name, "empty content");
-    return {};
+    if (total == 0) Add(name, "empty content");
   }
 
-  void VerifyMetadata(const SurveyedEntry& entry) {
+  void VerifyMetadata(const std::string& entryName, const std::string& name) {
     std::string metadata;
-    const std::string name = entry.name + format::kMetaDataSuffix;
-    if (Error error = ReadMetadata(directory_, entry.name, format::kTextBytes + 1, &metadata)) {
+    if (Error error = ReadMetadata(directory_, entryName, format::kTextBytes + 1, &metadata)) {
       return Add(name, error.Message());
     }
     if (metadata.empty()) Add(name, "empty metadata");
     if (metadata.size() > format::kTextBytes) {
-      return Add(name, "longer than 1024 bytes: the rest does not come back");
+      return Add(name, "longer than 1024 bytes: the cache does not give back the rest");
     }
     if (metadata.find('\0') != std::string::npos) {
-      return Add(name, "holds a NUL: what follows does not come back");
+      return Add(name, "has a zero byte: the cache does not give back what follows it");
     }
     if (!internal::IsStrictUtf8(metadata)) Add(name, "not valid UTF-8");
   }
 
-  std::string directory_;
-  std::vector<Problem> problems_;
+  const std::string directory_;
+  const OnlyThese& only_;
+  std::vector<Complaint>* complaints_;
 };
 
-std::string Text(const std::vector<Problem>& problems) {
+std::string Text(const std::vector<Complaint>& complaints) {
   std::string text;
-  for (const Problem& problem : problems) {
-    text += FirstLine(problem.name) + ": " + WithoutControls(problem.what) + "\n";
+  for (const Complaint& complaint : complaints) {
+    text += FirstLine(complaint.file) + ": " + WithoutControls(complaint.what) + "\n";
   }
   return text;
 }
 
-json Json(const Survey& survey, const std::vector<Problem>& problems) {
+json Json(std::size_t entries, const std::vector<Complaint>& complaints) {
   json list = json::array();
-  for (const Problem& problem : problems) {
-    list.push_back({{"name", problem.name}, {"problem", problem.what}});
+  for (const Complaint& complaint : complaints) {
+    list.push_back({{"name", complaint.file}, {"problem", complaint.what}});
   }
-  return {{"entries", survey.entries.size()}, {"problems", list}};
+  return {{"entries", entries}, {"problems", list}};
 }
 
 }  // namespace
 
 ExitStatus Verify(Context& context, bool asJson) {
   CacheLimits limits;
-  Survey survey;
-  if (Error error = context.Inspect(&limits, &survey)) return context.Fail(error);
-  Verifier verifier(limits.cacheDirectory);
-  verifier.Verify(survey);
-  const auto& problems = verifier.Problems();
+  if (Error error = context.Limits(&limits)) return context.Fail(error);
+  std::size_t entries = 0;
+  std::vector<Complaint> complaints;
+  const auto look = [&](const OnlyThese& only, std::vector<Complaint>* found) {
+    Survey survey;
+    if (Error error = SurveyIfThere(limits.cacheDirectory, &survey)) return error;
+    if (!only) entries = survey.entries.size();
+    Verifier(limits.cacheDirectory, only, found).Verify(survey);
+    return Error{};
+  };
+  if (Error error = LookUntilConfirmed(limits.cacheDirectory, look, &complaints)) {
+    return context.Fail(error);
+  }
   const ExitStatus printed =
-      context.Print(asJson ? JsonLine(Json(survey, problems)) : Text(problems));
-  context.Tell(EntriesText(survey.entries.size()) +
-               " read, problems: " + std::to_string(problems.size()));
-  return Worse(printed, problems.empty() ? ExitStatus::kDone : ExitStatus::kNotDone);
+      context.Print(asJson ? JsonLine(Json(entries, complaints)) : Text(complaints));
+  context.Tell(EntriesText(entries) + " read, problems: " + std::to_string(complaints.size()));
+  return Worse(printed, complaints.empty() ? ExitStatus::kDone : ExitStatus::kNotDone);
 }
 
 }  // namespace ox::tools
