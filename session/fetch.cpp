@@ -34,10 +34,13 @@ UniqueFd OpenContent(SessionState& state, const std::string& path) OX_REQUIRES(s
 void NoteUse(SessionState& state, const std::string& contentPath, std::int64_t lastUse)
     OX_REQUIRES(state.mutex) {
   const std::int64_t now = state.cache.Clock().Next();
-  const std::chrono::nanoseconds unused(now - lastUse);
-  // In seconds: the option may be more than nanoseconds can hold.
-  if (std::chrono::duration_cast<std::chrono::seconds>(unused) < state.options.touchInterval)
-    return;
+  // A time that lies ahead is somebody else's, and is set right.
+  if (lastUse > 0 && lastUse <= now) {
+    const std::chrono::nanoseconds unused(now - lastUse);
+    // In seconds: the option may be more than nanoseconds can hold.
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(unused);
+    if (seconds < state.options.touchInterval) return;
+  }
   internal::SetFileTime(contentPath + format::kMetaDataSuffix, now);
 }
 
