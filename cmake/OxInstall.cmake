@@ -15,6 +15,8 @@ set(OX_MODULE_DIRECTORY ${CMAKE_INSTALL_LIBDIR}/oxfilecache)
 set(OX_CONFIG_DIRECTORY ${CMAKE_INSTALL_LIBDIR}/cmake/OxFileCache)
 set(OX_PKGCONFIG_DIRECTORY ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 set(OX_DOC_DIRECTORY ${CMAKE_INSTALL_DATAROOTDIR}/doc)
+set(OX_ZSH_DIRECTORY ${CMAKE_INSTALL_DATAROOTDIR}/zsh/site-functions
+    CACHE STRING "Where zsh looks for completions, relative to CMAKE_INSTALL_PREFIX")
 
 install(TARGETS ox_file_cache LIBRARY DESTINATION ${OX_MODULE_DIRECTORY} COMPONENT runtime)
 foreach(tool oxcache oxhostcheck)
@@ -22,10 +24,17 @@ foreach(tool oxcache oxhostcheck)
     install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
     install(FILES ${PROJECT_SOURCE_DIR}/docs/man/${tool}.1
             DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
+    install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/ox.bash RENAME ${tool}
+            DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions
+            COMPONENT runtime)
   endif()
 endforeach()
+if(TARGET oxcache)
+  install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/_oxcache DESTINATION ${OX_ZSH_DIRECTORY}
+          COMPONENT runtime)
+endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${OX_DOC_DIRECTORY}/oxfilecache
-        COMPONENT runtime FILES_MATCHING PATTERN "*.md" PATTERN man EXCLUDE)
+        COMPONENT runtime FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE)
 
 # What is not among these headers may change at any time.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/oxfilecache
@@ -61,10 +70,21 @@ install(FILES ${PROJECT_SOURCE_DIR}/examples/smallest_host.cpp
               ${PROJECT_SOURCE_DIR}/examples/session_threads.cpp
               ${PROJECT_SOURCE_DIR}/examples/posix_host_library.cpp
         DESTINATION ${OX_DOC_DIRECTORY}/oxfilecache-dev/examples COMPONENT development)
+
+# The packages' copyright file: LICENSE in the form that Debian wants, beside what the licences of
+# the libraries in the programs ask for.
+set(OX_LICENSE_FILE ${PROJECT_SOURCE_DIR}/LICENSE)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${OX_LICENSE_FILE})
+file(READ ${OX_LICENSE_FILE} OX_LICENSE)
+string(STRIP "${OX_LICENSE}" OX_LICENSE)
+string(REGEX REPLACE "\n[ \n]*\n" "\n.\n" OX_LICENSE " ${OX_LICENSE}")
+string(REPLACE "\n" "\n " OX_LICENSE "${OX_LICENSE}")
+configure_file(${PROJECT_SOURCE_DIR}/cmake/OxInstallCopyright.txt.in
+               ${PROJECT_BINARY_DIR}/copyright @ONLY)
 foreach(package "oxfilecache;runtime" "oxfilecache-dev;development")
   list(GET package 0 name)
   list(GET package 1 component)
-  install(FILES ${PROJECT_SOURCE_DIR}/cmake/OxInstallCopyright.txt RENAME copyright
+  install(FILES ${PROJECT_BINARY_DIR}/copyright
           DESTINATION ${OX_DOC_DIRECTORY}/${name} COMPONENT ${component})
 endforeach()
 

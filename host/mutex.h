@@ -25,16 +25,13 @@ class OX_CAPABILITY("mutex") Mutex {
   std::mutex mutex_;
 };
 
-// Holds the mutex from its construction to its destruction, except between Unlock and Lock.
+// Holds the mutex while it lives.
 class OX_SCOPED_CAPABILITY MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) OX_ACQUIRE(mutex) : lock_(mutex.mutex_) {}
   ~MutexLock() OX_RELEASE() = default;
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;
-
-  void Unlock() OX_RELEASE() { lock_.unlock(); }
-  void Lock() OX_ACQUIRE() { lock_.lock(); }
 
  private:
   friend class Condition;

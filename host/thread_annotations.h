@@ -16,10 +16,8 @@
 // Of a member: may be used only while the mutex is held.
 #define OX_GUARDED_BY(mutex) OX_THREAD_ATTRIBUTE(guarded_by(mutex))
 
-// Of a function: its caller must hold the mutexes, or must not hold them; it takes them, or
-// releases them.
+// Of a function: its caller must hold the mutexes; it takes them; it releases them.
 #define OX_REQUIRES(...) OX_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
-#define OX_EXCLUDES(...) OX_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 #define OX_ACQUIRE(...) OX_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define OX_RELEASE(...) OX_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 

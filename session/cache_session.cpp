@@ -1,57 +1,75 @@
-#include "session/session_core.h"
-#include <oxfilecache/session.h>
+// A session's life, and what it does to the cache as a whole.
+#include <cerrno>
+
+#include "session/module_text.h"
+#include "session/open_session.h"
+#include "session/utf8.h"
+#include "session/without_exceptions.h"
+
+namespace ox::internal {
+
+Error CheckUrl(const std::string& url) {
+  if (!url.empty() && IsStrictUtf8(url)) return {};
+  return MakeError(ErrorKind::kInvalidArgument, "the URL is empty, not UTF-8, or contains NUL");
+}
+
+}  // namespace ox::internal
 
 namespace ox::session {
 
-CacheSession::CacheSession(std::unique_ptr<SessionCore> core) : core_(std::move(core)) {}
+using internal::MutexLock;
 
+CacheSession::CacheSession() = default;
 CacheSession::~CacheSession() = default;
 
 std::unique_ptr<CacheSession> CacheSession::Open(const SessionOptions& options, Error* error) {
-  std::unique_ptr<CacheSession> session;
-  *error = WithoutExceptions([&] {
-    Error result;
-    auto core = SessionCore::Open(options, &result);
-    if (core != nullptr) session.reset(new CacheSession(std::move(core)));
+  std::unique_ptr<CacheSession> opened;
+  *error = internal::WithoutExceptions([&] {
+    std::unique_ptr<CacheSession> session(new CacheSession);
+    Error result = internal::OpenSessionState(options, &session->state_);
+    if (!result) opened = std::move(session);
     return result;
   });
-  return session;
-}
-
-std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* error) {
-  std::unique_ptr<StoreWriter> writer;
-  *error = WithoutExceptions([&] {
-    Error result;
-    writer = core_->Store(url, &result);
-    return result;
-  });
-  return writer;
-}
-
-std::optional<FetchedEntry> CacheSession::Fetch(const std::string& url, Error* error) {
-  std::optional<FetchedEntry> entry;
-  *error = WithoutExceptions([&] {
-    Error result;
-    entry = core_->Fetch(url, &result);
-    return result;
-  });
-  return entry;
+  return opened;
 }
 
 Error CacheSession::Remove(const std::string& url) {
-  return WithoutExceptions([&] { return core_->Remove(url); });
+  return internal::WithoutExceptions([&]() -> Error {
+    if (Error error = internal::CheckUrl(url)) return error;
+    const OxString text = internal::ToOxString(url);
+    const MutexLock lock(state_->mutex);
+    internal::RunningCache& cache = state_->cache;
+    if (Error error = cache.EnsureCurrent()) return error;
+    core::cache::CacheValue* value = cache.Find(text);
+    if (value == nullptr) return MakeError(ErrorKind::kNotFound, "no entry of that URL");
+    const std::string path = internal::ContentPath(*value);
+    cache.Remove(value);
+    const bool isGone = !cache.Account().IsStale() || cache.Account().DeletionError() == ENOENT;
+    return isGone ? Error{} : cache.DeletionFailed("cannot delete", path);
+  });
 }
 
 Error CacheSession::Trim(std::uint64_t* deleted) {
-  return WithoutExceptions([&] { return core_->Trim(deleted); });
+  return internal::WithoutExceptions([&] {
+    const MutexLock lock(state_->mutex);
+    internal::RunningCache& cache = state_->cache;
+    const std::uint64_t before = cache.Trimmed();
+    Error error = cache.EnsureCurrent();
+    if (!error) error = state_->room.MakeReserve();
+    if (!error) error = cache.Restart();
+    if (deleted != nullptr) *deleted = cache.Trimmed() - before;
+    return error;
+  });
 }
 
 const CacheLimits& CacheSession::Limits() const {
-  return core_->Limits();
+  return state_->limits;
 }
 
 SessionStatistics CacheSession::Statistics() const {
-  return core_->Statistics();
+  const MutexLock lock(state_->mutex);
+  internal::RunningCache& cache = state_->cache;
+  return {cache.Account().Entries(), cache.Account().Bytes(), cache.Restarts(), cache.Trimmed()};
 }
 
 }  // namespace ox::session

@@ -7,9 +7,9 @@
 #include <cerrno>
 
 #include "session/durable_io.h"
-#include "session/file_names.h"
+#include "session/session_names.h"
 
-namespace ox::session {
+namespace ox::internal {
 namespace {
 
 std::string HolderOf(int fd) {
@@ -50,4 +50,4 @@ Error LockDirectory(const std::string& directory, UniqueFd* lock) {
   return {};
 }
 
-}  // namespace ox::session
+}  // namespace ox::internal

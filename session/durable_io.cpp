@@ -12,7 +12,7 @@
 
 #include "session/use_clock.h"
 
-namespace ox::session {
+namespace ox::internal {
 namespace {
 
 std::atomic<FileOperationHook> operationHook{nullptr};
@@ -108,9 +108,9 @@ bool FileExists(const std::string& path) {
   return lstat(path.c_str(), &status) == 0;
 }
 
-bool IsDirectory(const std::string& path) {
+bool IsOwnDirectory(const std::string& path) {
   struct stat status;
   return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-}  // namespace ox::session
+}  // namespace ox::internal

@@ -9,7 +9,7 @@
 
 #include <oxfilecache/descriptor.h>
 
-namespace ox::session {
+namespace ox::internal {
 
 // Called before each change, also before the deletions that the module asks for. Tests set it, on
 // one thread, to kill a process between any two changes.
@@ -37,8 +37,9 @@ bool DeleteFile(const std::string& path);
 // Of a regular file, without following a symbolic link; 0 when there is none.
 std::uint64_t FileSize(const std::string& path);
 bool FileExists(const std::string& path);
-bool IsDirectory(const std::string& path);
+// True for a directory itself, not for a symbolic link to one.
+bool IsOwnDirectory(const std::string& path);
 
-}  // namespace ox::session
+}  // namespace ox::internal
 
 #endif

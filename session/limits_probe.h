@@ -2,16 +2,19 @@
 #ifndef OX_SESSION_LIMITS_PROBE_H_
 #define OX_SESSION_LIMITS_PROBE_H_
 
-#include "session/session_file_system.h"
-#include <oxfilecache/host.h>
+#include <string>
+
+#include "session/configuration_snapshot.h"
+#include "session/module_hold.h"
 #include <oxfilecache/session.h>
 
-namespace ox::session {
+namespace ox::internal {
 
-// Starts the manager once over a file system that is still probing.
-Error ProbeLimits(host::LoadedModule& module, const SessionFileSystem& fileSystem,
-                  CacheLimits* limits);
+// Starts the manager once over a file system that shows it the configuration and an empty
+// directory, so it deletes nothing, and asks it for its limits.
+Error ProbeLimits(ModuleHold& hold, const std::string& directory,
+                  const ConfigurationSnapshot& configuration, session::CacheLimits* limits);
 
-}  // namespace ox::session
+}  // namespace ox::internal
 
 #endif

@@ -2,9 +2,7 @@
 
 #include <atomic>
 
-#include <oxfilecache/host.h>
-
-namespace ox::session {
+namespace ox::internal {
 namespace {
 
 std::atomic<bool> isHeld{false};
@@ -16,16 +14,14 @@ host::PosixKernel& ProcessKernel() {
 
 }  // namespace
 
-std::unique_ptr<ModuleHold> ModuleHold::Take(const std::string& modulePath,
-                                             SessionFileSystem& fileSystem, Error* error) {
-  // Made first: were it to fail later, nobody would let go again.
+std::unique_ptr<ModuleHold> ModuleHold::Take(const std::string& modulePath, Error* error) {
+  // Made before the flag is set: were memory to run out after that, the flag would stay set.
   std::unique_ptr<ModuleHold> hold(new ModuleHold);
   if (isHeld.exchange(true)) {
     *error = MakeError(ErrorKind::kInUse, "this process has a session open already");
     return nullptr;
   }
   hold->isHolder_ = true;
-  ProcessKernel().UseFileSystem(&fileSystem);
   std::string reason;
   hold->module_ = host::LoadedModule::Load(modulePath, ProcessKernel(), &reason);
   if (hold->module_ != nullptr) return hold;
@@ -39,4 +35,8 @@ ModuleHold::~ModuleHold() {
   if (isHolder_) isHeld.store(false);
 }
 
-}  // namespace ox::session
+void ModuleHold::UseFileSystem(IFileSystem& fileSystem) {
+  ProcessKernel().UseFileSystem(&fileSystem);
+}
+
+}  // namespace ox::internal

@@ -1,4 +1,4 @@
-// The module, for one session or one look at the limits at a time.
+// The loaded module, for one session or one look at the limits at a time.
 //
 // Where something else keeps the shared library loaded, it keeps its first kernel too; so the
 // sessions of a process, one after the other, all use the same kernel, which is never destroyed.
@@ -8,22 +8,21 @@
 #include <memory>
 #include <string>
 
-#include "session/session_file_system.h"
 #include <oxfilecache/error.h>
 #include <oxfilecache/host.h>
 
-namespace ox::session {
+namespace ox::internal {
 
 class ModuleHold {
  public:
-  // Null and kInUse while another hold exists, kModule when the library cannot be loaded. The file
-  // system must outlive the hold.
-  static std::unique_ptr<ModuleHold> Take(const std::string& modulePath,
-                                          SessionFileSystem& fileSystem, Error* error);
+  // Null and kInUse while another hold exists, kModule when the library cannot be loaded.
+  static std::unique_ptr<ModuleHold> Take(const std::string& modulePath, Error* error);
   ~ModuleHold();
   ModuleHold(const ModuleHold&) = delete;
   ModuleHold& operator=(const ModuleHold&) = delete;
 
+  // The file system of the managers to come. It must outlive them.
+  void UseFileSystem(IFileSystem& fileSystem);
   host::LoadedModule& Module() { return *module_; }
 
  private:
@@ -32,6 +31,6 @@ class ModuleHold {
   bool isHolder_ = false;
 };
 
-}  // namespace ox::session
+}  // namespace ox::internal
 
 #endif

@@ -3,60 +3,55 @@
 #include <algorithm>
 #include <vector>
 
+#include "session/commit_files.h"
 #include "session/durable_io.h"
-#include "session/file_names.h"
+#include "session/session_names.h"
 
-namespace ox::session {
+namespace ox::internal {
 namespace {
 
 Error Delete(const std::string& path) {
   return DeleteFile(path) ? Error{} : SystemError("cannot delete", path);
 }
 
-Error FinishCommit(const std::string& directory, const std::string& commitFile,
-                   const std::string& entryName, const std::string& id) {
-  const std::string staged = directory + "/" + StagedContentName(id);
-  const std::string content = directory + "/" + entryName;
-  if (FileExists(staged) && !RenameFile(staged, content)) {
-    return SystemError("cannot finish a commit", content);
-  }
-  if (!FileExists(content)) return Delete(commitFile);
-  if (!SyncDirectory(directory)) return SystemError("cannot synchronise", directory);
-  if (!RenameFile(commitFile, content + format::kMetaDataSuffix)) {
-    return SystemError("cannot finish a commit", content);
-  }
-  return {};
+Error FinishCommit(const std::string& directory, const std::string& entryName,
+                   const std::string& id) {
+  const CommitFiles files(directory, id, directory + "/" + entryName, true);
+  const bool isContentStaged = FileExists(files.stagedContent);
+  // Both versions of the content are gone: there is nothing to finish.
+  if (!isContentStaged && !FileExists(files.content)) return Delete(files.commit);
+  if (files.PutInPlace(isContentStaged, true)) return {};
+  return SystemError("cannot finish a commit", files.content);
 }
 
-bool IsAdmissible(const SurveyedEntry& entry, const CacheLimits& limits) {
+bool IsAdmissible(const SurveyedEntry& entry, const session::CacheLimits& limits) {
   return entry.contentBytes > 0 && entry.contentBytes + entry.metaDataBytes <= limits.maxEntrySize;
 }
 
+// Content first: metadata without content is deleted by any scan, content without metadata is not.
 Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry) {
   const std::string content = directory + "/" + entry.name;
-  // Content first: metadata without content is deleted by any scan, content without metadata is
-  // not.
   if (Error error = Delete(content)) return error;
   return Delete(content + format::kMetaDataSuffix);
 }
 
 }  // namespace
 
-Error RollForward(const std::string& directory, Survey* survey) {
+Error FinishCommits(const std::string& directory, Survey* survey) {
   if (Error error = SurveyDirectory(directory, survey)) return error;
   bool isChanged = false;
   for (const std::string& name : survey->staging) {
     std::string entryName;
     std::string id;
     if (!ParseCommitFileName(name, &entryName, &id)) continue;
-    if (Error error = FinishCommit(directory, directory + "/" + name, entryName, id)) return error;
+    if (Error error = FinishCommit(directory, entryName, id)) return error;
     isChanged = true;
   }
   return isChanged ? SurveyDirectory(directory, survey) : Error{};
 }
 
 Error DeleteLeftovers(const std::string& directory, const Survey& survey,
-                      const std::function<bool(const std::string& id)>& isLive) {
+                      const std::function<bool(const std::string& id)>& isBeingWritten) {
   for (const auto* names : {&survey.contentWithoutMetaData, &survey.metaDataWithoutContent}) {
     for (const std::string& name : *names) {
       if (Error error = Delete(directory + "/" + name)) return error;
@@ -65,7 +60,7 @@ Error DeleteLeftovers(const std::string& directory, const Survey& survey,
   bool isSynchronised = false;
   for (const std::string& name : survey.staging) {
     const std::string id = StagingId(name);
-    if (id.empty() || isLive(id)) continue;
+    if (id.empty() || isBeingWritten(id)) continue;
     // The medium may still hold a commit file that was taken back; without its content it would
     // pass for one that was carried out.
     if (!isSynchronised && !SyncDirectory(directory)) {
@@ -77,7 +72,7 @@ Error DeleteLeftovers(const std::string& directory, const Survey& survey,
   return {};
 }
 
-Error TrimToLimits(const std::string& directory, const CacheLimits& limits, Survey* survey,
+Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits, Survey* survey,
                    std::uint64_t* deleted) {
   std::vector<SurveyedEntry> kept;
   std::uint64_t bytes = 0;
@@ -99,4 +94,4 @@ Error TrimToLimits(const std::string& directory, const CacheLimits& limits, Surv
   return {};
 }
 
-}  // namespace ox::session
+}  // namespace ox::internal

@@ -7,26 +7,23 @@
 #include <string>
 
 #include "session/survey.h"
-#include <oxfilecache/error.h>
 #include <oxfilecache/session.h>
 
-namespace ox::session {
+namespace ox::internal {
 
-// Surveys the directory after finishing every commit that was decided but not carried out.
-// Synchronises the directory before a commit file goes, since after that nothing tells any more
-// that the content belongs there.
-Error RollForward(const std::string& directory, Survey* survey);
+// Finishes every commit that was decided and not put in place, then surveys the directory.
+Error FinishCommits(const std::string& directory, Survey* survey);
 
-// Deletes what belongs to nobody: content without metadata, metadata without content, files being
-// written unless `isLive` knows their ID. Strangers stay.
+// Deletes the files that belong to no entry: content without metadata, metadata without content,
+// and staged files, except those of writers that are still at work. Foreign files stay.
 Error DeleteLeftovers(const std::string& directory, const Survey& survey,
-                      const std::function<bool(const std::string& id)>& isLive);
+                      const std::function<bool(const std::string& id)>& isBeingWritten);
 
 // Deletes the entries that a scan would not admit, choosing so that the most recently used stay,
-// and takes them out of the survey. Returns how many through `deleted`.
-Error TrimToLimits(const std::string& directory, const CacheLimits& limits, Survey* survey,
+// and takes them out of the survey. Their number goes to `deleted`.
+Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits, Survey* survey,
                    std::uint64_t* deleted);
 
-}  // namespace ox::session
+}  // namespace ox::internal
 
 #endif

@@ -1,15 +1,14 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <cstring>
 
 #include "session/durable_io.h"
-#include "session/file_names.h"
 #include "session/session_file_system.h"
 #include "session/use_clock.h"
+#include <oxfilecache/format.h>
 #include <oxfilecache/string.h>
 
-namespace ox::session {
+namespace ox::internal {
 namespace {
 
 // The files that an enumeration shows must be the session's too, since the module deletes them.
@@ -22,54 +21,54 @@ struct Enumeration {
 bool ShowAsSessionFile(os::filesystem::File& entry, bool isDirectory, void* context) {
   const auto& enumeration = *static_cast<const Enumeration*>(context);
   SessionFile file(enumeration.fileSystem);
-  file.StandFor(static_cast<internal::PosixFile&>(entry));
+  file.StandFor(static_cast<PosixFile&>(entry));
   return enumeration.callback(file, isDirectory, enumeration.context);
 }
 
 }  // namespace
 
-int SessionFile::SetPath(const char* utf8Path) {
-  Rewind();
-  return file_.SetPath(utf8Path);
-}
-
-void SessionFile::StandFor(internal::PosixFile& entry) {
-  SetPath(entry.Path());
-  file_.KnowSize(entry.GetSize());
-}
-
-int SessionFile::Open(int mode) {
-  Rewind();
-  if (fileSystem_.IsConfiguration(file_.Path())) {
-    source_ = Source::kConfiguration;
-    return mode == kOpenRead && fileSystem_.HasConfiguration();
-  }
-  if (mode == kOpenWrite) {
-    file_.Close();
-    source_ = Source::kNowhere;
-    return !fileSystem_.IsProbing();
-  }
-  // Not closed before: what Exists has opened serves.
-  return file_.Open(mode);
-}
-
-void SessionFile::Rewind() {
-  source_ = Source::kFile;
-  position_ = 0;
-}
-
-void SessionFile::Close() {
-  file_.Close();
-  Rewind();
+bool SessionFile::IsConfiguration() const {
+  return fileSystem_.configuration_.Path() == file_.Path();
 }
 
 bool SessionFile::IsMetaData() const {
   return format::HasMetaDataSuffix(file_.Path());
 }
 
+int SessionFile::SetPath(const char* utf8Path) {
+  configuration_.Close();
+  discardsWrites_ = false;
+  return file_.SetPath(utf8Path);
+}
+
+void SessionFile::StandFor(PosixFile& entry) {
+  SetPath(entry.Path());
+  file_.KnowSize(entry.GetSize());
+}
+
+int SessionFile::Open(int mode) {
+  if (IsConfiguration()) return configuration_.Open(mode);
+  if (mode == kOpenWrite) {
+    file_.Close();
+    discardsWrites_ = true;
+    return 1;
+  }
+  // Not closed before: the descriptor that Exists has opened serves.
+  const int isOpen = file_.Open(mode);
+  if (isOpen == 0) NoteFailedRead(errno);
+  return isOpen;
+}
+
+void SessionFile::Close() {
+  configuration_.Close();
+  discardsWrites_ = false;
+  file_.Close();
+}
+
 int SessionFile::Delete(int flags) {
+  DiskAccount& account = fileSystem_.account_;
   // After a failure the module may have missed its configuration, and would delete everything.
-  if (fileSystem_.IsProbing() || fileSystem_.State().needsRestart) return 0;
+  if (account.IsStale()) return 0;
   AnnounceFileOperation();
   struct stat status {};
   lstat(file_.Path(), &status);
@@ -77,32 +76,22 @@ int SessionFile::Delete(int flags) {
   const int error = errno;
   const auto bytes = static_cast<std::uint64_t>(status.st_size);
   if (IsMetaData()) {
-    NoteMetaDataDeletion(isDeleted, bytes, ToNanoseconds(status.st_mtim), error);
+    account.NoteMetaDataDeletion(isDeleted, bytes, ToNanoseconds(status.st_mtim), error);
   } else {
-    NoteContentDeletion(isDeleted, bytes, error);
+    account.NoteContentDeletion(isDeleted, bytes, error);
   }
   return isDeleted;
 }
 
-// The module deletes the content of every entry that leaves its list, and nothing else. Where that
-// fails, a missing file included, it leaves the metadata file behind and takes an unknown number of
-// bytes off its total.
-void SessionFile::NoteContentDeletion(bool isDeleted, std::uint64_t bytes, int error) {
-  CacheState& state = fileSystem_.State();
-  if (state.entries > 0) --state.entries;
-  state.NoteDeletion(isDeleted, bytes, error);
-}
-
-void SessionFile::NoteMetaDataDeletion(bool isDeleted, std::uint64_t bytes, std::int64_t modified,
-                                       int error) {
-  CacheState& state = fileSystem_.State();
-  state.total.Take(bytes, isDeleted && modified > state.managerStart);
-  state.NoteDeletion(isDeleted, bytes, error);
-}
-
 int SessionFile::Exists() {
-  if (fileSystem_.IsConfiguration(file_.Path())) return fileSystem_.HasConfiguration();
-  return file_.Exists();
+  if (IsConfiguration()) return fileSystem_.configuration_.Exists();
+  const int exists = file_.Exists();
+  if (exists == 0) NoteFailedRead(errno);
+  return exists;
+}
+
+void SessionFile::NoteFailedRead(int error) {
+  if (IsMetaData()) fileSystem_.metaDataRead_ = MetaDataRead{error, 0, 0};
 }
 
 void SessionFile::GetPath(OxString& out) {
@@ -114,37 +103,31 @@ std::uint64_t SessionFile::GetSize() {
 }
 
 std::uint64_t SessionFile::Read(std::uint64_t count, void* destination) {
-  if (source_ != Source::kConfiguration) {
-    NoteStamp();
-    return file_.Read(count, destination);
-  }
-  const std::size_t part = fileSystem_.ReadConfiguration(position_, destination, count);
-  position_ += part;
-  return part;
-}
-
-// Of all real files the module reads the metadata files alone. Here they are open, which makes the
-// question cheaper than by their path.
-void SessionFile::NoteStamp() const {
+  if (configuration_.IsOpen()) return configuration_.Read(count, destination);
+  // Of all real files the module reads the metadata files alone. Asked while the file is open,
+  // which costs less than by its path.
   struct stat status;
-  if (!file_.GetStatus(&status)) return;
-  fileSystem_.NoteStamp(
-      {static_cast<std::uint64_t>(status.st_size), ToNanoseconds(status.st_mtim)});
+  if (!file_.GetStatus(&status)) {
+    NoteFailedRead(errno);
+    return 0;
+  }
+  errno = 0;
+  const std::uint64_t bytes = file_.Read(count, destination);
+  fileSystem_.metaDataRead_ =
+      MetaDataRead{bytes == 0 ? errno : 0, static_cast<std::uint64_t>(status.st_size),
+                   ToNanoseconds(status.st_mtim)};
+  return bytes;
 }
 
 std::uint64_t SessionFile::Write(std::uint64_t count, const void* /*source*/) {
-  return source_ == Source::kNowhere ? count : 0;
+  return discardsWrites_ ? count : 0;
 }
 
 int SessionFile::EnumerateDirectory(EnumerateCallback callback, void* context, int flags) {
-  if (fileSystem_.IsProbing()) {
-    fileSystem_.NoteAskedDirectory(file_.Path());
-    return 1;
-  }
   Enumeration enumeration{fileSystem_, callback, context};
   const int isRead = file_.EnumerateDirectory(&ShowAsSessionFile, &enumeration, flags);
-  if (isRead == 0) fileSystem_.NoteIncomplete();
+  if (isRead == 0) fileSystem_.account_.MarkStale();
   return isRead;
 }
 
-}  // namespace ox::session
+}  // namespace ox::internal

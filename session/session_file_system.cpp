@@ -1,57 +1,25 @@
 #include "session/session_file_system.h"
 
-#include <cstring>
 #include <new>
 #include <utility>
 
-#include "session/file_names.h"
 #include <oxfilecache/string.h>
 
-namespace ox::session {
-namespace {
+namespace ox::internal {
 
-// More than the module ever looks at.
-constexpr std::size_t kConfigurationBytes = 4096;
-
-}  // namespace
-
-SessionFileSystem::SessionFileSystem(std::string directory)
+SessionFileSystem::SessionFileSystem(std::string directory, ConfigurationSnapshot configuration,
+                                     DiskAccount& account)
     : directory_(std::move(directory)),
-      configurationPath_(directory_ + "/" + format::kConfigurationFileName),
-      configuration_(kConfigurationBytes, '\0') {
-  // So that noting the directory later allocates nothing.
-  askedDirectory_.reserve(PATH_MAX);
-  CaptureConfiguration();
-}
+      configuration_(std::move(configuration)),
+      account_(account) {}
 
 SessionFileSystem::~SessionFileSystem() = default;
-
-void SessionFileSystem::CaptureConfiguration() {
-  internal::PosixFile file;
-  hasConfiguration_ = file.SetPath(configurationPath_.c_str()) != 0 && file.Exists() != 0 &&
-                      file.Open(os::filesystem::File::kOpenRead) != 0;
-  const std::uint64_t bytes =
-      hasConfiguration_ ? file.Read(kConfigurationBytes, configuration_.data()) : 0;
-  configuration_.resize(static_cast<std::size_t>(bytes));
-}
-
-std::size_t SessionFileSystem::ReadConfiguration(std::size_t position, void* destination,
-                                                 std::uint64_t bytes) const {
-  const std::size_t left = configuration_.size() - position;
-  const std::size_t count = bytes < left ? static_cast<std::size_t>(bytes) : left;
-  std::memcpy(destination, configuration_.data() + position, count);
-  return count;
-}
-
-void SessionFileSystem::NoteAskedDirectory(const char* path) noexcept {
-  askedDirectory_ = path;
-}
 
 os::filesystem::File* SessionFileSystem::CreateFile() {
   if (spare_ != nullptr) return spare_.release();
   auto* file = new (std::nothrow) SessionFile(*this);
   // The module goes on without the file: a scan would leave the entry out.
-  if (file == nullptr) NoteIncomplete();
+  if (file == nullptr) account_.MarkStale();
   return file;
 }
 
@@ -67,4 +35,4 @@ int SessionFileSystem::GetDefaultDirectory(OxString& out) {
   return !out.IsEmpty();
 }
 
-}  // namespace ox::session
+}  // namespace ox::internal

@@ -1,61 +1,201 @@
-// Writers: what streams in before it is committed.
+// A writer's life: made by Store, filled by Write, turned into an entry by Commit, or dropped.
 #include <algorithm>
 
 #include "session/durable_io.h"
-#include "session/session_core.h"
+#include "session/module_text.h"
+#include "session/publish.h"
+#include "session/session_state.h"
+#include "session/utf8.h"
+#include "session/without_exceptions.h"
+#include <oxfilecache/format.h>
+
+namespace ox::internal {
+
+// One entry on its way in.
+struct Staging {
+  Staging(SessionState& session, std::string newUrl, std::string newId)
+      : state(session), url(std::move(newUrl)) {
+    share.id = std::move(newId);
+  }
+
+  SessionState& state;
+  const std::string url;
+  std::string contentPath;
+  std::string metaDataPath;
+  UniqueFd file;
+  std::uint64_t contentBytes = 0;
+  // Of a Write or a Commit that left it unknown what the file holds.
+  Error failure;
+  PublishOutcome outcome;
+  WriterShare share;
+};
+
+}  // namespace ox::internal
 
 namespace ox::session {
 
-StoreWriter::StoreWriter(std::unique_ptr<Staging> staging) : staging_(std::move(staging)) {}
+using internal::MutexLock;
+using internal::SessionState;
+using internal::Staging;
 
-StoreWriter::~StoreWriter() = default;
+namespace {
 
-Error StoreWriter::Write(const void* data, std::size_t bytes) {
-  return WithoutExceptions([&] { return staging_->core.Write(*staging_, data, bytes); });
+Error InvalidArgument(const char* detail) {
+  return MakeError(ErrorKind::kInvalidArgument, detail);
 }
 
-Error StoreWriter::Commit(const std::string& metadata) {
-  return WithoutExceptions([&] { return staging_->core.Commit(*staging_, metadata); });
-}
-
-StoreWriter::Staging::~Staging() {
-  core.End(*this);
-}
-
-Error SessionCore::Write(Staging& staging, const void* data, std::size_t bytes) {
-  if (staging.isCommitted) {
-    return MakeError(ErrorKind::kInvalidArgument, "the writer is used up");
-  }
+Error CheckCommit(const Staging& staging, const std::string& metadata) {
+  if (staging.outcome.isDecided) return InvalidArgument("the writer is used up");
   if (staging.failure) return staging.failure;
-  const std::uint64_t limit = std::min(limits_.maxEntrySize, limits_.maxSize);
+  if (staging.contentBytes == 0) return InvalidArgument("an entry may not be empty");
+  if (metadata.empty() || metadata.size() > format::kTextBytes ||
+      !internal::IsAsciiText(metadata)) {
+    return InvalidArgument("metadata must be 1 to 1,024 bytes of ASCII without NUL");
+  }
+  const CacheLimits& limits = staging.state.limits;
+  const std::uint64_t bytes = staging.contentBytes + metadata.size();
+  if (bytes <= limits.maxEntrySize && bytes <= limits.maxSize) return {};
+  return MakeError(ErrorKind::kRefused,
+                   "content and metadata together exceed the limit of one entry");
+}
+
+Error StageMetaData(const Staging& staging, const std::string& metadata, std::int64_t time) {
+  const UniqueFd file = internal::CreateNewFile(staging.metaDataPath);
+  if (!file.IsOpen() || !internal::WriteAll(file.Get(), metadata.data(), metadata.size()) ||
+      !internal::SetFileTime(file.Get(), time)) {
+    return SystemError("cannot write", staging.metaDataPath);
+  }
+  if (staging.state.options.durability != Durability::kPower) return {};
+  // The directory too: a commit file on the medium whose content's name is not would be taken for
+  // one that was carried out.
+  if (!internal::SyncFile(staging.file.Get()) || !internal::SyncFile(file.Get()) ||
+      !internal::SyncDirectory(staging.state.limits.cacheDirectory)) {
+    return SystemError("cannot synchronise", staging.contentPath);
+  }
+  return {};
+}
+
+Error PublishStaging(Staging& staging, const OxString& url, const OxString& metadata)
+    OX_REQUIRES(staging.state.mutex) {
+  if (Error error = staging.state.cache.EnsureCurrent()) return error;
+  return internal::Publish(staging.state, {staging.share, url, metadata, staging.outcome});
+}
+
+// Room for the metadata, and its time of use.
+Error GrantMetaData(Staging& staging, std::uint64_t bytes, std::int64_t* time) {
+  SessionState& state = staging.state;
+  MutexLock lock(state.mutex);
+  if (Error error = state.room.Grant(lock, staging.share, bytes)) return error;
+  *time = state.cache.Clock().Next();
+  return {};
+}
+
+// The staged metadata of one try to commit: deleted and its room given back when the try fails.
+class StagedMetaData {
+ public:
+  StagedMetaData(Staging& staging, std::uint64_t bytes) : staging_(staging), bytes_(bytes) {}
+  ~StagedMetaData() {
+    if (staging_.outcome.isDecided) return;
+    internal::DeleteFile(staging_.metaDataPath);
+    const MutexLock lock(staging_.state.mutex);
+    staging_.state.room.TakeBack(staging_.share, bytes_);
+  }
+  StagedMetaData(const StagedMetaData&) = delete;
+  StagedMetaData& operator=(const StagedMetaData&) = delete;
+
+ private:
+  Staging& staging_;
+  const std::uint64_t bytes_;
+};
+
+Error CommitStaging(Staging& staging, const std::string& metadata) {
+  if (Error error = CheckCommit(staging, metadata)) return error;
+  const OxString url = internal::ToOxString(staging.url);
+  const OxString text = internal::ToOxString(metadata);
+  std::int64_t time = 0;
+  if (Error error = GrantMetaData(staging, metadata.size(), &time)) return error;
+  const StagedMetaData staged(staging, metadata.size());
+  if (Error error = StageMetaData(staging, metadata, time)) return error;
+  const MutexLock lock(staging.state.mutex);
+  return PublishStaging(staging, url, text);
+}
+
+Error WriteStaging(Staging& staging, const void* data, std::size_t bytes) {
+  SessionState& state = staging.state;
+  const std::uint64_t limit = std::min(state.limits.maxEntrySize, state.limits.maxSize);
   if (bytes > limit - staging.contentBytes) {
-    return staging.failure =
-               MakeError(ErrorKind::kRefused, "the content exceeds the limit of one entry");
+    return MakeError(ErrorKind::kRefused, "the content exceeds the limit of one entry");
   }
   {
-    Lock lock(mutex_);
-    if (Error error = Charge(lock, staging, bytes)) return staging.failure = error;
+    MutexLock lock(state.mutex);
+    if (Error error = state.room.Grant(lock, staging.share, bytes)) return error;
   }
-  if (!WriteAll(staging.file.Get(), data, bytes)) {
-    return staging.failure = SystemError("cannot write", staging.contentPath);
+  if (!internal::WriteAll(staging.file.Get(), data, bytes)) {
+    return SystemError("cannot write", staging.contentPath);
   }
   staging.contentBytes += bytes;
   return {};
 }
 
-void SessionCore::End(Staging& staging) {
-  if (staging.isCommitted) return;
-  const Lock lock(mutex_);
-  if (staging.mayBeDecided) {
+void Drop(Staging& staging) {
+  if (staging.outcome.isDecided) return;
+  SessionState& state = staging.state;
+  const MutexLock lock(state.mutex);
+  if (staging.outcome.mayBeDecided) {
     // The restart deletes the content, once the directory is on the medium as it is.
-    state_.needsRestart = true;
+    state.cache.Account().MarkStale();
   } else if (staging.file.IsOpen()) {
-    DeleteFile(staging.contentPath);
+    internal::DeleteFile(staging.contentPath);
   }
-  // Left only where memory ran out during a commit.
-  if (staging.chargedBytes > staging.contentBytes) DeleteFile(staging.metaDataPath);
-  Discharge(staging, staging.chargedBytes);
-  Detach(staging);
+  state.room.TakeBack(staging.share, staging.share.bytes);
+  state.writers.Remove(staging.share);
+}
+
+}  // namespace
+
+StoreWriter::StoreWriter(std::unique_ptr<Staging> staging) : staging_(std::move(staging)) {}
+
+StoreWriter::~StoreWriter() {
+  Drop(*staging_);
+}
+
+std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* error) {
+  std::unique_ptr<StoreWriter> opened;
+  *error = internal::WithoutExceptions([&]() -> Error {
+    if (Error invalid = internal::CheckUrl(url)) return invalid;
+    SessionState& state = *state_;
+    if (state.limits.maxEntries == 0) {
+      return MakeError(ErrorKind::kRefused, "MAX_CACHE_ENTRIES is missing or 0: the cache is off");
+    }
+    std::unique_ptr<StoreWriter> writer;
+    {
+      const MutexLock lock(state.mutex);
+      auto staging = std::make_unique<Staging>(state, url, state.ids.Next());
+      const std::string& directory = state.limits.cacheDirectory;
+      staging->contentPath = directory + "/" + internal::StagedContentName(staging->share.id);
+      staging->metaDataPath = directory + "/" + internal::StagedMetaDataName(staging->share.id);
+      writer.reset(new StoreWriter(std::move(staging)));
+      state.writers.Add(writer->staging_->share);
+    }
+    Staging& staging = *writer->staging_;
+    staging.file = internal::CreateNewFile(staging.contentPath);
+    if (!staging.file.IsOpen()) return SystemError("cannot write", staging.contentPath);
+    opened = std::move(writer);
+    return {};
+  });
+  return opened;
+}
+
+Error StoreWriter::Write(const void* data, std::size_t bytes) {
+  return internal::WithoutExceptions([&]() -> Error {
+    if (staging_->outcome.isDecided) return InvalidArgument("the writer is used up");
+    if (!staging_->failure) staging_->failure = WriteStaging(*staging_, data, bytes);
+    return staging_->failure;
+  });
+}
+
+Error StoreWriter::Commit(const std::string& metadata) {
+  return internal::WithoutExceptions([&] { return CommitStaging(*staging_, metadata); });
 }
 
 }  // namespace ox::session

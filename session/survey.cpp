@@ -7,9 +7,9 @@
 #include <utility>
 
 #include "host/directory.h"
-#include "session/file_names.h"
+#include "session/session_names.h"
 
-namespace ox::session {
+namespace ox::internal {
 namespace {
 
 // The scan cuts a metadata file's name at the first ".ox_meta", which must be its end, counts
@@ -40,14 +40,14 @@ class Surveyor {
   Surveyor(const std::string& directory, Survey* survey) : directory_(directory), survey_(survey) {}
 
   Error Run() {
-    if (!internal::ListDirectory(directory_.c_str(), &listed_)) {
+    if (!ListDirectory(directory_.c_str(), &listed_)) {
       return SystemError("cannot read the directory", directory_);
     }
-    for (const internal::DirectoryEntry& file : listed_)
+    for (const DirectoryEntry& file : listed_)
       NoteContent(file);
-    for (const internal::DirectoryEntry& file : listed_)
+    for (const DirectoryEntry& file : listed_)
       PairMetaData(file);
-    for (const internal::DirectoryEntry& file : listed_)
+    for (const DirectoryEntry& file : listed_)
       SortRest(file);
     return {};
   }
@@ -58,7 +58,7 @@ class Surveyor {
     bool isPaired;
   };
 
-  bool IsMetaData(const internal::DirectoryEntry& file) const {
+  bool IsMetaData(const DirectoryEntry& file) const {
     return !file.isDirectory && format::HasMetaDataSuffix(file.name) && ScanLooksAt(file.name);
   }
 
@@ -70,14 +70,14 @@ class Surveyor {
     return S_ISREG(status.st_mode);
   }
 
-  void NoteContent(const internal::DirectoryEntry& file) {
+  void NoteContent(const DirectoryEntry& file) {
     std::uint64_t bytes = 0;
     if (file.isDirectory || IsMetaData(file) || !Measure(file.name, &bytes)) return;
     contents_[file.name] = {bytes, false};
   }
 
   // In the order of the listing, which is the order of use.
-  void PairMetaData(const internal::DirectoryEntry& file) {
+  void PairMetaData(const DirectoryEntry& file) {
     if (!IsMetaData(file)) return;
     const std::string name = file.name.substr(0, file.name.size() - format::kMetaDataSuffixLength);
     const auto content = contents_.find(name);
@@ -92,7 +92,7 @@ class Surveyor {
     survey_->bytes += content->second.bytes + metaDataBytes;
   }
 
-  void SortRest(const internal::DirectoryEntry& file) {
+  void SortRest(const DirectoryEntry& file) {
     if (IsMetaData(file) || IsOwn(file.name)) return;
     const auto content = contents_.find(file.name);
     const bool isRegular = content != contents_.end();
@@ -108,7 +108,7 @@ class Surveyor {
 
   const std::string& directory_;
   Survey* survey_;
-  std::vector<internal::DirectoryEntry> listed_;
+  std::vector<DirectoryEntry> listed_;
   std::unordered_map<std::string, Content> contents_;
 };
 
@@ -119,4 +119,4 @@ Error SurveyDirectory(const std::string& directory, Survey* survey) {
   return Surveyor(directory, survey).Run();
 }
 
-}  // namespace ox::session
+}  // namespace ox::internal

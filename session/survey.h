@@ -9,7 +9,7 @@
 
 #include <oxfilecache/error.h>
 
-namespace ox::session {
+namespace ox::internal {
 
 // A content file with its metadata file: what the start-up scan takes for an entry.
 struct SurveyedEntry {
@@ -32,6 +32,6 @@ struct Survey {
 // kInputOutput when the directory cannot be read.
 Error SurveyDirectory(const std::string& directory, Survey* survey);
 
-}  // namespace ox::session
+}  // namespace ox::internal
 
 #endif

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace ox::session {
+namespace ox::internal {
 namespace {
 
 std::int64_t Read(clockid_t clock) {
@@ -39,4 +39,4 @@ void UseClock::StayAbove(std::int64_t time) {
   bootTimeOfLast_ = Read(CLOCK_BOOTTIME);
 }
 
-}  // namespace ox::session
+}  // namespace ox::internal

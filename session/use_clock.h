@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <ctime>
 
-namespace ox::session {
+namespace ox::internal {
 
 // Nanoseconds since 1970.
 inline std::int64_t ToNanoseconds(const timespec& time) {
@@ -29,6 +29,6 @@ class UseClock {
   std::int64_t bootTimeOfLast_;
 };
 
-}  // namespace ox::session
+}  // namespace ox::internal
 
 #endif

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace ox::session {
+namespace ox::internal {
 namespace {
 
 // Length of the well-formed sequence at `bytes`, of which `left` may be read; 0 when there is none.
@@ -42,4 +42,4 @@ bool IsAsciiText(const std::string& text) {
                      [](char c) { return c != 0 && static_cast<unsigned char>(c) < 0x80; });
 }
 
-}  // namespace ox::session
+}  // namespace ox::internal

@@ -4,13 +4,13 @@
 
 #include <string>
 
-namespace ox::session {
+namespace ox::internal {
 
 bool IsStrictUtf8(const std::string& text);
 
 // Only bytes 0x01 to 0x7F.
 bool IsAsciiText(const std::string& text);
 
-}  // namespace ox::session
+}  // namespace ox::internal
 
 #endif

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs oxbench for every case and writes results.json, performance.md and the charts.
+"""Runs oxbench for every case and writes results.json, performance.md and its charts.
 
   run.py SOURCE BUILD --tmpfs DIRECTORY --disk DIRECTORY --disk-is TEXT
 """
@@ -110,7 +110,7 @@ def main():
         text = render.render(file.read(), results)
     with open(os.path.join(options.build, "performance.md"), "w", encoding="utf-8") as file:
         file.write(text)
-    charts.write(results, options.build)
+    charts.write(text, os.path.join(options.build, "charts"))
     print(f"{options.build}/performance.md, results.json and the charts are written.")
     return 1 if results["failures"] else 0
 

@@ -43,6 +43,11 @@
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/error.h>
 
+namespace ox::internal {
+struct SessionState;
+struct Staging;
+}  // namespace ox::internal
+
 namespace ox::session {
 
 // What a commit guarantees. A removal or an eviction is never synchronised: a power cut may bring
@@ -103,8 +108,6 @@ struct FetchedEntry {
   std::string path;        // of the content file, for messages; do not open it again
 };
 
-class SessionCore;
-
 // One entry on its way in. Dropping it leaves the cache as it was.
 class StoreWriter {
  public:
@@ -129,10 +132,9 @@ class StoreWriter {
   Error Commit(const std::string& metadata);
 
  private:
-  friend class SessionCore;
-  class Staging;
-  explicit StoreWriter(std::unique_ptr<Staging> staging);
-  std::unique_ptr<Staging> staging_;
+  friend class CacheSession;
+  explicit StoreWriter(std::unique_ptr<internal::Staging> staging);
+  std::unique_ptr<internal::Staging> staging_;
 };
 
 class CacheSession {
@@ -166,8 +168,8 @@ class CacheSession {
   SessionStatistics Statistics() const;
 
  private:
-  explicit CacheSession(std::unique_ptr<SessionCore> core);
-  std::unique_ptr<SessionCore> core_;
+  CacheSession();
+  std::unique_ptr<internal::SessionState> state_;
 };
 
 // Reads the limits the way the module does, without scanning, deleting or making anything: the real

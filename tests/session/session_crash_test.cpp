@@ -25,7 +25,7 @@ bool SurvivesChanges(int changes, const std::function<bool()>& step) {
   const pid_t child = fork();
   if (child == 0) {
     changesLeft = changes;
-    session::SetFileOperationHook(&DieInTime);
+    internal::SetFileOperationHook(&DieInTime);
     const bool isDone = step();
     _exit(isDone ? 0 : kFailed);
   }
@@ -64,8 +64,8 @@ class CrashTest : public ::testing::TestWithParam<Case> {
     const std::string b = Fetch(*session, "b");
     EXPECT_TRUE(b == kNotThere || b == other_ + "|b") << b;
     EXPECT_EQ(Fetch(*session, "c"), other_ + "|c");
-    session::Survey survey;
-    EXPECT_FALSE(session::SurveyDirectory(directory.Path(), &survey));
+    internal::Survey survey;
+    EXPECT_FALSE(internal::SurveyDirectory(directory.Path(), &survey));
     EXPECT_TRUE(survey.staging.empty());
     EXPECT_EQ(survey.bytes, DiskUse(directory.Path()));
     EXPECT_EQ(session->Statistics().bytes, survey.bytes);

@@ -18,10 +18,10 @@ namespace ox::testing {
 namespace {
 
 std::vector<std::string> NamesInOrderOfUse(const ScratchDirectory& directory) {
-  session::Survey survey;
-  EXPECT_FALSE(session::SurveyDirectory(directory.Path(), &survey));
+  internal::Survey survey;
+  EXPECT_FALSE(internal::SurveyDirectory(directory.Path(), &survey));
   std::vector<std::string> names;
-  for (const session::SurveyedEntry& entry : survey.entries)
+  for (const internal::SurveyedEntry& entry : survey.entries)
     names.push_back(entry.name);
   return names;
 }
@@ -137,7 +137,7 @@ TEST(SessionLimits, DiskUseNeverExceedsTheLimitByMoreThanOneEntry) {
   watchedDirectory = directory.Path().c_str();
   const auto session = OpenSession(OptionsFor(directory.Path()));
   mostOnDisk = 0;
-  session::SetFileOperationHook(&Watch);
+  internal::SetFileOperationHook(&Watch);
   std::mt19937 random(3);
   // Several writers at once, ended in any order.
   std::vector<std::unique_ptr<session::StoreWriter>> writers;
@@ -156,7 +156,7 @@ TEST(SessionLimits, DiskUseNeverExceedsTheLimitByMoreThanOneEntry) {
     Watch();
     ASSERT_EQ(session->Statistics().bytes, DiskUse(directory.Path()));
   }
-  session::SetFileOperationHook(nullptr);
+  internal::SetFileOperationHook(nullptr);
   EXPECT_LE(mostOnDisk, limits.size + limits.entrySize);
   EXPECT_GT(mostOnDisk, limits.size * 3 / 4);
 }
@@ -265,7 +265,7 @@ TEST(SessionLimits, AClockSetBackDoesNotTurnTheOrderAround) {
   // As if all that had happened before the clock went back by ten years.
   std::int64_t time = (std::int64_t{::time(nullptr)} + 315360000) * 1000000000;
   for (const auto& name : names)
-    ASSERT_TRUE(session::SetFileTime(directory / (name.second + ".ox_meta"), ++time));
+    ASSERT_TRUE(internal::SetFileTime(directory / (name.second + ".ox_meta"), ++time));
   const auto session = OpenSession(OptionsFor(directory.Path()));
   EXPECT_EQ(Fetch(*session, "a"), "x|m");
   ASSERT_FALSE(Store(*session, "d", "x", "m"));

@@ -14,9 +14,9 @@ namespace {
 
 class SessionTest : public ::testing::Test {
  protected:
-  session::Survey Look() const {
-    session::Survey survey;
-    EXPECT_FALSE(session::SurveyDirectory(directory_.Path(), &survey));
+  internal::Survey Look() const {
+    internal::Survey survey;
+    EXPECT_FALSE(internal::SurveyDirectory(directory_.Path(), &survey));
     return survey;
   }
 

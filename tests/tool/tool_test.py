@@ -3,6 +3,8 @@
 import fcntl
 import json
 import os
+import re
+import shutil
 import subprocess
 import unittest
 
@@ -10,6 +12,8 @@ from tool_case import DONE, INPUT_OUTPUT, NOT_DONE, TOOL, USAGE, ToolCase
 
 NAME_OF_ABC = "09100589C32DF40B6D69F3D7821EF727"
 ALL_BYTES = bytes(range(256)) * 300
+COMPLETION = os.path.join(os.path.dirname(os.path.abspath(__file__)),
+                          "../../tools/completion/ox.bash")
 
 
 def name(digit):
@@ -330,6 +334,37 @@ class Reports(ToolCase):
         statistics = json.loads(self.run_tool("stat", "--json"))
         self.assertLessEqual(statistics["bytes"], 4500)
         self.assertEqual(self.read("cache/stranger"), b"?")
+
+
+@unittest.skipUnless(shutil.which("bash"), "needs bash")
+class Completion(ToolCase):
+    def complete(self, words):
+        script = 'source "$1"; COMP_LINE=$3 COMP_POINT=${#3}; _ox "$2" "${3##* }"; ' \
+                 'printf "%s\\n" "${COMPREPLY[@]}"'
+        done = subprocess.run(["bash", "-c", script, "bash", COMPLETION, TOOL, "oxcache " + words],
+                              capture_output=True, text=True, cwd=self.scratch, check=True)
+        self.assertEqual(done.stderr, "")
+        return set(done.stdout.split())
+
+    def test_what_help_tells_is_offered(self):
+        def options(text):
+            return set(",".join(re.findall(r"^  (-\S+)", text, re.M)).split(","))
+
+        whole = self.run_tool("--help").decode()
+        commands = re.findall(r"^  ([a-z]+) ", whole[whole.index("Subcommands:"):], re.M)
+        self.assertIn("put", commands)
+        self.assertEqual(self.complete(""), set(commands))
+        for command in commands:
+            own = options(self.run_tool(command, "--help").decode())
+            self.assertEqual(self.complete(command + " -"), options(whole) | own, command)
+        self.write("cache/small", b"1")
+        self.write("small", b"1")
+        cases = [("--durability ", {"none", "power", "process"}), ("--durability=no", {"none"}),
+                 ("--dir ", {"cache"}), ("put http://a:1/b ", {"cache", "small"}),
+                 ("put ", set()), ("--dir cache put --meta x u s", {"small"}),
+                 ("get u -o s", {"small"}), ("init --max-size ", set()), ("absent ", set())]
+        for words, offered in cases:
+            self.assertEqual(self.complete(words), offered, words)
 
 
 if __name__ == "__main__":

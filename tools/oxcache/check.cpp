@@ -124,7 +124,7 @@ json Json(const CacheLimits& limits, const Verdict& verdict) {
 ExitStatus Check(Context& context, bool asJson) {
   // A directory that cannot be read looks empty to the module.
   CacheLimits limits;
-  session::Survey survey;
+  internal::Survey survey;
   if (Error error = context.Inspect(&limits, &survey)) return context.Fail(error);
   DryRun run;
   if (Error error = StartDry(context.Options(), &run)) return context.Fail(error);

@@ -10,7 +10,7 @@
 
 #include "host/directory.h"
 #include "session/durable_io.h"
-#include "session/file_names.h"
+#include "session/session_names.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/text.h"
 #include <oxfilecache/descriptor.h>
@@ -62,7 +62,7 @@ Error WriteSynced(const std::string& path, const std::string& text) {
   const UniqueFd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   if (!fd.IsOpen()) return SystemError("cannot make", path);
   if (Error error = WriteAll(fd.Get(), path, text.data(), text.size())) return error;
-  return session::SyncFile(fd.Get()) ? Error{} : SystemError("cannot bring to the medium", path);
+  return internal::SyncFile(fd.Get()) ? Error{} : SystemError("cannot bring to the medium", path);
 }
 
 // Whole or not at all, power cuts included: a configuration cut short could lack the number of
@@ -80,7 +80,7 @@ Error Write(const std::string& directory, const std::string& text) {
     unlink(temporary.c_str());
     return error;
   }
-  return session::SyncDirectory(directory) ? Error{}
+  return internal::SyncDirectory(directory) ? Error{}
                                            : SystemError("cannot bring to the medium", directory);
 }
 
@@ -140,8 +140,8 @@ Error FromOptions(const InitOptions& options, Configuration* configuration) {
 }
 
 std::size_t CountEntries(const std::string& directory) {
-  session::Survey survey;
-  return session::SurveyDirectory(directory, &survey) ? 0 : survey.entries.size();
+  internal::Survey survey;
+  return internal::SurveyDirectory(directory, &survey) ? 0 : survey.entries.size();
 }
 
 void TellWhatIsThere(Context& context, const std::string& cacheDirectory) {

@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "session/file_names.h"
+#include "session/session_names.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/configuration.h"
 #include "tools/oxcache/module_path.h"
@@ -23,12 +23,12 @@ namespace {
 using session::CacheLimits;
 using session::CacheSession;
 using session::SessionOptions;
-using session::Survey;
+using internal::Survey;
 
 Error SurveyIfThere(const std::string& directory, Survey* survey) {
   *survey = {};
   if (access(directory.c_str(), F_OK) != 0 && errno == ENOENT) return {};
-  return session::SurveyDirectory(directory, survey);
+  return internal::SurveyDirectory(directory, survey);
 }
 
 // The module takes one that it cannot read for none, and would delete every entry. It follows no

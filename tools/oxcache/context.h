@@ -37,7 +37,7 @@ class Context {
   Error Limits(session::CacheLimits* limits);
   // And what the cache directory holds: nothing when the configuration names one that is not there
   // yet.
-  Error Inspect(session::CacheLimits* limits, session::Survey* survey);
+  Error Inspect(session::CacheLimits* limits, internal::Survey* survey);
 
   // Data, to standard output.
   ExitStatus Print(const std::string& text);

@@ -1,7 +1,7 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "session/file_names.h"
+#include "session/session_names.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/reports.h"
 #include "tools/oxcache/text.h"
@@ -12,8 +12,8 @@ namespace {
 
 using nlohmann::json;
 using session::CacheLimits;
-using session::Survey;
-using session::SurveyedEntry;
+using internal::Survey;
+using internal::SurveyedEntry;
 
 // What is ever read back of a metadata file.
 

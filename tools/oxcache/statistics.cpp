@@ -12,7 +12,7 @@ namespace {
 
 using nlohmann::json;
 using session::CacheLimits;
-using session::Survey;
+using internal::Survey;
 
 struct AgeClass {
   const char* name;

@@ -1,7 +1,7 @@
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "session/file_names.h"
+#include "session/session_names.h"
 #include "session/utf8.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/reports.h"
@@ -13,8 +13,8 @@ namespace {
 
 using nlohmann::json;
 using session::CacheLimits;
-using session::Survey;
-using session::SurveyedEntry;
+using internal::Survey;
+using internal::SurveyedEntry;
 
 struct Problem {
   std::string name;
@@ -79,7 +79,7 @@ class Verifier {
     if (metadata.find('\0') != std::string::npos) {
       return Add(name, "holds a NUL: what follows does not come back");
     }
-    if (!session::IsStrictUtf8(metadata)) Add(name, "not valid UTF-8");
+    if (!internal::IsStrictUtf8(metadata)) Add(name, "not valid UTF-8");
   }
 
   std::string directory_;

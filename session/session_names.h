@@ -9,15 +9,15 @@
 //
 // NAME is the content file's name, ID is unique for all time: were it used twice, a stale commit
 // file could claim another's half-written content after a power cut.
-#ifndef OX_SESSION_FILE_NAMES_H_
-#define OX_SESSION_FILE_NAMES_H_
+#ifndef OX_SESSION_SESSION_NAMES_H_
+#define OX_SESSION_SESSION_NAMES_H_
 
 #include <cstdint>
 #include <string>
 
 #include <oxfilecache/format.h>
 
-namespace ox::session {
+namespace ox::internal {
 
 constexpr char kLockFileName[] = "ox-session.lock";
 
@@ -50,6 +50,6 @@ class IdSource {
   std::uint64_t count_ = 0;
 };
 
-}  // namespace ox::session
+}  // namespace ox::internal
 
 #endif

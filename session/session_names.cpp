@@ -1,11 +1,11 @@
-#include "session/file_names.h"
+#include "session/session_names.h"
 
 #include <sys/random.h>
 
 #include <cinttypes>
 #include <cstdio>
 
-namespace ox::session {
+namespace ox::internal {
 namespace {
 
 constexpr char kHexDigits[] = "0123456789abcdef";
@@ -60,4 +60,4 @@ std::string IdSource::Next() {
   return text;
 }
 
-}  // namespace ox::session
+}  // namespace ox::internal

@@ -1,0 +1,84 @@
+// How much is in a cache directory, known without asking the disk, and whether the manager still
+// knows the same.
+//
+// Not locked: the session's mutex guards it.
+#ifndef OX_SESSION_DISK_ACCOUNT_H_
+#define OX_SESSION_DISK_ACCOUNT_H_
+
+#include <cstdint>
+
+namespace ox::internal {
+
+struct Survey;
+
+// Bounds of the manager's running total of bytes. The total decides what the manager evicts, and it
+// drifts: content of a new entry never counts, content of a scanned one is never taken off, and
+// metadata is taken off only when it was read. Below 0 the total wraps and the manager evicts
+// everything, so the session restarts it before either bound breaks a limit.
+class TotalBounds {
+ public:
+  // A freshly scanned list counts exactly its contents.
+  void Reset(std::uint64_t contentBytes);
+  void Add(std::uint64_t bytes);
+  // `isCertain` when the manager is known to count these bytes.
+  void Subtract(std::uint64_t bytes, bool isCertain);
+
+  std::int64_t Lowest() const { return lowest_; }
+  std::int64_t Highest() const { return highest_; }
+
+ private:
+  std::int64_t lowest_ = 0;
+  std::int64_t highest_ = 0;
+};
+
+class DiskAccount {
+ public:
+  // What the survey found, plus the files being written. Metadata files newer than `managerStart`
+  // (nanoseconds since 1970) are written or touched while the manager runs, so it knows their
+  // length. The account is no longer stale.
+  void Reset(const Survey& survey, std::uint64_t bytesBeingWritten, std::int64_t managerStart);
+
+  std::uint64_t Entries() const { return entries_; }
+  // Of entries and of files being written.
+  std::uint64_t Bytes() const { return bytes_; }
+
+  void AddBeingWritten(std::uint64_t bytes) { bytes_ += bytes; }
+  void SubtractBeingWritten(std::uint64_t bytes) { bytes_ -= bytes; }
+
+  // The manager has listed a new entry, or given up one that it had listed.
+  void NoteCreated(std::uint64_t metaDataLength);
+  void NoteAbandoned(std::uint64_t metaDataLength);
+
+  // The manager has tried to delete a file of an entry; `error` is errno where that failed. It
+  // deletes the content of every entry that leaves its list, and the metadata only after that.
+  void NoteContentDeletion(bool isDeleted, std::uint64_t bytes, int error);
+  void NoteMetaDataDeletion(bool isDeleted, std::uint64_t bytes, std::int64_t modified, int error);
+
+  // Whether the manager's total stays within 0 and `limit` when it loses `subtracted` bytes, which
+  // it may not have counted, and counts `added` more.
+  bool StaysWithin(std::uint64_t subtracted, std::uint64_t added, std::uint64_t limit) const;
+  bool IsTotalKnown() const { return !isStale_ && total_.Lowest() >= 0; }
+
+  // The directory is no longer what the manager takes it for: the manager must be restarted before
+  // its next use, and deletes nothing until then.
+  void MarkStale() { isStale_ = true; }
+  bool IsStale() const { return isStale_; }
+  // Puts back an earlier state, for a failed deletion that means nothing.
+  void SetStale(bool isStale) { isStale_ = isStale; }
+  // errno of the last deletion that failed, 0 when none did.
+  int DeletionError() const { return deletionError_; }
+
+ private:
+  void NoteDeletion(bool isDeleted, std::uint64_t bytes, int error);
+
+  std::uint64_t entries_ = 0;
+  std::uint64_t bytes_ = 0;
+  TotalBounds total_;
+  std::int64_t managerStart_ = 0;
+  bool isStale_ = false;
+  int deletionError_ = 0;
+};
+
+}  // namespace ox::internal
+
+#endif

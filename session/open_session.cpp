@@ -1,0 +1,116 @@
+#include "session/open_session.h"
+
+#include <utility>
+
+#include "host/directory.h"
+#include "session/directory_lock.h"
+#include "session/durable_io.h"
+#include "session/limits_probe.h"
+#include "session/recovery.h"
+#include "session/survey.h"
+#include "session/utf8.h"
+#include <oxfilecache/format.h>
+
+namespace ox::internal {
+
+using session::CacheLimits;
+using session::Durability;
+using session::SessionOptions;
+
+namespace {
+
+// The module keeps 1,023 bytes of a path when it scans, the last of them for "/", the name of a
+// content file and the suffix of its metadata file.
+constexpr std::size_t kLongestCacheDirectory =
+    format::kTextBytes - 1 - (1 + format::kContentNameLength + format::kMetaDataSuffixLength);
+
+Error ConfigurationError(std::string detail, const std::string& path) {
+  Error error = MakeError(ErrorKind::kConfiguration, std::move(detail));
+  error.path = path;
+  return error;
+}
+
+// What the scan makes of a path decides whether it finds the entries again or deletes them.
+Error CheckCacheDirectoryName(const std::string& directory) {
+  if (directory.empty()) {
+    return ConfigurationError("the configuration names no usable cache directory", directory);
+  }
+  if (!IsAsciiText(directory) || directory.find('\\') != std::string::npos ||
+      directory.find(format::kMetaDataSuffix) != std::string::npos) {
+    return ConfigurationError(
+        "a start would delete what is in a cache directory whose name has a character beyond "
+        "ASCII, a backslash or \".ox_meta\"",
+        directory);
+  }
+  if (directory.size() > kLongestCacheDirectory) {
+    return ConfigurationError("the cache directory's name is longer than " +
+                                  std::to_string(kLongestCacheDirectory) + " bytes",
+                              directory);
+  }
+  return {};
+}
+
+// A new directory is lost in a power cut with all that is in it until its parent is on the medium.
+// Best effort: a parent that this user may not read, or whose file system is read-only and cannot
+// synchronise, was not changed by this user either.
+void SyncParents(const std::string& directory) {
+  for (std::size_t end = directory.find('/', 1); end != std::string::npos;
+       end = directory.find('/', end + 1)) {
+    SyncDirectory(directory.substr(0, end));
+  }
+}
+
+Error MakeAndLockCacheDirectory(const std::string& directory, Durability durability,
+                                UniqueFd* lock) {
+  if (!MakeDirectories(directory)) {
+    return SystemError("cannot make the cache directory", directory);
+  }
+  if (durability == Durability::kPower) SyncParents(directory);
+  return LockDirectory(directory, lock);
+}
+
+// Interrupted commits are finished first, since their entries count.
+Error RefuseToDeleteAll(const SessionOptions& options, const CacheLimits& limits) {
+  if (limits.maxEntries > 0 || options.allowDeletingAll) return {};
+  Survey survey;
+  if (Error error = FinishCommits(limits.cacheDirectory, &survey)) return error;
+  if (survey.entries.empty()) return {};
+  return ConfigurationError("MAX_CACHE_ENTRIES is missing or 0, which would delete all entries (" +
+                                std::to_string(survey.entries.size()) + ") of the cache",
+                            options.directory + "/" + format::kConfigurationFileName);
+}
+
+Error MakeDirectory(const std::string& directory) {
+  if (directory.empty() || !IsStrictUtf8(directory)) {
+    return MakeError(ErrorKind::kInvalidArgument, "the directory's name is empty or not UTF-8");
+  }
+  if (MakeDirectories(directory)) return {};
+  return SystemError("cannot make the directory", directory);
+}
+
+}  // namespace
+
+Error OpenSessionState(const SessionOptions& options, std::unique_ptr<SessionState>* state) {
+  Error error;
+  if ((error = MakeDirectory(options.directory))) return error;
+  auto module = ModuleHold::Take(options.modulePath, &error);
+  if (error) return error;
+  ConfigurationSnapshot configuration(options.directory);
+  CacheLimits limits;
+  if ((error = ProbeLimits(*module, options.directory, configuration, &limits))) return error;
+  if ((error = CheckCacheDirectoryName(limits.cacheDirectory))) return error;
+  UniqueFd lock;
+  error = MakeAndLockCacheDirectory(limits.cacheDirectory, options.durability, &lock);
+  if (error) return error;
+  if ((error = RefuseToDeleteAll(options, limits))) return error;
+
+  auto opened = std::make_unique<SessionState>(
+      options, std::move(limits), std::move(lock),
+      RunningCache::Foundation{options.directory, std::move(configuration), std::move(module)});
+  const MutexLock guard(opened->mutex);
+  if ((error = opened->cache.Restart())) return error;
+  *state = std::move(opened);
+  return {};
+}
+
+}  // namespace ox::internal

@@ -1,0 +1,96 @@
+#include "session/running_cache.h"
+
+#include <utility>
+
+#include "session/recovery.h"
+#include "session/survey.h"
+
+namespace ox::internal {
+
+using core::cache::CacheValue;
+
+RunningCache::RunningCache(Foundation foundation, const session::CacheLimits& limits,
+                           const WriterList& writers)
+    : limits_(limits),
+      writers_(writers),
+      fileSystem_(std::move(foundation.directory), std::move(foundation.configuration), account_),
+      module_(std::move(foundation.module)) {
+  module_->UseFileSystem(fileSystem_);
+}
+
+Error RunningCache::EnsureCurrent() {
+  return manager_.has_value() && !account_.IsStale() ? Error{} : Restart();
+}
+
+Error RunningCache::Restart() {
+  // From here on the module deletes nothing: a manager that is given back would delete the files of
+  // an entry that is in place and only not committed.
+  account_.MarkStale();
+  manager_.reset();
+  Survey survey;
+  if (Error error = PutDirectoryInOrder(&survey)) return error;
+  if (!survey.entries.empty()) clock_.StayAbove(ToNanoseconds(survey.entries.back().used));
+  account_.Reset(survey, writers_.GrantedBytes(), clock_.Next());
+  manager_.emplace(module_->Module());
+  if (!*manager_ || account_.IsStale()) {
+    account_.MarkStale();
+    manager_.reset();
+    return MakeError(ErrorKind::kOutOfMemory, "no memory for the cache manager");
+  }
+  ++starts_;
+  // The scan deletes nothing unless somebody else changed the directory meanwhile.
+  if (account_.Entries() != survey.entries.size()) account_.MarkStale();
+  return {};
+}
+
+Error RunningCache::PutDirectoryInOrder(Survey* survey) {
+  const std::string& directory = limits_.cacheDirectory;
+  if (Error error = FinishCommits(directory, survey)) return error;
+  const auto isBeingWritten = [this](const std::string& id) { return writers_.Contains(id); };
+  if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten)) return error;
+  std::uint64_t deleted = 0;
+  Error error = TrimToLimits(directory, limits_, survey, &deleted);
+  trimmed_ += deleted;
+  return error;
+}
+
+PendingEntry RunningCache::Create(const OxString& url, const OxString& metadata) {
+  // Declared as empty: what is abandoned later is taken off the manager's total with the declared
+  // size, which was never added.
+  const unsigned long declaredSize = 0;
+  CacheValue* value = (*manager_)->CreateCacheValue(url, declaredSize, metadata);
+  if (value == nullptr) return {};
+  account_.NoteCreated(metadata.Length());
+  return PendingEntry(*this, value, metadata.Length());
+}
+
+void RunningCache::Abandon(CacheValue* value, std::uint64_t metaDataLength) {
+  const bool wasStale = account_.IsStale();
+  (*manager_)->DestroyCacheValue(value);
+  account_.NoteAbandoned(metaDataLength);
+  // The entry has no content file yet, so the failure to delete that means nothing.
+  account_.SetStale(wasStale);
+}
+
+// The manager itself chooses: lowering its limit by one entry makes it evict the one that was used
+// longest ago.
+bool RunningCache::EvictOne() {
+  const std::uint64_t bytes = account_.Bytes();
+  const unsigned long oneLess = static_cast<unsigned long>(account_.Entries() - 1);
+  const unsigned long limit = limits_.maxEntries;
+  (*manager_)->SetMaxEntries(oneLess);
+  (*manager_)->SetMaxEntries(limit);
+  if (account_.Bytes() == bytes) account_.MarkStale();
+  if (account_.IsStale()) return false;
+  ++trimmed_;
+  return true;
+}
+
+Error RunningCache::DeletionFailed(const char* detail, const std::string& path) const {
+  Error error = MakeError(ErrorKind::kInputOutput, detail);
+  error.path = path;
+  error.systemError = account_.DeletionError();
+  return error;
+}
+
+}  // namespace ox::internal

@@ -1,0 +1,90 @@
+// The module's manager at work on one directory, together with the account of what is there.
+//
+// The manager is restarted whenever the directory is no longer what it takes it for. A restart puts
+// the directory in order first, so the manager's scan finds nothing to delete.
+//
+// Not locked: the session's mutex guards it.
+#ifndef OX_SESSION_RUNNING_CACHE_H_
+#define OX_SESSION_RUNNING_CACHE_H_
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "session/configuration_snapshot.h"
+#include "session/disk_account.h"
+#include "session/module_hold.h"
+#include "session/pending_entry.h"
+#include "session/session_file_system.h"
+#include "session/use_clock.h"
+#include "session/writer_list.h"
+#include <oxfilecache/session.h>
+#include <oxfilecache/string.h>
+
+namespace ox::internal {
+
+class RunningCache {
+ public:
+  // What must be known of the cache before it can run.
+  struct Foundation {
+    std::string directory;  // of the configuration
+    ConfigurationSnapshot configuration;
+    std::unique_ptr<ModuleHold> module;
+  };
+
+  // `limits` and `writers` must outlive this. No manager runs until the first restart.
+  RunningCache(Foundation foundation, const session::CacheLimits& limits,
+               const WriterList& writers);
+  RunningCache(const RunningCache&) = delete;
+  RunningCache& operator=(const RunningCache&) = delete;
+
+  // Every operation's first step: restarts the manager when it does not know what is there.
+  Error EnsureCurrent();
+  // Finishes interrupted commits, deletes what belongs to no entry and what exceeds the limits, and
+  // starts the manager anew. Entries that the old manager lent are gone.
+  Error Restart();
+
+  // The committed entry of that URL, null when there is none. Lent until the next operation.
+  core::cache::CacheValue* Find(const OxString& url) { return (*manager_)->Get(url); }
+  // Null inside when the manager refuses.
+  PendingEntry Create(const OxString& url, const OxString& metadata);
+  void Remove(core::cache::CacheValue* value) { (*manager_)->Remove(value); }
+
+  // Deletes the entry that was used longest ago. False, and the account stale, when that fails.
+  bool EvictOne();
+  // The error of an eviction or a removal that failed.
+  Error DeletionFailed(const char* detail, const std::string& path) const;
+
+  DiskAccount& Account() { return account_; }
+  UseClock& Clock() { return clock_; }
+  // How reading the metadata of the entry found last went.
+  std::optional<MetaDataRead> TakeMetaDataRead() { return fileSystem_.TakeMetaDataRead(); }
+
+  // Of the manager since the first start.
+  std::uint64_t Restarts() const { return starts_ - 1; }
+  // Entries evicted, and entries that a restart deleted.
+  std::uint64_t Trimmed() const { return trimmed_; }
+
+ private:
+  friend class PendingEntry;
+
+  Error PutDirectoryInOrder(struct Survey* survey);
+  bool CommitPending(core::cache::CacheValue* value) { return (*manager_)->Add(value); }
+  void Abandon(core::cache::CacheValue* value, std::uint64_t metaDataLength);
+
+  const session::CacheLimits& limits_;
+  const WriterList& writers_;
+  DiskAccount account_;
+  UseClock clock_;
+  SessionFileSystem fileSystem_;
+  std::unique_ptr<ModuleHold> module_;
+  std::uint64_t starts_ = 0;
+  std::uint64_t trimmed_ = 0;
+  // Last, so that it is given back before anything that the manager uses.
+  std::optional<host::ManagerReference> manager_;
+};
+
+}  // namespace ox::internal
+
+#endif

@@ -1,0 +1,48 @@
+// What a session consists of while it is open.
+#ifndef OX_SESSION_SESSION_STATE_H_
+#define OX_SESSION_SESSION_STATE_H_
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "host/held_directory.h"
+#include "host/mutex.h"
+#include "session/room.h"
+#include "session/running_cache.h"
+#include "session/session_names.h"
+#include "session/writer_list.h"
+#include <oxfilecache/descriptor.h>
+#include <oxfilecache/session.h>
+
+namespace ox::internal {
+
+struct SessionState {
+  SessionState(const session::SessionOptions& sessionOptions, session::CacheLimits cacheLimits,
+               UniqueFd lock, RunningCache::Foundation foundation)
+      : options(sessionOptions),
+        limits(std::move(cacheLimits)),
+        directoryLock(std::move(lock)),
+        cache(std::move(foundation), limits, writers),
+        room(cache, writers, limits) {}
+
+  const session::SessionOptions options;
+  const session::CacheLimits limits;
+  const UniqueFd directoryLock;
+
+  // Held during every call of the manager; let go while content is written and synchronised.
+  Mutex mutex;
+  WriterList writers OX_GUARDED_BY(mutex);
+  RunningCache cache OX_GUARDED_BY(mutex);
+  Room room OX_GUARDED_BY(mutex);
+  IdSource ids OX_GUARDED_BY(mutex);
+  // Of the cache directory, for opening content.
+  HeldDirectory contentDirectory OX_GUARDED_BY(mutex);
+};
+
+// kInvalidArgument unless the URL is valid UTF-8, not empty and without NUL.
+Error CheckUrl(const std::string& url);
+
+}  // namespace ox::internal
+
+#endif

@@ -1,0 +1,53 @@
+// Who is writing at the moment, and how many bytes of the disk each may use.
+#ifndef OX_SESSION_WRITER_LIST_H_
+#define OX_SESSION_WRITER_LIST_H_
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/mutex.h"
+
+namespace ox::internal {
+
+// One writer's part. The writer keeps it; the session's mutex guards all but the ID.
+struct WriterShare {
+  std::string id;           // of the writer's staged files
+  std::uint64_t bytes = 0;  // granted and not given back
+  std::thread::id user;     // the thread that wrote last
+};
+
+// Not locked: the session's mutex guards it.
+class WriterList {
+ public:
+  // Before the writer's files exist: a restart deletes staged files of writers it does not know.
+  void Add(WriterShare& share);
+  // Wakes the threads that wait for a writer to end.
+  void Remove(WriterShare& share);
+
+  bool Contains(const std::string& id) const;
+  std::uint64_t GrantedBytes() const;
+
+  // One writer at a time, the first to ask, may exceed the limit of the whole cache. True when that
+  // is this one.
+  bool ClaimFirst(const WriterShare& share);
+  bool IsFirst(const WriterShare& share) const { return first_ == &share; }
+  // 0 when there is no such writer.
+  std::uint64_t BytesOfFirst() const { return first_ != nullptr ? first_->bytes : 0; }
+
+  // Waits until any writer has ended. False when none does for long, or when the first writer,
+  // which never waits, was last used by the calling thread and so cannot end meanwhile.
+  bool WaitForEnd(MutexLock& lock);
+
+ private:
+  std::vector<WriterShare*> shares_;
+  const WriterShare* first_ = nullptr;
+  std::uint64_t ended_ = 0;
+  Condition writerEnded_;
+};
+
+}  // namespace ox::internal
+
+#endif
