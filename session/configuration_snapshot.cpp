@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "host/held_directories.h"
 #include "host/posix_file.h"
 #include <oxfilecache/format.h>
 
@@ -15,7 +16,8 @@ constexpr std::size_t kSnapshotBytes = 4 * format::kTextBytes;
 
 ConfigurationSnapshot::ConfigurationSnapshot(const std::string& directory)
     : path_(directory + "/" + format::kConfigurationFileName), text_(kSnapshotBytes, '\0') {
-  PosixFile file;
+  HeldDirectories directories;
+  PosixFile file(directories);
   exists_ = file.SetPath(path_.c_str()) != 0 && file.Exists() != 0 &&
             file.Open(os::filesystem::File::kOpenRead) != 0;
   const std::uint64_t bytes = exists_ ? file.Read(kSnapshotBytes, text_.data()) : 0;

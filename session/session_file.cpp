@@ -43,7 +43,7 @@ int SessionFile::SetPath(const char* utf8Path) {
 
 void SessionFile::StandFor(PosixFile& entry) {
   SetPath(entry.Path());
-  file_.KnowSize(entry.GetSize());
+  file_.RememberSize(entry.GetSize());
 }
 
 int SessionFile::Open(int mode) {

@@ -14,6 +14,7 @@
 #include <string>
 #include <utility>
 
+#include "host/held_directories.h"
 #include "host/posix_file.h"
 #include "session/configuration_snapshot.h"
 #include "session/disk_account.h"
@@ -51,6 +52,7 @@ class SessionFileSystem final : public IFileSystem {
  private:
   friend class SessionFile;
 
+  HeldDirectories directories_;
   // The object destroyed last, kept for the next CreateFile.
   std::unique_ptr<SessionFile> spare_;
   std::string directory_;
@@ -62,7 +64,9 @@ class SessionFileSystem final : public IFileSystem {
 class SessionFile final : public os::filesystem::File {
  public:
   explicit SessionFile(SessionFileSystem& fileSystem)
-      : fileSystem_(fileSystem), configuration_(fileSystem.configuration_) {}
+      : fileSystem_(fileSystem),
+        configuration_(fileSystem.configuration_),
+        file_(fileSystem.directories_) {}
   ~SessionFile() = default;
   SessionFile(const SessionFile&) = delete;
   SessionFile& operator=(const SessionFile&) = delete;

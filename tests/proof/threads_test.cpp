@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/counting_kernel.h"
 #include "tests/support/ledger.h"
 #include <oxfilecache/host.h>
 #include <oxfilecache/mutex.h>
@@ -55,11 +56,8 @@ thread_local std::vector<int> held;
 
 class RankedMutex final : public IOxMutex {
  public:
-  RankedMutex(PosixKernel& kernel, int rank)
-      : kernel_(kernel), mutex_(kernel.CreateMutex()), rank_(rank) {}
-  ~RankedMutex() { kernel_.DestroyMutex(mutex_); }
-  RankedMutex(const RankedMutex&) = delete;
-  RankedMutex& operator=(const RankedMutex&) = delete;
+  RankedMutex(IOxMutex* mutex, int rank) : mutex_(mutex), rank_(rank) {}
+  IOxMutex* Inner() const { return mutex_; }
 
   int Lock() override {
     const bool isAgain = std::count(held.begin(), held.end(), rank_) != 0;
@@ -75,57 +73,36 @@ class RankedMutex final : public IOxMutex {
   }
 
  private:
-  PosixKernel& kernel_;
   IOxMutex* mutex_;
   const int rank_;
 };
 
-// The kernel of the Linux host, with other mutexes.
-class RankingKernel final : public IOxKernel {
+class RankingKernel final : public CountingKernel {
  public:
-  explicit RankingKernel(std::string directory) : kernel_(std::move(directory)) {}
-  PosixKernel& Inner() { return kernel_; }
+  using CountingKernel::CountingKernel;
 
-  void* GetInterface(const char* name) override { return kernel_.GetInterface(name); }
-  void ReleaseInterface(void* interface) override { kernel_.ReleaseInterface(interface); }
-  void StartOver() { mutexes_ = 0; }
+  void StartOver() { mutexesMade_ = 0; }
   IOxMutex* CreateMutex() override {
-    const int managerOrEntries = mutexes_ % 2 == 1 ? kEntriesRank : kManagerRank;
-    const int rank = mutexes_ == 0 ? kFactoryRank : managerOrEntries;
-    ++mutexes_;
-    return new RankedMutex(kernel_, rank);
+    const int managerOrEntries = mutexesMade_ % 2 == 1 ? kEntriesRank : kManagerRank;
+    const int rank = mutexesMade_ == 0 ? kFactoryRank : managerOrEntries;
+    ++mutexesMade_;
+    return new RankedMutex(CountingKernel::CreateMutex(), rank);
   }
-  void DestroyMutex(IOxMutex* mutex) override { delete static_cast<RankedMutex*>(mutex); }
-  void* Allocate(std::size_t bytes, const char* file, int line) override {
-    return kernel_.Allocate(bytes, file, line);
-  }
-  void Free(void* block, const char* file, int line) override { kernel_.Free(block, file, line); }
-  void* MemSet(void* dst, int value, std::size_t bytes) override {
-    return kernel_.MemSet(dst, value, bytes);
-  }
-  void* MemCopy(void* dst, const void* src, std::size_t bytes) override {
-    return kernel_.MemCopy(dst, src, bytes);
-  }
-  std::size_t StrLen16(const std::uint16_t* text) override { return kernel_.StrLen16(text); }
-  std::size_t StrLen(const char* text) override { return kernel_.StrLen(text); }
-  int StrCmp(const char* a, const char* b) override { return kernel_.StrCmp(a, b); }
-  char* StrCpy(char* dst, const char* src) override { return kernel_.StrCpy(dst, src); }
-  const char* StrStr(const char* haystack, const char* needle) override {
-    return kernel_.StrStr(haystack, needle);
-  }
-  unsigned long StrToUL(const char* text, char** end, int base) override {
-    return kernel_.StrToUL(text, end, base);
+  void DestroyMutex(IOxMutex* mutex) override {
+    auto* const ranked = static_cast<RankedMutex*>(mutex);
+    CountingKernel::DestroyMutex(ranked->Inner());
+    delete ranked;
   }
 
  private:
-  PosixKernel kernel_;
-  int mutexes_ = 0;
+  int mutexesMade_ = 0;
 };
 
 // The kernel comes first and stays: the module keeps it for the life of the process.
 struct Started {
   Started(const std::string& configuration) {
-    static auto& theKernel = *new RankingKernel(StaticDirectory());
+    static auto& inner = *new PosixKernel(StaticDirectory());
+    static auto& theKernel = *new RankingKernel(inner);
     kernel = &theKernel;
     theKernel.StartOver();
     WriteWhole(StaticDirectory() + "/file-cache.conf", configuration);
@@ -135,8 +112,7 @@ struct Started {
   }
   ~Started() {
     module.reset();
-    const auto counts = kernel->Inner().Counts();
-    EXPECT_EQ(0U, counts.blocks + counts.mutexes + counts.files);
+    EXPECT_EQ(0U, kernel->Held());
     EXPECT_EQ(0, locksOutOfOrder);
     EXPECT_GT(locksNested, 0);
   }
