@@ -80,6 +80,7 @@ int PosixFile::Open(int mode) {
 
 void PosixFile::Close() {
   DropFindings();
+  openSize_.reset();
   if (fd_ < 0) return;
   // Not tried again on EINTR: on Linux the descriptor is gone then too.
   close(fd_);
@@ -145,7 +146,16 @@ std::uint64_t PosixFile::GetSize() {
 
 bool PosixFile::GetStatus(struct stat* status) {
   if (fd_ < 0 || fstat(fd_, status) != 0) return false;
+  openSize_ = SizeOf(*status);
   return true;
+}
+
+// For a read that gave less than it was asked for. That is the end for most file systems, but one
+// that another machine or program serves may give a part and then more. Where the size is not known
+// yet, lseek asks for it at the lowest cost; Read does not use the position that it changes.
+bool PosixFile::IsAtEnd() {
+  if (openSize_) return position_ >= *openSize_;
+  return position_ >= static_cast<std::uint64_t>(lseek(fd_, 0, SEEK_END));
 }
 
 std::uint64_t PosixFile::Read(std::uint64_t count, void* destination) {
@@ -161,7 +171,7 @@ std::uint64_t PosixFile::Read(std::uint64_t count, void* destination) {
     const auto bytes = static_cast<std::size_t>(part);
     done += bytes;
     position_ += bytes;
-    if (bytes == 0 || bytes < wanted) break;
+    if (bytes == 0 || (bytes < wanted && IsAtEnd())) break;
   }
   return done;
 }

@@ -48,8 +48,8 @@ class PosixFile final : public os::filesystem::File {
   void GetPath(OxString& out) override;
   // In bytes; 0 for anything but a regular file.
   std::uint64_t GetSize() override;
-  // Reads until `count` bytes or the end. A call of the system that gives less than it was asked for
-  // counts as the end.
+  // Reads until it has `count` bytes or the file ends. 0 when that fails, even if some bytes were
+  // read before.
   std::uint64_t Read(std::uint64_t count, void* destination) override;
   // Goes on after a short write; less than `count` when the disk is full or fails.
   std::uint64_t Write(std::uint64_t count, const void* source) override;
@@ -73,11 +73,14 @@ class PosixFile final : public os::filesystem::File {
   bool ExistsByOpening();
   bool ExistsByStatus();
   void DropFindings();
+  bool IsAtEnd();
 
   HeldDirectories& directories_;
   PathText path_;
   int fd_ = -1;
   std::uint64_t position_ = 0;  // of the next Read
+  // Of the open file, in bytes, where it was asked for.
+  std::optional<std::uint64_t> openSize_;
   // What Exists has found: that fd_ is open for reading, or the size.
   bool isOpenedByExists_ = false;
   std::optional<std::uint64_t> foundSize_;
