@@ -17,6 +17,8 @@ namespace ox::testing {
 
 FaultDriver callFaults;
 FaultDriver callInterrupts;
+FaultDriver halfTransfers;
+int commonOpenFlags = ~0;
 
 namespace {
 
@@ -32,6 +34,10 @@ bool IsInterrupted() {
   if (!callInterrupts.Next()) return false;
   errno = EINTR;
   return true;
+}
+
+std::size_t HalfOrAll(std::size_t count) {
+  return halfTransfers.Next() ? (count + 1) / 2 : count;
 }
 
 // The C library's function of that name. On 32-bit machines the headers rename some.
@@ -151,8 +157,10 @@ void Journal::Synchronised(int fd, bool isDirectory) {
 // Defined here, these stand before the C library's.
 
 using ox::testing::callFaults;
+using ox::testing::commonOpenFlags;
 using ox::testing::Fails;
 using ox::testing::FullPath;
+using ox::testing::HalfOrAll;
 using ox::testing::IsInterrupted;
 using ox::testing::journal;
 using ox::testing::Next;
@@ -164,6 +172,7 @@ extern "C" {
 int openat(int directory, const char* path, int flags, ...) {
   static auto* const real = Next<int(int, const char*, int, ...)>("openat", "openat64", "openat64");
   if (Fails(EMFILE) || IsInterrupted()) return -1;
+  commonOpenFlags &= flags;
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = TakeMode(flags, arguments);
@@ -197,14 +206,14 @@ ssize_t read(int fd, void* buffer, size_t count) {
 
 ssize_t pread(int fd, void* buffer, size_t count, off_t offset) {
   static auto* const real = Next<ssize_t(int, void*, size_t, off_t)>("pread", "pread64", "pread64");
-  return Fails(EIO) ? -1 : real(fd, buffer, count, offset);
+  return Fails(EIO) || IsInterrupted() ? -1 : real(fd, buffer, HalfOrAll(count), offset);
 }
 
 ssize_t write(int fd, const void* buffer, size_t count) {
   static auto* const real = Next<ssize_t(int, const void*, size_t)>("write", "write", "write");
   if (IsInterrupted()) return -1;
   const bool fails = Fails(ENOSPC);
-  const ssize_t written = real(fd, buffer, fails ? count / 2 : count);
+  const ssize_t written = real(fd, buffer, fails ? count / 2 : HalfOrAll(count));
   if (journal != nullptr && written > 0) {
     journal->Written(fd, buffer, static_cast<size_t>(written));
   }

@@ -19,6 +19,10 @@ namespace ox::testing {
 extern FaultDriver callFaults;
 // Interrupts the calls that signals interrupt. Whoever calls them must try again.
 extern FaultDriver callInterrupts;
+// Lets a read or a write do half of what it was asked for.
+extern FaultDriver halfTransfers;
+// The flags that every opening since it was set had in common.
+extern int commonOpenFlags;
 // Fails the allocations of C++ and of the kernel.
 extern FaultDriver allocationFaults;
 
