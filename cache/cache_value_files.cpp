@@ -12,8 +12,8 @@ namespace ox::core::cache {
 using os::filesystem::File;
 
 bool CacheValueImpl::DumpMetaData() {
-  // The buffer is looked at, not the length: metadata that a refresh found gone still stands in the
-  // buffer, and hosts that commit such an entry again expect true and an empty file.
+  // Looks at the buffer, not at the length. After a refresh that found no file the old text is
+  // still in the buffer; hosts that commit such an entry again expect true and an empty file.
   if (metaData.Text()[0] == 0) return false;
 
   const AllocationWatch watch;
@@ -25,8 +25,8 @@ bool CacheValueImpl::DumpMetaData() {
   if (metaFile.IsNull()) return false;
   metaFile->SetPath(path.Text());
   if (metaFile->Open(File::kOpenWrite) == 0) return false;
-  // Counted in UTF-16 units although bytes are written: text beyond U+007F loses its tail. Metadata
-  // files on devices are that long, and hosts keep their metadata in ASCII for it.
+  // The count is in UTF-16 units although bytes are written, so text beyond U+007F loses its end.
+  // Metadata files on devices are that long; hosts keep their metadata in ASCII because of it.
   const std::uint64_t count = metaData.Length();
   const std::uint64_t written = metaFile->Write(count, text);
   metaFile->Close();
@@ -39,9 +39,9 @@ bool CacheValueImpl::RefreshMetaData() {
   const FileObject metaFile;
   if (path.Text() == nullptr) return false;
 
-  // Emptied before the file is looked for, so every failure below shows as empty metadata. The old
+  // Emptied before the file is looked for: after every failure below the metadata is empty. The old
   // units stay in the buffer; DumpMetaData looks at them.
-  metaData.AssignUTF8("", 0);
+  metaData = "";
   if (metaFile.IsNull()) return false;
   metaFile->SetPath(path.Text());
   if (metaFile->Exists() == 0) return false;
@@ -49,7 +49,8 @@ bool CacheValueImpl::RefreshMetaData() {
 
   TextBuffer buffer;
   const std::uint32_t count = ReadText(*metaFile, &buffer);
-  metaData.AssignUTF8(buffer.text, Kernel()->StrLen(buffer.text));
+  // A sequence that the first NUL cuts short takes the file's bytes behind it as they stand.
+  metaData.AssignUTF8(buffer.text, Kernel()->StrLen(buffer.text), count);
   return count != 0;
 }
 

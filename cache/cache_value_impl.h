@@ -14,7 +14,7 @@ class CacheValueImpl : public CacheValue {
  public:
   CacheValueImpl(const OxString& newUrl, OxString&& newFile, const OxString& newMetaData,
                  unsigned long declaredSize);
-  // Leaves both files on disk: they are the entry's next life.
+  // Leaves both files on disk: the next start reads them back.
   ~CacheValueImpl() override;
   CacheValueImpl(const CacheValueImpl&) = delete;
   CacheValueImpl& operator=(const CacheValueImpl&) = delete;

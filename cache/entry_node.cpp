@@ -5,8 +5,8 @@
 namespace ox::core::cache {
 namespace {
 
-// A vector of the processor, or of the compiler where the processor has none. Blocks lie 8 bytes
-// behind what the kernel aligned, so no more than a tag's own alignment is taken for granted.
+// Four tags in one vector; the compiler replaces it where the processor has none. A block begins 8
+// bytes behind what the kernel aligned, so only the alignment of one tag can be relied on.
 using FourTags = std::uint32_t __attribute__((vector_size(16), aligned(4), may_alias));
 
 }  // namespace
@@ -49,7 +49,8 @@ EntryNode* NodePool::FindValue(const CacheValue* value) const {
   return nullptr;
 }
 
-// Four tags at once, on the devices too, where small builds leave loops as they are written.
+// Compares four tags at once. Builds for size leave loops as they are written, so this is not left
+// to the compiler.
 bool NodePool::HasTag(const Block& block, std::uint32_t tag) {
   const FourTags wanted = {tag, tag, tag, tag};
   FourTags found = {0, 0, 0, 0};
@@ -65,7 +66,7 @@ bool NodePool::AddBlock() {
   if (block == nullptr) return false;
   block->next = blocks_;
   blocks_ = block;
-  // From the last to the first, so that they are taken in the order of their addresses.
+  // From the last to the first: the nodes are then taken in the order of their addresses.
   for (std::size_t i = kNodesInBlock; i > 0; --i) {
     EntryNode* node = &block->nodes[i - 1];
     node->value = nullptr;

@@ -21,9 +21,9 @@ struct EntryNode {
 // Folds the end of a path, where content files differ. Equal paths have equal tags.
 std::uint32_t PathTag(const char* path, std::size_t length);
 
-// Nodes by the block, so that a search stays within few lines of the processor's cache: the tags of
-// a block lie together, and a search by path goes from tag to tag and touches no entry that it does
-// not mean. Memory goes back when no node is in use. Not locked.
+// Nodes are kept in blocks so that a search touches little memory: the tags of a block lie
+// together, and a search by path reads only tags until one is equal. The blocks are freed when no
+// node is in use. Not locked.
 class NodePool {
  public:
   NodePool() = default;

@@ -5,6 +5,7 @@
 
 #include "cache/cache_value_impl.h"
 #include "cache/entry_node.h"
+#include "cache/joined_path.h"
 #include "cache/relaxed.h"
 #include <oxfilecache/file_system.h>
 #include <oxfilecache/format.h>
@@ -24,9 +25,9 @@ namespace ox::core::cache {
 class FileCacheManagerImpl : public FileCacheManager {
  public:
   // Obtains the host's services, reads the configuration and scans the cache directory. `started`
-  // stays false when memory ran out on the way: a scan with limits or a directory that were only
-  // half read would delete good files, and a pair that the scan could not list would be overwritten
-  // by the next entry of its URL. Such a manager may only be destroyed.
+  // stays false when memory or file objects ran out on the way: a scan with limits or a directory
+  // that were only half read would delete good files, and a pair that the scan could not list would
+  // be overwritten by the next entry of its URL. Such a manager may only be destroyed.
   explicit FileCacheManagerImpl(bool& started);
   // Keeps the files of committed entries, deletes those of pending ones.
   ~FileCacheManagerImpl() override;
@@ -56,6 +57,8 @@ class FileCacheManagerImpl : public FileCacheManager {
 
   // Path of the content file of a URL. The UTF-8 form that it needs stays in `url`.
   void GetLocalFileFromURL(const OxString& url, OxString& localFile);
+  // The same path in UTF-8, which needs no memory of its own unless it is long.
+  JoinedPath GetLocalPathFromURL(const OxString& url) const;
 
   // Whether an entry of that many bytes would be admitted without evicting anything.
   bool IsWithinConfigurationLimits(unsigned long size) const;
@@ -113,7 +116,7 @@ class FileCacheManagerImpl : public FileCacheManager {
   std::uint32_t currentSize;
   OxString dataDir;
 
-  // Behind the fields whose places are known outside.
+  // Keep last: hosts know the offsets of the fields above.
   NodePool nodes_;
 };
 

@@ -10,9 +10,12 @@
 
 namespace ox::core::cache {
 
+// A new file object of the host, or null, which is noted in the services.
+os::filesystem::File* MakeFile();
+
 class FileObject {
  public:
-  FileObject() : file_(services.fileSystem->CreateFile()) {}
+  FileObject() : file_(MakeFile()) {}
   // A null is handed back as it came: hosts that log see every CreateFile answered.
   ~FileObject() { services.fileSystem->DestroyFile(file_); }
   FileObject(const FileObject&) = delete;
@@ -31,7 +34,8 @@ struct TextBuffer {
   char text[format::kTextBytes + 1];
 };
 
-// Reads once from the open file. Returns the number of bytes, at most kTextBytes.
+// Reads once from the open file. Returns the number of bytes, at most kTextBytes; a host that
+// claims more has given nothing that can be relied on, and 0 is returned.
 std::uint32_t ReadText(os::filesystem::File& file, TextBuffer* buffer);
 
 }  // namespace ox::core::cache

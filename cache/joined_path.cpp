@@ -7,7 +7,8 @@ namespace ox::core::cache {
 
 JoinedPath::JoinedPath(const OxString& first, const char* second) : text_(nullptr), length_(0) {
   const char* head = first.UTF8();
-  if (head[0] == '\0' && !first.IsEmpty()) return;
+  // Without memory for its UTF-8 form the text only seems to be empty.
+  if (head[0] == '\0' && !first.IsEmpty() && first.Text()[0] != 0) return;
   IOxKernel* kernel = Kernel();
   const std::size_t headLength = kernel->StrLen(head);
   const std::size_t tailLength = kernel->StrLen(second);

@@ -10,7 +10,7 @@ namespace ox::core::cache {
 
 class JoinedPath {
  public:
-  // The UTF-8 form of `first`, then `second`.
+  // The UTF-8 form of `first` up to its first zero unit, then `second`.
   JoinedPath(const OxString& first, const char* second);
   ~JoinedPath();
   JoinedPath(const JoinedPath&) = delete;

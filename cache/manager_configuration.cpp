@@ -27,7 +27,7 @@ void RaiseTo(std::uint32_t floor, Relaxed<std::uint32_t>& limit) {
 }  // namespace
 
 bool FileCacheManagerImpl::Configure() {
-  // 0 is none, not unlimited: products ship with the cache switched off by leaving the key out.
+  // 0 means none, not unlimited: products switch the cache off by leaving the key out.
   maxEntries = 0;
   maxEntrySize = kDefaultMaxEntrySize;
   maxSize = kDefaultMaxSize;
@@ -41,7 +41,7 @@ bool FileCacheManagerImpl::Configure() {
 }
 
 bool FileCacheManagerImpl::ReadConfigurationFile(const char* path) {
-  os::filesystem::File* file = services.fileSystem->CreateFile();
+  os::filesystem::File* file = MakeFile();
   if (file == nullptr) return false;
   file->SetPath(path);
   const bool isOpened = file->Exists() != 0 && file->Open(os::filesystem::File::kOpenRead) != 0;
@@ -87,13 +87,15 @@ void FileCacheManagerImpl::ReadString(const char* text, const char* key, OxStrin
   ++p;
   while (*p == ' ' || *p == '\t')
     ++p;
-  // Nothing before a bare LF keeps the directory, while nothing before CR LF or the end of the text
-  // empties it: files written on either kind of system have been read this way all along.
+  // An empty value before a bare LF keeps the directory; before CR LF or the end of the text it
+  // empties the directory. Files from both kinds of systems have always been read this way.
   if (*p == '\n') return;
   const char* end = p;
   while (!IsLineEnd(*end))
     ++end;
-  value.AssignUTF8(p, static_cast<std::size_t>(end - p));
+  // The value alone is decoded: a sequence that its end cuts short reads zeros, not the next line.
+  const auto count = static_cast<std::size_t>(end - p);
+  value.AssignUTF8(p, count, count);
 }
 
 }  // namespace ox::core::cache

@@ -26,6 +26,7 @@ FileCacheManagerImpl::FileCacheManagerImpl(bool& started)
   if (services.fileSystem == nullptr || services.entryMutex == nullptr) return;
 
   const AllocationWatch watch;
+  services.isFileRefused = false;
   OxString directory;
   const bool isKnown = services.fileSystem->GetDefaultDirectory(directory) != 0;
   cacheDirectory = directory;
@@ -39,9 +40,9 @@ FileCacheManagerImpl::FileCacheManagerImpl(bool& started)
 
   Configure();
   cacheDirectory.UTF8();
-  if (watch.Tripped()) return;
+  if (watch.Tripped() || services.isFileRefused) return;
   InitializeCacheEntries();
-  started = !watch.Tripped();
+  started = !watch.Tripped() && !services.isFileRefused;
 }
 
 FileCacheManagerImpl::~FileCacheManagerImpl() {

@@ -1,6 +1,5 @@
 // Admission, lookup and removal.
 #include "cache/file_cache_manager_impl.h"
-#include "cache/joined_path.h"
 #include "module/scoped_lock.h"
 #include <oxfilecache/allocation.h>
 
@@ -23,13 +22,12 @@ CacheValueImpl* FileCacheManagerImpl::CreateCacheValuePrivate(const OxString& ur
 CacheValue* FileCacheManagerImpl::CreateCacheValue(const OxString& url, const unsigned long& size,
                                                    const OxString& newMetaData) {
   const ScopedLock lock(mutex);
-  // Old units behind an emptied text must not become metadata, as an assignment would have it.
+  // The assignment in the entry would take the old units behind an emptied text for metadata.
   const OxString none;
   CacheValueImpl* value =
       CreateCacheValuePrivate(url, size, newMetaData.IsEmpty() ? none : newMetaData);
   if (value == nullptr) return nullptr;
-  // Not yet pending while it is admitted: it counts with its content file as it is on disk now, not
-  // with the declared size.
+  // The entry is not pending yet, so its content counts as it is on disk now, not as declared.
   if (!AddPrivate(value)) {
     DeleteObject(value);
     return nullptr;
@@ -49,7 +47,7 @@ bool FileCacheManagerImpl::AddPrivate(CacheValue* value) {
   if (size > maxEntrySize) return false;
   auto* node = nodes_.Take();
   if (node == nullptr) return false;
-  // What the first evicts stays evicted even when the second refuses.
+  // What FixMaxEntries evicts stays evicted even when FixCacheSize refuses.
   if (!FixMaxEntries(true) || !FixCacheSize(size)) {
     nodes_.Give(node);
     return false;
@@ -73,10 +71,7 @@ bool FileCacheManagerImpl::Add(CacheValue* value) {
 CacheValue* FileCacheManagerImpl::Get(const OxString& url) {
   const ScopedLock lock(mutex);
   const AllocationWatch watch;
-  LocalName name;
-  RenderLocalName(url, &name);
-  // The UTF-8 form of what GetLocalFileFromURL gives.
-  const JoinedPath path(cacheDirectory, name.text);
+  const JoinedPath path = GetLocalPathFromURL(url);
   if (watch.Tripped()) return nullptr;
 
   EntryNode* node = FindByPath(path.Text(), PathTag(path.Text(), path.Length()));
@@ -93,8 +88,8 @@ bool FileCacheManagerImpl::Remove(CacheValue* value) {
   if (value == nullptr || !RemoveNodeOf(value)) return false;
   auto* entry = static_cast<CacheValueImpl*>(value);
   entry->RemoveLocal();
-  // Asked only now, with the files gone: a committed entry gives back little more than its
-  // metadata. Hosts have their limits set for a total that behaves this way.
+  // Asked only now, when the files are gone: a committed entry then gives back little more than its
+  // metadata. Hosts have set their limits for a total that behaves this way.
   currentSize -= entry->EntrySize();
   DeleteObject(entry);
   return true;

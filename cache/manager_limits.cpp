@@ -1,7 +1,7 @@
 // The limits: reading and setting them, and evicting what breaks them.
 //
-// Eviction walks from the tail, the least recently used, and never touches pending entries. It goes
-// through the virtual Remove, which frees the node it stands on.
+// Eviction walks from the tail, the least recently used, and never touches pending entries. The
+// virtual Remove frees the node, so the next one is looked up before.
 #include "cache/file_cache_manager_impl.h"
 #include "module/scoped_lock.h"
 
@@ -44,7 +44,8 @@ bool FileCacheManagerImpl::FixCacheSize(unsigned long extra) {
     CacheValueImpl* value = node->value;
     node = node->newer;
     if (value->IsPending()) continue;
-    // Asked while the files are there: what Remove takes off the total is asked again without them.
+    // Asked while the files are there. Remove asks again, without them, for what it subtracts from
+    // the total.
     const std::uint32_t size = value->EntrySize();
     if (Remove(value)) excess -= size;
   }

@@ -1,7 +1,8 @@
-// The list of entries. There is no index: a search looks at every node until it finds the one that
-// is meant, and the file path is the key, compared by the kernel byte for byte. The tag only spares
-// the search the entries that cannot be meant. No path is listed twice, so the order of the search,
-// which is that of the nodes in memory, changes no result.
+// The list of entries. There is no index: a search looks at one node after the other. The file path
+// is the key, compared by the kernel byte for byte; the tag only tells which entries need no
+// comparison. The search takes the nodes as they lie in memory and not in the order of the list.
+// That changes no result: a path that is found in the list is never listed again, so only one node
+// can match.
 #include "cache/file_cache_manager_impl.h"
 
 namespace ox::core::cache {

@@ -15,17 +15,19 @@ void FileCacheManagerImpl::RenderLocalName(const OxString& url, LocalName* name)
   MD5Final(digest, &context);
 
   // Always a separator, also after a directory that is empty or ends in one: scanned paths are
-  // compared with this text as it stands.
+  // compared with this text byte for byte.
   char* out = name->text;
   *out++ = '/';
   for (const unsigned char byte : digest) {
-    // Low nibble first, the reverse of the usual notation: every name on disk is written so.
+    // Low nibble first, the reverse of the usual notation: all names on disk are written so.
     *out++ = format::kContentNameCharacters[byte & 0x0F];
     *out++ = format::kContentNameCharacters[byte >> 4];
   }
   *out = '\0';
 }
 
+// The two forms of a path. Each is the directory's text up to its first zero unit, then the name.
+// Entries keep the first form and are looked up by the second.
 void FileCacheManagerImpl::GetLocalFileFromURL(const OxString& url, OxString& localFile) {
   LocalName name;
   RenderLocalName(url, &name);
@@ -33,6 +35,12 @@ void FileCacheManagerImpl::GetLocalFileFromURL(const OxString& url, OxString& lo
   localFile.Reserve(cacheDirectory.Length() + LocalName::kLength);
   if (!cacheDirectory.IsEmpty()) localFile.Append(cacheDirectory);
   localFile.Append(name.text);
+}
+
+JoinedPath FileCacheManagerImpl::GetLocalPathFromURL(const OxString& url) const {
+  LocalName name;
+  RenderLocalName(url, &name);
+  return JoinedPath(cacheDirectory, name.text);
 }
 
 }  // namespace ox::core::cache

@@ -33,7 +33,7 @@ void FileCacheManagerImpl::ScanCacheFile(File& metaFile) {
   metaFile.GetPath(path);
   if (!ContentPathFromMetaPath(path)) return;
   const char* contentPath = path.UTF8();
-  // A path with a piece missing would name another file, or none, and get this one deleted.
+  // A path with a piece missing would name another file, or none, and this one would be deleted.
   if (watch.Tripped()) return;
 
   const FileObject content;
@@ -45,7 +45,7 @@ void FileCacheManagerImpl::ScanCacheFile(File& metaFile) {
   }
   const auto contentSize = static_cast<std::uint32_t>(content->GetSize());
   const auto metaSize = static_cast<std::uint32_t>(metaFile.GetSize());
-  // 32 bits wide on every build, so that a sum that wraps is judged alike everywhere.
+  // 32 bits wide on every build: a sum that wraps is judged alike everywhere.
   const std::uint32_t pairSize = contentSize + metaSize;
   if (contentSize == 0 || !IsWithinConfigurationLimits(pairSize)) {
     content->Delete(0);
@@ -63,24 +63,25 @@ bool FileCacheManagerImpl::ContentPathFromMetaPath(OxString& path) {
   if (suffix == nullptr || suffix[format::kMetaDataSuffixLength] != '\0') return false;
 
   TextBuffer buffer;
-  // Counted in UTF-16 units: beyond ASCII the cut falls before the suffix, the shortened name is
-  // looked for, and pairs with such names are cleaned up as orphans.
+  // The cut is counted in UTF-16 units. Beyond ASCII it falls in front of the suffix, a shortened
+  // name is looked for, and the metadata file is in general deleted as an orphan.
   const std::size_t length = kernel->StrLen(metaPath);
   if (length >= format::kTextBytes) return false;
   std::size_t cut = path.Length() - format::kMetaDataSuffixLength;
-  // Only a host's text with a 0 inside is longer than its bytes.
+  // Only a host's text with a zero unit inside has more units than StrLen finds bytes.
   if (cut > length) cut = length;
   kernel->StrCpy(buffer.text, metaPath);
   buffer.text[cut] = '\0';
   for (std::size_t i = cut; i > 0; --i) {
     if (buffer.text[i - 1] == '\\') buffer.text[i - 1] = '/';
   }
-  path.AssignUTF8(buffer.text, kernel->StrLen(buffer.text));
+  // A sequence that the cut splits takes the rest of the path as it stands in the buffer.
+  path.AssignUTF8(buffer.text, cut, length);
   return true;
 }
 
-// Enters the pair as a committed entry with neither URL nor metadata; the Get that finds it gives
-// it both. A refused entry is dropped and its files stay.
+// Enters the pair as a committed entry without URL and metadata; the first Get that finds it sets
+// both. A refused entry is dropped and its files stay.
 void FileCacheManagerImpl::AdmitScanned(const OxString& contentPath, unsigned long contentSize) {
   const AllocationWatch watch;
   const OxString none;

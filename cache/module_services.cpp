@@ -2,6 +2,6 @@
 
 namespace ox::core::cache {
 
-ModuleServices services = {nullptr, nullptr};
+ModuleServices services = {nullptr, nullptr, false};
 
 }  // namespace ox::core::cache

@@ -3,6 +3,7 @@
 #ifndef OX_CACHE_MODULE_SERVICES_H_
 #define OX_CACHE_MODULE_SERVICES_H_
 
+#include "cache/relaxed.h"
 #include <oxfilecache/file_system.h>
 #include <oxfilecache/mutex.h>
 
@@ -12,6 +13,8 @@ struct ModuleServices {
   IFileSystem* fileSystem;
   // One mutex for the disk work of all entries. Taken after the manager's mutex, never before.
   IOxMutex* entryMutex;
+  // Set when the host has no file object to give. The manager's start clears it and looks.
+  Relaxed<bool> isFileRefused;
 };
 
 extern ModuleServices services;

@@ -10,7 +10,7 @@ namespace ox::core::cache {
 template <typename T>
 class Relaxed {
  public:
-  Relaxed(T value) : value_(value) {}
+  constexpr Relaxed(T value) : value_(value) {}
   operator T() const { return value_.load(std::memory_order_relaxed); }
   Relaxed& operator=(T value) {
     value_.store(value, std::memory_order_relaxed);

@@ -14,7 +14,8 @@ endif()
 function(ox_compile target)
   target_compile_features(${target} PUBLIC cxx_std_17)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF POSITION_INDEPENDENT_CODE ON)
-  target_include_directories(${target}
+  # Before the folders of a project that has this one as a part: it may have a "host" of its own.
+  target_include_directories(${target} BEFORE
     PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include> PRIVATE ${PROJECT_SOURCE_DIR})
   # On 32-bit systems too: otherwise a large inode number or directory offset makes a file look missing,
   # and a missing configuration empties the cache. Public, since headers hold times.
@@ -31,7 +32,9 @@ function(ox_compile_fast target)
 endfunction()
 
 # What ends up in the module: no exceptions, no RTTI, no guards around statics, and no call into the
-# C library that the compiler makes up out of a loop or a declaration.
+# C library that the compiler makes up out of a loop or a declaration. A device's loader has no C
+# library to offer, so the hardening that calls it (stack protector, FORTIFY) is off here, even where
+# a package's flags turn it on for everything else.
 function(ox_system_code target)
   ox_compile(${target})
   target_compile_options(${target} PRIVATE

@@ -1,4 +1,4 @@
-// Whole histories, with faults, compared with the model.
+// Whole histories, compared with the model.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstdint>
@@ -9,12 +9,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   FuzzedDataProvider input(data, size);
   ox::testing::ModelHistory history(
       [&](unsigned below) { return input.ConsumeIntegralInRange<unsigned>(0, below - 1); });
-  while (input.remaining_bytes() > 0) {
-    if (input.ConsumeIntegralInRange(0, 15) == 0) {
-      history.StepWithFault();
-    } else {
-      history.Step();
-    }
-  }
+  while (input.remaining_bytes() > 0)
+    history.Step();
   return 0;
 }

@@ -44,8 +44,10 @@ void CheckReader(CacheRig& rig, const std::string& bytes) {
   EXPECT_TRUE(rig.Start());
   auto* value = rig.Get("abc");
   ASSERT_NE(nullptr, value);
-  const std::string read = bytes.substr(0, std::min<std::size_t>(1024, bytes.find('\0')));
-  EXPECT_EQ(OxString(read.c_str()).UTF8(), Utf8(value->GetMetaData()));
+  const std::string read = bytes.substr(0, 1024);
+  OxString text;
+  text.AssignUTF8(read.data(), std::min(read.size(), read.find('\0')), read.size());
+  EXPECT_EQ(Utf8(text), Utf8(value->GetMetaData()));
 }
 
 }  // namespace

@@ -17,21 +17,12 @@ using ox::testing::CacheRig;
 const std::string kSuffix = ".ox_meta";
 
 std::string PickName(FuzzedDataProvider& input) {
+  const std::string pieces[] = {
+      kSuffix, "09100589C32DF40B6D69F3D7821EF727", "a", "\\", "\xE2\x82\xAC", ""};
   std::string name;
   while (input.ConsumeBool()) {
-    switch (input.ConsumeIntegralInRange(0, 3)) {
-      case 0:
-        name += kSuffix;
-        break;
-      case 1:
-        name += "09100589C32DF40B6D69F3D7821EF727";
-        break;
-      case 2:
-        name += input.ConsumeBool() ? "a" : "\\";
-        break;
-      default:
-        name += input.ConsumeRandomLengthString(40);
-    }
+    const std::string& piece = input.PickValueInArray(pieces);
+    name += piece.empty() ? input.ConsumeRandomLengthString(40) : piece;
   }
   name.erase(std::remove(name.begin(), name.end(), '\0'), name.end());
   return name;
@@ -41,11 +32,14 @@ std::string PickName(FuzzedDataProvider& input) {
 std::string PartnerOf(const std::string& path) {
   const std::size_t at = path.find(kSuffix);
   if (at == std::string::npos || at + kSuffix.size() != path.size()) return {};
-  // Cut by the number of UTF-16 units.
-  const OxString text(path.c_str());
-  std::string partner = std::string(text.UTF8()).substr(0, text.Length() - kSuffix.size());
-  std::replace(partner.begin(), partner.end(), '\\', '/');
-  return OxString(partner.c_str()).UTF8();
+  // Cut by the number of UTF-16 units, with the rest standing behind it.
+  const std::size_t cut = OxString(path.c_str()).Length() - kSuffix.size();
+  std::string buffer = path;
+  std::replace(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(cut), '\\', '/');
+  buffer[cut] = '\0';
+  OxString partner;
+  partner.AssignUTF8(buffer.data(), cut, buffer.size());
+  return partner.UTF8();
 }
 
 }  // namespace

@@ -64,7 +64,11 @@ bool ListDirectory(const char* path, std::vector<DirectoryEntry>* entries) {
     if (found == nullptr) break;
     struct stat status;
     if (IsSelfOrParent(found->d_name)) continue;
-    if (fstatat(dirfd(directory.get()), found->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
+    if (fstatat(dirfd(directory.get()), found->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      // Vanished meanwhile. Whatever else it is, the file may be there.
+      if (errno == ENOENT) continue;
+      return false;
+    }
     const bool isRegular = S_ISREG(status.st_mode);
     listed.push_back({found->d_name, status.st_mtim, S_ISDIR(status.st_mode), isRegular,
                       isRegular ? static_cast<std::uint64_t>(status.st_size) : 0});

@@ -19,10 +19,11 @@ struct DirectoryEntry {
 
 // The entries of a directory without "." and "..", oldest modification first, ties by name; they
 // replace what `entries` held. Symbolic links are not followed. The type is asked of each file,
-// since some file systems do not keep it in the directory. An entry that is deleted meanwhile is
-// left out.
+// since some file systems do not keep it in the directory. A file that is deleted meanwhile is left
+// out.
 //
-// False with errno when the directory cannot be read; `entries` is unchanged then.
+// False with errno when the directory or one of its files cannot be looked at; `entries` is
+// unchanged then.
 bool ListDirectory(const char* path, std::vector<DirectoryEntry>* entries);
 
 // Makes the directory with mode 0700, and its missing parents with 0777 less the umask: only the

@@ -1,5 +1,5 @@
-// What the factory needs of the cache: making and unmaking the manager. Declared here and defined
-// beside the manager, so that the frame includes nothing of the cache.
+// What the factory needs of the cache: making and destroying the manager. Declared here and defined
+// beside the manager, so that module/ includes nothing of cache/.
 #ifndef OX_MODULE_MANAGER_LIFETIME_H_
 #define OX_MODULE_MANAGER_LIFETIME_H_
 

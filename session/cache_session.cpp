@@ -20,7 +20,11 @@ namespace ox::session {
 using internal::MutexLock;
 
 CacheSession::CacheSession() = default;
-CacheSession::~CacheSession() = default;
+CacheSession::~CacheSession() {
+  // In a forked child the manager is the parent's: its locks may be held by threads that are not
+  // there, and it would delete files.
+  if (state_ != nullptr && !state_->directoryLock->IsHeld()) static_cast<void>(state_.release());
+}
 
 std::unique_ptr<CacheSession> CacheSession::Open(const SessionOptions& options, Error* error) {
   std::unique_ptr<CacheSession> opened;
@@ -69,7 +73,8 @@ const CacheLimits& CacheSession::Limits() const {
 SessionStatistics CacheSession::Statistics() const {
   const MutexLock lock(state_->mutex);
   internal::RunningCache& cache = state_->cache;
-  return {cache.Account().Entries(), cache.Account().Bytes(), cache.Restarts(), cache.Trimmed()};
+  return {cache.Account().Entries(), cache.Account().Bytes(), cache.Restarts(), cache.Trimmed(),
+          cache.Leftovers()};
 }
 
 }  // namespace ox::session

@@ -9,11 +9,11 @@
 namespace ox::internal {
 
 CommitFiles::CommitFiles(const std::string& cacheDirectory, const std::string& id,
-                         const std::string& contentPath, bool isLogged)
+                         const std::string& contentPath)
     : directory(cacheDirectory),
       stagedContent(cacheDirectory + "/" + StagedContentName(id)),
       stagedMetaData(cacheDirectory + "/" + StagedMetaDataName(id)),
-      commit(isLogged ? CommitFileName(contentPath, id) : stagedMetaData),
+      commit(CommitFileName(contentPath, id)),
       content(contentPath),
       metaData(contentPath + format::kMetaDataSuffix) {}
 
@@ -26,9 +26,11 @@ Error CommitFiles::CheckTargets() const {
   return {};
 }
 
-bool CommitFiles::PutInPlace(bool isContentStaged, bool synchronise) const {
+bool CommitFiles::Finish(bool isContentStaged, Synchronise synchronise) const {
   if (isContentStaged && !RenameFile(stagedContent, content)) return false;
-  if (synchronise && !SyncDirectory(directory)) return false;
+  if (synchronise != Synchronise::kNever && !SyncDirectory(directory)) {
+    if (synchronise == Synchronise::kAlways || !IsLastingRefusal(errno)) return false;
+  }
   return RenameFile(commit, metaData);
 }
 

@@ -1,27 +1,79 @@
 #include "session/configuration_snapshot.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstring>
 
-#include "host/held_directories.h"
-#include "host/posix_file.h"
+#include <oxfilecache/descriptor.h>
 #include <oxfilecache/format.h>
 
 namespace ox::internal {
 namespace {
 
-// More than the module ever looks at.
-constexpr std::size_t kSnapshotBytes = 4 * format::kTextBytes;
+// What the system says of a name under which there is no file of ours: nothing, a symbolic link, a
+// socket, a device that is not there.
+bool MeansNoFile(int error) {
+  return error == ENOENT || error == ELOOP || error == ENOTDIR || error == ENXIO || error == ENODEV;
+}
+
+UniqueFd OpenForReading(const std::string& path) {
+  // O_NONBLOCK, so that a FIFO planted under the name cannot hang the device.
+  constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+  int fd = -1;
+  do {
+    fd = open(path.c_str(), kFlags);
+  } while (fd < 0 && errno == EINTR);
+  return UniqueFd(fd);
+}
+
+// Until the text is full or the file ends. False with errno.
+bool ReadText(int fd, std::string* text) {
+  std::size_t done = 0;
+  while (done < text->size()) {
+    const ssize_t part = read(fd, text->data() + done, text->size() - done);
+    if (part < 0 && errno == EINTR) continue;
+    if (part < 0) return false;
+    if (part == 0) break;
+    done += static_cast<std::size_t>(part);
+  }
+  text->resize(done);
+  return true;
+}
 
 }  // namespace
 
-ConfigurationSnapshot::ConfigurationSnapshot(const std::string& directory)
-    : path_(directory + "/" + format::kConfigurationFileName), text_(kSnapshotBytes, '\0') {
-  HeldDirectories directories;
-  PosixFile file(directories);
-  exists_ = file.SetPath(path_.c_str()) != 0 && file.Exists() != 0 &&
-            file.Open(os::filesystem::File::kOpenRead) != 0;
-  const std::uint64_t bytes = exists_ ? file.Read(kSnapshotBytes, text_.data()) : 0;
-  text_.resize(static_cast<std::size_t>(bytes));
+Error ConfigurationSnapshot::Read(const std::string& directory, ConfigurationSnapshot* snapshot) {
+  *snapshot = ConfigurationSnapshot();
+  snapshot->path_ = directory + "/" + format::kConfigurationFileName;
+  const UniqueFd file = OpenForReading(snapshot->path_);
+  if (!file.IsOpen() && MeansNoFile(errno)) return {};
+  struct stat status;
+  if (!file.IsOpen() || fstat(file.Get(), &status) != 0) {
+    return SystemError("cannot read the configuration", snapshot->path_);
+  }
+  if (!S_ISREG(status.st_mode)) return {};
+  snapshot->text_.assign(format::kTextBytes, '\0');
+  if (!ReadText(file.Get(), &snapshot->text_)) {
+    return SystemError("cannot read the configuration", snapshot->path_);
+  }
+  snapshot->exists_ = true;
+  return {};
+}
+
+void ConfigurationSnapshot::Write(const std::string& directory, const session::CacheLimits& limits,
+                                  ConfigurationSnapshot* snapshot) {
+  snapshot->path_ = directory + "/" + format::kConfigurationFileName;
+  snapshot->exists_ = true;
+  snapshot->text_ = "MAX_CACHE_SIZE=" + std::to_string(limits.maxSize) +
+                    "\nMAX_CACHE_ENTRIES=" + std::to_string(limits.maxEntries) +
+                    "\nMAX_CACHE_ENTRY_SIZE=" + std::to_string(limits.maxEntrySize) + "\n";
+  // Without the line the module takes the directory of the configuration.
+  if (limits.cacheDirectory != directory) {
+    snapshot->text_ += "CACHE_DIRECTORY=" + limits.cacheDirectory + "\n";
+  }
 }
 
 bool ConfigurationReader::Open(int mode) {

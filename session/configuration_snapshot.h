@@ -1,5 +1,6 @@
-// "file-cache.conf" as it was when it was read. A session gives its module this text at every start
-// of the manager: were the file changed meanwhile, a restart would delete what no longer fits.
+// "file-cache.conf" as the module gets it from a session: once as it stands on disk, to be asked
+// for the limits, and from then on as a text that states these limits. Were the file itself read at
+// every start of the manager, a restart after a change would delete what no longer fits.
 #ifndef OX_SESSION_CONFIGURATION_SNAPSHOT_H_
 #define OX_SESSION_CONFIGURATION_SNAPSHOT_H_
 
@@ -7,17 +8,24 @@
 #include <cstdint>
 #include <string>
 
+#include <oxfilecache/error.h>
 #include <oxfilecache/file_system.h>
+#include <oxfilecache/session.h>
 
 namespace ox::internal {
 
 class ConfigurationSnapshot {
  public:
-  // Reads the file in `directory`. A file that is missing, a symbolic link, or not a regular file
-  // counts as none.
-  explicit ConfigurationSnapshot(const std::string& directory);
+  // What is in `directory`. A file that is missing, a symbolic link, or not a regular file counts
+  // as none; one that cannot be read whole, as far as the module looks, is an error.
+  static Error Read(const std::string& directory, ConfigurationSnapshot* snapshot);
+  // A text for the file in `directory` from which the module reads these limits. A cache directory
+  // other than that may have at most kLongestDirectory bytes.
+  static constexpr std::size_t kLongestDirectory = 900;
+  static void Write(const std::string& directory, const session::CacheLimits& limits,
+                    ConfigurationSnapshot* snapshot);
 
-  // Of the file itself, directory included.
+  // Of the file, directory included.
   const std::string& Path() const { return path_; }
   bool Exists() const { return exists_; }
   const std::string& Text() const { return text_; }

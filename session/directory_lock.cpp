@@ -1,53 +1,173 @@
 #include "session/directory_lock.h"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <mutex>
 
 #include "session/durable_io.h"
 #include "session/session_names.h"
+#include <oxfilecache/descriptor.h>
 
 namespace ox::internal {
 namespace {
 
-std::string HolderOf(int fd) {
-  char text[32];
-  const ssize_t count = pread(fd, text, sizeof text, 0);
-  const std::string holder(text, count > 0 ? static_cast<std::size_t>(count) : 0);
-  return holder.substr(0, holder.find_first_not_of("0123456789"));
+std::mutex locksMutex;
+DirectoryLock* firstLock = nullptr;
+
+int OpenRetrying(const std::string& path, int flags) {
+  int fd = -1;
+  do {
+    fd = open(path.c_str(), flags | O_CLOEXEC, 0600);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
 }
 
-Error InUse(int fd, const std::string& path) {
-  const std::string holder = HolderOf(fd);
+// Regular and under one name alone: what is written through another name of a file would reach that
+// file.
+bool IsLockFile(int fd) {
+  struct stat status;
+  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
+}
+
+constexpr int kLockFileFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK;
+
+// The number in the lock file; empty where it names no living process.
+std::string HolderOf(const std::string& lockFile) {
+  const UniqueFd file(OpenRetrying(lockFile, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+  char text[32];
+  const ssize_t count = file.IsOpen() ? pread(file.Get(), text, sizeof text, 0) : 0;
+  std::string holder(text, count > 0 ? static_cast<std::size_t>(count) : 0);
+  holder = holder.substr(0, holder.find_first_not_of("0123456789"));
+  const pid_t process = std::atoi(holder.c_str());
+  const bool isAlive = process > 0 && (kill(process, 0) == 0 || errno == EPERM);
+  return isAlive ? holder : std::string();
+}
+
+Error InUse(const std::string& lockFile) {
+  const std::string holder = HolderOf(lockFile);
   Error error =
       MakeError(ErrorKind::kInUse, holder.empty() ? "another process has the cache"
                                                   : "process " + holder + " has the cache");
-  error.path = path;
+  error.path = lockFile;
   return error;
+}
+
+// What file systems say that cannot lock a directory.
+bool CannotLock(int error) {
+  return error == EBADF || error == EINVAL || error == ENOLCK || error == EOPNOTSUPP ||
+         error == ENOSYS;
+}
+
+std::time_t CoarseSeconds() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return now.tv_sec;
 }
 
 }  // namespace
 
-Error LockDirectory(const std::string& directory, UniqueFd* lock) {
-  const std::string path = directory + "/" + kLockFileName;
-  int fd = -1;
-  do {
-    fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
-  } while (fd < 0 && errno == EINTR);
-  UniqueFd file(fd);
-  if (!file.IsOpen()) return SystemError("cannot open the lock file", path);
-  if (flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
-    return errno == EWOULDBLOCK ? InUse(file.Get(), path)
-                                : SystemError("cannot lock the cache", path);
+Error DirectoryLock::Take(const std::string& directory) {
+  static const int isRegistered =
+      pthread_atfork(&BeforeFork, &AfterForkInParent, &AfterForkInChild);
+  static_cast<void>(isRegistered);
+  directory_ = directory;
+  // Who may only read could still lock it.
+  if (faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
+    return SystemError("cannot write in the cache directory", directory);
   }
-  const std::string holder = std::to_string(getpid()) + "\n";
-  if (ftruncate(file.Get(), 0) != 0 || !WriteAll(file.Get(), holder.data(), holder.size())) {
-    return SystemError("cannot write the lock file", path);
+  const std::string lockFile = directory + "/" + kLockFileName;
+  bool isLocked = Lock(directory, O_RDONLY | O_DIRECTORY);
+  if (!isLocked && CannotLock(errno)) isLocked = Lock(lockFile, kLockFileFlags);
+  if (!isLocked) {
+    return errno == EWOULDBLOCK ? InUse(lockFile) : SystemError("cannot lock the cache", directory);
   }
-  *lock = std::move(file);
+  WriteHolder(lockFile);
   return {};
+}
+
+bool DirectoryLock::Lock(const std::string& path, int flags) {
+  UniqueFd file(OpenRetrying(path, flags));
+  struct stat status;
+  if (!file.IsOpen() || flock(file.Get(), LOCK_EX | LOCK_NB) != 0 ||
+      fstat(file.Get(), &status) != 0) {
+    return false;
+  }
+  lockedPath_ = path;
+  device_ = status.st_dev;
+  inode_ = status.st_ino;
+  const std::lock_guard<std::mutex> guard(locksMutex);
+  fd_ = file.Release();
+  next_ = firstLock;
+  firstLock = this;
+  return true;
+}
+
+// Best effort: the number is for people, and the directory is locked without it.
+void DirectoryLock::WriteHolder(const std::string& lockFile) const {
+  const UniqueFd file(OpenRetrying(lockFile, kLockFileFlags));
+  if (!file.IsOpen() || !IsLockFile(file.Get())) return;
+  const std::string holder = std::to_string(getpid()) + "\n";
+  if (ftruncate(file.Get(), 0) == 0) {
+    static_cast<void>(WriteAll(file.Get(), holder.data(), holder.size()));
+  }
+}
+
+DirectoryLock::~DirectoryLock() {
+  const std::lock_guard<std::mutex> guard(locksMutex);
+  if (fd_ < 0) return;
+  for (DirectoryLock** lock = &firstLock; *lock != nullptr; lock = &(*lock)->next_) {
+    if (*lock != this) continue;
+    *lock = next_;
+    break;
+  }
+  close(fd_);
+}
+
+bool DirectoryLock::LeadsToLocked() const {
+  struct stat status;
+  return stat(lockedPath_.c_str(), &status) == 0 && status.st_dev == device_ &&
+         status.st_ino == inode_;
+}
+
+Error DirectoryLock::Check(bool isNow) {
+  if (!IsHeld()) {
+    return MakeError(ErrorKind::kInUse, "the session belongs to the process that opened it");
+  }
+  const std::time_t now = CoarseSeconds();
+  if (!isNow && now == checkedAt_) return {};
+  if (!LeadsToLocked()) {
+    Error error = MakeError(ErrorKind::kInputOutput,
+                            "the cache directory was deleted, moved or replaced; close the session "
+                            "and open it again");
+    error.path = directory_;
+    return error;
+  }
+  checkedAt_ = now;
+  return {};
+}
+
+void DirectoryLock::BeforeFork() {
+  locksMutex.lock();
+}
+
+void DirectoryLock::AfterForkInParent() {
+  locksMutex.unlock();
+}
+
+void DirectoryLock::AfterForkInChild() {
+  for (DirectoryLock* lock = firstLock; lock != nullptr; lock = lock->next_) {
+    close(lock->fd_);
+    lock->fd_ = -1;
+  }
+  firstLock = nullptr;
+  locksMutex.unlock();
 }
 
 }  // namespace ox::internal

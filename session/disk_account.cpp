@@ -42,6 +42,11 @@ void DiskAccount::NoteAbandoned(std::uint64_t metaDataLength) {
   total_.Subtract(metaDataLength, true);
 }
 
+// The manager's total stays as it is: when the entry goes, it takes off what it read last.
+void DiskAccount::NoteReplaced(std::uint64_t oldBytes) {
+  bytes_ -= std::min(bytes_, oldBytes);
+}
+
 // Where the deletion fails, also because the file is missing, the manager leaves the metadata file
 // behind and takes an unknown number of bytes off its total.
 void DiskAccount::NoteContentDeletion(bool isDeleted, std::uint64_t bytes, int error) {

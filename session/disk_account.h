@@ -48,6 +48,8 @@ class DiskAccount {
   // The manager has listed a new entry, or given up one that it had listed.
   void NoteCreated(std::uint64_t metaDataLength);
   void NoteAbandoned(std::uint64_t metaDataLength);
+  // New files have taken the place of an entry's old ones, which had that many bytes.
+  void NoteReplaced(std::uint64_t oldBytes);
 
   // The manager has tried to delete a file of an entry; `error` is errno where that failed. It
   // deletes the content of every entry that leaves its list, and the metadata only after that.
@@ -57,7 +59,6 @@ class DiskAccount {
   // Whether the manager's total stays within 0 and `limit` when it loses `subtracted` bytes, which
   // it may not have counted, and counts `added` more.
   bool StaysWithin(std::uint64_t subtracted, std::uint64_t added, std::uint64_t limit) const;
-  bool IsTotalKnown() const { return !isStale_ && total_.Lowest() >= 0; }
 
   // The directory is no longer what the manager takes it for: the manager must be restarted before
   // its next use, and deletes nothing until then.

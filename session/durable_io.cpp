@@ -87,6 +87,11 @@ bool SyncDirectory(const std::string& path) {
   return directory.IsOpen() && Synchronize(directory.Get());
 }
 
+bool IsLastingRefusal(int error) {
+  return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == EPERM ||
+         error == EACCES || error == EBADF || error == ENOTTY;
+}
+
 bool RenameFile(const std::string& from, const std::string& to) {
   AnnounceFileOperation();
   return rename(from.c_str(), to.c_str()) == 0;

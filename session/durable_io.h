@@ -28,6 +28,8 @@ bool SetFileTime(int fd, std::int64_t time);
 
 bool SyncFile(int fd);
 bool SyncDirectory(const std::string& path);
+// The errno of a refusal that lasts: the file system cannot do this at all, or not for this user.
+bool IsLastingRefusal(int error);
 
 bool RenameFile(const std::string& from, const std::string& to);
 

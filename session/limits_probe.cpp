@@ -101,7 +101,9 @@ Error ReadLimits(const std::string& directory, const std::string& modulePath, Ca
     Error error;
     const auto hold = internal::ModuleHold::Take(modulePath, &error);
     if (hold == nullptr) return error;
-    const internal::ConfigurationSnapshot configuration(directory);
+    internal::ConfigurationSnapshot configuration;
+    error = internal::ConfigurationSnapshot::Read(directory, &configuration);
+    if (error) return error;
     return internal::ProbeLimits(*hold, directory, configuration, limits);
   });
 }

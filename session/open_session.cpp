@@ -1,5 +1,9 @@
 #include "session/open_session.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
 #include <utility>
 
 #include "host/directory.h"
@@ -23,6 +27,9 @@ namespace {
 // content file and the suffix of its metadata file.
 constexpr std::size_t kLongestCacheDirectory =
     format::kTextBytes - 1 - (1 + format::kContentNameLength + format::kMetaDataSuffixLength);
+// One that CACHE_DIRECTORY names must fit into the configuration beside the limits.
+constexpr std::size_t kLongestMovedDirectory =
+    std::min(kLongestCacheDirectory, ConfigurationSnapshot::kLongestDirectory);
 
 Error ConfigurationError(std::string detail, const std::string& path) {
   Error error = MakeError(ErrorKind::kConfiguration, std::move(detail));
@@ -31,7 +38,7 @@ Error ConfigurationError(std::string detail, const std::string& path) {
 }
 
 // What the scan makes of a path decides whether it finds the entries again or deletes them.
-Error CheckCacheDirectoryName(const std::string& directory) {
+Error CheckCacheDirectoryName(const std::string& directory, bool isMoved) {
   if (directory.empty()) {
     return ConfigurationError("the configuration names no usable cache directory", directory);
   }
@@ -42,10 +49,11 @@ Error CheckCacheDirectoryName(const std::string& directory) {
         "ASCII, a backslash or \".ox_meta\"",
         directory);
   }
-  if (directory.size() > kLongestCacheDirectory) {
-    return ConfigurationError("the cache directory's name is longer than " +
-                                  std::to_string(kLongestCacheDirectory) + " bytes",
-                              directory);
+  const std::size_t longest = isMoved ? kLongestMovedDirectory : kLongestCacheDirectory;
+  if (directory.size() > longest) {
+    return ConfigurationError(
+        "the cache directory's name is longer than " + std::to_string(longest) + " bytes",
+        directory);
   }
   return {};
 }
@@ -61,12 +69,12 @@ void SyncParents(const std::string& directory) {
 }
 
 Error MakeAndLockCacheDirectory(const std::string& directory, Durability durability,
-                                UniqueFd* lock) {
+                                DirectoryLock* lock) {
   if (!MakeDirectories(directory)) {
     return SystemError("cannot make the cache directory", directory);
   }
   if (durability == Durability::kPower) SyncParents(directory);
-  return LockDirectory(directory, lock);
+  return lock->Take(directory);
 }
 
 // Interrupted commits are finished first, since their entries count.
@@ -80,29 +88,46 @@ Error RefuseToDeleteAll(const SessionOptions& options, const CacheLimits& limits
                             options.directory + "/" + format::kConfigurationFileName);
 }
 
-Error MakeDirectory(const std::string& directory) {
-  if (directory.empty() || !IsStrictUtf8(directory)) {
+// The working directory may change while the session is open.
+Error MakeAbsolute(std::string* path) {
+  if (path->empty() || path->front() == '/') return {};
+  char working[PATH_MAX];
+  if (getcwd(working, sizeof working) == nullptr) {
+    return SystemError("cannot tell the working directory", *path);
+  }
+  *path = std::string(working) + "/" + *path;
+  return {};
+}
+
+Error MakeDirectory(std::string* directory) {
+  if (directory->empty() || !IsStrictUtf8(*directory)) {
     return MakeError(ErrorKind::kInvalidArgument, "the directory's name is empty or not UTF-8");
   }
-  if (MakeDirectories(directory)) return {};
-  return SystemError("cannot make the directory", directory);
+  if (Error error = MakeAbsolute(directory)) return error;
+  if (MakeDirectories(*directory)) return {};
+  return SystemError("cannot make the directory", *directory);
 }
 
 }  // namespace
 
-Error OpenSessionState(const SessionOptions& options, std::unique_ptr<SessionState>* state) {
+Error OpenSessionState(SessionOptions options, std::unique_ptr<SessionState>* state) {
   Error error;
-  if ((error = MakeDirectory(options.directory))) return error;
+  if ((error = MakeDirectory(&options.directory))) return error;
   auto module = ModuleHold::Take(options.modulePath, &error);
   if (error) return error;
-  ConfigurationSnapshot configuration(options.directory);
+  ConfigurationSnapshot configuration;
+  if ((error = ConfigurationSnapshot::Read(options.directory, &configuration))) return error;
   CacheLimits limits;
   if ((error = ProbeLimits(*module, options.directory, configuration, &limits))) return error;
-  if ((error = CheckCacheDirectoryName(limits.cacheDirectory))) return error;
-  UniqueFd lock;
-  error = MakeAndLockCacheDirectory(limits.cacheDirectory, options.durability, &lock);
+  if ((error = MakeAbsolute(&limits.cacheDirectory))) return error;
+  if ((error = CheckCacheDirectoryName(limits.cacheDirectory,
+                                       limits.cacheDirectory != options.directory)))
+    return error;
+  auto lock = std::make_unique<DirectoryLock>();
+  error = MakeAndLockCacheDirectory(limits.cacheDirectory, options.durability, lock.get());
   if (error) return error;
   if ((error = RefuseToDeleteAll(options, limits))) return error;
+  ConfigurationSnapshot::Write(options.directory, limits, &configuration);
 
   auto opened = std::make_unique<SessionState>(
       options, std::move(limits), std::move(lock),

@@ -14,7 +14,7 @@ using session::Durability;
 
 namespace {
 
-// Sizes of the files of an entry, 0 for those that are missing.
+// Bytes of the files of an entry, 0 for those that are missing.
 struct EntrySizes {
   std::uint64_t content = 0;
   std::uint64_t metaData = 0;
@@ -26,14 +26,15 @@ EntrySizes SizesOf(CacheValue* value) {
   return {FileSize(path), FileSize(path + format::kMetaDataSuffix)};
 }
 
-Error MakeRoom(SessionState& state, const Publication& publication, CacheValue** old)
-    OX_REQUIRES(state.mutex) {
-  const EntrySizes sizes = SizesOf(*old);
-  if (Error error = state.room.MakeRoomToPublish(publication.share, sizes.content + sizes.metaData,
-                                                 *old != nullptr)) {
+// Room for the new entry, in the cache and in the manager's total. A restart on the way may have
+// taken the old entry away, or lists it anew.
+Error MakeRoom(SessionState& state, const Publication& publication, const EntrySizes& oldSizes,
+               CacheValue** old) OX_REQUIRES(state.mutex) {
+  const std::uint64_t oldBytes = oldSizes.content + oldSizes.metaData;
+  if (Error error = state.room.MakeRoomToPublish(publication.share, oldBytes, *old != nullptr)) {
     return error;
   }
-  if (state.cache.Account().StaysWithin(sizes.metaData, publication.metadata.Length(),
+  if (state.cache.Account().StaysWithin(oldSizes.metaData, publication.metadata.Length(),
                                         state.limits.maxSize)) {
     return {};
   }
@@ -42,66 +43,149 @@ Error MakeRoom(SessionState& state, const Publication& publication, CacheValue**
   return {};
 }
 
-// After this the new entry is decided, unless it fails.
+void Decide(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex) {
+  publication.outcome.isDecided = true;
+  state.room.TurnIntoEntry(publication.share);
+}
+
+// The files are in place, but the manager does not know. A restart puts in place what is not yet.
+Error RestartAndFind(SessionState& state, const Publication& publication, Error error)
+    OX_REQUIRES(state.mutex) {
+  state.cache.Account().MarkStale();
+  if (Error restartError = state.cache.Restart()) return restartError;
+  return state.cache.Find(publication.url) != nullptr ? Error{} : error;
+}
+
+// Undoes the renamings of a new entry, the metadata's first: content alone is no entry. What cannot
+// be undone a restart deletes.
+void TakeNewBack(SessionState& state, const CommitFiles& files) OX_REQUIRES(state.mutex) {
+  const bool isMetaDataBack =
+      RenameFile(files.metaData, files.stagedMetaData) || errno == ENOENT || errno == EISDIR;
+  if (!isMetaDataBack || !RenameFile(files.content, files.stagedContent)) {
+    state.cache.Account().MarkStale();
+  }
+}
+
+// True when the directory is on the medium as it is now.
+bool SynchroniseDirectory(SessionState& state, const std::string& directory)
+    OX_REQUIRES(state.mutex) {
+  if (!SyncDirectory(directory)) return false;
+  state.cache.Deletions().Clear();
+  return true;
+}
+
+Error PutNewInPlace(SessionState& state, const CommitFiles& files) OX_REQUIRES(state.mutex) {
+  const bool isSynchronised = state.options.durability == Durability::kPower;
+  if (isSynchronised && state.cache.Deletions().MayContain(files.content) &&
+      !SynchroniseDirectory(state, files.directory)) {
+    return SystemError("cannot synchronise", files.directory);
+  }
+  if (!RenameFile(files.stagedContent, files.content)) {
+    return SystemError("cannot put the content in place", files.content);
+  }
+  Error error;
+  if (!RenameFile(files.stagedMetaData, files.metaData)) {
+    error = SystemError("cannot put the metadata in place", files.metaData);
+  } else if (isSynchronised && !SynchroniseDirectory(state, files.directory)) {
+    error = SystemError("cannot synchronise", files.directory);
+  }
+  if (error) TakeNewBack(state, files);
+  return error;
+}
+
+Error PublishNew(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex) {
+  PendingEntry pending = state.cache.Create(publication.url, publication.metadata);
+  if (!pending) {
+    state.cache.Account().MarkStale();
+    return MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot create the entry");
+  }
+  const CommitFiles files(state.limits.cacheDirectory, publication.share.id, ContentPath(*pending));
+  if (Error error = PutNewInPlace(state, files)) return error;
+  Decide(state, publication);
+  if (pending.Commit()) return {};
+  // Left to the manager, which is restarted.
+  pending.Release();
+  return RestartAndFind(
+      state, publication,
+      MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot commit the entry"));
+}
+
+// Deletes the commit file. Where that fails the commit may be finished by a restart.
+void TakeCommitFileBack(SessionState& state, const CommitFiles& files,
+                        const Publication& publication) OX_REQUIRES(state.mutex) {
+  publication.outcome.mayBeDecided = true;
+  if (!DeleteFile(files.commit)) state.cache.Account().MarkStale();
+}
+
 Error MakeCommitFile(SessionState& state, const CommitFiles& files, const Publication& publication)
     OX_REQUIRES(state.mutex) {
   if (Error error = files.CheckTargets()) return error;
-  const Durability durability = state.options.durability;
-  if (durability != Durability::kNone && !RenameFile(files.stagedMetaData, files.commit)) {
+  const bool isSynchronised = state.options.durability == Durability::kPower;
+  // A commit file on the medium whose content's name is not would be taken for one whose content is
+  // in place already.
+  if (isSynchronised && !SyncDirectory(files.directory)) {
+    return SystemError("cannot synchronise", files.directory);
+  }
+  if (!RenameFile(files.stagedMetaData, files.commit)) {
     return SystemError("cannot make the commit file", files.commit);
   }
-  if (durability == Durability::kPower && !SyncDirectory(files.directory)) {
-    const int syncError = errno;
-    // A commit file that stays would be carried out later, so it is carried out now.
-    if (DeleteFile(files.commit)) {
-      publication.outcome.mayBeDecided = true;
-      errno = syncError;
-      return SystemError("cannot synchronise", files.directory);
-    }
-  }
-  publication.outcome.isDecided = true;
-  state.room.TurnIntoEntry(publication.share);
-  return {};
+  if (!isSynchronised || SyncDirectory(files.directory)) return {};
+  Error error = SystemError("cannot synchronise", files.directory);
+  TakeCommitFileBack(state, files, publication);
+  return error;
 }
 
-Error PutInPlace(SessionState& state, const CommitFiles& files, PendingEntry pending)
+Error ReplaceLogged(SessionState& state, const CommitFiles& files, const Publication& publication)
     OX_REQUIRES(state.mutex) {
-  const bool isInPlace = files.PutInPlace(true, state.options.durability == Durability::kPower);
-  const int placeError = errno;
-  if (isInPlace && pending && pending.Commit()) return {};
-  // The restart puts in place what is not yet, and its scan admits the pair.
-  pending.Release();
-  if (Error error = state.cache.Restart()) return error;
-  if (isInPlace || state.options.durability != Durability::kNone) return {};
-  errno = placeError;
-  return SystemError("cannot put the entry in place", files.content);
+  if (Error error = MakeCommitFile(state, files, publication)) return error;
+  if (!RenameFile(files.stagedContent, files.content)) {
+    Error error = SystemError("cannot put the content in place", files.content);
+    TakeCommitFileBack(state, files, publication);
+    return error;
+  }
+  Decide(state, publication);
+  const bool isPower = state.options.durability == Durability::kPower;
+  if (files.Finish(false, isPower ? Synchronise::kAlways : Synchronise::kNever)) return {};
+  return SystemError("cannot put the metadata in place", files.metaData);
+}
+
+// Without its metadata the old entry is gone first, so that nothing is ever mixed.
+Error ReplaceUnlogged(SessionState& state, const CommitFiles& files, const Publication& publication)
+    OX_REQUIRES(state.mutex) {
+  if (Error error = files.CheckTargets()) return error;
+  if (!DeleteFile(files.metaData)) return SystemError("cannot delete", files.metaData);
+  const bool isInPlace = RenameFile(files.stagedContent, files.content);
+  if (isInPlace) Decide(state, publication);
+  if (isInPlace && RenameFile(files.stagedMetaData, files.metaData)) return {};
+  Error error = SystemError("cannot put the entry in place", files.content);
+  state.cache.Account().MarkStale();
+  return error;
+}
+
+Error Replace(SessionState& state, const Publication& publication, CacheValue& old,
+              const EntrySizes& oldSizes) OX_REQUIRES(state.mutex) {
+  const CommitFiles files(state.limits.cacheDirectory, publication.share.id, ContentPath(old));
+  const bool isLogged = state.options.durability != Durability::kNone;
+  Error error = isLogged ? ReplaceLogged(state, files, publication)
+                         : ReplaceUnlogged(state, files, publication);
+  if (!publication.outcome.isDecided) return error;
+  if (error) return isLogged ? RestartAndFind(state, publication, std::move(error)) : error;
+  state.cache.Account().NoteReplaced(oldSizes.content + oldSizes.metaData);
+  // Finding it makes the manager read the new metadata, and makes it the one used last.
+  if (state.cache.Find(publication.url) != nullptr) return {};
+  return RestartAndFind(
+      state, publication,
+      MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot find the entry"));
 }
 
 }  // namespace
 
 Error Publish(SessionState& state, const Publication& publication) {
-  RunningCache& cache = state.cache;
-  CacheValue* old = cache.Find(publication.url);
-  if (Error error = MakeRoom(state, publication, &old)) return error;
-
-  PendingEntry pending;
-  if (old == nullptr) pending = cache.Create(publication.url, publication.metadata);
-  if (old == nullptr && !pending) {
-    cache.Account().MarkStale();
-    return MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot create the entry");
-  }
-  const CommitFiles files(state.limits.cacheDirectory, publication.share.id,
-                          ContentPath(old != nullptr ? *old : *pending),
-                          state.options.durability != Durability::kNone);
-  if (Error error = MakeCommitFile(state, files, publication)) return error;
-
-  if (old != nullptr) {
-    cache.Remove(old);
-    if (cache.Account().IsTotalKnown()) {
-      pending = cache.Create(publication.url, publication.metadata);
-    }
-  }
-  return PutInPlace(state, files, std::move(pending));
+  CacheValue* old = state.cache.Find(publication.url);
+  const EntrySizes oldSizes = SizesOf(old);
+  if (Error error = MakeRoom(state, publication, oldSizes, &old)) return error;
+  if (old == nullptr) return PublishNew(state, publication);
+  return Replace(state, publication, *old, oldSizes);
 }
 
 }  // namespace ox::internal

@@ -1,4 +1,15 @@
 // Turning staged files into an entry.
+//
+// A new entry: the manager lists it as pending, the staged content is renamed to the content file,
+// the staged metadata to the metadata file, and the manager commits it. The manager's own write of
+// the metadata is dropped: the file is there.
+//
+// A replacement: the files are put in the place of the old ones under the entry that the manager
+// has listed, and the manager reads the metadata again. Unless the durability is `none`, the staged
+// metadata is renamed to the commit file before, so that a crash leaves either the old files or
+// something to finish.
+//
+// Where the manager does not follow, it is restarted, and its scan admits the pair.
 #ifndef OX_SESSION_PUBLISH_H_
 #define OX_SESSION_PUBLISH_H_
 
@@ -9,8 +20,8 @@ namespace ox::internal {
 
 // How far publishing has come, also when memory ran out on the way.
 struct PublishOutcome {
-  // The new entry is in place, or the next restart puts it there. The writer's bytes are the
-  // entry's.
+  // The content is in place and stays there: the new entry serves, or the next restart sees to it.
+  // The writer's bytes are the entry's.
   bool isDecided = false;
   // The commit file was made and taken back, and the medium may have kept the first and not the
   // second: the staged content must be there when a start finds the commit file.
@@ -24,18 +35,9 @@ struct Publication {
   PublishOutcome& outcome;
 };
 
-// The manager must be current and the metadata staged. Unless the outcome is decided, the cache
-// is as before after an error. In the order of the steps:
-//
-//   1. Room is made. What is there of that URL is the last thing to be evicted.
-//   2. The staged metadata is renamed to the commit file: from here on the new entry is decided,
-//   and
-//      a session that finds the commit file finishes the rest.
-//   3. The manager removes the old entry and creates the new one.
-//   4. The staged content is renamed to the content file, the commit file to the metadata file.
-//   5. The manager commits the entry. Its own write of the metadata is dropped: the file is there.
-//
-// Where the manager refuses in 3 or 5 it is restarted, and its scan admits the pair.
+// The manager must be current, the content and the metadata staged and, for durability `power`,
+// synchronised. Success means that the new entry is in place. After an error that leaves the
+// outcome undecided the old entry serves (see Durability::kNone for the exception).
 Error Publish(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex);
 
 }  // namespace ox::internal

@@ -1,11 +1,13 @@
 #include "session/recovery.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <vector>
 
 #include "session/commit_files.h"
 #include "session/durable_io.h"
 #include "session/session_names.h"
+#include "session/use_clock.h"
 
 namespace ox::internal {
 namespace {
@@ -14,13 +16,31 @@ Error Delete(const std::string& path) {
   return DeleteFile(path) ? Error{} : SystemError("cannot delete", path);
 }
 
+// What this user may not delete, for example in a directory with the sticky bit, stays.
+Error DeleteLeftover(const std::string& path, std::uint64_t* deleted) {
+  if (DeleteFile(path)) {
+    ++*deleted;
+    return {};
+  }
+  return IsLastingRefusal(errno) ? Error{} : SystemError("cannot delete", path);
+}
+
+bool IsOfBlockedCommit(const Survey& survey, const std::string& id) {
+  return std::any_of(survey.blockedCommits.begin(), survey.blockedCommits.end(),
+                     [&](const std::string& name) {
+                       std::string entryName;
+                       std::string blockedId;
+                       return ParseCommitFileName(name, &entryName, &blockedId) && blockedId == id;
+                     });
+}
+
 Error FinishCommit(const std::string& directory, const std::string& entryName,
                    const std::string& id) {
-  const CommitFiles files(directory, id, directory + "/" + entryName, true);
+  const CommitFiles files(directory, id, directory + "/" + entryName);
   const bool isContentStaged = FileExists(files.stagedContent);
   // Both versions of the content are gone: there is nothing to finish.
   if (!isContentStaged && !FileExists(files.content)) return Delete(files.commit);
-  if (files.PutInPlace(isContentStaged, true)) return {};
+  if (files.Finish(isContentStaged, Synchronise::kWherePossible)) return {};
   return SystemError("cannot finish a commit", files.content);
 }
 
@@ -51,25 +71,41 @@ Error FinishCommits(const std::string& directory, Survey* survey) {
 }
 
 Error DeleteLeftovers(const std::string& directory, const Survey& survey,
-                      const std::function<bool(const std::string& id)>& isBeingWritten) {
+                      const std::function<bool(const std::string& id)>& isBeingWritten,
+                      std::uint64_t* deleted) {
   for (const auto* names : {&survey.contentWithoutMetaData, &survey.metaDataWithoutContent}) {
     for (const std::string& name : *names) {
-      if (Error error = Delete(directory + "/" + name)) return error;
+      if (Error error = DeleteLeftover(directory + "/" + name, deleted)) return error;
     }
   }
   bool isSynchronised = false;
   for (const std::string& name : survey.staging) {
     const std::string id = StagingId(name);
-    if (id.empty() || isBeingWritten(id)) continue;
+    if (id.empty() || isBeingWritten(id) || IsOfBlockedCommit(survey, id)) continue;
     // The medium may still hold a commit file that was taken back; without its content it would
-    // pass for one that was carried out.
-    if (!isSynchronised && !SyncDirectory(directory)) {
+    // pass for one whose content is in place.
+    if (!isSynchronised && !SyncDirectory(directory) && !IsLastingRefusal(errno)) {
       return SystemError("cannot synchronise", directory);
     }
     isSynchronised = true;
-    if (Error error = Delete(directory + "/" + name)) return error;
+    if (Error error = DeleteLeftover(directory + "/" + name, deleted)) return error;
   }
   return {};
+}
+
+void ResetImpossibleTimes(const std::string& directory, Survey* survey) {
+  const std::int64_t latest = UseClock::LatestPossible();
+  std::vector<SurveyedEntry>& entries = survey->entries;
+  const auto isPossible = [latest](const SurveyedEntry& entry) {
+    return ToNanoseconds(entry.used) <= latest;
+  };
+  const auto firstImpossible = std::find_if_not(entries.begin(), entries.end(), isPossible);
+  for (auto entry = firstImpossible; entry != entries.end(); ++entry) {
+    entry->used = timespec{};
+    // Best effort: this session knows the order either way.
+    SetFileTime(directory + "/" + entry->name + format::kMetaDataSuffix, 0);
+  }
+  std::rotate(entries.begin(), firstImpossible, entries.end());
 }
 
 Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits, Survey* survey,

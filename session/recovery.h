@@ -15,9 +15,15 @@ namespace ox::internal {
 Error FinishCommits(const std::string& directory, Survey* survey);
 
 // Deletes the files that belong to no entry: content without metadata, metadata without content,
-// and staged files, except those of writers that are still at work. Foreign files stay.
+// and staged files, except those of writers that are still at work and of commits that are blocked.
+// Foreign files stay, and so does what this user may not delete. The number of files deleted is
+// added to `deleted`.
 Error DeleteLeftovers(const std::string& directory, const Survey& survey,
-                      const std::function<bool(const std::string& id)>& isBeingWritten);
+                      const std::function<bool(const std::string& id)>& isBeingWritten,
+                      std::uint64_t* deleted);
+
+// Entries whose time of use is impossible become the least recently used ones, on disk too.
+void ResetImpossibleTimes(const std::string& directory, Survey* survey);
 
 // Deletes the entries that a scan would not admit, choosing so that the most recently used stay,
 // and takes them out of the survey. Their number goes to `deleted`.

@@ -10,15 +10,22 @@ namespace ox::internal {
 using core::cache::CacheValue;
 
 RunningCache::RunningCache(Foundation foundation, const session::CacheLimits& limits,
-                           const WriterList& writers)
+                           const WriterList& writers, DirectoryLock& lock)
     : limits_(limits),
       writers_(writers),
-      fileSystem_(std::move(foundation.directory), std::move(foundation.configuration), account_),
+      lock_(lock),
+      fileSystem_(std::move(foundation.directory), std::move(foundation.configuration), account_,
+                  lock),
       module_(std::move(foundation.module)) {
   module_->UseFileSystem(fileSystem_);
 }
 
 Error RunningCache::EnsureCurrent() {
+  if (Error error = lock_.Check(false)) {
+    // What happens there meanwhile is not seen.
+    account_.MarkStale();
+    return error;
+  }
   return manager_.has_value() && !account_.IsStale() ? Error{} : Restart();
 }
 
@@ -26,12 +33,16 @@ Error RunningCache::Restart() {
   // From here on the module deletes nothing: a manager that is given back would delete the files of
   // an entry that is in place and only not committed.
   account_.MarkStale();
+  if (Error error = lock_.Check(true)) return error;
   manager_.reset();
+  Deletions().NoteAny();
   Survey survey;
   if (Error error = PutDirectoryInOrder(&survey)) return error;
   if (!survey.entries.empty()) clock_.StayAbove(ToNanoseconds(survey.entries.back().used));
   account_.Reset(survey, writers_.GrantedBytes(), clock_.Next());
+  fileSystem_.ShowEntries(&survey.entries);
   manager_.emplace(module_->Module());
+  fileSystem_.ShowEntries(nullptr);
   if (!*manager_ || account_.IsStale()) {
     account_.MarkStale();
     manager_.reset();
@@ -47,7 +58,8 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   const std::string& directory = limits_.cacheDirectory;
   if (Error error = FinishCommits(directory, survey)) return error;
   const auto isBeingWritten = [this](const std::string& id) { return writers_.Contains(id); };
-  if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten)) return error;
+  if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten, &leftovers_)) return error;
+  ResetImpossibleTimes(directory, survey);
   std::uint64_t deleted = 0;
   Error error = TrimToLimits(directory, limits_, survey, &deleted);
   trimmed_ += deleted;

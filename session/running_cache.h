@@ -13,6 +13,7 @@
 #include <string>
 
 #include "session/configuration_snapshot.h"
+#include "session/directory_lock.h"
 #include "session/disk_account.h"
 #include "session/module_hold.h"
 #include "session/pending_entry.h"
@@ -33,13 +34,14 @@ class RunningCache {
     std::unique_ptr<ModuleHold> module;
   };
 
-  // `limits` and `writers` must outlive this. No manager runs until the first restart.
-  RunningCache(Foundation foundation, const session::CacheLimits& limits,
-               const WriterList& writers);
+  // The references must outlive this. No manager runs until the first restart.
+  RunningCache(Foundation foundation, const session::CacheLimits& limits, const WriterList& writers,
+               DirectoryLock& lock);
   RunningCache(const RunningCache&) = delete;
   RunningCache& operator=(const RunningCache&) = delete;
 
-  // Every operation's first step: restarts the manager when it does not know what is there.
+  // Every operation's first step: restarts the manager when it does not know what is there. An
+  // error when the directory was replaced meanwhile: nothing of it may be touched then.
   Error EnsureCurrent();
   // Finishes interrupted commits, deletes what belongs to no entry and what exceeds the limits, and
   // starts the manager anew. Entries that the old manager lent are gone.
@@ -58,6 +60,7 @@ class RunningCache {
 
   DiskAccount& Account() { return account_; }
   UseClock& Clock() { return clock_; }
+  RecentDeletions& Deletions() { return fileSystem_.Deletions(); }
   // How reading the metadata of the entry found last went.
   std::optional<MetaDataRead> TakeMetaDataRead() { return fileSystem_.TakeMetaDataRead(); }
 
@@ -65,6 +68,8 @@ class RunningCache {
   std::uint64_t Restarts() const { return starts_ - 1; }
   // Entries evicted, and entries that a restart deleted.
   std::uint64_t Trimmed() const { return trimmed_; }
+  // Files that belonged to no entry and were deleted.
+  std::uint64_t Leftovers() const { return leftovers_; }
 
  private:
   friend class PendingEntry;
@@ -75,12 +80,14 @@ class RunningCache {
 
   const session::CacheLimits& limits_;
   const WriterList& writers_;
+  DirectoryLock& lock_;
   DiskAccount account_;
   UseClock clock_;
   SessionFileSystem fileSystem_;
   std::unique_ptr<ModuleHold> module_;
   std::uint64_t starts_ = 0;
   std::uint64_t trimmed_ = 0;
+  std::uint64_t leftovers_ = 0;
   // Last, so that it is given back before anything that the manager uses.
   std::optional<host::ManagerReference> manager_;
 };

@@ -1,6 +1,8 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <new>
+#include <string>
 
 #include "session/durable_io.h"
 #include "session/session_file_system.h"
@@ -9,24 +11,6 @@
 #include <oxfilecache/string.h>
 
 namespace ox::internal {
-namespace {
-
-// The files that an enumeration shows must be the session's too, since the module deletes them.
-struct Enumeration {
-  SessionFileSystem& fileSystem;
-  os::filesystem::File::EnumerateCallback callback;
-  void* context;
-};
-
-bool ShowAsSessionFile(os::filesystem::File& entry, bool isDirectory, void* context) {
-  const auto& enumeration = *static_cast<const Enumeration*>(context);
-  SessionFile file(enumeration.fileSystem);
-  file.StandFor(static_cast<PosixFile&>(entry));
-  return enumeration.callback(file, isDirectory, enumeration.context);
-}
-
-}  // namespace
-
 bool SessionFile::IsConfiguration() const {
   return fileSystem_.configuration_.Path() == file_.Path();
 }
@@ -38,12 +22,12 @@ bool SessionFile::IsMetaData() const {
 int SessionFile::SetPath(const char* utf8Path) {
   configuration_.Close();
   discardsWrites_ = false;
+  shownBytes_.reset();
   return file_.SetPath(utf8Path);
 }
 
-void SessionFile::StandFor(PosixFile& entry) {
-  SetPath(entry.Path());
-  file_.RememberSize(entry.GetSize());
+bool SessionFile::IsShownContent() const {
+  return !fileSystem_.shownContent_.empty() && fileSystem_.shownContent_ == file_.Path();
 }
 
 int SessionFile::Open(int mode) {
@@ -67,8 +51,9 @@ void SessionFile::Close() {
 
 int SessionFile::Delete(int flags) {
   DiskAccount& account = fileSystem_.account_;
-  // After a failure the module may have missed its configuration, and would delete everything.
-  if (account.IsStale()) return 0;
+  // While the account is stale the module may have missed its configuration, and would delete
+  // everything. A forked child has no lock.
+  if (account.IsStale() || !fileSystem_.lock_.IsHeld()) return 0;
   AnnounceFileOperation();
   struct stat status {};
   lstat(file_.Path(), &status);
@@ -78,6 +63,7 @@ int SessionFile::Delete(int flags) {
   if (IsMetaData()) {
     account.NoteMetaDataDeletion(isDeleted, bytes, ToNanoseconds(status.st_mtim), error);
   } else {
+    fileSystem_.deletions_.Note(file_.Path());
     account.NoteContentDeletion(isDeleted, bytes, error);
   }
   return isDeleted;
@@ -85,6 +71,7 @@ int SessionFile::Delete(int flags) {
 
 int SessionFile::Exists() {
   if (IsConfiguration()) return fileSystem_.configuration_.Exists();
+  if (IsShownContent()) return 1;
   const int exists = file_.Exists();
   if (exists == 0) NoteFailedRead(errno);
   return exists;
@@ -99,7 +86,8 @@ void SessionFile::GetPath(OxString& out) {
 }
 
 std::uint64_t SessionFile::GetSize() {
-  return file_.GetSize();
+  if (shownBytes_) return *shownBytes_;
+  return IsShownContent() ? fileSystem_.shownContentBytes_ : file_.GetSize();
 }
 
 std::uint64_t SessionFile::Read(std::uint64_t count, void* destination) {
@@ -123,11 +111,29 @@ std::uint64_t SessionFile::Write(std::uint64_t count, const void* /*source*/) {
   return discardsWrites_ ? count : 0;
 }
 
-int SessionFile::EnumerateDirectory(EnumerateCallback callback, void* context, int flags) {
-  Enumeration enumeration{fileSystem_, callback, context};
-  const int isRead = file_.EnumerateDirectory(&ShowAsSessionFile, &enumeration, flags);
-  if (isRead == 0) fileSystem_.account_.MarkStale();
-  return isRead;
+// Shows the metadata files of entries alone: what else lies in the directory is none of the
+// manager's business, and the survey has just looked at the sizes.
+int SessionFile::EnumerateDirectory(EnumerateCallback callback, void* context, int /*flags*/) {
+  if (fileSystem_.shownEntries_ == nullptr) return 0;
+  try {
+    const std::string prefix = std::string(file_.Path()) + "/";
+    SessionFile file(fileSystem_);
+    std::string path;
+    for (const SurveyedEntry& entry : *fileSystem_.shownEntries_) {
+      fileSystem_.shownContent_.assign(prefix).append(entry.name);
+      fileSystem_.shownContentBytes_ = entry.contentBytes;
+      path.assign(fileSystem_.shownContent_).append(format::kMetaDataSuffix);
+      if (file.SetPath(path.c_str()) == 0) continue;
+      file.shownBytes_ = entry.metaDataBytes;
+      if (!callback(file, false, context)) break;
+    }
+    fileSystem_.shownContent_.clear();
+    return 1;
+  } catch (const std::bad_alloc&) {
+    fileSystem_.shownContent_.clear();
+    fileSystem_.account_.MarkStale();
+    return 0;
+  }
 }
 
 }  // namespace ox::internal

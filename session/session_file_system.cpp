@@ -8,10 +8,11 @@
 namespace ox::internal {
 
 SessionFileSystem::SessionFileSystem(std::string directory, ConfigurationSnapshot configuration,
-                                     DiskAccount& account)
+                                     DiskAccount& account, const DirectoryLock& lock)
     : directory_(std::move(directory)),
       configuration_(std::move(configuration)),
-      account_(account) {}
+      account_(account),
+      lock_(lock) {}
 
 SessionFileSystem::~SessionFileSystem() = default;
 

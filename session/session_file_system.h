@@ -1,6 +1,6 @@
 // The file system that a session's manager works through. It passes everything on to the disk and
-// tells the session what was deleted and read, with two exceptions: the configuration comes from a
-// snapshot, and writes are taken and dropped, since the session puts metadata files in place
+// tells the session what was deleted and read, with three exceptions: the configuration comes from
+// a snapshot, and writes are taken and dropped, since the session puts metadata files in place
 // itself, whole, by renaming.
 //
 // Threads: used under the session's mutex alone. Nothing is thrown: the module, which stands
@@ -13,11 +13,15 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "host/held_directories.h"
 #include "host/posix_file.h"
 #include "session/configuration_snapshot.h"
+#include "session/directory_lock.h"
 #include "session/disk_account.h"
+#include "session/recent_deletions.h"
+#include "session/survey.h"
 #include <oxfilecache/file_system.h>
 
 namespace ox::internal {
@@ -33,9 +37,10 @@ class SessionFile;
 
 class SessionFileSystem final : public IFileSystem {
  public:
-  // Deletions are counted in `account`, which must outlive the module's use of this.
+  // Deletions are counted in `account`; without the lock nothing is deleted. Both must outlive the
+  // module's use of this.
   SessionFileSystem(std::string directory, ConfigurationSnapshot configuration,
-                    DiskAccount& account);
+                    DiskAccount& account, const DirectoryLock& lock);
   ~SessionFileSystem();
   SessionFileSystem(const SessionFileSystem&) = delete;
   SessionFileSystem& operator=(const SessionFileSystem&) = delete;
@@ -44,6 +49,12 @@ class SessionFileSystem final : public IFileSystem {
   std::optional<MetaDataRead> TakeMetaDataRead() {
     return std::exchange(metaDataRead_, std::nullopt);
   }
+
+  RecentDeletions& Deletions() { return deletions_; }
+
+  // The entries that the manager finds when it starts, in the order of its list; null for none.
+  // They must outlive the start.
+  void ShowEntries(const std::vector<SurveyedEntry>* entries) { shownEntries_ = entries; }
 
   os::filesystem::File* CreateFile() override;
   void DestroyFile(os::filesystem::File* file) override;
@@ -58,7 +69,13 @@ class SessionFileSystem final : public IFileSystem {
   std::string directory_;
   ConfigurationSnapshot configuration_;
   DiskAccount& account_;
+  const DirectoryLock& lock_;
   std::optional<MetaDataRead> metaDataRead_;
+  RecentDeletions deletions_;
+  const std::vector<SurveyedEntry>* shownEntries_ = nullptr;
+  // Of the shown entry that the module is looking at.
+  std::string shownContent_;
+  std::uint64_t shownContentBytes_ = 0;
 };
 
 class SessionFile final : public os::filesystem::File {
@@ -70,9 +87,6 @@ class SessionFile final : public os::filesystem::File {
   ~SessionFile() = default;
   SessionFile(const SessionFile&) = delete;
   SessionFile& operator=(const SessionFile&) = delete;
-
-  // Bound to the same path as an enumerated entry, whose size is known already.
-  void StandFor(PosixFile& entry);
 
   int SetPath(const char* utf8Path) override;
   int Open(int mode) override;
@@ -88,12 +102,15 @@ class SessionFile final : public os::filesystem::File {
  private:
   bool IsConfiguration() const;
   bool IsMetaData() const;
+  // The content of the entry that is being shown, whose size is known.
+  bool IsShownContent() const;
   void NoteFailedRead(int error);
 
   SessionFileSystem& fileSystem_;
   ConfigurationReader configuration_;
   PosixFile file_;
-  bool discardsWrites_ = false;  // opened for writing
+  bool discardsWrites_ = false;              // opened for writing
+  std::optional<std::uint64_t> shownBytes_;  // of a metadata file that is being shown
 };
 
 }  // namespace ox::internal

@@ -1,15 +1,25 @@
 #include "session/session_names.h"
 
 #include <sys/random.h>
+#include <unistd.h>
 
 #include <cinttypes>
 #include <cstdio>
+#include <ctime>
+#include <string_view>
+
+#include "session/use_clock.h"
 
 namespace ox::internal {
 namespace {
 
 constexpr char kHexDigits[] = "0123456789abcdef";
 constexpr std::size_t kSessionDigits = 16;
+
+bool EndsWith(const std::string& text, std::string_view suffix) {
+  return text.size() >= suffix.size() &&
+         text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
+}
 
 // 16 hexadecimal digits, "-", decimal digits.
 bool IsId(const std::string& text) {
@@ -18,20 +28,23 @@ bool IsId(const std::string& text) {
          text.find_first_not_of("0123456789", kSessionDigits + 1) == std::string::npos;
 }
 
-std::uint64_t RandomNumber() {
+std::uint64_t Nanoseconds(clockid_t clock) {
+  timespec time{};
+  clock_gettime(clock, &time);
+  return static_cast<std::uint64_t>(ToNanoseconds(time));
+}
+
+// Where the kernel has no random number, or none yet, clocks and the process number stand in: the
+// number must be unlike any other, nobody needs to be kept from guessing it.
+std::uint64_t UniqueNumber() {
   std::uint64_t number = 0;
-  // As few bytes as these come whole or, before the kernel has any to give, after a wait.
-  while (getrandom(&number, sizeof number, 0) != sizeof number) {
-  }
-  return number;
+  if (getrandom(&number, sizeof number, GRND_NONBLOCK) == sizeof number) return number;
+  constexpr std::uint64_t kOddMultiplier = 0x9E3779B97F4A7C15;  // 2^64 divided by the golden ratio
+  number = Nanoseconds(CLOCK_REALTIME) * kOddMultiplier + Nanoseconds(CLOCK_BOOTTIME);
+  return number * kOddMultiplier + static_cast<std::uint64_t>(getpid());
 }
 
 }  // namespace
-
-bool EndsWith(const std::string& text, const std::string& suffix) {
-  return text.size() >= suffix.size() &&
-         text.compare(text.size() - suffix.size(), suffix.size(), suffix) == 0;
-}
 
 std::string StagingId(const std::string& name) {
   constexpr std::size_t kPrefix = 3;  // "ox-"
@@ -52,7 +65,18 @@ bool ParseCommitFileName(const std::string& name, std::string* entryName, std::s
   return name[format::kContentNameLength] == '.' && format::IsContentName(*entryName) && IsId(*id);
 }
 
-IdSource::IdSource() : session_(RandomNumber()) {}
+bool IsPermanentSessionName(const std::string& name) {
+  return name == kLockFileName || name == format::kConfigurationFileName;
+}
+
+bool IsSessionName(const std::string& name) {
+  std::string entryName;
+  std::string id;
+  return IsPermanentSessionName(name) || !StagingId(name).empty() ||
+         ParseCommitFileName(name, &entryName, &id);
+}
+
+IdSource::IdSource() : session_(UniqueNumber()) {}
 
 std::string IdSource::Next() {
   char text[40];

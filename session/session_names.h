@@ -21,8 +21,6 @@ namespace ox::internal {
 
 constexpr char kLockFileName[] = "ox-session.lock";
 
-bool EndsWith(const std::string& text, const std::string& suffix);
-
 inline std::string StagedContentName(const std::string& id) {
   return "ox-" + id + ".part";
 }
@@ -38,6 +36,11 @@ std::string StagingId(const std::string& name);
 
 // True, with both parts, when the name is one of a commit file.
 bool ParseCommitFileName(const std::string& name, std::string* entryName, std::string* id);
+
+// The lock file and the configuration, which stay.
+bool IsPermanentSessionName(const std::string& name);
+// Any of the names above.
+bool IsSessionName(const std::string& name);
 
 // Makes the IDs of one session. Not thread-safe.
 class IdSource {

@@ -8,27 +8,27 @@
 
 #include "host/held_directories.h"
 #include "host/mutex.h"
+#include "session/directory_lock.h"
 #include "session/room.h"
 #include "session/running_cache.h"
 #include "session/session_names.h"
 #include "session/writer_list.h"
-#include <oxfilecache/descriptor.h>
 #include <oxfilecache/session.h>
 
 namespace ox::internal {
 
 struct SessionState {
-  SessionState(const session::SessionOptions& sessionOptions, session::CacheLimits cacheLimits,
-               UniqueFd lock, RunningCache::Foundation foundation)
-      : options(sessionOptions),
+  SessionState(session::SessionOptions sessionOptions, session::CacheLimits cacheLimits,
+               std::unique_ptr<DirectoryLock> lock, RunningCache::Foundation foundation)
+      : options(std::move(sessionOptions)),
         limits(std::move(cacheLimits)),
         directoryLock(std::move(lock)),
-        cache(std::move(foundation), limits, writers),
+        cache(std::move(foundation), limits, writers, *directoryLock),
         room(cache, writers, limits) {}
 
   const session::SessionOptions options;
   const session::CacheLimits limits;
-  const UniqueFd directoryLock;
+  const std::unique_ptr<DirectoryLock> directoryLock;
 
   // Held during every call of the manager; let go while content is written and synchronised.
   Mutex mutex;

@@ -1,5 +1,6 @@
 // A writer's life: made by Store, filled by Write, turned into an entry by Commit, or dropped.
 #include <algorithm>
+#include <cerrno>
 
 #include "session/durable_io.h"
 #include "session/module_text.h"
@@ -40,6 +41,11 @@ using internal::Staging;
 
 namespace {
 
+// In a forked child the files are the parent's.
+bool IsOurs(const Staging& staging) {
+  return staging.state.directoryLock->IsHeld();
+}
+
 Error InvalidArgument(const char* detail) {
   return MakeError(ErrorKind::kInvalidArgument, detail);
 }
@@ -61,15 +67,15 @@ Error CheckCommit(const Staging& staging, const std::string& metadata) {
 
 Error StageMetaData(const Staging& staging, const std::string& metadata, std::int64_t time) {
   const UniqueFd file = internal::CreateNewFile(staging.metaDataPath);
-  if (!file.IsOpen() || !internal::WriteAll(file.Get(), metadata.data(), metadata.size()) ||
-      !internal::SetFileTime(file.Get(), time)) {
+  if (!file.IsOpen() || !internal::WriteAll(file.Get(), metadata.data(), metadata.size())) {
+    return SystemError("cannot write", staging.metaDataPath);
+  }
+  // Some cards belong to another user and refuse. The time that the file has then comes close.
+  if (!internal::SetFileTime(file.Get(), time) && !internal::IsLastingRefusal(errno)) {
     return SystemError("cannot write", staging.metaDataPath);
   }
   if (staging.state.options.durability != Durability::kPower) return {};
-  // The directory too: a commit file on the medium whose content's name is not would be taken for
-  // one that was carried out.
-  if (!internal::SyncFile(staging.file.Get()) || !internal::SyncFile(file.Get()) ||
-      !internal::SyncDirectory(staging.state.limits.cacheDirectory)) {
+  if (!internal::SyncFile(staging.file.Get()) || !internal::SyncFile(file.Get())) {
     return SystemError("cannot synchronise", staging.contentPath);
   }
   return {};
@@ -95,7 +101,7 @@ class StagedMetaData {
  public:
   StagedMetaData(Staging& staging, std::uint64_t bytes) : staging_(staging), bytes_(bytes) {}
   ~StagedMetaData() {
-    if (staging_.outcome.isDecided) return;
+    if (staging_.outcome.isDecided || !IsOurs(staging_)) return;
     internal::DeleteFile(staging_.metaDataPath);
     const MutexLock lock(staging_.state.mutex);
     staging_.state.room.TakeBack(staging_.share, bytes_);
@@ -138,7 +144,7 @@ Error WriteStaging(Staging& staging, const void* data, std::size_t bytes) {
 }
 
 void Drop(Staging& staging) {
-  if (staging.outcome.isDecided) return;
+  if (staging.outcome.isDecided || !IsOurs(staging)) return;
   SessionState& state = staging.state;
   const MutexLock lock(state.mutex);
   if (staging.outcome.mayBeDecided) {

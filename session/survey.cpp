@@ -1,38 +1,26 @@
 #include "session/survey.h"
 
-#include <sys/stat.h>
-
-#include <cstring>
+#include <algorithm>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 
 #include "host/directory.h"
 #include "session/session_names.h"
+#include <oxfilecache/format.h>
 
 namespace ox::internal {
 namespace {
 
 // The scan cuts a metadata file's name at the first ".ox_meta", which must be its end, counts
 // characters where it cuts bytes, and takes "\" for "/".
-bool ScanLooksAt(const std::string& name) {
+bool ScanLooksAt(std::string_view name) {
   return name.find(format::kMetaDataSuffix) == name.size() - format::kMetaDataSuffixLength;
 }
 
-bool ScanFindsContentOf(const std::string& name) {
-  for (const char c : name) {
-    if (static_cast<unsigned char>(c) >= 0x80 || c == '\\') return false;
-  }
-  return true;
-}
-
-bool IsOwn(const std::string& name) {
-  return name == kLockFileName || name == format::kConfigurationFileName;
-}
-
-bool IsStaging(const std::string& name) {
-  std::string entryName;
-  std::string id;
-  return !StagingId(name).empty() || ParseCommitFileName(name, &entryName, &id);
+bool ScanFindsContentOf(std::string_view name) {
+  return std::none_of(name.begin(), name.end(),
+                      [](char c) { return static_cast<unsigned char>(c) >= 0x80 || c == '\\'; });
 }
 
 class Surveyor {
@@ -43,73 +31,77 @@ class Surveyor {
     if (!ListDirectory(directory_.c_str(), &listed_)) {
       return SystemError("cannot read the directory", directory_);
     }
-    for (const DirectoryEntry& file : listed_)
-      NoteContent(file);
-    for (const DirectoryEntry& file : listed_)
-      PairMetaData(file);
-    for (const DirectoryEntry& file : listed_)
-      SortRest(file);
+    for (const DirectoryEntry& file : listed_) {
+      if (!IsMetaData(file)) others_.emplace(file.name, Other{&file, false});
+    }
+    for (const DirectoryEntry& file : listed_) {
+      if (IsMetaData(file)) PairMetaData(file);
+    }
+    for (const DirectoryEntry& file : listed_) {
+      if (!IsMetaData(file)) SortOther(file);
+    }
     return {};
   }
 
  private:
-  struct Content {
-    std::uint64_t bytes;
+  // Anything but a metadata file.
+  struct Other {
+    const DirectoryEntry* file;
     bool isPaired;
   };
 
-  bool IsMetaData(const DirectoryEntry& file) const {
+  static bool IsMetaData(const DirectoryEntry& file) {
     return !file.isDirectory && format::HasMetaDataSuffix(file.name) && ScanLooksAt(file.name);
-  }
-
-  // Bytes of a regular file; false for anything else.
-  bool Measure(const std::string& name, std::uint64_t* bytes) const {
-    struct stat status;
-    if (lstat((directory_ + "/" + name).c_str(), &status) != 0) return false;
-    *bytes = static_cast<std::uint64_t>(status.st_size);
-    return S_ISREG(status.st_mode);
-  }
-
-  void NoteContent(const DirectoryEntry& file) {
-    std::uint64_t bytes = 0;
-    if (file.isDirectory || IsMetaData(file) || !Measure(file.name, &bytes)) return;
-    contents_[file.name] = {bytes, false};
   }
 
   // In the order of the listing, which is the order of use.
   void PairMetaData(const DirectoryEntry& file) {
-    if (!IsMetaData(file)) return;
-    const std::string name = file.name.substr(0, file.name.size() - format::kMetaDataSuffixLength);
-    const auto content = contents_.find(name);
-    if (content == contents_.end() || !ScanFindsContentOf(name)) {
+    const std::string name(file.name, 0, file.name.size() - format::kMetaDataSuffixLength);
+    if (IsSessionName(name)) {
+      survey_->strangers.push_back(file.name);
+      return;
+    }
+    const auto content = others_.find(name);
+    if (content == others_.end() || !content->second.file->isRegular || !ScanFindsContentOf(name)) {
       survey_->metaDataWithoutContent.push_back(file.name);
       return;
     }
     content->second.isPaired = true;
-    std::uint64_t metaDataBytes = 0;
-    if (!Measure(file.name, &metaDataBytes)) metaDataBytes = 0;
-    survey_->entries.push_back({name, content->second.bytes, metaDataBytes, file.modified});
-    survey_->bytes += content->second.bytes + metaDataBytes;
+    survey_->entries.push_back({name, content->second.file->size, file.size, file.modified});
+    survey_->bytes += content->second.file->size + file.size;
   }
 
-  void SortRest(const DirectoryEntry& file) {
-    if (IsMetaData(file) || IsOwn(file.name)) return;
-    const auto content = contents_.find(file.name);
-    const bool isRegular = content != contents_.end();
-    if (isRegular && content->second.isPaired) return;
-    if (isRegular && format::IsContentName(file.name)) {
+  void SortOther(const DirectoryEntry& file) {
+    if (others_.find(file.name)->second.isPaired || IsPermanentSessionName(file.name)) return;
+    if (!file.isRegular) {
+      survey_->strangers.push_back(file.name);
+    } else if (format::IsContentName(file.name)) {
       survey_->contentWithoutMetaData.push_back(file.name);
-    } else if (isRegular && IsStaging(file.name)) {
+    } else if (IsBlockedCommit(file.name)) {
+      survey_->blockedCommits.push_back(file.name);
+    } else if (IsSessionName(file.name)) {
       survey_->staging.push_back(file.name);
     } else {
       survey_->strangers.push_back(file.name);
     }
   }
 
+  bool IsDirectoryName(const std::string& name) const {
+    const auto found = others_.find(name);
+    return found != others_.end() && found->second.file->isDirectory;
+  }
+
+  bool IsBlockedCommit(const std::string& name) const {
+    std::string entryName;
+    std::string id;
+    return ParseCommitFileName(name, &entryName, &id) &&
+           (IsDirectoryName(entryName) || IsDirectoryName(entryName + format::kMetaDataSuffix));
+  }
+
   const std::string& directory_;
   Survey* survey_;
   std::vector<DirectoryEntry> listed_;
-  std::unordered_map<std::string, Content> contents_;
+  std::unordered_map<std::string_view, Other> others_;
 };
 
 }  // namespace

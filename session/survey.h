@@ -24,12 +24,14 @@ struct Survey {
   std::vector<std::string> contentWithoutMetaData;  // names of the form of a content file
   std::vector<std::string> metaDataWithoutContent;
   std::vector<std::string> staging;  // a session's own unfinished files
-  std::vector<std::string>
-      strangers;            // everything else but the session's and the module's own files
+  // Commit files that cannot be finished, because a directory stands under a name of their entry.
+  std::vector<std::string> blockedCommits;
+  // Everything else but the session's and the module's own files.
+  std::vector<std::string> strangers;
   std::uint64_t bytes = 0;  // of all entries, content and metadata
 };
 
-// kInputOutput when the directory cannot be read.
+// kInputOutput when the directory, or a file in it, cannot be looked at.
 Error SurveyDirectory(const std::string& directory, Survey* survey);
 
 }  // namespace ox::internal

@@ -5,6 +5,8 @@
 namespace ox::internal {
 namespace {
 
+constexpr std::int64_t kLatest = INT64_MAX / 2;  // in the year 2116
+
 std::int64_t Read(clockid_t clock) {
   timespec time{};
   clock_gettime(clock, &time);
@@ -12,6 +14,14 @@ std::int64_t Read(clockid_t clock) {
 }
 
 }  // namespace
+
+std::int64_t ToNanoseconds(const timespec& time) {
+  constexpr std::int64_t kSecond = 1000000000;
+  constexpr std::int64_t kMostSeconds = INT64_MAX / kSecond - 1;
+  const std::int64_t seconds =
+      std::min(std::max<std::int64_t>(time.tv_sec, -kMostSeconds), kMostSeconds);
+  return seconds * kSecond + time.tv_nsec;
+}
 
 timespec ToTimespec(std::int64_t nanoseconds) {
   constexpr std::int64_t kSecond = 1000000000;
@@ -25,10 +35,18 @@ timespec ToTimespec(std::int64_t nanoseconds) {
 
 UseClock::UseClock() : bootTimeOfLast_(Read(CLOCK_BOOTTIME)) {}
 
+std::int64_t UseClock::LatestPossible() {
+  constexpr std::int64_t kSecond = 1000000000;
+  constexpr std::int64_t kDay = 24 * 60 * 60 * kSecond;
+  constexpr std::int64_t kYear2037 = 2114380800 * kSecond;
+  return std::max(std::min(Read(CLOCK_REALTIME), INT64_MAX - kDay) + kDay, kYear2037);
+}
+
 std::int64_t UseClock::Next() {
   const std::int64_t bootTime = Read(CLOCK_BOOTTIME);
   const std::int64_t carriedOn = last_ + std::max<std::int64_t>(bootTime - bootTimeOfLast_, 1);
-  last_ = std::max(Read(CLOCK_REALTIME), carriedOn);
+  // A clock set to the end of time must leave room for what comes after it.
+  last_ = std::max(std::min(Read(CLOCK_REALTIME), kLatest), carriedOn);
   bootTimeOfLast_ = bootTime;
   return last_;
 }

@@ -7,10 +7,8 @@
 
 namespace ox::internal {
 
-// Nanoseconds since 1970.
-inline std::int64_t ToNanoseconds(const timespec& time) {
-  return std::int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
-}
+// Nanoseconds since 1970; dates before 1678 and after 2262 count as these years.
+std::int64_t ToNanoseconds(const timespec& time);
 timespec ToTimespec(std::int64_t nanoseconds);
 
 // Follows the device's clock forwards. When that is set back, the time since boot carries it on, so
@@ -18,6 +16,11 @@ timespec ToTimespec(std::int64_t nanoseconds);
 class UseClock {
  public:
   UseClock();
+
+  // The latest time that a file can have been used at: a day from now or the start of the year
+  // 2037, whichever is later, since a device's clock may start at 1970 until it is set. Of 2038 and
+  // later some file systems keep only the limit, after which all times would be alike.
+  static std::int64_t LatestPossible();
 
   // Later than every time given so far.
   std::int64_t Next();

@@ -28,7 +28,7 @@ std::size_t MeasureBytes(const char* utf8) {
 OxString::OxString() : utf8_(nullptr), utf16_(nullptr), length_(0), capacity_(0), empty_(0) {}
 
 OxString::OxString(const char* utf8) : OxString() {
-  AppendDecoded(utf8, MeasureBytes(utf8));
+  Append(utf8);
 }
 
 OxString::OxString(const OxString& other) : OxString() {
@@ -68,14 +68,15 @@ OxString& OxString::operator=(const OxString& source) {
 }
 
 OxString& OxString::operator=(const char* utf8) {
-  AssignUTF8(utf8, MeasureBytes(utf8));
+  // Behind the NUL of a host's text there may be nothing that can be read.
+  const std::size_t count = MeasureBytes(utf8);
+  AssignUTF8(utf8, count, count);
   return *this;
 }
 
-void OxString::AssignUTF8(const char* utf8, std::size_t count) {
+void OxString::AssignUTF8(const char* utf8, std::size_t count, std::size_t readable) {
   length_ = 0;
-  if (count == 0) return;
-  AppendDecoded(utf8, count);
+  AppendDecoded(utf8, count, readable);
 }
 
 void OxString::Append(const OxString& source) {
@@ -83,7 +84,8 @@ void OxString::Append(const OxString& source) {
 }
 
 void OxString::Append(const char* utf8) {
-  AppendDecoded(utf8, MeasureBytes(utf8));
+  const std::size_t count = MeasureBytes(utf8);
+  AppendDecoded(utf8, count, count);
 }
 
 void OxString::Reserve(std::size_t units) {
@@ -109,9 +111,8 @@ void OxString::AppendUnits(const OxString& source, std::size_t count) {
   Terminate();
 }
 
-// Grows to hold `needed` units, terminator included. False leaves text and length as they were, but
-// for a string whose length was 0: that one is then empty for every reader, also for those that
-// look at the buffer, so that units of an older text cannot pass for a new one.
+// Grows to hold `needed` units, terminator included. Without memory the result is false and the
+// text stays; but a string of length 0 loses its old units, which could be taken for a new text.
 bool OxString::EnsureCapacity(std::size_t needed) {
   if (needed <= capacity_) return true;
   const std::size_t grown =

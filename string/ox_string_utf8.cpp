@@ -24,8 +24,9 @@ constexpr unsigned char kFirstByteMarks[5] = {0x00, 0x00, 0xC0, 0xE0, 0xF0};
 
 constexpr std::uint32_t kReplacement = 0xFFFD;
 constexpr unsigned char kFirstLead = 0xC0;
-// A lead byte from here on, alone at the end of a text, can decode to a surrogate pair.
-constexpr unsigned char kFirstPairLead = 0xF0;
+// A last byte from here on can decode to two units: EE with the bytes FF FF behind it gives
+// U+1003F.
+constexpr unsigned char kFirstPairLead = 0xEE;
 
 bool IsHighSurrogate(std::uint32_t unit) {
   return unit >= 0xD800 && unit <= 0xDBFF;
@@ -122,9 +123,9 @@ int OxString::_UTF8toU16Char(const unsigned char* src, unsigned short* high,
   return length;
 }
 
-// Decodes exactly `count` bytes; a sequence that they cut short reads zeros for what is missing.
-// Returns the number of units, all of which RoomFor() left room for.
-std::uint32_t OxString::Decode(const unsigned char* src, std::size_t count,
+// Decodes the sequences that begin within `count` bytes; the last one may go on as far as the
+// `readable` bytes and then in zeros. Returns the number of units; RoomFor() left room for all.
+std::uint32_t OxString::Decode(const unsigned char* src, std::size_t count, std::size_t readable,
                                std::uint16_t* out) const {
   if (HasNoLeadByte(src, count)) {
     Widen(src, count, out);
@@ -137,7 +138,7 @@ std::uint32_t OxString::Decode(const unsigned char* src, std::size_t count,
   while (i < count) {
     unsigned char cut[kMaxSequence] = {0, 0, 0, 0, 0, 0};
     const unsigned char* sequence = src + i;
-    const std::size_t left = count - i;
+    const std::size_t left = readable - i;
     if (left < kMaxSequence) {
       for (std::size_t k = 0; k < left; ++k)
         cut[k] = sequence[k];
@@ -152,11 +153,11 @@ std::uint32_t OxString::Decode(const unsigned char* src, std::size_t count,
   return units;
 }
 
-void OxString::AppendDecoded(const char* utf8, std::size_t count) {
+void OxString::AppendDecoded(const char* utf8, std::size_t count, std::size_t readable) {
   if (count == 0) return;
   const auto* src = reinterpret_cast<const unsigned char*>(utf8);
   if (!EnsureCapacity(length_ + RoomFor(src, count))) return;
-  length_ += Decode(src, count, utf16_ + length_);
+  length_ += Decode(src, count, readable, utf16_ + length_);
   Terminate();
   // Last, because the bytes may be this string's own UTF-8 form.
   FreeUTF8();

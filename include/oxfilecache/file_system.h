@@ -48,7 +48,7 @@ class File {
   virtual std::uint64_t GetSize() = 0;
 
   // Reads at most `count` bytes from the current position; the number read, 0 at the end or on an
-  // error.
+  // error. A larger number than `count` is taken for 0.
   virtual std::uint64_t Read(std::uint64_t count, void* destination) = 0;
 
   // Writes `count` bytes; the number written. Anything else than `count` is a failed write.
@@ -67,7 +67,8 @@ class File {
 
 class IFileSystem {
  public:
-  // A new object bound to no path, null when none can be made.
+  // A new object bound to no path, null when none can be made. A null while a manager starts makes
+  // CreateCacheManager return null.
   virtual ox::os::filesystem::File* CreateFile() = 0;
 
   // Releases an object from CreateFile, closing it first when it is open. Null does nothing: the

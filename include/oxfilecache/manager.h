@@ -29,7 +29,7 @@ class FileCacheManager {
   virtual bool Add(CacheValue* value) = 0;
 
   // The committed entry of that URL with its metadata freshly read from disk, or null. It becomes
-  // the most recently used one. Lent: see cache_value.h.
+  // the most recently used one. Lent: see value.h.
   virtual CacheValue* Get(const OxString& url) = 0;
 
   // Deletes the entry's files and the entry. False when it is not in the cache.

@@ -23,7 +23,7 @@ class ICacheManager : public IOxModule {
  public:
   // The one cache manager of the process, made by the first call; each call takes a reference. The
   // first call reads "file-cache.conf" and scans the cache directory before it returns. Null, and
-  // no reference taken, when memory runs out on the way.
+  // no reference taken, when memory or the host's file objects run out on the way.
   virtual FileCacheManager* CreateCacheManager() = 0;
 
   // Gives one reference back, whatever `manager` is; the last one destroys the manager. More calls

@@ -98,7 +98,10 @@ struct SessionStatistics {
   std::uint64_t entries = 0;   // committed entries
   std::uint64_t bytes = 0;     // on disk: content, metadata, staging files
   std::uint64_t restarts = 0;  // of the manager since Open
-  std::uint64_t trimmed = 0;   // entries evicted since Open, to make room or by Trim
+  std::uint64_t trimmed = 0;   // entries deleted since Open began, to make room or by Trim
+  // Files deleted since Open began because they belonged to no entry: what a crash left, content
+  // without metadata, metadata without content.
+  std::uint64_t leftovers = 0;
 };
 
 struct FetchedEntry {

@@ -34,8 +34,9 @@ class OxString {
   OxString& operator=(const OxString& source);
   // The bytes up to the NUL, decoded. An empty text only sets the length to 0.
   OxString& operator=(const char* utf8);
-  // The same for `count` bytes; nothing beyond them is read.
-  void AssignUTF8(const char* utf8, std::size_t count);
+  // The same for the first `count` of `readable` bytes. A sequence that begins in them and ends
+  // behind them takes the bytes there, then zeros; nothing behind the `readable` bytes is read.
+  void AssignUTF8(const char* utf8, std::size_t count, std::size_t readable);
 
   // Measures the source like assignment does. Both drop the UTF-8 form.
   void Append(const OxString& source);
@@ -64,8 +65,9 @@ class OxString {
   std::size_t TextLength() const;
   bool EnsureCapacity(std::size_t needed);
   void AppendUnits(const OxString& source, std::size_t count);
-  void AppendDecoded(const char* utf8, std::size_t count);
-  std::uint32_t Decode(const unsigned char* src, std::size_t count, std::uint16_t* out) const;
+  void AppendDecoded(const char* utf8, std::size_t count, std::size_t readable);
+  std::uint32_t Decode(const unsigned char* src, std::size_t count, std::size_t readable,
+                       std::uint16_t* out) const;
   void FreeUTF8() const;
   void Terminate();
 

@@ -73,7 +73,6 @@ TEST_F(EnumerationTest, AFailureIsToldAndNothingIsThrown) {
       const bool isRead = Enumerate(scratch_.Path(), count);
       isReached = faults->WasReached();
       faults->Disarm();
-      // An entry whose status cannot be had counts as deleted meanwhile.
       EXPECT_EQ(isRead, seen > 0) << k;
     }
     EXPECT_EQ(2, seen);

@@ -37,6 +37,7 @@ TEST(Factory, TheFirstKernelStays) {
   EXPECT_EQ(nullptr, IOxKernel::GetKernel());
   EXPECT_EQ(nullptr, IOxModule_ICacheManager_ModuleLoad());
   IOxModule_OxModule_PutKernel(&first);
+  EXPECT_EQ(&first, IOxKernel::GetKernel());
   {
     RecordingHost second;
     SetKernel(&first);

@@ -16,24 +16,22 @@ constexpr auto* kMalloc = static_cast<OxMem_Selector_OX_MALLOC_FREE*>(nullptr);
 
 TEST(TaggedAllocation, HeaderHoldsTheKindOfEachSelector) {
   RecordingHost host;
-  void* object = operator new(24, nullptr, 0, kNewDelete);
-  EXPECT_EQ(32U, host.LastRequest());
-  EXPECT_EQ(1U, RecordingHost::KindOf(object));
-  void* vector = operator new(99, 5, 6, nullptr, 0, kVector);
-  EXPECT_EQ(38U, host.LastRequest());
-  EXPECT_EQ(5U, RecordingHost::KindOf(vector));
-  void* bytes = operator new(99, 7, nullptr, 0, kMalloc);
-  EXPECT_EQ(15U, host.LastRequest());
-  EXPECT_EQ(0U, RecordingHost::KindOf(bytes));
-
-  // The word before the kind is the kernel's (the recording host fills blocks with A5).
-  std::uint32_t first = 0;
-  std::memcpy(&first, static_cast<char*>(object) - 8, sizeof first);
-  EXPECT_EQ(0xA5A5A5A5U, first);
-
-  operator delete(object, nullptr, 0, kNewDelete);
-  operator delete(vector, 5, 6, nullptr, 0, kVector);
-  operator delete(bytes, 7, nullptr, 0, kMalloc);
+  void* blocks[] =
+      {operator new(24, nullptr, 0, kNewDelete), operator new(99, 5, 6, nullptr, 0, kVector),
+                                                 operator new(99, 7, nullptr, 0, kMalloc)};
+  const std::size_t bytes[] = {24, 30, 7};
+  const std::uint32_t kinds[] = {1, 5, 0};
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(bytes[i] + 8, host.SizeOfBlock(blocks[i]));
+    // The word before the kind is the kernel's: the recording host fills blocks with A5.
+    std::uint32_t header[2];
+    std::memcpy(header, static_cast<char*>(blocks[i]) - 8, sizeof header);
+    EXPECT_EQ(0xA5A5A5A5U, header[0]);
+    EXPECT_EQ(kinds[i], header[1]);
+  }
+  operator delete(blocks[0], nullptr, 0, kNewDelete);
+  operator delete(blocks[1], 5, 6, nullptr, 0, kVector);
+  operator delete(blocks[2], 7, nullptr, 0, kMalloc);
   EXPECT_EQ(0U, host.LiveBlocks());
 }
 
@@ -67,10 +65,7 @@ TEST(TaggedAllocation, ARefusedRequestIsNullAndTripsTheWatch) {
 }
 
 TEST(Error, NamesAndCodes) {
-  const struct {
-    const OxError& error;
-    const char* name;
-  } constants[] = {
+  const std::pair<const OxError&, const char*> constants[] = {
       {OxError_OK, "OxError_OK"},
       {OxError_NoMemory, "OxError_NoMemory"},
       {OxError_Timeout, "OxError_Timeout"},
@@ -80,26 +75,21 @@ TEST(Error, NamesAndCodes) {
       {OxError_InvalidParameters, "OxError_InvalidParameters"},
   };
   unsigned long code = 0;
-  for (const auto& constant : constants) {
-    EXPECT_STREQ(constant.name, constant.error.Name());
-    EXPECT_EQ(code++, constant.error.Code());
+  for (const auto& [error, name] : constants) {
+    EXPECT_STREQ(name, error.Name());
+    EXPECT_EQ(code++, error.Code());
   }
   EXPECT_STREQ("0123456789012345678901234567890",
                OxError("0123456789012345678901234567890123456789", 7).Name());
 }
 
 TEST(Error, TermCopyStaysInItsRoom) {
-  const struct {
-    unsigned long size;
-    const char* expected;
-  } cases[] = {{0, "######"}, {1, ""}, {3, "ab"}, {4, "abc"}, {6, "abc"}};
-  for (const auto& c : cases) {
-    char text[8] = "######";
-    OxError::strncpyTerm(text, "abc", c.size);
-    EXPECT_STREQ(c.expected, text) << c.size;
-    if (c.size != 0) {
-      EXPECT_EQ('#', text[5]) << c.size;
-    }
+  const char* const expected[] = {"######", "", "a", "ab", "abc", "abc"};
+  for (unsigned size = 0; size < 6; ++size) {
+    char text[] = "######";
+    OxError::strncpyTerm(text, "abc", size);
+    EXPECT_STREQ(expected[size], text);
+    EXPECT_EQ('#', text[4]);
   }
 }
 

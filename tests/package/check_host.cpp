@@ -1,27 +1,15 @@
 // A program that runs the checks itself: check_host DIRECTORY
-#include <oxfilecache/host.h>
 #include <oxfilecache/host_check.h>
-#include <oxfilecache/kernel.h>
 
 using namespace ox::hostcheck;
-using ox::host::PosixKernel;
 
-namespace {
-
-class Source : public KernelSource {
+class Source final : public KernelSource {
  public:
-  IOxKernel* Get(const char* directory) override {
-    auto* kernel = new PosixKernel(directory);
-    ox::SetKernel(kernel);
-    return kernel;
-  }
+  IOxKernel* Get(const char* directory) override { return OxHostCheck_GetKernel(directory); }
   bool Release(IOxKernel*) override { return false; }
 };
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  if (argc != 2) return 2;
+int main(int, char** argv) {
   Source source;
   HostCheckOptions options;
   options.scratchDirectory = argv[1];

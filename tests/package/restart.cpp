@@ -1,17 +1,23 @@
-// Stores with one session and fetches with the next: restart DIRECTORY
+// Stores with one session and fetches with the next, beside headers of its own whose names are used
+// inside the library too: restart DIRECTORY
 #include <unistd.h>
 
 #include <cstdio>
 #include <string>
 
-#include <oxfilecache/session.h>
+#include "cache/cache_value.h"
+#include "every_header.h"
+#include "host/held_directory.h"
+#include "module/module.h"
+#include "string/string.h"
 
 using namespace ox::session;
 using ox::Error;
 
 namespace {
 
-constexpr char kUrl[] = "http://example/page";
+constexpr CacheValue kPage = "http://example/page";
+constexpr Module kModule = OX_MODULE_PATH;
 constexpr char kBody[] = "kept over a restart";
 constexpr char kMetadata[] = "text/plain";
 
@@ -23,13 +29,14 @@ int Fail(const Error& error) {
 
 int main(int argc, char** argv) {
   if (argc != 2) return 2;
+  const HeldDirectory directory = argv[1];
   SessionOptions options;
-  options.directory = argv[1];
-  options.modulePath = OX_MODULE_PATH;
+  options.directory = directory;
+  options.modulePath = kModule;
   Error error;
   auto session = CacheSession::Open(options, &error);
   if (!session) return Fail(error);
-  auto writer = session->Store(kUrl, &error);
+  auto writer = session->Store(kPage, &error);
   if (!writer) return Fail(error);
   if ((error = writer->Write(kBody, sizeof kBody - 1)) || (error = writer->Commit(kMetadata))) {
     return Fail(error);
@@ -39,9 +46,9 @@ int main(int argc, char** argv) {
 
   session = CacheSession::Open(options, &error);
   if (!session) return Fail(error);
-  const auto found = session->Fetch(kUrl, &error);
+  const auto found = session->Fetch(kPage, &error);
   if (!found) return Fail(error);
-  char text[sizeof kBody] = {};
+  String text{};
   const ssize_t bytes = read(found->content.Get(), text, sizeof text);
   const bool isSame = bytes == sizeof kBody - 1 && std::string(text) == kBody;
   return isSame && found->metadata == kMetadata ? 0 : 1;

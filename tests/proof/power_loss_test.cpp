@@ -5,12 +5,15 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <vector>
 
+#include "session/session_names.h"
 #include "tests/support/crash_states.h"
 #include "tests/support/ledger.h"
 #include "tests/support/system_calls.h"
+#include <oxfilecache/format.h>
 
 namespace ox::testing {
 namespace {
@@ -19,9 +22,8 @@ bool IsLongRun() {
   return std::getenv("OX_PROVE") != nullptr;
 }
 
-SessionOptions OptionsFor(const std::string& directory, Durability durability) {
-  SessionOptions options = testing::OptionsFor(directory);
-  options.durability = durability;
+SessionOptions RareTouches(const std::string& directory, Durability durability) {
+  SessionOptions options = OptionsFor(directory, durability);
   options.touchInterval = std::chrono::hours(1);
   return options;
 }
@@ -29,66 +31,53 @@ SessionOptions OptionsFor(const std::string& directory, Durability durability) {
 // A history on the disk, with what the cache may hold at each point of its journal.
 class Recording {
  public:
-  // Where entries may be evicted, or calls fail, any may be gone.
-  Recording(const std::string& configuration, bool mayLose) : mayLose_(mayLose) {
-    WriteWhole(scratch_ / "file-cache.conf", configuration);
+  using History = void (*)(CacheSession& session, Ledger& ledger);
+
+  explicit Recording(const Limits& limits) : limits_(limits) {}
+
+  // Entries that are there before the journal begins.
+  void Fill(int entries) {
+    Configure(scratch_, {1000000, 100, 65536});
+    const auto session = OpenSession(RareTouches(scratch_.Path(), Durability::kPower));
+    for (int i = 1; i <= entries; ++i)
+      Store(*session, "http://a/" + std::to_string(i), i, &ledger_);
   }
 
-  void Run(Durability durability, const std::function<void(CacheSession&, Recording&)>& history) {
+  // Where entries may be evicted, or calls fail, any may be gone.
+  void Run(Durability durability, bool mayLose, History history) {
+    std::unique_ptr<Journal> journal;
     {
       const FaultPause pause;
+      Configure(scratch_, limits_);
       start_ = ReadImage(scratch_.Path());
-      journal_ = std::make_unique<Journal>(scratch_.Path());
+      journal = std::make_unique<Journal>(scratch_.Path());
     }
+    ledger_.onChange = [&] {
+      if (mayLose) ledger_.AnyMayBeGone();
+      ledgers_[journal->Operations().size()] = ledger_;
+    };
+    ledger_.onChange();
     Error error;
-    const auto session = CacheSession::Open(OptionsFor(scratch_.Path(), durability), &error);
-    Note();
-    if (session != nullptr) history(*session, *this);
-    operations_ = journal_->Operations();
-    journal_.reset();
-  }
-
-  void Put(CacheSession& session, const std::string& url, int version) {
-    Error error;
-    const std::string content = ContentOf(url, version);
-    const auto writer = session.Store(url, &error);
-    if (writer == nullptr || writer->Write(content.data(), content.size())) return;
-    ledger_.Begin(url, version);
-    Note();
-    if (writer->Commit(MetaDataOf(url, version))) return;
-    ledger_.Committed(url, version);
-    ++committed_;
-    Note();
-  }
-
-  void Remove(CacheSession& session, const std::string& url) {
-    ledger_.MayBeGone(url);
-    Note();
-    static_cast<void>(session.Remove(url));
+    const auto session = CacheSession::Open(RareTouches(scratch_.Path(), durability), &error);
+    if (session != nullptr) history(*session, ledger_);
+    operations_ = journal->Operations();
   }
 
   const Ledger& LedgerAt(std::size_t cut) const {
     return std::prev(ledgers_.upper_bound(cut))->second;
   }
-  int Committed() const { return committed_; }
   const DiskImage& Start() const { return start_; }
   const std::vector<FileOperation>& Operations() const { return operations_; }
+  const Limits& CacheLimits() const { return limits_; }
 
  private:
-  // Anything done from here on happens under the ledger as it now stands.
-  void Note() {
-    if (mayLose_) ledger_.AnyMayBeGone();
-    ledgers_[journal_->Operations().size()] = ledger_;
-  }
-
-  const bool mayLose_;
-  ScratchDirectory scratch_;
+  const Limits limits_;
+  const ScratchDirectory scratch_;
   DiskImage start_;
-  std::unique_ptr<Journal> journal_;
   std::vector<FileOperation> operations_;
   Ledger ledger_;
-  int committed_ = 0;
-  std::map<std::size_t, Ledger> ledgers_{{0, Ledger()}};
+  // By the number of operations that came before.
+  std::map<std::size_t, Ledger> ledgers_;
 };
 
 DiskImage WithoutLock(DiskImage image) {
@@ -98,14 +87,26 @@ DiskImage WithoutLock(DiskImage image) {
 
 // Every file is the configuration, the lock, or one of a pair.
 std::string FileOfNobody(const DiskImage& image) {
-  const std::string suffix = ".ox_meta";
   for (const auto& [name, file] : image) {
     if (name == "file-cache.conf" || name == "ox-session.lock") continue;
-    const bool isMetaData = name.size() > suffix.size() &&
-                            name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0;
-    const std::string partner =
-        isMetaData ? name.substr(0, name.size() - suffix.size()) : name + suffix;
+    const std::string partner = format::HasMetaDataSuffix(name)
+                                    ? name.substr(0, name.size() - format::kMetaDataSuffixLength)
+                                    : name + format::kMetaDataSuffix;
     if (image.count(partner) == 0) return name;
+  }
+  return {};
+}
+
+// Content that no start of a bare module would ever delete: it has neither metadata nor staged
+// metadata that will be its own, or a session's start deletes.
+std::string LostContent(const DiskImage& image) {
+  for (const auto& file : image) {
+    if (!internal::StagingId(file.first).empty()) return {};
+  }
+  for (auto file = image.begin(); file != image.end(); ++file) {
+    const auto next = std::next(file);
+    const bool isFollowed = next != image.end() && next->first.rfind(file->first + ".", 0) == 0;
+    if (format::IsContentName(file->first) && !isFollowed) return file->first;
   }
   return {};
 }
@@ -116,48 +117,47 @@ struct Counts {
   int statesOfRecovery = 0;
 };
 
-void CheckState(const DiskImage& image, const Ledger& ledger,
+void CheckState(const DiskImage& image, const Recording& recording, std::size_t cut,
                 std::vector<FileOperation>* recovery) {
   const ScratchDirectory scratch;
   WriteImage(image, scratch.Path());
-  const SessionOptions options = OptionsFor(scratch.Path(), Durability::kPower);
   DiskImage afterFirst;
   for (const bool isFirst : {true, false}) {
     Error error;
     std::unique_ptr<Journal> journal;
     if (isFirst && recovery != nullptr) journal = std::make_unique<Journal>(scratch.Path());
-    auto session = CacheSession::Open(options, &error);
+    auto session = CacheSession::Open(RareTouches(scratch.Path(), Durability::kPower), &error);
     if (journal != nullptr) *recovery = journal->Operations();
     journal.reset();
     ASSERT_NE(nullptr, session) << error.Message();
-    ASSERT_EQ("", ledger.Check(*session));
+    ASSERT_EQ("", recording.LedgerAt(cut).Check(*session));
+    ASSERT_EQ(DiskUse(scratch.Path()), session->Statistics().bytes);
+    ASSERT_GE(recording.CacheLimits().size, session->Statistics().bytes);
     session.reset();
-    const DiskImage after = ReadImage(scratch.Path());
+    const DiskImage after = WithoutLock(ReadImage(scratch.Path()));
     ASSERT_EQ("", FileOfNobody(after));
-    if (isFirst) {
-      afterFirst = WithoutLock(after);
-    } else {
-      ASSERT_TRUE(afterFirst == WithoutLock(after)) << "the second start changed something";
-    }
+    ASSERT_TRUE(isFirst || after == afterFirst) << "the second start changed something";
+    afterFirst = after;
   }
 }
 
-// Also cuts the start that follows the cut, for one in `stride` states.
-void CutEverywhere(const Recording& recording, std::size_t most, unsigned stride, Counts* counts) {
+// Also cuts the start that follows the cut, for one in `stride` states. With `most` 1 the process
+// is killed and the power stays.
+void CutEverywhere(const Recording& recording, std::size_t most, int stride, Counts* counts) {
   std::mt19937 random(1);
   const CrashStates states(recording.Start(), recording.Operations());
   for (std::size_t cut = 0; cut <= recording.Operations().size(); ++cut) {
-    const Ledger& ledger = recording.LedgerAt(cut);
     for (const DiskImage& image : states.After(cut, most, &random)) {
-      const bool goesOn = ++counts->states % static_cast<int>(stride) == 0;
+      const bool goesOn = ++counts->states % stride == 0;
       std::vector<FileOperation> recovery;
-      CheckState(image, ledger, goesOn ? &recovery : nullptr);
+      CheckState(image, recording, cut, goesOn ? &recovery : nullptr);
       ASSERT_FALSE(::testing::Test::HasFatalFailure()) << "cut " << cut;
+      ASSERT_TRUE(most > 1 || LostContent(image).empty()) << "cut " << cut;
       const CrashStates again(image, recovery);
       for (std::size_t second = 1; second < recovery.size(); ++second) {
-        for (const DiskImage& worse : again.After(second, most / 4, &random)) {
+        for (const DiskImage& worse : again.After(second, (most + 3) / 4, &random)) {
           ++counts->statesOfRecovery;
-          CheckState(worse, ledger, nullptr);
+          CheckState(worse, recording, cut, nullptr);
           ASSERT_FALSE(::testing::Test::HasFatalFailure()) << "cuts " << cut << ", " << second;
         }
       }
@@ -166,48 +166,57 @@ void CutEverywhere(const Recording& recording, std::size_t most, unsigned stride
   counts->operations += static_cast<int>(recording.Operations().size());
 }
 
-void StoreReplaceRemove(CacheSession& session, Recording& recording) {
-  recording.Put(session, "http://a/1", 1);
-  recording.Put(session, "http://a/2", 1);
-  recording.Put(session, "http://a/1", 2);
-  {
-    Error error;
-    const auto dropped = session.Store("http://a/1", &error);
-    if (dropped != nullptr) static_cast<void>(dropped->Write("never committed", 15));
-  }
-  recording.Remove(session, "http://a/2");
-  recording.Put(session, "http://a/2", 3);
-  recording.Put(session, "http://a/1", 4);
-}
-
-// Two writers that overlap, and entries that must go.
-void CrowdedHistory(CacheSession& session, Recording& recording) {
-  Error error;
-  const auto other = session.Store("http://b/other", &error);
-  static_cast<void>(other->Write("half of it", 10));
-  for (int i = 1; i <= 6; ++i)
-    recording.Put(session, "http://b/" + std::to_string(i % 4), i);
-  static_cast<void>(session.Trim(nullptr));
-  recording.Put(session, "http://b/0", 9);
-}
-
-void Prove(const std::string& configuration, bool mayEvict, int commits,
-           const std::function<void(CacheSession&, Recording&)>& history) {
-  Recording recording(configuration, mayEvict);
-  recording.Run(Durability::kPower, history);
-  ASSERT_EQ(commits, recording.Committed());
-  Counts counts;
-  CutEverywhere(recording, IsLongRun() ? 128 : 12, IsLongRun() ? 10 : 60, &counts);
+void Print(const Counts& counts) {
   std::printf("%d operations, %d states of the disk, %d more of cuts in the start after\n",
               counts.operations, counts.states, counts.statesOfRecovery);
 }
 
-TEST(PowerLoss, StoreReplaceRemove) {
-  Prove("MAX_CACHE_ENTRIES=9\n", false, 5, &StoreReplaceRemove);
+void StoreReplaceRemove(CacheSession& session, Ledger& ledger) {
+  Error error;
+  Store(session, "http://a/1", 1, &ledger);
+  Store(session, "http://a/2", 1, &ledger);
+  Store(session, "http://a/1", 2, &ledger);
+  Write(session, "http://a/1", "never committed", &error);
+  ledger.MayBeGone("http://a/2");  // a removal is not synchronised
+  static_cast<void>(session.Remove("http://a/2"));
+  Store(session, "http://a/2", 3, &ledger);
+  Store(session, "http://a/1", 4, &ledger);
 }
 
-TEST(PowerLoss, WithEvictionAndSeveralWriters) {
-  Prove("MAX_CACHE_ENTRIES=3\nMAX_CACHE_SIZE=6000\n", true, 7, &CrowdedHistory);
+// Two writers that overlap, and entries that must go.
+void CrowdedHistory(CacheSession& session, Ledger& ledger) {
+  Error error;
+  const auto other = Write(session, "http://b/other", "half of it", &error);
+  for (int i = 1; i <= 6; ++i)
+    Store(session, "http://b/" + std::to_string(i % 4), i, &ledger);
+  static_cast<void>(session.Trim(nullptr));
+  Store(session, "http://b/0", 9, &ledger);
+}
+
+// Replaces what was used longest ago of three, then adds one more: nothing goes but what must.
+void FullCache(CacheSession& session, Ledger& ledger) {
+  Store(session, "http://a/1", 4, &ledger);
+  ledger.MayBeGone("http://a/2");
+  Store(session, "http://a/4", 4, &ledger);
+}
+
+constexpr Limits kWide{1000000, 9, 65536};
+constexpr Limits kNarrow{6000, 3, 65536};
+constexpr Limits kThree{1000000, 3, 65536};
+
+TEST(PowerLoss, AfterEveryOperation) {
+  const struct {
+    Limits limits;
+    bool mayLose;
+    Recording::History history;
+  } cases[] = {{kWide, false, &StoreReplaceRemove}, {kNarrow, true, &CrowdedHistory}};
+  for (const auto& test : cases) {
+    Recording recording(test.limits);
+    recording.Run(Durability::kPower, test.mayLose, test.history);
+    Counts counts;
+    CutEverywhere(recording, IsLongRun() ? 128 : 12, IsLongRun() ? 10 : 60, &counts);
+    Print(counts);
+  }
 }
 
 // A call fails, and then the power does. What was done to undo a failed commit may be what is lost.
@@ -216,16 +225,16 @@ TEST(PowerLoss, AfterAFailedCall) {
   int checked = 0;
   std::uint64_t call = 1;
   for (bool isReached = true; isReached; ++call) {
-    Recording recording("MAX_CACHE_ENTRIES=9\n", true);
+    Recording recording(kWide);
     callFaults.Arm(call, FaultDriver::Mode::kOnce);
-    recording.Run(Durability::kPower, &StoreReplaceRemove);
+    recording.Run(Durability::kPower, true, &StoreReplaceRemove);
     isReached = callFaults.WasReached();
     callFaults.Disarm();
     const CrashStates states(recording.Start(), recording.Operations());
     const std::size_t end = recording.Operations().size();
     for (std::size_t cut = random() % 8; cut <= end; cut += IsLongRun() ? 4 : 24) {
       for (const DiskImage& image : states.After(cut, IsLongRun() ? 16 : 4, &random)) {
-        CheckState(image, recording.LedgerAt(cut), nullptr);
+        CheckState(image, recording, cut, nullptr);
         ++checked;
         ASSERT_FALSE(HasFatalFailure()) << "call " << call << ", cut " << cut;
       }
@@ -234,23 +243,35 @@ TEST(PowerLoss, AfterAFailedCall) {
   std::printf("%d failed calls, %d states of the disk\n", static_cast<int>(call - 2), checked);
 }
 
-// At durability "process" any point where a kill strikes leaves the old or the new entry.
-TEST(Kill, AfterEveryChange) {
-  Recording recording("MAX_CACHE_ENTRIES=9\n", false);
-  recording.Run(Durability::kProcess, &StoreReplaceRemove);
-  std::mt19937 random(1);
-  const CrashStates states(recording.Start(), recording.Operations());
-  for (std::size_t cut = 0; cut <= recording.Operations().size(); ++cut) {
-    CheckState(states.After(cut, 1, &random).front(), recording.LedgerAt(cut), nullptr);
-    ASSERT_FALSE(HasFatalFailure()) << "cut " << cut;
+// Any point where a kill strikes leaves the old or the new entry, and so does any point of the
+// start after.
+TEST(Kill, AfterEveryOperation) {
+  const struct {
+    Limits limits;
+    int before;
+    bool mayLose;
+    Recording::History history;
+  } cases[] = {{kWide, 0, false, &StoreReplaceRemove},
+               {kNarrow, 0, true, &CrowdedHistory},
+               {kThree, 3, false, &FullCache},
+               {kThree, 6, true, &FullCache}};  // the start brings the cache within its limits
+  Counts counts;
+  for (const auto durability : {Durability::kProcess, Durability::kPower}) {
+    for (const auto& test : cases) {
+      Recording recording(test.limits);
+      recording.Fill(test.before);
+      recording.Run(durability, test.mayLose, test.history);
+      CutEverywhere(recording, 1, 1, &counts);
+      ASSERT_FALSE(HasFatalFailure()) << &test - cases;
+    }
   }
-  std::printf("%zu operations\n", recording.Operations().size());
+  Print(counts);
 }
 
 // The proof itself: at a lower durability the same cuts must find losses.
 TEST(PowerLoss, WouldBeNoticed) {
-  Recording recording("MAX_CACHE_ENTRIES=9\n", false);
-  recording.Run(Durability::kProcess, &StoreReplaceRemove);
+  Recording recording(kWide);
+  recording.Run(Durability::kProcess, false, &StoreReplaceRemove);
   std::mt19937 random(1);
   const CrashStates states(recording.Start(), recording.Operations());
   const std::size_t end = recording.Operations().size();
@@ -259,10 +280,24 @@ TEST(PowerLoss, WouldBeNoticed) {
     const ScratchDirectory scratch;
     WriteImage(image, scratch.Path());
     Error error;
-    const auto session = CacheSession::Open(OptionsFor(scratch.Path(), Durability::kPower), &error);
+    const auto session = CacheSession::Open(OptionsFor(scratch.Path()), &error);
     if (session == nullptr || !recording.LedgerAt(end).Check(*session).empty()) ++losses;
   }
   EXPECT_GT(losses, 0);
+}
+
+// A new directory is lost in a power cut with all that is in it until its parent is on the medium.
+TEST(PowerLoss, ParentsOfANewDirectoryAreSynchronised) {
+  for (const auto durability : {Durability::kProcess, Durability::kPower}) {
+    const ScratchDirectory scratch;
+    const Journal journal(scratch.Path());
+    OpenSession(OptionsFor(scratch / "a/b/cache", durability));
+    for (const std::string& parent : {scratch.Path(), scratch / "a", scratch / "a/b"}) {
+      EXPECT_EQ(durability == Durability::kPower ? 1U : 0U,
+                journal.SynchronisedDirectories().count(std::filesystem::canonical(parent)))
+          << parent;
+    }
+  }
 }
 
 }  // namespace

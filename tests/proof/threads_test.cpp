@@ -1,8 +1,7 @@
-// Eight threads on one manager of the shipped library, and on one session, all operations. Meant
-// for ThreadSanitizer; the order of locks is checked in every build.
+// Eight threads on one manager of the shipped library, all operations. Meant for ThreadSanitizer,
+// which checks the order of locks too.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <functional>
@@ -13,9 +12,8 @@
 #include <vector>
 
 #include "tests/support/counting_kernel.h"
-#include "tests/support/ledger.h"
+#include "tests/support/scratch_directory.h"
 #include <oxfilecache/host.h>
-#include <oxfilecache/mutex.h>
 
 namespace ox::testing {
 namespace {
@@ -44,68 +42,14 @@ void OnThreads(const std::function<void(int)>& work) {
     thread.join();
 }
 
-// The module makes the factory's mutex first, then for each manager the entries' and the manager's
-// own, and locks in the order factory, manager, entries.
-constexpr int kFactoryRank = 0;
-constexpr int kManagerRank = 1;
-constexpr int kEntriesRank = 2;
-
-std::atomic<int> locksNested{0};
-std::atomic<int> locksOutOfOrder{0};
-thread_local std::vector<int> held;
-
-class RankedMutex final : public IOxMutex {
- public:
-  RankedMutex(IOxMutex* mutex, int rank) : mutex_(mutex), rank_(rank) {}
-  IOxMutex* Inner() const { return mutex_; }
-
-  int Lock() override {
-    const bool isAgain = std::count(held.begin(), held.end(), rank_) != 0;
-    if (!held.empty()) ++locksNested;
-    if (!isAgain && !held.empty() && held.back() > rank_) ++locksOutOfOrder;
-    held.push_back(rank_);
-    return mutex_->Lock();
-  }
-  int Unlock() override {
-    if (held.empty() || held.back() != rank_) ++locksOutOfOrder;
-    held.pop_back();
-    return mutex_->Unlock();
-  }
-
- private:
-  IOxMutex* mutex_;
-  const int rank_;
-};
-
-class RankingKernel final : public CountingKernel {
- public:
-  using CountingKernel::CountingKernel;
-
-  void StartOver() { mutexesMade_ = 0; }
-  IOxMutex* CreateMutex() override {
-    const int managerOrEntries = mutexesMade_ % 2 == 1 ? kEntriesRank : kManagerRank;
-    const int rank = mutexesMade_ == 0 ? kFactoryRank : managerOrEntries;
-    ++mutexesMade_;
-    return new RankedMutex(CountingKernel::CreateMutex(), rank);
-  }
-  void DestroyMutex(IOxMutex* mutex) override {
-    auto* const ranked = static_cast<RankedMutex*>(mutex);
-    CountingKernel::DestroyMutex(ranked->Inner());
-    delete ranked;
-  }
-
- private:
-  int mutexesMade_ = 0;
-};
-
 // The kernel comes first and stays: the module keeps it for the life of the process.
 struct Started {
-  Started(const std::string& configuration) {
-    static auto& inner = *new PosixKernel(StaticDirectory());
-    static auto& theKernel = *new RankingKernel(inner);
+  explicit Started(const std::string& configuration) {
+    static const ScratchDirectory directory;
+    static auto& inner = *new PosixKernel(directory.Path());
+    static auto& theKernel = *new CountingKernel(inner);
     kernel = &theKernel;
-    theKernel.StartOver();
-    WriteWhole(StaticDirectory() + "/file-cache.conf", configuration);
+    WriteWhole(directory / "file-cache.conf", configuration);
     std::string error;
     module = LoadedModule::Load(OX_MODULE_PATH, theKernel, &error);
     EXPECT_NE(nullptr, module) << error;
@@ -113,15 +57,9 @@ struct Started {
   ~Started() {
     module.reset();
     EXPECT_EQ(0U, kernel->Held());
-    EXPECT_EQ(0, locksOutOfOrder);
-    EXPECT_GT(locksNested, 0);
-  }
-  static const std::string& StaticDirectory() {
-    static const ScratchDirectory directory;
-    return directory.Path();
   }
 
-  RankingKernel* kernel;
+  CountingKernel* kernel;
   std::unique_ptr<LoadedModule> module;
 };
 
@@ -201,39 +139,6 @@ TEST(Threads, OnOneManagerThatEvicts) {
       manager->SetMaxCacheValueSize(1024 + Pick(random, 500));
     }
   });
-  EXPECT_GT(found, 0);
-}
-
-TEST(Threads, OnOneSession) {
-  const ScratchDirectory scratch;
-  WriteWhole(scratch / "file-cache.conf", "MAX_CACHE_ENTRIES=6\nMAX_CACHE_SIZE=9000\n");
-  const auto session = OpenSession(OptionsFor(scratch.Path()));
-  std::atomic<int> version{0};
-  std::atomic<int> found{0};
-  std::atomic<int> stored{0};
-  OnThreads([&](int thread) {
-    std::mt19937 random(static_cast<unsigned>(thread));
-    Error mine;
-    for (int round = 0; round < Rounds() / 2; ++round) {
-      const std::string url = UrlOf(0, Pick(random, 10));
-      Ledger ignored;
-      if (Store(*session, url, ++version, &ignored)) ++stored;
-      const int fetched = FetchVersion(*session, UrlOf(0, Pick(random, 10)), &mine);
-      EXPECT_LE(0, fetched) << mine.Message();
-      found += fetched > 0 ? 1 : 0;
-      if (Pick(random, 8) == 0) {
-        mine = session->Remove(url);
-        EXPECT_TRUE(!mine || mine.kind == ErrorKind::kNotFound) << mine.Message();
-      }
-      if (Pick(random, 32) == 0) {
-        EXPECT_FALSE(session->Trim(nullptr));
-      }
-      EXPECT_LE(session->Statistics().entries, 6U);
-      EXPECT_EQ(6U, session->Limits().maxEntries);
-    }
-  });
-  std::printf("%d stored, %d found\n", stored.load(), found.load());
-  EXPECT_EQ(version, stored);
   EXPECT_GT(found, 0);
 }
 

@@ -1,12 +1,16 @@
 // Storing, fetching, replacing, removing; what is refused; who else is in the directory.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
 #include <filesystem>
+#include <map>
+#include <utility>
 
-#include "session/survey.h"
 #include "tests/support/session_rig.h"
 
 namespace ox::testing {
@@ -14,17 +18,12 @@ namespace {
 
 class SessionTest : public ::testing::Test {
  protected:
-  internal::Survey Look() const {
-    internal::Survey survey;
-    EXPECT_FALSE(internal::SurveyDirectory(directory_.Path(), &survey));
-    return survey;
-  }
+  internal::Survey Survey() const { return Look(directory_.Path()); }
 
-  ErrorKind OpenError(const SessionOptions& options, std::string* message = nullptr) {
+  Error OpenError() const {
     Error error;
-    EXPECT_EQ(CacheSession::Open(options, &error), nullptr);
-    if (message != nullptr) *message = error.Message();
-    return error.kind;
+    EXPECT_EQ(CacheSession::Open(options_, &error), nullptr);
+    return error;
   }
 
   const CacheDirectory directory_{{65536, 10, 8192}};
@@ -32,25 +31,25 @@ class SessionTest : public ::testing::Test {
 };
 
 TEST_F(SessionTest, EntriesComeBackExactlyAlsoAfterARestart) {
-  const std::string body = Bytes(1, 5000);
-  const std::string longest(1024, '~');
-  const std::string longUrl = "http://example/" + std::string(5000, 'a');
+  const std::map<std::string, std::pair<std::string, std::string>> entries = {
+      {"a", {Bytes(1, 5000), std::string(1024, '~')}},
+      {"http://\xC3\xA4\xF0\x9F\x98\x80/", {"x", "\x01\x7F\n"}},
+      {std::string(1 << 20, 'u'), {Bytes(2, 4000), "m"}},
+      {std::string(1 << 20, 'u') + "v", {"y", "../../n"}}};
   for (const auto durability : {Durability::kNone, Durability::kProcess, Durability::kPower}) {
     options_.durability = durability;
     auto session = OpenSession(options_);
     EXPECT_FALSE(Store(*session, "a", "old", "one"));
-    EXPECT_FALSE(Store(*session, "a", body, longest));
-    EXPECT_FALSE(Store(*session, "http://\xC3\xA4\xF0\x9F\x98\x80/", "x", "\x01\x7F\n"));
-    EXPECT_FALSE(Store(*session, longUrl, body, "m"));
+    for (const auto& [url, entry] : entries)
+      EXPECT_FALSE(Store(*session, url, entry.first, entry.second));
     EXPECT_FALSE(Store(*session, "gone", "x", "y"));
     EXPECT_FALSE(session->Remove("gone"));
     EXPECT_EQ(session->Remove("gone").kind, ErrorKind::kNotFound);
     for (int restart = 0; restart < 2; ++restart) {
-      EXPECT_EQ(Fetch(*session, "a"), body + "|" + longest);
-      EXPECT_EQ(Fetch(*session, "http://\xC3\xA4\xF0\x9F\x98\x80/"), "x|\x01\x7F\n");
-      EXPECT_EQ(Fetch(*session, longUrl), body + "|m");
+      for (const auto& [url, entry] : entries)
+        EXPECT_EQ(Fetch(*session, url), entry.first + "|" + entry.second);
       EXPECT_EQ(Fetch(*session, "gone"), kNotThere);
-      EXPECT_EQ(session->Statistics().entries, 3u);
+      EXPECT_EQ(session->Statistics().entries, 4u);
       EXPECT_EQ(session->Statistics().bytes, DiskUse(directory_.Path()));
       session.reset();
       session = OpenSession(options_);
@@ -74,24 +73,17 @@ TEST_F(SessionTest, TheOldEntryServesUntilTheCommit) {
 
   writer = session->Store("a", &error);
   ASSERT_FALSE(writer->Write("dropped", 7));
-  EXPECT_EQ(Look().staging.size(), 1u);
+  EXPECT_EQ(Survey().staging.size(), 1u);
   writer.reset();
-  EXPECT_TRUE(Look().staging.empty());
+  EXPECT_TRUE(Survey().staging.empty());
   EXPECT_EQ(Fetch(*session, "a"), "new!|2");
   EXPECT_EQ(session->Statistics().bytes, DiskUse(directory_.Path()));
 }
 
-TEST_F(SessionTest, WhatCannotBeTakenIsRefused) {
+TEST_F(SessionTest, InvalidUrlsMetadataAndSizesAreRefused) {
   const auto session = OpenSession(options_);
   Error error;
-  const std::string badUrls[] = {"",
-                                 std::string("a\0b", 3),
-                                 "\xFF",
-                                 "\xC0\xAF",
-                                 "\xE2\x82",
-                                 "\xED\xA0\x80",
-                                 "\xF5\x80\x80\x80"};
-  for (const std::string& url : badUrls) {
+  for (const std::string& url : {std::string(), std::string("a\0b", 3), std::string("\xFF")}) {
     EXPECT_EQ(session->Store(url, &error), nullptr);
     EXPECT_EQ(error.kind, ErrorKind::kInvalidArgument);
     EXPECT_FALSE(session->Fetch(url, &error));
@@ -117,48 +109,36 @@ TEST_F(SessionTest, WhatCannotBeTakenIsRefused) {
   EXPECT_EQ(DiskUse(directory_.Path()), 8192u);
 }
 
-TEST_F(SessionTest, AConfigurationThatWouldDeleteEverythingIsAnErrorAtOpen) {
-  ASSERT_FALSE(Store(*OpenSession(options_), "a", "x", "m"));
-  const std::string configuration = directory_ / "file-cache.conf";
-  for (const char* text : {"MAX_CACHE_SIZE=65536\n", "MAX_CACHE_ENTRIES=0\n", ""}) {
-    WriteWhole(configuration, text);
-    EXPECT_EQ(OpenError(options_), ErrorKind::kConfiguration);
-  }
-  std::filesystem::remove(configuration);
-  EXPECT_EQ(OpenError(options_), ErrorKind::kConfiguration);
-
-  // A session keeps the limits it was opened with, whatever restarts its manager.
-  Configure(directory_, {65536, 10, 8192});
+TEST_F(SessionTest, KeepsTheConfigurationItWasOpenedWith) {
   auto session = OpenSession(options_);
-  WriteWhole(configuration, "MAX_CACHE_ENTRIES=0\n");
+  ASSERT_FALSE(Store(*session, "a", "x", "m"));
+  WriteWhole(directory_ / "file-cache.conf", "MAX_CACHE_ENTRIES=0\n");
   EXPECT_FALSE(session->Trim(nullptr));
   EXPECT_EQ(session->Statistics().restarts, 1u);
   EXPECT_EQ(Fetch(*session, "a"), "x|m");
   session.reset();
 
+  EXPECT_EQ(OpenError().kind, ErrorKind::kConfiguration);
   options_.allowDeletingAll = true;
   session = OpenSession(options_);
-  EXPECT_TRUE(Look().entries.empty());
+  EXPECT_TRUE(Survey().entries.empty());
   EXPECT_EQ(Store(*session, "a", "x", "m").kind, ErrorKind::kRefused);
 }
 
 TEST_F(SessionTest, ACacheDirectoryThatTheScanMisreadsIsAnErrorAtOpen) {
-  for (const std::string name : {"\xC3\xA4", "back\\slash", "a.ox_meta", ""}) {
-    WriteWhole(
-        directory_ / "file-cache.conf",
-        "MAX_CACHE_ENTRIES=5\nCACHE_DIRECTORY=" + (name.empty() ? "" : directory_ / name) + "\r\n");
-    EXPECT_EQ(OpenError(options_), ErrorKind::kConfiguration) << name;
+  const auto name = [&](const std::string& directory) {
+    WriteWhole(directory_ / "file-cache.conf",
+               "MAX_CACHE_ENTRIES=5\nCACHE_DIRECTORY=" + directory + "\n");
+  };
+  for (const std::string& directory : {directory_ / "\xC3\xA4", directory_ / "back\\slash",
+                                       directory_ / "a.ox_meta", std::string("\r")}) {
+    name(directory);
+    EXPECT_EQ(OpenError().kind, ErrorKind::kConfiguration) << directory;
   }
-  WriteWhole(directory_ / "file-cache.conf",
-             "MAX_CACHE_ENTRIES=5\nCACHE_DIRECTORY=" + (directory_ / "sub/") + "\n");
-  for (int run = 0; run < 2; ++run) {
-    const auto session = OpenSession(options_);
-    if (run == 0) {
-      EXPECT_FALSE(Store(*session, "a", "x", "m"));
-    }
-    EXPECT_EQ(Fetch(*session, "a"), "x|m");
-    EXPECT_EQ(session->Limits().cacheDirectory, directory_ / "sub/");
-  }
+  name(directory_ / "sub/");
+  ASSERT_FALSE(Store(*OpenSession(options_), "a", "x", "m"));
+  EXPECT_EQ(Fetch(*OpenSession(options_), "a"), "x|m");
+  EXPECT_EQ(OpenSession(options_)->Limits().cacheDirectory, directory_ / "sub/");
 }
 
 TEST_F(SessionTest, LimitsAreReadWithoutTouchingAnything) {
@@ -172,7 +152,7 @@ TEST_F(SessionTest, LimitsAreReadWithoutTouchingAnything) {
   EXPECT_EQ(limits.maxEntrySize, 65536u);
   EXPECT_EQ(limits.cacheDirectory, directory_ / "new");
   EXPECT_FALSE(std::filesystem::exists(directory_ / "new"));
-  EXPECT_EQ(Look().entries.size(), 1u);
+  EXPECT_EQ(Survey().entries.size(), 1u);
   EXPECT_EQ(session::ReadLimits(directory_ / "none", options_.modulePath, &limits).kind,
             ErrorKind::kInputOutput);
   EXPECT_EQ(session::ReadLimits(directory_.Path(), directory_ / "none.so", &limits).kind,
@@ -181,42 +161,34 @@ TEST_F(SessionTest, LimitsAreReadWithoutTouchingAnything) {
 
 TEST_F(SessionTest, OnlyOneProcessHasTheCacheAndTheOthersLearnWhich) {
   int ready[2];
-  int done[2];
   ASSERT_EQ(pipe(ready), 0);
-  ASSERT_EQ(pipe(done), 0);
   const pid_t child = fork();
   if (child == 0) {
-    close(done[1]);
-    Error error;
-    const auto session = CacheSession::Open(options_, &error);
-    char byte = session != nullptr ? 'y' : 'n';
-    if (write(ready[1], &byte, 1) != 1 || read(done[0], &byte, 1) < 0) _exit(1);
-    _exit(0);
+    const auto session = OpenSession(options_);
+    static_cast<void>(write(ready[1], "y", 1));
+    for (;;)
+      pause();
   }
   char byte = 0;
   ASSERT_EQ(read(ready[0], &byte, 1), 1);
-  ASSERT_EQ(byte, 'y');
-  std::string message;
-  EXPECT_EQ(OpenError(options_, &message), ErrorKind::kInUse);
-  EXPECT_NE(message.find("process " + std::to_string(child) + " "), std::string::npos) << message;
-  for (const int fd : {ready[0], ready[1], done[0], done[1]})
-    close(fd);
-  int status = 0;
-  waitpid(child, &status, 0);
-
+  const Error error = OpenError();
+  EXPECT_EQ(error.kind, ErrorKind::kInUse);
+  const std::string expected = "process " + std::to_string(child) + " ";
+  EXPECT_NE(error.Message().find(expected), std::string::npos) << error.Message();
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
   const auto session = OpenSession(options_);
-  EXPECT_TRUE(session);
-  EXPECT_EQ(OpenError(options_), ErrorKind::kInUse);
+  EXPECT_EQ(OpenError().kind, ErrorKind::kInUse);
 }
 
-TEST_F(SessionTest, WhatBelongsToNobodyGoesAndStrangersStay) {
+TEST_F(SessionTest, DeletesFilesOfNoEntryAndKeepsForeignFiles) {
   const std::string hex = "0123456789ABCDEF0123456789ABCDE";
   const std::string outside = directory_ / "outside";
   WriteWhole(outside, "precious");
-  const std::string strangers[] = {"notes.txt", "ox-1.part", "0123456789abcdef0123456789abcdef",
-                                   hex + "0.1.commit"};
-  for (const std::string& name : strangers)
-    WriteWhole(directory_ / name, "stranger");
+  const std::string foreign[] = {"notes.txt", "ox-1.part", "0123456789abcdef0123456789abcdef",
+                                 hex + "0.1.commit"};
+  for (const std::string& name : foreign)
+    WriteWhole(directory_ / name, "foreign");
   std::filesystem::create_directory(directory_ / (hex + "1"));
   std::filesystem::create_symlink(outside, directory_ / (hex + "2"));
   const std::string leftovers[] = {hex + "3", hex + "4.ox_meta", "ox-0123456789abcdef-7.part",
@@ -232,41 +204,92 @@ TEST_F(SessionTest, WhatBelongsToNobodyGoesAndStrangersStay) {
   EXPECT_FALSE(session->Trim(nullptr));
   for (const std::string& name : leftovers)
     EXPECT_FALSE(std::filesystem::exists(directory_ / name)) << name;
-  for (const std::string& name : strangers)
-    EXPECT_EQ(ReadWhole(directory_ / name), "stranger") << name;
+  for (const std::string& name : foreign)
+    EXPECT_EQ(ReadWhole(directory_ / name), "foreign") << name;
   EXPECT_EQ(ReadWhole(directory_ / (hex + "2")), "precious");
   EXPECT_TRUE(std::filesystem::is_directory(directory_ / (hex + "1")));
-  EXPECT_EQ(Look().strangers.size(), 7u);
+  EXPECT_EQ(Survey().strangers.size(), 7u);
+}
+
+TEST_F(SessionTest, FilesAreTheUsersAloneAndNoOtherProgramInheritsThem) {
+  umask(0);
+  const auto session = OpenSession(options_);
+  ASSERT_FALSE(Store(*session, "a", "content", "m"));
+  Error error;
+  const auto entry = session->Fetch("a", &error);
+  const auto writer = Write(*session, "b", "content", &error);
+  int files = 0;
+  for (const auto& file : std::filesystem::directory_iterator(directory_.Path())) {
+    if (file.path().filename() == "file-cache.conf") continue;
+    EXPECT_EQ(file.status().permissions(), std::filesystem::perms(0600)) << file.path();
+    ++files;
+  }
+  EXPECT_EQ(files, 4);  // content, metadata, what is being written, and the lock file
+  int descriptors = 0;
+  for (int fd = 0; fd < 100; ++fd) {
+    char path[1000] = {};
+    const std::string link = "/proc/self/fd/" + std::to_string(fd);
+    if (readlink(link.c_str(), path, sizeof path - 1) < 0) continue;
+    if (directory_.Path().compare(0, std::string::npos, path, directory_.Path().size()) != 0)
+      continue;
+    EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC) << path;
+    ++descriptors;
+  }
+  EXPECT_GE(descriptors, 3);  // content, what is being written, and the lock
 }
 
 TEST_F(SessionTest, DamageBySomebodyElseIsNoticed) {
   const auto session = OpenSession(options_);
-  for (const char* url : {"gone", "cut", "blocked"})
-    ASSERT_FALSE(Store(*session, url, "content", "metadata"));
   Error error;
-  const auto pathOf = [&](const char* url) { return session->Fetch(url, &error)->path; };
-  const std::string gone = pathOf("gone");
-  const std::string cut = pathOf("cut");
-  const std::string blocked = pathOf("blocked");
-  unlink(gone.c_str());
-  WriteWhole(cut + ".ox_meta", "meta");
+  std::map<std::string, std::string> paths;
+  for (const char* url : {"gone", "cut", "blocked", "taken"}) {
+    ASSERT_FALSE(Store(*session, url, "content", "metadata"));
+    paths[url] = session->Fetch(url, &error)->path;
+  }
+  std::filesystem::remove(paths["gone"]);
+  WriteWhole(paths["cut"] + ".ox_meta", "meta");
   EXPECT_FALSE(session->Remove("blocked"));
-  mkdir(blocked.c_str(), 0700);
+  std::filesystem::create_directory(paths["blocked"]);
+  std::filesystem::remove(paths["taken"]);
+  std::filesystem::create_directory(paths["taken"]);
 
+  error = session->Remove("taken");
+  EXPECT_EQ(error.path, paths["taken"]) << error.Message();
+  EXPECT_EQ(error.systemError, EISDIR) << error.Message();
   EXPECT_EQ(Fetch(*session, "gone"), kNotThere);
-  EXPECT_FALSE(std::filesystem::exists(gone + ".ox_meta") && Fetch(*session, "gone") != kNotThere);
   EXPECT_EQ(Fetch(*session, "cut"), "content|meta");
   for (const std::uintmax_t bytes : {3000, 0}) {
-    std::filesystem::resize_file(cut + ".ox_meta", bytes);
+    std::filesystem::resize_file(paths["cut"] + ".ox_meta", bytes);
     EXPECT_FALSE(session->Fetch("cut", &error)) << bytes;
     EXPECT_EQ(error.kind, ErrorKind::kInputOutput) << bytes;
+    EXPECT_EQ(error.path, paths["cut"] + ".ox_meta");
   }
-  EXPECT_EQ(Store(*session, "blocked", "x", "m").systemError, EISDIR);
-  rmdir(blocked.c_str());
-  for (const char* url : {"gone", "cut", "blocked"}) {
+  error = Store(*session, "blocked", "x", "m");
+  EXPECT_EQ(error.systemError, EISDIR);
+  EXPECT_EQ(error.path, paths["blocked"]);
+  std::filesystem::remove(paths["blocked"]);
+  std::filesystem::remove(paths["taken"]);
+  for (const auto& [url, path] : paths) {
     EXPECT_FALSE(Store(*session, url, "again", "fresh"));
     EXPECT_EQ(Fetch(*session, url), "again|fresh");
   }
+}
+
+// Room is made by deleting: the message tells what kept the session from it.
+TEST_F(SessionTest, AnEntryThatCannotBeDeletedForRoomIsNamed) {
+  const auto session = OpenSession(options_);
+  Error error;
+  ASSERT_FALSE(Store(*session, "oldest", "content", "m"));
+  const std::string oldest = session->Fetch("oldest", &error)->path;
+  for (int i = 1; i < 10; ++i)
+    ASSERT_FALSE(Store(*session, std::to_string(i), "content", "m"));
+  std::filesystem::remove(oldest);
+  std::filesystem::create_directory(oldest);
+  error = Store(*session, "new", "content", "m");
+  EXPECT_EQ(error.systemError, EISDIR) << error.Message();
+  EXPECT_EQ(error.path, directory_.Path());
+  EXPECT_FALSE(Store(*session, "new", "content", "m"));
+  EXPECT_EQ(Fetch(*session, "new"), "content|m");
 }
 
 }  // namespace

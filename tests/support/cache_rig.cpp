@@ -1,18 +1,10 @@
 #include "tests/support/cache_rig.h"
 
-#include <gtest/gtest.h>
-
-#include <oxfilecache/string.h>
-
 namespace ox::testing {
 
 using core::cache::CacheValue;
 
 const char kAbcPath[] = "/c/09100589C32DF40B6D69F3D7821EF727";
-
-std::string Utf8(const OxString& text) {
-  return text.UTF8();
-}
 
 CacheRig::CacheRig(const std::string& configuration) {
   if (!configuration.empty()) host.WriteFile("/c/file-cache.conf", configuration);
@@ -26,10 +18,6 @@ CacheRig::~CacheRig() {
   EXPECT_EQ(0U, host.LiveBlocks());
   EXPECT_EQ(0U, host.LiveMutexes());
   EXPECT_EQ(0U, host.LiveFiles());
-}
-
-StartedRig::StartedRig(const std::string& configuration) : CacheRig(configuration) {
-  EXPECT_TRUE(Start());
 }
 
 bool CacheRig::Start() {
@@ -50,21 +38,12 @@ void CacheRig::Restart() {
   ASSERT_TRUE(Start());
 }
 
-CacheValue* CacheRig::Create(const std::string& url, unsigned long size,
-                             const std::string& metaData) {
-  return manager->CreateCacheValue(url.c_str(), size, metaData.c_str());
-}
-
 CacheValue* CacheRig::Store(const std::string& url, const std::string& content,
                             const std::string& metaData) {
   CacheValue* value = Create(url, content.size(), metaData);
   if (value == nullptr) return nullptr;
   host.WriteFile(Utf8(value->GetFile()), content);
   return manager->Add(value) ? value : nullptr;
-}
-
-CacheValue* CacheRig::Get(const std::string& url) {
-  return manager->Get(url.c_str());
 }
 
 void CacheRig::LeavePair(const std::string& path, const std::string& content,

@@ -2,6 +2,8 @@
 #ifndef OX_TESTS_SUPPORT_CACHE_RIG_H_
 #define OX_TESTS_SUPPORT_CACHE_RIG_H_
 
+#include <gtest/gtest.h>
+
 #include <string>
 
 #include "tests/support/recording_host.h"
@@ -10,7 +12,9 @@
 
 namespace ox::testing {
 
-std::string Utf8(const OxString& text);
+inline std::string Utf8(const OxString& text) {
+  return text.UTF8();
+}
 
 class CacheRig {
  public:
@@ -30,11 +34,13 @@ class CacheRig {
 
   // A pending entry, null when refused.
   core::cache::CacheValue* Create(const std::string& url, unsigned long size,
-                                  const std::string& metaData);
+                                  const std::string& metaData) {
+    return manager->CreateCacheValue(url.c_str(), size, metaData.c_str());
+  }
   // Create, write the content, commit. Null when any of it is refused.
   core::cache::CacheValue* Store(const std::string& url, const std::string& content,
                                  const std::string& metaData);
-  core::cache::CacheValue* Get(const std::string& url);
+  core::cache::CacheValue* Get(const std::string& url) { return manager->Get(url.c_str()); }
   bool Has(const std::string& url) { return Get(url) != nullptr; }
   // Puts a pair on the disk as an earlier run would have left it.
   void LeavePair(const std::string& path, const std::string& content, const std::string& metaData);
@@ -43,7 +49,10 @@ class CacheRig {
 // One that has started.
 class StartedRig : public CacheRig {
  public:
-  explicit StartedRig(const std::string& configuration = "MAX_CACHE_ENTRIES=100\n");
+  explicit StartedRig(const std::string& configuration = "MAX_CACHE_ENTRIES=100\n")
+      : CacheRig(configuration) {
+    EXPECT_TRUE(Start());
+  }
 };
 
 // Content file of the URL "abc" in the cache directory "/c".

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <set>
 
+#include "session/use_clock.h"
 #include "tests/support/scratch_directory.h"
 
 namespace ox::testing {
@@ -19,7 +20,7 @@ constexpr std::size_t kBlock = 512;
 // What became of a file that was not synchronised.
 constexpr unsigned kFates = 4;
 
-DiskFile Fallen(const DiskFile& certain, const DiskFile& latest, unsigned fate) {
+DiskFile Fallen(const DiskFile& certain, const DiskFile& latest, std::uint64_t fate) {
   if (certain == latest) return certain;
   switch (fate) {
     case 0:
@@ -54,9 +55,8 @@ DiskImage ReadImage(const std::string& directory) {
   for (const auto& entry : std::filesystem::directory_iterator(directory)) {
     struct stat status;
     EXPECT_EQ(0, lstat(entry.path().c_str(), &status));
-    image[entry.path().filename()] = {
-        ReadWhole(entry.path()),
-        std::int64_t{status.st_mtim.tv_sec} * 1000000000 + status.st_mtim.tv_nsec};
+    image[entry.path().filename()] = {ReadWhole(entry.path()),
+                                      internal::ToNanoseconds(status.st_mtim)};
   }
   return image;
 }
@@ -65,9 +65,7 @@ void WriteImage(const DiskImage& image, const std::string& directory) {
   for (const auto& [name, file] : image) {
     const std::string path = directory + "/" + name;
     WriteWhole(path, file.bytes);
-    timespec time{};
-    time.tv_sec = static_cast<time_t>(file.time / 1000000000);
-    time.tv_nsec = static_cast<long>(file.time % 1000000000);
+    const timespec time = internal::ToTimespec(file.time);
     const timespec times[2] = {time, time};
     EXPECT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
   }
@@ -113,67 +111,57 @@ CrashStates::Moment CrashStates::At(std::size_t cut) const {
   return moment;
 }
 
-DiskImage CrashStates::Build(const Moment& moment, std::uint64_t kept,
-                             const std::function<unsigned(int)>& fate) {
+DiskImage CrashStates::Build(const Moment& moment, std::uint64_t kept, std::uint64_t fates) {
   Directory directory = moment.certain;
   for (std::size_t i = 0; i < moment.pending.size(); ++i) {
     if ((kept >> i & 1) != 0) Apply(moment.pending[i], &directory);
   }
-  DiskImage image;
-  for (const auto& [name, number] : directory) {
-    const File& file = moment.files.at(number);
-    image[name] = Fallen(file.certain, file.latest, fate(number));
+  std::map<int, DiskFile> fallen;
+  for (const auto& [number, file] : moment.files) {
+    fallen[number] = Fallen(file.certain, file.latest, fates % kFates);
+    if (!(file.certain == file.latest)) fates /= kFates;
   }
+  DiskImage image;
+  for (const auto& [name, number] : directory)
+    image[name] = fallen[number];
   return image;
 }
 
 std::vector<DiskImage> CrashStates::After(std::size_t cut, std::size_t most,
                                           std::mt19937* random) const {
   const Moment moment = At(cut);
-  std::vector<int> unsure;
-  for (const auto& [number, file] : moment.files) {
-    if (!(file.certain == file.latest)) unsure.push_back(number);
-  }
   const std::size_t changes = std::min<std::size_t>(moment.pending.size(), 40);
   const std::uint64_t all = (std::uint64_t{1} << changes) - 1;
-  double combinations = static_cast<double>(all) + 1;
-  for (std::size_t i = 0; i < unsure.size(); ++i)
-    combinations *= kFates;
-
+  double fates = 1;
+  std::uint64_t sameForAll = 0;  // times a fate
+  for (const auto& [number, file] : moment.files) {
+    if (file.certain == file.latest) continue;
+    fates *= kFates;
+    sameForAll = sameForAll * kFates + 1;
+  }
   std::set<DiskImage> seen;
   std::vector<DiskImage> images;
-  const auto add = [&](std::uint64_t kept, const std::function<unsigned(int)>& fate) {
-    DiskImage image = Build(moment, kept, fate);
+  const auto add = [&](std::uint64_t kept, std::uint64_t choice) {
+    DiskImage image = Build(moment, kept, choice);
     if (seen.insert(image).second) images.push_back(std::move(image));
   };
-  const auto digit = [&](std::uint64_t digits) {
-    return [&unsure, digits](int number) {
-      std::uint64_t rest = digits;
-      for (const int other : unsure) {
-        if (other == number) return static_cast<unsigned>(rest % kFates);
-        rest /= kFates;
-      }
-      return 0U;
-    };
-  };
-  add(all, digit(0));
-  if (combinations <= static_cast<double>(most)) {
-    const auto fates = static_cast<std::uint64_t>(combinations) / (all + 1);
+  add(all, 0);
+  if (most == 1) return images;
+  if (fates * static_cast<double>(all + 1) <= static_cast<double>(most)) {
     for (std::uint64_t kept = 0; kept <= all; ++kept) {
-      for (std::uint64_t digits = 0; digits < fates; ++digits)
-        add(kept, digit(digits));
+      for (std::uint64_t choice = 0; choice < static_cast<std::uint64_t>(fates); ++choice)
+        add(kept, choice);
     }
     return images;
   }
   // In order, as a journalling file system loses them, with each fate for all files.
   for (std::size_t first = 0; first <= changes; ++first) {
     for (unsigned fate = 0; fate < kFates; ++fate)
-      add((std::uint64_t{1} << first) - 1, [fate](int) { return fate; });
+      add((std::uint64_t{1} << first) - 1, sameForAll * fate);
   }
-  for (std::size_t i = 0; i < most; ++i) {
-    const std::uint64_t kept = ((*random)() | std::uint64_t{(*random)()} << 32) & all;
-    add(kept, digit((*random)()));
-  }
+  const auto choose = [&] { return std::uint64_t{(*random)()} << 32 | (*random)(); };
+  for (std::size_t i = 0; i < most; ++i)
+    add(choose() & all, choose());
   return images;
 }
 

@@ -8,7 +8,6 @@
 #define OX_TESTS_SUPPORT_CRASH_STATES_H_
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <random>
 #include <string>
@@ -39,9 +38,9 @@ class CrashStates {
  public:
   CrashStates(const DiskImage& start, const std::vector<FileOperation>& operations);
 
-  // Images after a cut behind the first `cut` operations: all that there are while they are no more
-  // than `most`, otherwise the plain ones and a random choice. The first is the one where nothing
-  // was lost, which is also what a killed process leaves.
+  // Images after a cut behind the first `cut` operations. The first is the one where nothing was
+  // lost, which is what a killed process leaves; with `most` 1 it is the only one. Otherwise all
+  // that there are while they are no more than `most`, or the plain ones and a random choice.
   std::vector<DiskImage> After(std::size_t cut, std::size_t most, std::mt19937* random) const;
 
  private:
@@ -58,8 +57,8 @@ class CrashStates {
   };
 
   Moment At(std::size_t cut) const;
-  static DiskImage Build(const Moment& moment, std::uint64_t kept,
-                         const std::function<unsigned(int)>& fate);
+  // `kept` has a bit for each pending change, `fates` a digit for each file that is not certain.
+  static DiskImage Build(const Moment& moment, std::uint64_t kept, std::uint64_t fates);
 
   DiskImage start_;
   std::vector<FileOperation> operations_;

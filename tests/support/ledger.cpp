@@ -16,7 +16,7 @@ std::string ContentOf(const std::string& url, int version) {
 }
 
 std::string MetaDataOf(const std::string& url, int version) {
-  return std::to_string(version) + " of " + url;
+  return std::to_string(version) + " of " + url + std::string(version % 5 * 40U, '.');
 }
 
 void Ledger::Begin(const std::string& url, int version) {
@@ -24,11 +24,13 @@ void Ledger::Begin(const std::string& url, int version) {
   auto& allowed = allowed_[url];
   if (allowed.empty()) allowed.insert(kAbsent);
   allowed.insert(version);
+  if (onChange) onChange();
 }
 
 void Ledger::Committed(const std::string& url, int version) {
   const FaultPause pause;
   allowed_[url] = {version};
+  if (onChange) onChange();
 }
 
 void Ledger::AnyMayBeGone() {
@@ -61,15 +63,17 @@ bool Store(CacheSession& session, const std::string& url, int version, Ledger* l
     metaData = MetaDataOf(url, version);
   }
   Error error;
-  const auto writer = session.Store(url, &error);
+  const auto writer = Write(session, url, content, &error);
   if (writer == nullptr) return false;
-  const std::size_t half = content.size() / 2;
-  if (writer->Write(content.data(), half)) return false;
-  if (writer->Write(content.data() + half, content.size() - half)) return false;
   ledger->Begin(url, version);
   if (writer->Commit(metaData)) return false;
   ledger->Committed(url, version);
   return true;
+}
+
+void Remove(CacheSession& session, const std::string& url, Ledger* ledger) {
+  ledger->MayBeGone(url);
+  if (!session.Remove(url)) ledger->IsGone(url);
 }
 
 int FetchVersion(CacheSession& session, const std::string& url, Error* error) {

@@ -5,6 +5,7 @@
 #ifndef OX_TESTS_SUPPORT_LEDGER_H_
 #define OX_TESTS_SUPPORT_LEDGER_H_
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -29,6 +30,9 @@ class Ledger {
   // Any entry may have been evicted.
   void AnyMayBeGone();
 
+  // Called whenever something else is allowed.
+  std::function<void()> onChange;
+
   // Fetches every URL of the ledger, and one that was never stored. Empty when all is as allowed,
   // otherwise what is not.
   std::string Check(CacheSession& session) const;
@@ -39,6 +43,8 @@ class Ledger {
 
 // Stores one version; true when every step succeeded. The ledger learns of each step.
 bool Store(CacheSession& session, const std::string& url, int version, Ledger* ledger);
+
+void Remove(CacheSession& session, const std::string& url, Ledger* ledger);
 
 // Which version a fetch gives: kAbsent when there is none, -1 for a failed fetch and for bytes that
 // are not exactly those of one version of this URL.

@@ -10,28 +10,27 @@
 #include <oxfilecache/string.h>
 
 namespace ox::testing {
+namespace {
 
-class RecordingMutex final : public IOxMutex {
- public:
-  RecordingMutex(RecordingHost& host, std::string name) : host_(host), name_(std::move(name)) {}
+const std::string kGuard(8, '\xA5');
+
+}  // namespace
+
+struct RecordingMutex final : IOxMutex {
+  RecordingMutex(RecordingHost& owner, std::string label) : host(owner), name(std::move(label)) {}
   int Lock() override {
-    host_.Log("Lock " + name_);
-    ++depth_;
-    return 1;
+    host.Log(name + "+");
+    return ++depth;
   }
   int Unlock() override {
-    host_.Log("Unlock " + name_);
-    EXPECT_GT(depth_, 0) << "mutex " << name_ << " unlocked without a lock";
-    --depth_;
-    return 1;
+    host.Log(name + "-");
+    EXPECT_GT(depth, 0) << "mutex " << name << " unlocked without a lock";
+    return --depth;
   }
-  bool IsFree() const { return depth_ == 0; }
-  const std::string& Name() const { return name_; }
 
- private:
-  RecordingHost& host_;
-  std::string name_;
-  int depth_ = 0;
+  RecordingHost& host;
+  std::string name;
+  int depth = 0;
 };
 
 class RecordingFile final : public os::filesystem::File {
@@ -40,74 +39,59 @@ class RecordingFile final : public os::filesystem::File {
       : host_(host), path_(std::move(path)) {}
 
   int SetPath(const char* utf8Path) override {
-    host_.Log(std::string("SetPath ") + utf8Path);
-    path_ = utf8Path;
-    isBound_ = !host_.fileFaults.Next();
-    return isBound_;
+    const bool isRefused = Fails(std::string("SetPath ") + utf8Path);
+    path_ = isRefused ? "" : utf8Path;
+    return !isRefused;
   }
   int Open(int mode) override {
-    host_.Log("Open " + std::to_string(mode));
-    if (host_.fileFaults.Next() || !isBound_) return 0;
-    StoredFile* file = host_.FindFile(path_);
-    if (file != nullptr && file->isDirectory) return 0;
-    if (mode == kOpenRead && file == nullptr) return 0;
+    if (Fails("Open " + std::to_string(mode)) || path_.empty()) return 0;
     if (mode == kOpenWrite) host_.WriteFile(path_, "");
-    isOpen_ = true;
-    position_ = 0;
-    return 1;
+    isOpen_ = host_.FindFile(path_) != nullptr;
+    return isOpen_;
   }
   void Close() override {
     host_.Log("Close");
     isOpen_ = false;
   }
   int Delete(int flags) override {
-    host_.Log("Delete " + path_);
     EXPECT_EQ(0, flags);
-    if (host_.fileFaults.Next() || BoundFile() == nullptr) return 0;
+    if (Fails("Delete " + path_) || host_.FindFile(path_) == nullptr) return 0;
     host_.DeleteFile(path_);
     return 1;
   }
   int Exists() override {
-    host_.Log("Exists");
     // Anything but 0 means yes; this one has no bit in its lowest byte.
-    return !host_.fileFaults.Next() && BoundFile() != nullptr ? 256 : 0;
+    return !Fails("Exists") && host_.FindFile(path_) != nullptr ? 256 : 0;
   }
   void GetPath(OxString& out) override {
     host_.Log("GetPath");
     out = path_.c_str();
   }
   std::uint64_t GetSize() override {
-    host_.Log("GetSize " + path_);
-    if (host_.fileFaults.Next()) return 0;
-    const StoredFile* file = BoundFile();
+    if (Fails("GetSize " + path_)) return 0;
+    const StoredFile* file = host_.FindFile(path_);
     return (file != nullptr ? std::uint64_t{file->bytes.size()} : 0) | host_.highBits;
   }
   std::uint64_t Read(std::uint64_t count, void* destination) override {
-    host_.Log("Read " + std::to_string(count));
     EXPECT_TRUE(isOpen_);
-    if (host_.fileFaults.Next()) return 0;
+    if (Fails("Read " + std::to_string(count))) return 0;
     const std::string& bytes = host_.FindFile(path_)->bytes;
-    const std::size_t part = std::min(static_cast<std::size_t>(count), bytes.size() - position_);
-    std::memcpy(destination, bytes.data() + position_, part);
-    position_ += part;
-    return (host_.claimedRead != 0 ? host_.claimedRead : part) | host_.highBits;
+    const auto part = bytes.copy(static_cast<char*>(destination), static_cast<std::size_t>(count));
+    return host_.claimedRead != 0 ? host_.claimedRead : part;
   }
   std::uint64_t Write(std::uint64_t count, const void* source) override {
-    host_.Log("Write " + std::to_string(count));
     EXPECT_TRUE(isOpen_);
-    const auto part = static_cast<std::size_t>(host_.fileFaults.Next() ? count / 2 : count);
-    host_.FindFile(path_)->bytes.append(static_cast<const char*>(source), part);
-    return part;
+    if (Fails("Write " + std::to_string(count))) count /= 2;
+    host_.FindFile(path_)->bytes.assign(static_cast<const char*>(source),
+                                        static_cast<std::size_t>(count));
+    return count;
   }
   int EnumerateDirectory(EnumerateCallback callback, void* context, int flags) override {
-    host_.Log("EnumerateDirectory " + path_);
     EXPECT_EQ(0, flags);
-    if (host_.fileFaults.Next() || !isBound_) return 0;
+    if (Fails("EnumerateDirectory " + path_)) return 0;
     const std::vector<StoredFile> snapshot = host_.files;
-    const std::string prefix = path_ + "/";
     for (const StoredFile& file : snapshot) {
-      if (file.path.compare(0, prefix.size(), prefix) != 0) continue;
-      if (file.path.find('/', prefix.size()) != std::string::npos) continue;
+      if (file.path.substr(0, file.path.rfind('/')) != path_) continue;
       RecordingFile entry(host_, file.path);
       EXPECT_TRUE(callback(entry, file.isDirectory, context));
     }
@@ -115,13 +99,14 @@ class RecordingFile final : public os::filesystem::File {
   }
 
  private:
-  StoredFile* BoundFile() { return isBound_ ? host_.FindFile(path_) : nullptr; }
+  bool Fails(const std::string& call) {
+    host_.Log(call);
+    return host_.fileFaults.Next();
+  }
 
   RecordingHost& host_;
-  std::string path_;
-  bool isBound_ = true;  // not after a path was refused
+  std::string path_;  // empty when none was bound
   bool isOpen_ = false;
-  std::size_t position_ = 0;
 };
 
 RecordingHost::RecordingHost() {
@@ -142,18 +127,13 @@ StoredFile* RecordingHost::FindFile(const std::string& path) {
 }
 
 void RecordingHost::WriteFile(const std::string& path, const std::string& bytes) {
-  StoredFile* file = FindFile(path);
-  if (file != nullptr) {
-    file->bytes = bytes;
-  } else {
-    files.push_back({path, bytes, false});
-  }
+  if (FindFile(path) == nullptr) files.push_back({path, "", false});
+  FindFile(path)->bytes = bytes;
 }
 
 void RecordingHost::DeleteFile(const std::string& path) {
-  files.erase(std::remove_if(files.begin(), files.end(),
-                             [&](const StoredFile& file) { return file.path == path; }),
-              files.end());
+  const auto isMeant = [&](const StoredFile& file) { return file.path == path; };
+  files.erase(std::remove_if(files.begin(), files.end(), isMeant), files.end());
 }
 
 std::map<std::string, std::string> RecordingHost::Disk() const {
@@ -163,21 +143,9 @@ std::map<std::string, std::string> RecordingHost::Disk() const {
   return disk;
 }
 
-std::string RecordingHost::TakeLog() {
-  std::string taken;
-  taken.swap(log_);
-  return taken;
-}
-
 bool RecordingHost::EveryMutexIsFree() const {
   return std::all_of(mutexes_.begin(), mutexes_.end(),
-                     [](const auto& mutex) { return mutex.second->IsFree(); });
-}
-
-std::uint32_t RecordingHost::KindOf(const void* p) {
-  std::uint32_t kind = 0;
-  std::memcpy(&kind, static_cast<const char*>(p) - 4, sizeof kind);
-  return kind;
+                     [](const auto& mutex) { return mutex.second->depth == 0; });
 }
 
 void* RecordingHost::GetInterface(const char* name) {
@@ -192,9 +160,8 @@ void RecordingHost::ReleaseInterface(void* interface) {
 
 IOxMutex* RecordingHost::CreateMutex() {
   if (serviceFaults.Next()) return nullptr;
-  const char* const names[] = {"F", "E", "M"};
-  auto mutex = std::make_unique<RecordingMutex>(*this, names[mutexesMade_++ % 3]);
-  Log("CreateMutex " + mutex->Name());
+  auto mutex = std::make_unique<RecordingMutex>(*this, std::string(1, "FEM"[mutexesMade_++ % 3]));
+  Log("CreateMutex " + mutex->name);
   IOxMutex* made = mutex.get();
   mutexes_[made] = std::move(mutex);
   return made;
@@ -202,25 +169,27 @@ IOxMutex* RecordingHost::CreateMutex() {
 
 void RecordingHost::DestroyMutex(IOxMutex* mutex) {
   ASSERT_EQ(1U, mutexes_.count(mutex));
-  EXPECT_TRUE(mutexes_[mutex]->IsFree());
-  Log("DestroyMutex " + mutexes_[mutex]->Name());
+  EXPECT_EQ(0, mutexes_[mutex]->depth);
+  Log("DestroyMutex " + mutexes_[mutex]->name);
   mutexes_.erase(mutex);
 }
 
 void* RecordingHost::Allocate(std::size_t bytes, const char* file, int line) {
-  EXPECT_EQ(nullptr, file);
-  EXPECT_EQ(0, line);
-  lastRequest_ = bytes;
+  EXPECT_TRUE(file == nullptr && line == 0);
   if (memoryFaults.Next()) return nullptr;
-  void* block = std::malloc(bytes);
-  // Neither the module nor its strings may count on fresh memory being clean.
-  std::memset(block, 0xA5, bytes);
+  void* block = std::malloc(bytes + kGuard.size());
+  // Neither the module nor its strings may count on fresh memory being clean, or write behind it.
+  std::memset(block, kGuard[0], bytes + kGuard.size());
   blocks_[block] = bytes;
   return block;
 }
 
-void RecordingHost::Free(void* block, const char* /*file*/, int /*line*/) {
-  ASSERT_EQ(1U, blocks_.erase(block)) << "freed twice or never allocated";
+void RecordingHost::Free(void* block, const char* file, int line) {
+  EXPECT_TRUE(file == nullptr && line == 0);
+  ASSERT_EQ(1U, blocks_.count(block)) << "freed twice or never allocated";
+  EXPECT_EQ(0,
+            std::memcmp(static_cast<char*>(block) + blocks_[block], kGuard.data(), kGuard.size()));
+  blocks_.erase(block);
   std::free(block);
 }
 

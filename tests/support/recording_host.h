@@ -6,8 +6,8 @@
 #include <cstring>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/fault_driver.h"
@@ -18,7 +18,7 @@
 namespace ox::testing {
 
 class RecordingFile;
-class RecordingMutex;
+struct RecordingMutex;
 
 struct StoredFile {
   std::string path;
@@ -41,7 +41,7 @@ class RecordingHost final : public IOxKernel, public IFileSystem {
 
   std::string defaultDirectory = "/c";
   bool hasDefaultDirectory = true;
-  // What Read claims to have read, when not 0; and extra bits on every size and count of a file.
+  // What Read claims to have read, when not 0; and extra bits on every size of a file.
   std::uint64_t claimedRead = 0;
   std::uint64_t highBits = 0;
   // Where set, StrCmp finds nothing equal.
@@ -53,16 +53,15 @@ class RecordingHost final : public IOxKernel, public IFileSystem {
 
   // The calls on mutexes and files since the last TakeLog, one a line. Mutexes are named F, E, M in
   // the order of their making: factory, entries, manager.
-  std::string TakeLog();
+  std::string TakeLog() { return std::exchange(log_, {}); }
   void Log(const std::string& line) { log_ += line + "\n"; }
 
   std::size_t LiveBlocks() const { return blocks_.size(); }
   std::size_t LiveMutexes() const { return mutexes_.size(); }
   std::size_t LiveFiles() const { return openFiles_.size(); }
   bool EveryMutexIsFree() const;
-  // The kind word of the block whose caller sees `p`.
-  static std::uint32_t KindOf(const void* p);
-  std::uint64_t LastRequest() const { return lastRequest_; }
+  // What was asked for the block of which the caller sees `p`.
+  std::size_t SizeOfBlock(void* p) const { return blocks_.at(static_cast<char*>(p) - 8); }
 
   // IOxKernel
   void* GetInterface(const char* name) override;
@@ -96,7 +95,6 @@ class RecordingHost final : public IOxKernel, public IFileSystem {
 
   std::string log_;
   std::map<void*, std::size_t> blocks_;
-  std::uint64_t lastRequest_ = 0;
   std::map<IOxMutex*, std::unique_ptr<RecordingMutex>> mutexes_;
   std::map<os::filesystem::File*, std::unique_ptr<RecordingFile>> openFiles_;
   std::size_t mutexesMade_ = 0;

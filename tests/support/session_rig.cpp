@@ -1,5 +1,6 @@
 #include "tests/support/session_rig.h"
 
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -42,10 +43,11 @@ std::string Bytes(std::uint64_t seed, std::size_t count) {
   return bytes;
 }
 
-SessionOptions OptionsFor(const std::string& directory) {
+SessionOptions OptionsFor(const std::string& directory, Durability durability) {
   SessionOptions options;
   options.directory = directory;
   options.modulePath = OX_MODULE_PATH;
+  options.durability = durability;
   options.touchInterval = std::chrono::seconds(0);
   return options;
 }
@@ -58,16 +60,27 @@ std::unique_ptr<CacheSession> OpenSession(const SessionOptions& options) {
   std::abort();
 }
 
+internal::Survey Look(const std::string& directory) {
+  internal::Survey survey;
+  EXPECT_FALSE(internal::SurveyDirectory(directory, &survey));
+  return survey;
+}
+
+std::unique_ptr<StoreWriter> Write(CacheSession& session, const std::string& url,
+                                   const std::string& content, Error* error) {
+  auto writer = session.Store(url, error);
+  if (writer == nullptr) return nullptr;
+  const std::size_t half = content.size() / 2;
+  *error = writer->Write(content.data(), half);
+  if (!*error) *error = writer->Write(content.data() + half, content.size() - half);
+  return *error ? nullptr : std::move(writer);
+}
+
 Error Store(CacheSession& session, const std::string& url, const std::string& content,
             const std::string& metadata) {
   Error error;
-  const auto writer = session.Store(url, &error);
-  if (writer == nullptr) return error;
-  // In two parts, as content arrives from a network.
-  const std::size_t half = content.size() / 2;
-  if ((error = writer->Write(content.data(), half))) return error;
-  if ((error = writer->Write(content.data() + half, content.size() - half))) return error;
-  return writer->Commit(metadata);
+  const auto writer = Write(session, url, content, &error);
+  return writer != nullptr ? writer->Commit(metadata) : error;
 }
 
 std::string Fetch(CacheSession& session, const std::string& url) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "session/survey.h"
 #include "tests/support/scratch_directory.h"
 #include <oxfilecache/session.h>
 
@@ -15,6 +16,7 @@ namespace ox::testing {
 using session::CacheSession;
 using session::Durability;
 using session::SessionOptions;
+using session::StoreWriter;
 
 std::string ReadAll(int fd);
 
@@ -36,11 +38,17 @@ std::uint64_t DiskUse(const std::string& directory);
 std::string Bytes(std::uint64_t seed, std::size_t count);
 
 // Every change is touched at once, so that the order on disk is the order of use.
-SessionOptions OptionsFor(const std::string& directory);
+SessionOptions OptionsFor(const std::string& directory, Durability = Durability::kProcess);
 
 // Ends the program where none can be opened: without it nothing that follows means anything.
 std::unique_ptr<CacheSession> OpenSession(const SessionOptions& options);
 
+internal::Survey Look(const std::string& directory);
+
+// A writer that was given the content in two parts, as it arrives from a network; null when one of
+// them was refused.
+std::unique_ptr<StoreWriter> Write(CacheSession& session, const std::string& url,
+                                   const std::string& content, Error* error);
 Error Store(CacheSession& session, const std::string& url, const std::string& content,
             const std::string& metadata);
 

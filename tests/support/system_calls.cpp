@@ -13,11 +13,12 @@
 #include <filesystem>
 #include <utility>
 
+#include "session/use_clock.h"
+
 namespace ox::testing {
 
 FaultDriver callFaults;
 FaultDriver callInterrupts;
-FaultDriver halfTransfers;
 int commonOpenFlags = ~0;
 
 namespace {
@@ -36,8 +37,8 @@ bool IsInterrupted() {
   return true;
 }
 
-std::size_t HalfOrAll(std::size_t count) {
-  return halfTransfers.Next() ? (count + 1) / 2 : count;
+std::size_t UntilInterrupted(std::size_t count) {
+  return count > 1 && callInterrupts.Next() ? count / 2 : count;
 }
 
 // The C library's function of that name. On 32-bit machines the headers rename some.
@@ -50,10 +51,13 @@ Function* Next(const char* name, const char* largeFile, const char* longTime) {
   return reinterpret_cast<Function*>(found);
 }
 
+std::string PathOf(int fd) {
+  return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd)).string();
+}
+
 std::string FullPath(int directory, const char* path) {
   if (directory == AT_FDCWD || path[0] == '/') return path;
-  const std::string link = "/proc/self/fd/" + std::to_string(directory);
-  return std::filesystem::read_symlink(link).string() + "/" + path;
+  return PathOf(directory) + "/" + path;
 }
 
 // Passed only when a file may be made.
@@ -61,13 +65,10 @@ mode_t TakeMode(int flags, va_list arguments) {
   return (flags & O_CREAT) != 0 ? static_cast<mode_t>(va_arg(arguments, int)) : 0;
 }
 
-std::int64_t ToNanoseconds(const timespec& time) {
-  return std::int64_t{time.tv_sec} * 1000000000 + time.tv_nsec;
-}
-
 }  // namespace
 
-Journal::Journal(std::string directory) : directory_(std::move(directory)) {
+Journal::Journal(std::string directory)
+    : directory_(std::move(directory)), resolved_(std::filesystem::canonical(directory_)) {
   for (const auto& entry : std::filesystem::directory_iterator(directory_))
     names_[entry.path().filename()] = 0;
   for (auto& name : names_)
@@ -144,28 +145,30 @@ void Journal::TimeSet(int fd, std::int64_t time) {
   if (open != open_.end()) Add(FileOperation::Kind::kSetTime, open->second.file).time = time;
 }
 
-void Journal::Synchronised(int fd, bool isDirectory) {
-  if (isDirectory) {
-    Add(FileOperation::Kind::kSyncDirectory, -1);
-  } else if (open_.count(fd) != 0) {
+void Journal::Synchronised(int fd) {
+  if (open_.count(fd) != 0) {
     Add(FileOperation::Kind::kSyncFile, open_[fd].file);
+    return;
   }
+  const std::string path = PathOf(fd);
+  synchronised_.insert(path);
+  if (path == resolved_) Add(FileOperation::Kind::kSyncDirectory, -1);
 }
 
 }  // namespace ox::testing
 
 // Defined here, these stand before the C library's.
 
+using ox::internal::ToNanoseconds;
 using ox::testing::callFaults;
 using ox::testing::commonOpenFlags;
 using ox::testing::Fails;
 using ox::testing::FullPath;
-using ox::testing::HalfOrAll;
 using ox::testing::IsInterrupted;
 using ox::testing::journal;
 using ox::testing::Next;
 using ox::testing::TakeMode;
-using ox::testing::ToNanoseconds;
+using ox::testing::UntilInterrupted;
 
 extern "C" {
 
@@ -201,19 +204,20 @@ int close(int fd) {
 
 ssize_t read(int fd, void* buffer, size_t count) {
   static auto* const real = Next<ssize_t(int, void*, size_t)>("read", "read", "read");
-  return Fails(EIO) || IsInterrupted() ? -1 : real(fd, buffer, count);
+  if (Fails(EIO) || IsInterrupted()) return -1;
+  return real(fd, buffer, UntilInterrupted(count));
 }
 
 ssize_t pread(int fd, void* buffer, size_t count, off_t offset) {
   static auto* const real = Next<ssize_t(int, void*, size_t, off_t)>("pread", "pread64", "pread64");
-  return Fails(EIO) || IsInterrupted() ? -1 : real(fd, buffer, HalfOrAll(count), offset);
+  return Fails(EIO) || IsInterrupted() ? -1 : real(fd, buffer, UntilInterrupted(count), offset);
 }
 
 ssize_t write(int fd, const void* buffer, size_t count) {
   static auto* const real = Next<ssize_t(int, const void*, size_t)>("write", "write", "write");
   if (IsInterrupted()) return -1;
   const bool fails = Fails(ENOSPC);
-  const ssize_t written = real(fd, buffer, fails ? count / 2 : HalfOrAll(count));
+  const ssize_t written = real(fd, buffer, fails ? count / 2 : UntilInterrupted(count));
   if (journal != nullptr && written > 0) {
     journal->Written(fd, buffer, static_cast<size_t>(written));
   }
@@ -231,9 +235,7 @@ int ftruncate(int fd, off_t length) noexcept {
 
 int fsync(int fd) {
   if (Fails(EIO) || IsInterrupted()) return -1;
-  struct stat status;
-  if (fstat(fd, &status) != 0) return -1;
-  if (journal != nullptr) journal->Synchronised(fd, S_ISDIR(status.st_mode));
+  if (journal != nullptr) journal->Synchronised(fd);
   return 0;  // power is cut in simulation only: thousands of cases need not wait for the disk
 }
 
@@ -272,27 +274,22 @@ int futimens(int fd, const timespec times[2]) noexcept {
   return real(fd, times);
 }
 
-int stat(const char* path, struct stat* status) noexcept {
-  static auto* const real =
-      Next<int(const char*, struct stat*)>("stat", "stat64", "__stat64_time64");
-  return Fails(EIO) ? -1 : real(path, status);
-}
-
-int lstat(const char* path, struct stat* status) noexcept {
-  static auto* const real =
-      Next<int(const char*, struct stat*)>("lstat", "lstat64", "__lstat64_time64");
-  return Fails(EIO) ? -1 : real(path, status);
-}
-
-int fstat(int fd, struct stat* status) noexcept {
-  static auto* const real = Next<int(int, struct stat*)>("fstat", "fstat64", "__fstat64_time64");
-  return Fails(EIO) ? -1 : real(fd, status);
-}
-
 int fstatat(int directory, const char* path, struct stat* status, int flags) noexcept {
   static auto* const real =
       Next<int(int, const char*, struct stat*, int)>("fstatat", "fstatat64", "__fstatat64_time64");
   return Fails(EIO) ? -1 : real(directory, path, status, flags);
+}
+
+int stat(const char* path, struct stat* status) noexcept {
+  return fstatat(AT_FDCWD, path, status, 0);
+}
+
+int lstat(const char* path, struct stat* status) noexcept {
+  return fstatat(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
+}
+
+int fstat(int fd, struct stat* status) noexcept {
+  return fstatat(fd, "", status, AT_EMPTY_PATH);
 }
 
 int mkdir(const char* path, mode_t mode) noexcept {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,10 +18,9 @@ namespace ox::testing {
 // Fails every call that can fail, with the error that a dying disk gives. A failed write has
 // written half.
 extern FaultDriver callFaults;
-// Interrupts the calls that signals interrupt. Whoever calls them must try again.
+// Interrupts the calls that signals interrupt, before their work or, where they read or write, in
+// the middle of it. Whoever calls them must try again or go on.
 extern FaultDriver callInterrupts;
-// Lets a read or a write do half of what it was asked for.
-extern FaultDriver halfTransfers;
 // The flags that every opening since it was set had in common.
 extern int commonOpenFlags;
 // Fails the allocations of C++ and of the kernel.
@@ -57,6 +57,8 @@ class Journal {
   Journal& operator=(const Journal&) = delete;
 
   const std::vector<FileOperation>& Operations() const { return operations_; }
+  // Directories of any place.
+  const std::set<std::string>& SynchronisedDirectories() const { return synchronised_; }
 
   // For the calls.
   void Created(const std::string& path, int fd, bool isNew, bool isEmptied);
@@ -66,7 +68,7 @@ class Journal {
   void Deleted(const std::string& path);
   void TimeSet(const std::string& path, std::int64_t time);
   void TimeSet(int fd, std::int64_t time);
-  void Synchronised(int fd, bool isDirectory);
+  void Synchronised(int fd);
   void Closed(int fd) { open_.erase(fd); }
 
  private:
@@ -80,6 +82,8 @@ class Journal {
   FileOperation& Add(FileOperation::Kind kind, int file);
 
   std::string directory_;
+  std::string resolved_;  // without symbolic links
+  std::set<std::string> synchronised_;
   std::vector<FileOperation> operations_;
   std::map<std::string, int> names_;
   std::map<int, OpenFile> open_;

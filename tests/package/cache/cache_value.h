@@ -1,0 +1,3 @@
+#pragma once
+
+using CacheValue = const char*;

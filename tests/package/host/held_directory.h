@@ -1,0 +1,3 @@
+#pragma once
+
+using HeldDirectory = const char*;

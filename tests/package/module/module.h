@@ -1,0 +1,3 @@
+#pragma once
+
+using Module = const char*;

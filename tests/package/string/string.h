@@ -1,0 +1,3 @@
+#pragma once
+
+using String = char[32];

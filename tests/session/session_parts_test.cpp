@@ -1,0 +1,106 @@
+// Parts of a session on their own, where a case is hard to bring about from outside: which texts
+// and file names it takes for what, and its clock.
+#include <gtest/gtest.h>
+
+#include <ctime>
+
+#include "session/session_names.h"
+#include "session/use_clock.h"
+#include "session/utf8.h"
+
+namespace {
+
+std::int64_t deviceTime = 0;
+std::int64_t bootTime = 0;
+
+}  // namespace
+
+// Defined here, it stands before the C library's.
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+  *time = ox::internal::ToTimespec(clock == CLOCK_REALTIME ? deviceTime : bootTime);
+  return 0;
+}
+
+namespace ox::internal {
+namespace {
+
+TEST(Utf8, AtTheBordersOfEachForm) {
+  for (const char* good :
+       {"\x01", "\x7F", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEE\x80\x80",
+        "\xEF\xBF\xBF", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "a\xC3\xA4\xF0\x9F\x98\x80z"}) {
+    EXPECT_TRUE(IsStrictUtf8(good)) << good;
+  }
+  for (const char* bad :
+       {"\x80", "\xBF", "\xC0\x80", "\xC1\xBF", "\xC2", "\xC2\x7F", "\xC2\xC0", "\xE0\x9F\xBF",
+        "\xE2\x82", "\xE2\x82z", "\xED\xA0\x80", "\xED\xBF\xBF", "\xF0\x8F\xBF\xBF", "\xF0\x9F\x98",
+        "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xF8\x88\x80\x80\x80", "\xFF"}) {
+    EXPECT_FALSE(IsStrictUtf8(bad)) << bad;
+    EXPECT_FALSE(IsStrictUtf8(std::string("\xC3\xA4") + bad)) << bad;
+  }
+  EXPECT_FALSE(IsStrictUtf8(std::string("\xC3\xA4\0", 3)));
+}
+
+TEST(SessionNames, OnlyWholeNamesOfItsOwnFilesCount) {
+  const std::string entry = "0123456789ABCDEF0123456789ABCDEF";
+  const struct {
+    const char* id;
+    bool isId;
+  } ids[] = {{"0123456789abcdef-7", true},   {"0123456789abcdef-1234567", true},
+             {"0123456789abcdef-", false},   {"0123456789abcdef", false},
+             {"0123456789abcde-7", false},   {"0123456789abcdef0-7", false},
+             {"0123456789abcdef.7", false},  {"0123456789ABCDEF-7", false},
+             {"0123456789abcdef-7x", false}, {"", false}};
+  std::string foundEntry;
+  std::string foundId;
+  for (const auto& [id, isId] : ids) {
+    EXPECT_EQ(StagingId(StagedContentName(id)), isId ? id : "") << id;
+    EXPECT_EQ(StagingId(StagedMetaDataName(id)), isId ? id : "") << id;
+    EXPECT_EQ(ParseCommitFileName(CommitFileName(entry, id), &foundEntry, &foundId), isId) << id;
+    if (isId) {
+      EXPECT_EQ(foundEntry, entry);
+      EXPECT_EQ(foundId, id);
+    }
+  }
+  for (const char* name : {"ox-0123456789abcdef-7.tmp_", "ox_0123456789abcdef-7.part", "ox-part",
+                           "ox-.part", "x-0123456789abcdef-7.part", ".part", "", "ox-"}) {
+    EXPECT_EQ(StagingId(name), "") << name;
+  }
+  const std::string id = ".0123456789abcdef-7";
+  for (const std::string& name :
+       {entry + ".commit", entry + id, entry + id + ".commit2", entry + id + "commit",
+        entry + "x" + id.substr(1) + ".commit", entry.substr(1) + id + ".commit",
+        "0123456789abcdef0123456789abcdef" + id + ".commit", std::string(".commit")}) {
+    EXPECT_FALSE(ParseCommitFileName(name, &foundEntry, &foundId)) << name;
+  }
+}
+
+TEST(UseClock, OnlyEverGrows) {
+  constexpr std::int64_t kSecond = 1000000000;
+  deviceTime = 100 * kSecond;
+  bootTime = 50 * kSecond;
+  UseClock clock;
+  EXPECT_EQ(clock.Next(), 100 * kSecond);
+  EXPECT_EQ(clock.Next(), 100 * kSecond + 1) << "both clocks stand still";
+  deviceTime = 200 * kSecond;
+  EXPECT_EQ(clock.Next(), 200 * kSecond);
+  deviceTime = 10 * kSecond;
+  EXPECT_EQ(clock.Next(), 200 * kSecond + 1) << "set back";
+  bootTime += 5 * kSecond;
+  EXPECT_EQ(clock.Next(), 205 * kSecond + 1) << "intervals go on";
+  clock.StayAbove(150 * kSecond);
+  EXPECT_EQ(clock.Next(), 205 * kSecond + 2) << "was above already";
+  bootTime += 5 * kSecond;
+  clock.StayAbove(300 * kSecond);
+  bootTime += 2 * kSecond;
+  EXPECT_EQ(clock.Next(), 302 * kSecond) << "counts from the time given";
+}
+
+TEST(UseClock, TimesBefore1970) {
+  EXPECT_EQ(ToTimespec(-1).tv_sec, -1);
+  EXPECT_EQ(ToTimespec(-1).tv_nsec, 999999999);
+  for (const std::int64_t time : {-2000000000LL, -1LL, 0LL, 1234567890123LL})
+    EXPECT_EQ(ToNanoseconds(ToTimespec(time)), time);
+}
+
+}  // namespace
+}  // namespace ox::internal
