@@ -1,13 +1,16 @@
-// A recursive mutex made by the host (IOxKernel::CreateMutex).
+// A recursive mutex, made and owned by the host (IOxKernel::CreateMutex).
+//
+// The order in the table is the binary contract, as for IOxKernel.
 #ifndef OXFILECACHE_MUTEX_H_
 #define OXFILECACHE_MUTEX_H_
 
 class IOxMutex {
  public:
-  // Blocks until the calling thread holds the mutex; at once when it already does. The results are
-  // ignored by the module.
+  // Returns when the calling thread holds the mutex; at once when it holds it already. Nonzero on
+  // success; the module ignores the results of both operations.
   virtual int Lock() = 0;
-  // Releases one Lock of the calling thread.
+  // Takes back one Lock of the calling thread. Other threads can have the mutex once each Lock was
+  // taken back.
   virtual int Unlock() = 0;
 
  protected:
