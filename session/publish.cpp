@@ -49,7 +49,7 @@ void Decide(SessionState& state, const Publication& publication) OX_REQUIRES(sta
 }
 
 // The files are in place, but the manager does not know. A restart puts in place what is not yet.
-Error RestartAndFind(SessionState& state, const Publication& publication, Error error)
+Error RestartAndFind(SessionState& state, const Publication& publication, const Error& error)
     OX_REQUIRES(state.mutex) {
   state.cache.Account().MarkStale();
   if (Error restartError = state.cache.Restart()) return restartError;
@@ -59,8 +59,8 @@ Error RestartAndFind(SessionState& state, const Publication& publication, Error 
 // Undoes the renamings of a new entry, the metadata's first: content alone is no entry. What cannot
 // be undone a restart deletes.
 void TakeNewBack(SessionState& state, const CommitFiles& files) OX_REQUIRES(state.mutex) {
-  const bool isMetaDataBack =
-      RenameFile(files.metaData, files.stagedMetaData) || errno == ENOENT || errno == EISDIR;
+  const bool isMetaDataBack = RenameFile(files.metaData, files.stagedMetaData) || errno == ENOENT ||
+                              errno == EISDIR || errno == ENOTDIR;
   if (!isMetaDataBack || !RenameFile(files.content, files.stagedContent)) {
     state.cache.Account().MarkStale();
   }
@@ -169,7 +169,7 @@ Error Replace(SessionState& state, const Publication& publication, CacheValue& o
   Error error = isLogged ? ReplaceLogged(state, files, publication)
                          : ReplaceUnlogged(state, files, publication);
   if (!publication.outcome.isDecided) return error;
-  if (error) return isLogged ? RestartAndFind(state, publication, std::move(error)) : error;
+  if (error) return isLogged ? RestartAndFind(state, publication, error) : error;
   state.cache.Account().NoteReplaced(oldSizes.content + oldSizes.metaData);
   // Finding it makes the manager read the new metadata, and makes it the one used last.
   if (state.cache.Find(publication.url) != nullptr) return {};

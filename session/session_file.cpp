@@ -7,6 +7,7 @@
 #include "session/durable_io.h"
 #include "session/session_file_system.h"
 #include "session/use_clock.h"
+#include <oxfilecache/allocation.h>
 #include <oxfilecache/format.h>
 #include <oxfilecache/string.h>
 
@@ -23,7 +24,10 @@ int SessionFile::SetPath(const char* utf8Path) {
   configuration_.Close();
   discardsWrites_ = false;
   shownBytes_.reset();
-  return file_.SetPath(utf8Path);
+  const int isBound = file_.SetPath(utf8Path);
+  // The module does not look at the result, and would take a file for missing.
+  if (isBound == 0 && utf8Path != nullptr) fileSystem_.account_.MarkStale();
+  return isBound;
 }
 
 bool SessionFile::IsShownContent() const {
@@ -81,8 +85,11 @@ void SessionFile::NoteFailedRead(int error) {
   if (IsMetaData()) fileSystem_.metaDataRead_ = MetaDataRead{error, 0, 0};
 }
 
+// The module's own watch for a lack of memory does not see what this side of the border lacks.
 void SessionFile::GetPath(OxString& out) {
+  const AllocationWatch watch;
   file_.GetPath(out);
+  if (watch.Tripped()) fileSystem_.account_.MarkStale();
 }
 
 std::uint64_t SessionFile::GetSize() {
@@ -123,7 +130,7 @@ int SessionFile::EnumerateDirectory(EnumerateCallback callback, void* context, i
       fileSystem_.shownContent_.assign(prefix).append(entry.name);
       fileSystem_.shownContentBytes_ = entry.contentBytes;
       path.assign(fileSystem_.shownContent_).append(format::kMetaDataSuffix);
-      if (file.SetPath(path.c_str()) == 0) continue;
+      if (file.SetPath(path.c_str()) == 0) break;
       file.shownBytes_ = entry.metaDataBytes;
       if (!callback(file, false, context)) break;
     }

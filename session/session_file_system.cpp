@@ -3,6 +3,7 @@
 #include <new>
 #include <utility>
 
+#include <oxfilecache/allocation.h>
 #include <oxfilecache/string.h>
 
 namespace ox::internal {
@@ -32,7 +33,9 @@ void SessionFileSystem::DestroyFile(os::filesystem::File* file) {
 }
 
 int SessionFileSystem::GetDefaultDirectory(OxString& out) {
+  const AllocationWatch watch;
   out = directory_.c_str();
+  if (watch.Tripped()) account_.MarkStale();
   return !out.IsEmpty();
 }
 

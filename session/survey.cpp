@@ -73,17 +73,14 @@ class Surveyor {
 
   void SortOther(const DirectoryEntry& file) {
     if (others_.find(file.name)->second.isPaired || IsPermanentSessionName(file.name)) return;
-    if (!file.isRegular) {
-      survey_->foreignFiles.push_back(file.name);
-    } else if (format::IsContentName(file.name)) {
-      survey_->contentWithoutMetaData.push_back(file.name);
-    } else if (IsBlockedCommit(file.name)) {
-      survey_->blockedCommits.push_back(file.name);
-    } else if (IsSessionName(file.name)) {
-      survey_->staging.push_back(file.name);
-    } else {
-      survey_->foreignFiles.push_back(file.name);
-    }
+    ListOf(file)->push_back(file.name);
+  }
+
+  std::vector<std::string>* ListOf(const DirectoryEntry& file) const {
+    if (!file.isRegular) return &survey_->foreignFiles;
+    if (format::IsContentName(file.name)) return &survey_->contentWithoutMetaData;
+    if (IsBlockedCommit(file.name)) return &survey_->blockedCommits;
+    return IsSessionName(file.name) ? &survey_->staging : &survey_->foreignFiles;
   }
 
   bool IsDirectoryName(const std::string& name) const {
