@@ -26,6 +26,11 @@ bool PendingEntry::Commit() {
   return true;
 }
 
+void PendingEntry::LeaveToRestart() {
+  cache_->Account().MarkStale();
+  value_ = nullptr;
+}
+
 void PendingEntry::Abandon() {
   if (value_ != nullptr) cache_->Abandon(std::exchange(value_, nullptr), metaDataLength_);
 }

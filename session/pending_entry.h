@@ -29,8 +29,8 @@ class PendingEntry {
   bool Commit();
   // Takes the entry off the manager's list.
   void Abandon();
-  // Leaves the entry to the manager, which is about to be restarted.
-  void Release() { value_ = nullptr; }
+  // Leaves the entry to the restart of the manager that this asks for.
+  void LeaveToRestart();
 
  private:
   RunningCache* cache_ = nullptr;

@@ -51,7 +51,6 @@ void Decide(SessionState& state, const Publication& publication) OX_REQUIRES(sta
 // The files are in place, but the manager does not know. A restart puts in place what is not yet.
 Error RestartAndFind(SessionState& state, const Publication& publication, const Error& error)
     OX_REQUIRES(state.mutex) {
-  state.cache.Account().MarkStale();
   if (Error restartError = state.cache.Restart()) return restartError;
   return state.cache.Find(publication.url) != nullptr ? Error{} : error;
 }
@@ -103,8 +102,7 @@ Error PublishNew(SessionState& state, const Publication& publication) OX_REQUIRE
   if (Error error = PutNewInPlace(state, files)) return error;
   Decide(state, publication);
   if (pending.Commit()) return {};
-  // Left to the manager, which is restarted.
-  pending.Release();
+  pending.LeaveToRestart();
   return RestartAndFind(
       state, publication,
       MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot commit the entry"));
@@ -146,6 +144,9 @@ Error ReplaceLogged(SessionState& state, const CommitFiles& files, const Publica
   Decide(state, publication);
   const bool isPower = state.options.durability == Durability::kPower;
   if (files.Finish(false, isPower ? Synchronise::kAlways : Synchronise::kNever)) return {};
+  const int placeError = errno;
+  state.cache.Account().MarkStale();
+  errno = placeError;
   return SystemError("cannot put the metadata in place", files.metaData);
 }
 
@@ -173,6 +174,7 @@ Error Replace(SessionState& state, const Publication& publication, CacheValue& o
   state.cache.Account().NoteReplaced(oldSizes.content + oldSizes.metaData);
   // Finding it makes the manager read the new metadata, and makes it the one used last.
   if (state.cache.Find(publication.url) != nullptr) return {};
+  state.cache.Account().MarkStale();
   return RestartAndFind(
       state, publication,
       MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot find the entry"));

@@ -176,6 +176,7 @@ std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* 
     std::unique_ptr<StoreWriter> writer;
     {
       const MutexLock lock(state.mutex);
+      if (Error failed = state.cache.EnsureCurrent()) return failed;
       auto staging = std::make_unique<Staging>(state, url, state.ids.Next());
       const std::string& directory = state.limits.cacheDirectory;
       staging->contentPath = directory + "/" + internal::StagedContentName(staging->share.id);
