@@ -20,8 +20,10 @@ class BareCache final : public Contender {
       : kernel_(setting.directory), plainFiles_(setting.directory) {
     if (isPlain) kernel_.UseFileSystem(&plainFiles_);
     WriteConfiguration(setting.directory, setting.entries);
+    IOxKernel* kernel = &kernel_;
+    if (setting.countsKernel) kernel = &counting_.emplace(kernel_);
     std::string error;
-    module_ = host::LoadedModule::Load(OX_MODULE_PATH, kernel_, &error);
+    module_ = host::LoadedModule::Load(OX_MODULE_PATH, *kernel, &error);
     if (module_ == nullptr) throw std::runtime_error(error);
   }
 
@@ -64,12 +66,16 @@ class BareCache final : public Contender {
       throw std::runtime_error("an entry was not removed");
   }
 
-  std::optional<host::KernelCounts> Counts() const override { return kernel_.Counts(); }
+  std::optional<testing::KernelCounts> Counts() const override {
+    if (!counting_) return std::nullopt;
+    return counting_->Counts();
+  }
 
  private:
   core::cache::FileCacheManager& Manager() { return **manager_; }
 
   host::PosixKernel kernel_;
+  std::optional<testing::CountingKernel> counting_;
   PlainFileSystem plainFiles_;
   std::unique_ptr<host::LoadedModule> module_;
   std::unique_ptr<host::ManagerReference> manager_;

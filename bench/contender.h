@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "bench/workload.h"
+#include "tests/support/counting_kernel.h"
 #include <oxfilecache/format.h>
-#include <oxfilecache/host.h>
 
 namespace ox::bench {
 
@@ -52,8 +52,8 @@ class Contender {
   virtual bool Fetch(std::size_t index, Want want, Fetched* out) = 0;
   virtual void Remove(std::size_t index) = 0;
 
-  // What the kernel of the module counts, for contenders that have one.
-  virtual std::optional<host::KernelCounts> Counts() const { return std::nullopt; }
+  // What the module has asked its kernel for; only of a contender that was set to count it.
+  virtual std::optional<testing::KernelCounts> Counts() const { return std::nullopt; }
 
  protected:
   const std::string& Url(std::size_t index) const { return urls_[index]; }
@@ -66,6 +66,7 @@ struct Setting {
   std::string directory;  // empty, the contender's own
   std::size_t entries;    // the limit, where the contender knows one
   std::size_t contentBytes;
+  bool countsKernel = false;  // which makes its calls slower
 };
 
 using MakeContender = std::function<std::unique_ptr<Contender>(const Setting&)>;

@@ -124,7 +124,7 @@ json Memory(Bench& subject, std::size_t heapBefore, const Options& options) {
 
 json CountAll(const Options& options) {
   const std::size_t heapBefore = mallinfo2().uordblks;
-  Bench subject(options.subject, options.directory, options.entries, options.contentBytes);
+  Bench subject(options.subject, options.directory, options.entries, options.contentBytes, true);
   json results = {Memory(subject, heapBefore, options)};
   for (const std::string& operation : options.operations)
     results.push_back(Count(operation, subject, options));

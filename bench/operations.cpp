@@ -35,7 +35,7 @@ BlockLimits LimitsOf(const std::string& operation, std::size_t entries) {
 }
 
 Bench::Bench(const std::string& name, const std::string& parent, std::size_t entries,
-             std::size_t contentBytes)
+             std::size_t contentBytes, bool countsKernel)
     : workload_(contentBytes),
       entries_(entries),
       fetched_(contentBytes),
@@ -43,7 +43,7 @@ Bench::Bench(const std::string& name, const std::string& parent, std::size_t ent
       nextNew_(entries) {
   Expect(!std::filesystem::exists(directory_), "the work directory is in use");
   std::filesystem::create_directories(directory_);
-  contender_ = bench::Make(name, {directory_, entries, contentBytes});
+  contender_ = bench::Make(name, {directory_, entries, contentBytes, countsKernel});
   contender_->Open();
   Fill();
 }

@@ -21,7 +21,7 @@ class Bench {
   // Makes the contender in a directory of its own below `parent`, fills it, and checks that each
   // entry comes back as it was stored.
   Bench(const std::string& name, const std::string& parent, std::size_t entries,
-        std::size_t contentBytes);
+        std::size_t contentBytes, bool countsKernel = false);
   // Removes the directory.
   ~Bench();
   Bench(const Bench&) = delete;

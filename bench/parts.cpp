@@ -55,7 +55,7 @@ void MetadataInto(benchmark::State& state) {
   const std::string& metadata = Entries().Metadata();
   OxString text;
   for (auto _ : state) {
-    text.AssignUTF8(metadata.data(), metadata.size());
+    text.AssignUTF8(metadata.data(), metadata.size(), metadata.size());
     benchmark::DoNotOptimize(text.Text());
   }
 }

@@ -21,7 +21,7 @@ function(ox_compile target)
   # and a missing configuration empties the cache. Public, since headers hold times.
   target_compile_definitions(${target} PUBLIC _FILE_OFFSET_BITS=64 _TIME_BITS=64)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow
-    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+    $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety>
     $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>)
 endfunction()
 

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <memory>
 #include <tuple>
+#include <utility>
 
 namespace ox::internal {
 namespace {
@@ -46,17 +47,17 @@ bool IsDirectory(const std::string& path) {
   return false;
 }
 
-bool MakeOne(const std::string& path) {
-  if (mkdir(path.c_str(), 0700) == 0) return true;
+bool MakeOne(const std::string& path, mode_t mode) {
+  if (mkdir(path.c_str(), mode) == 0) return true;
   return errno == EEXIST && IsDirectory(path);
 }
 
 }  // namespace
 
 bool ListDirectory(const char* path, std::vector<DirectoryEntry>* entries) {
-  entries->clear();
   const DirectoryHandle directory = OpenDirectory(path);
   if (directory == nullptr) return false;
+  std::vector<DirectoryEntry> listed;
   for (;;) {
     errno = 0;
     const dirent* found = readdir(directory.get());
@@ -69,21 +70,22 @@ bool ListDirectory(const char* path, std::vector<DirectoryEntry>* entries) {
       return false;
     }
     const bool isRegular = S_ISREG(status.st_mode);
-    entries->push_back({found->d_name, status.st_mtim, S_ISDIR(status.st_mode), isRegular,
-                        isRegular ? static_cast<std::uint64_t>(status.st_size) : 0});
+    listed.push_back({found->d_name, status.st_mtim, S_ISDIR(status.st_mode), isRegular,
+                      isRegular ? static_cast<std::uint64_t>(status.st_size) : 0});
   }
   if (errno != 0) return false;
-  std::sort(entries->begin(), entries->end(), IsOlder);
+  std::sort(listed.begin(), listed.end(), IsOlder);
+  *entries = std::move(listed);
   return true;
 }
 
 bool MakeDirectories(const std::string& path) {
   if (IsDirectory(path)) return true;
-  for (std::size_t end = path.find('/', 1); end != std::string::npos;
-       end = path.find('/', end + 1)) {
-    if (!MakeOne(path.substr(0, end))) return false;
+  const std::size_t lastByteOfName = path.find_last_not_of('/');
+  for (std::size_t end = path.find('/', 1); end < lastByteOfName; end = path.find('/', end + 1)) {
+    if (!MakeOne(path.substr(0, end), 0777)) return false;
   }
-  return MakeOne(path);
+  return MakeOne(path, 0700);
 }
 
 }  // namespace ox::internal

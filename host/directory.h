@@ -17,14 +17,17 @@ struct DirectoryEntry {
   std::uint64_t size;  // bytes, 0 for anything but a regular file
 };
 
-// The entries of a directory without "." and "..", oldest modification first, ties by name.
-// Symbolic links are not followed; the type comes from the file itself, since some file systems
-// leave it out of the directory. False with errno when the directory or one of its files cannot be
-// looked at; a file that vanishes meanwhile is left out.
+// The entries of a directory without "." and "..", oldest modification first, ties by name; they
+// replace what `entries` held. Symbolic links are not followed. The type is asked of each file,
+// since some file systems do not keep it in the directory. A file that is deleted meanwhile is left
+// out.
+//
+// False with errno when the directory or one of its files cannot be looked at; `entries` is
+// unchanged then.
 bool ListDirectory(const char* path, std::vector<DirectoryEntry>* entries);
 
-// Makes the directory and its missing parents, each with mode 0700. True when it exists afterwards,
-// otherwise false with errno.
+// Makes the directory with mode 0700, and its missing parents with 0777 less the umask: only the
+// last belongs to the cache. True when the directory exists afterwards, otherwise false with errno.
 bool MakeDirectories(const std::string& path);
 
 }  // namespace ox::internal

@@ -27,7 +27,7 @@ const DirectoryEntry* EnumerationSnapshot::Find(std::string_view path) {
   return found != current->files_.end() ? found->second : nullptr;
 }
 
-void EnumerationSnapshot::Forget() {
+void EnumerationSnapshot::DropAll() {
   for (EnumerationSnapshot* each = current; each != nullptr; each = each->outer_) {
     each->files_.clear();
   }

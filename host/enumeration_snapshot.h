@@ -1,8 +1,8 @@
-// What an enumeration has read of a directory, for the questions that its callback asks.
+// What an enumeration has found in a directory, for the questions that its callback asks.
 //
-// The start-up scan asks of each content file whether it exists and, twice, how large it is; the
-// enumeration has just looked. The snapshot answers on the enumerating thread until that thread
-// changes any file, or the enumeration ends.
+// The start-up scan asks of each content file whether it exists and, twice, how large it is. The
+// enumeration has just found that out. Its snapshot answers, on the thread that enumerates, until
+// that thread changes any file or the enumeration ends.
 #ifndef OX_HOST_ENUMERATION_SNAPSHOT_H_
 #define OX_HOST_ENUMERATION_SNAPSHOT_H_
 
@@ -17,21 +17,21 @@ namespace ox::internal {
 
 class EnumerationSnapshot {
  public:
-  // `prefix` is the directory's path with its separator. Both must outlive the snapshot.
+  // `prefix` is the directory's path and a "/". Both must outlive the snapshot.
   EnumerationSnapshot(const std::string& prefix, const std::vector<DirectoryEntry>& entries);
   ~EnumerationSnapshot();
   EnumerationSnapshot(const EnumerationSnapshot&) = delete;
   EnumerationSnapshot& operator=(const EnumerationSnapshot&) = delete;
 
-  // The file of that path, null when no snapshot of this thread knows it.
+  // The regular file of that path in this thread's innermost snapshot, null when it is not there.
   static const DirectoryEntry* Find(std::string_view path);
-  // To be called before any change.
-  static void Forget();
+  // Empties all snapshots of this thread. To be called before any change to a file.
+  static void DropAll();
 
  private:
   const std::string& prefix_;
   std::unordered_map<std::string_view, const DirectoryEntry*> files_;
-  EnumerationSnapshot* outer_;
+  EnumerationSnapshot* outer_;  // of the enumeration that this one runs inside, or null
 };
 
 }  // namespace ox::internal

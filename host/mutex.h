@@ -1,50 +1,64 @@
-// A mutex whose use clang checks, the lock of a scope, and a condition to wait for.
+// A mutex, the guard that holds it, and a condition to wait for: those of the standard library,
+// made known to the compiler's check of locks (thread_annotations.h).
 #ifndef OX_HOST_MUTEX_H_
 #define OX_HOST_MUTEX_H_
 
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <utility>
 
 #include "host/thread_annotations.h"
 
 namespace ox::internal {
 
+// Taken by a MutexLock alone. Not recursive.
 class OX_CAPABILITY("mutex") Mutex {
  public:
   Mutex() = default;
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;
 
-  void Lock() OX_ACQUIRE() { mutex_.lock(); }
-  void Unlock() OX_RELEASE() { mutex_.unlock(); }
-
  private:
   friend class MutexLock;
+
   std::mutex mutex_;
 };
 
+// Holds the mutex while it lives.
 class OX_SCOPED_CAPABILITY MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) OX_ACQUIRE(mutex) : lock_(mutex.mutex_) {}
-  ~MutexLock() OX_RELEASE() {}
+  ~MutexLock() OX_RELEASE() = default;
   MutexLock(const MutexLock&) = delete;
   MutexLock& operator=(const MutexLock&) = delete;
 
  private:
   friend class Condition;
+
   std::unique_lock<std::mutex> lock_;
 };
 
 class Condition {
  public:
-  void NotifyAll() { condition_.notify_all(); }
+  Condition() = default;
+  Condition(const Condition&) = delete;
+  Condition& operator=(const Condition&) = delete;
 
-  // Lets the lock go while it waits. False when the time was over before isMet() held.
-  template <typename Duration, typename IsMet>
-  bool WaitFor(MutexLock& lock, Duration time, IsMet isMet) {
-    return condition_.wait_for(lock.lock_, time, isMet);
+  // Releases the lock while it waits and holds it again when it returns: when `isMet` gives true or
+  // the time is over. Gives what `isMet` gave last.
+  //
+  // `isMet` is asked with the lock held. The compiler does not see that, so a lambda that reads
+  // guarded data says it:
+  //
+  //   condition.WaitFor(lock, time, [this]() OX_REQUIRES(mutex_) { return count_ == 0; });
+  template <typename Predicate>
+  bool WaitFor(MutexLock& lock, std::chrono::steady_clock::duration time,
+               Predicate isMet) OX_NO_THREAD_SAFETY_ANALYSIS {
+    return condition_.wait_for(lock.lock_, time, std::move(isMet));
   }
+
+  void NotifyAll() { condition_.notify_all(); }
 
  private:
   std::condition_variable condition_;

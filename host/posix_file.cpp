@@ -5,35 +5,27 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <new>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "host/directory.h"
 #include "host/enumeration_snapshot.h"
+#include "host/held_directories.h"
 #include <oxfilecache/format.h>
 #include <oxfilecache/string.h>
 
 namespace ox::internal {
 namespace {
 
-// O_NONBLOCK, so that a FIFO planted under a file's name cannot hang the device; regular files do
-// not know it.
+// O_NONBLOCK, so that a FIFO planted under a file's name cannot hang the device; for regular files
+// it means nothing.
 constexpr int kAlways = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
 constexpr int kForReading = O_RDONLY | kAlways;
 constexpr int kForWriting = O_WRONLY | O_CREAT | kAlways;
 
-// Where the name begins.
-std::size_t BehindLastSlash(const char* path, std::size_t length) {
-  const void* slash = memrchr(path, '/', length);
-  return slash != nullptr ? static_cast<std::size_t>(static_cast<const char*>(slash) - path) + 1
-                          : 0;
-}
-
-// As much as one read or write may be asked for on every platform.
-std::size_t OneCall(std::uint64_t bytes) {
+// How many bytes to ask one system call for: as many as every platform allows.
+std::size_t BytesForOneCall(std::uint64_t bytes) {
   constexpr std::uint64_t kMost = 1U << 30;
   return static_cast<std::size_t>(bytes < kMost ? bytes : kMost);
 }
@@ -54,53 +46,26 @@ PosixFile::~PosixFile() {
 
 int PosixFile::SetPath(const char* utf8Path) {
   Close();
-  length_ = 0;
-  const std::size_t length = utf8Path != nullptr ? std::strlen(utf8Path) : 0;
-  if (length == 0 || length >= sizeof path_) {
-    // The directory stays for the next path, the name goes.
-    path_[nameAt_] = '\0';
-    return 0;
-  }
-  const std::size_t nameAt = BehindLastSlash(utf8Path, length);
-  const bool isSame = nameAt == nameAt_ && std::memcmp(path_, utf8Path, nameAt) == 0;
-  std::memcpy(path_, utf8Path, length + 1);
-  length_ = length;
-  nameAt_ = nameAt;
-  isInSameDirectory_ = isSame && nameAt > 0 && nameAt < length;
-  if (!isInSameDirectory_) directory_.Release();
-  return 1;
-}
-
-void PosixFile::HoldDirectory() {
-  if (!isInSameDirectory_) return;
-  const char first = std::exchange(path_[nameAt_], '\0');
-  directory_.Hold(path_);
-  path_[nameAt_] = first;
+  return path_.Assign(utf8Path);
 }
 
 int PosixFile::OpenFile(int flags) {
-  if (length_ == 0) {
-    errno = ENOENT;
-    return -1;
-  }
-  HoldDirectory();
-  return directory_.OpenFile(path_, nameAt_, flags);
+  return directories_.OpenFile(Path(), path_.NameStart(), flags);
 }
 
-bool PosixFile::LookAt(struct stat* status) {
-  HoldDirectory();
-  return fstatat(directory_.Descriptor(), Name(), status, AT_SYMLINK_NOFOLLOW) == 0;
+bool PosixFile::GetStatusByPath(struct stat* status) {
+  return directories_.GetStatus(Path(), path_.NameStart(), status);
 }
 
 int PosixFile::Open(int mode) {
-  if (mode == kOpenRead && isProbed_) {
-    Forget();
+  if (mode == kOpenRead && isOpenedByExists_) {
+    DropFindings();
     return 1;
   }
   Close();
   position_ = 0;
   if (mode == kOpenWrite) {
-    EnumerationSnapshot::Forget();
+    EnumerationSnapshot::DropAll();
     fd_ = OpenFile(kForWriting | O_EXCL);
     // What was just made is a regular file.
     if (fd_ >= 0) return 1;
@@ -108,60 +73,60 @@ int PosixFile::Open(int mode) {
   if (mode == kOpenWrite) fd_ = OpenFile(kForWriting | O_TRUNC);
   if (mode == kOpenRead) fd_ = OpenFile(kForReading);
   struct stat status;
-  if (fd_ >= 0 && fstat(fd_, &status) == 0 && S_ISREG(status.st_mode)) return 1;
+  if (GetStatus(&status) && S_ISREG(status.st_mode)) return 1;
   Close();
   return 0;
 }
 
 void PosixFile::Close() {
-  Forget();
+  DropFindings();
+  openSize_.reset();
   if (fd_ < 0) return;
   // Not tried again on EINTR: on Linux the descriptor is gone then too.
   close(fd_);
   fd_ = -1;
 }
 
-void PosixFile::Forget() {
-  isProbed_ = false;
-  knowsSize_ = false;
+void PosixFile::DropFindings() {
+  isOpenedByExists_ = false;
+  foundSize_.reset();
 }
 
-void PosixFile::KnowSize(std::uint64_t size) {
-  knowsSize_ = true;
-  size_ = size;
+void PosixFile::RememberSize(std::uint64_t size) {
+  foundSize_ = size;
 }
 
 int PosixFile::Delete(int /*flags*/) {
-  if (isProbed_) Close();
-  Forget();
-  EnumerationSnapshot::Forget();
-  // By the path: nothing is deleted in a directory that this one no longer leads to.
+  if (isOpenedByExists_) Close();
+  DropFindings();
+  EnumerationSnapshot::DropAll();
+  // By the whole path: in a held directory that the path no longer leads to nothing may be deleted.
   return unlink(Path()) == 0;
 }
 
 int PosixFile::Exists() {
-  if (isProbed_) Close();
-  if (fd_ < 0 && format::HasMetaDataSuffix({path_, length_}) && ProbeByOpening()) return 1;
-  return ProbeByPath();
+  if (isOpenedByExists_) Close();
+  if (fd_ < 0 && format::HasMetaDataSuffix(path_.View()) && ExistsByOpening()) return 1;
+  return ExistsByStatus();
 }
 
-// What is opened here is not asked for its type: reading at a position fails for FIFOs, sockets and
-// terminals, and reading a directory fails anyway.
-bool PosixFile::ProbeByOpening() {
+// The type of what is opened here is not asked for: Read fails for anything but a regular file,
+// since FIFOs, sockets and terminals have no positions and directories cannot be read.
+bool PosixFile::ExistsByOpening() {
   fd_ = OpenFile(kForReading);
   position_ = 0;
-  isProbed_ = fd_ >= 0;
-  return isProbed_;
+  isOpenedByExists_ = fd_ >= 0;
+  return isOpenedByExists_;
 }
 
-bool PosixFile::ProbeByPath() {
-  if (const DirectoryEntry* seen = EnumerationSnapshot::Find({Path(), length_})) {
-    KnowSize(seen->size);
+bool PosixFile::ExistsByStatus() {
+  if (const DirectoryEntry* seen = EnumerationSnapshot::Find(path_.View())) {
+    RememberSize(seen->size);
     return true;
   }
   struct stat status;
-  if (!LookAt(&status) || !IsFileOfTheCache(status)) return false;
-  KnowSize(SizeOf(status));
+  if (!GetStatusByPath(&status) || !IsFileOfTheCache(status)) return false;
+  RememberSize(SizeOf(status));
   return true;
 }
 
@@ -170,42 +135,54 @@ void PosixFile::GetPath(OxString& out) {
 }
 
 std::uint64_t PosixFile::GetSize() {
-  const bool isKnown = knowsSize_;
-  if (isProbed_) Close();
-  Forget();
-  if (isKnown) return size_;
-  if (const DirectoryEntry* seen = EnumerationSnapshot::Find({Path(), length_})) return seen->size;
+  const std::optional<std::uint64_t> found = foundSize_;
+  if (isOpenedByExists_) Close();
+  DropFindings();
+  if (found) return *found;
+  if (const DirectoryEntry* seen = EnumerationSnapshot::Find(path_.View())) return seen->size;
   struct stat status;
-  return LookAt(&status) ? SizeOf(status) : 0;
+  return GetStatusByPath(&status) ? SizeOf(status) : 0;
 }
 
-bool PosixFile::GetStatus(struct stat* status) const {
-  return fd_ >= 0 && fstat(fd_, status) == 0;
+bool PosixFile::GetStatus(struct stat* status) {
+  if (fd_ < 0 || fstat(fd_, status) != 0) return false;
+  openSize_ = SizeOf(*status);
+  return true;
+}
+
+// For a read that gave less than it was asked for. That is the end for most file systems, but one
+// that another machine or program serves may give a part and then more. Where the size is not known
+// yet, lseek asks for it at the lowest cost; Read does not use the position that it changes.
+bool PosixFile::IsAtEnd() {
+  if (openSize_) return position_ >= *openSize_;
+  return position_ >= static_cast<std::uint64_t>(lseek(fd_, 0, SEEK_END));
 }
 
 std::uint64_t PosixFile::Read(std::uint64_t count, void* destination) {
-  Forget();
+  DropFindings();
   if (fd_ < 0) return 0;
   std::uint64_t done = 0;
   while (done < count) {
-    const std::size_t wanted = OneCall(count - done);
+    const std::size_t wanted = BytesForOneCall(count - done);
     const ssize_t part =
         pread(fd_, static_cast<char*>(destination) + done, wanted, static_cast<off_t>(position_));
     if (part < 0 && errno == EINTR) continue;
     if (part < 0) return 0;
-    done += static_cast<std::uint64_t>(part);
-    position_ += static_cast<std::uint64_t>(part);
-    if (static_cast<std::size_t>(part) < wanted) break;
+    const auto bytes = static_cast<std::size_t>(part);
+    done += bytes;
+    position_ += bytes;
+    if (bytes == 0 || (bytes < wanted && IsAtEnd())) break;
   }
   return done;
 }
 
 std::uint64_t PosixFile::Write(std::uint64_t count, const void* source) {
-  Forget();
+  DropFindings();
   if (fd_ < 0) return 0;
   std::uint64_t done = 0;
   while (done < count) {
-    const ssize_t part = write(fd_, static_cast<const char*>(source) + done, OneCall(count - done));
+    const ssize_t part =
+        write(fd_, static_cast<const char*>(source) + done, BytesForOneCall(count - done));
     if (part < 0 && errno == EINTR) continue;
     if (part <= 0) break;
     done += static_cast<std::uint64_t>(part);
@@ -222,12 +199,12 @@ int PosixFile::EnumerateDirectory(EnumerateCallback callback, void* context, int
     const std::size_t prefixLength = path.size();
     const std::string prefix = path;
     const EnumerationSnapshot snapshot(prefix, entries);
-    PosixFile file;
+    PosixFile file(directories_);
     for (const DirectoryEntry& entry : entries) {
       path.resize(prefixLength);
       path += entry.name;
       if (file.SetPath(path.c_str()) == 0) continue;
-      file.KnowSize(entry.size);
+      file.RememberSize(entry.size);
       if (!callback(file, entry.isDirectory, context)) break;
     }
     return 1;

@@ -1,69 +1,81 @@
+#include <array>
+#include <atomic>
 #include <new>
 #include <utility>
 
 #include "host/directory.h"
+#include "host/held_directories.h"
 #include "host/posix_file.h"
 #include <oxfilecache/host.h>
 #include <oxfilecache/string.h>
 
 namespace ox::host {
 
+using internal::HeldDirectories;
 using internal::MakeDirectories;
 using internal::PosixFile;
 
-PosixFileSystem::PosixFileSystem(std::string defaultDirectory)
-    : defaultDirectory_(std::move(defaultDirectory)) {
-  for (auto& spare : spares_) {
-    spare.store(new PosixFile, std::memory_order_relaxed);
+// The file objects and the open directories that they share.
+class PosixFileSystem::FileObjects {
+ public:
+  FileObjects() {
+    for (auto& spare : spares_) {
+      spare.store(new PosixFile(directories_), std::memory_order_relaxed);
+    }
   }
-}
+  ~FileObjects() {
+    for (auto& spare : spares_) {
+      delete spare.load();
+    }
+  }
+  FileObjects(const FileObjects&) = delete;
+  FileObjects& operator=(const FileObjects&) = delete;
 
-PosixFileSystem::~PosixFileSystem() {
-  for (auto& spare : spares_) {
-    delete spare.load();
+  HeldDirectories& Directories() { return directories_; }
+
+  // Null when there is neither a spare object nor memory for a new one.
+  PosixFile* Take() {
+    for (auto& spare : spares_) {
+      PosixFile* file = spare.exchange(nullptr, std::memory_order_acquire);
+      if (file != nullptr) return file;
+    }
+    return new (std::nothrow) PosixFile(directories_);
   }
-}
+
+  // Becomes a spare object where one is missing.
+  void Return(PosixFile* file) {
+    for (auto& spare : spares_) {
+      file = spare.exchange(file, std::memory_order_acq_rel);
+      if (file == nullptr) return;
+    }
+    delete file;
+  }
+
+ private:
+  HeldDirectories directories_;
+  // A start of the module needs three objects at once. If one were null, it would go on without its
+  // configuration, so these are made beforehand.
+  std::array<std::atomic<PosixFile*>, 3> spares_;
+};
+
+PosixFileSystem::PosixFileSystem(std::string defaultDirectory)
+    : defaultDirectory_(std::move(defaultDirectory)), files_(std::make_unique<FileObjects>()) {}
+
+PosixFileSystem::~PosixFileSystem() = default;
 
 os::filesystem::File* PosixFileSystem::CreateFile() {
-  for (auto& spare : spares_) {
-    PosixFile* file = spare.exchange(nullptr, std::memory_order_acquire);
-    if (file != nullptr) return file;
-  }
-  auto* file = new (std::nothrow) PosixFile;
-  if (file != nullptr) objects_.fetch_add(1, std::memory_order_relaxed);
-  return file;
+  return files_->Take();
 }
 
 void PosixFileSystem::DestroyFile(os::filesystem::File* file) {
   if (file == nullptr) return;
-  static_cast<PosixFile*>(file)->SetPath(nullptr);  // closes
-  Keep(static_cast<PosixFile*>(file));
+  auto* const posixFile = static_cast<PosixFile*>(file);
+  posixFile->SetPath(nullptr);  // closes
+  files_->Return(posixFile);
 }
 
-void PosixFileSystem::Keep(PosixFile* file) {
-  for (auto& spare : spares_) {
-    file = spare.exchange(file, std::memory_order_acq_rel);
-    if (file == nullptr) return;
-  }
-  delete file;
-  objects_.fetch_sub(1, std::memory_order_relaxed);
-}
-
-std::uint64_t PosixFileSystem::LiveFiles() const {
-  std::uint64_t live = objects_.load(std::memory_order_relaxed);
-  for (const auto& spare : spares_) {
-    if (spare.load(std::memory_order_relaxed) != nullptr) --live;
-  }
-  return live;
-}
-
-void PosixFileSystem::LeaveDirectories() {
-  for (auto& spare : spares_) {
-    PosixFile* file = spare.exchange(nullptr, std::memory_order_acquire);
-    if (file == nullptr) continue;
-    file->LeaveDirectory();
-    Keep(file);
-  }
+void PosixFileSystem::CloseDirectories() {
+  files_->Directories().CloseAll();
 }
 
 int PosixFileSystem::GetDefaultDirectory(OxString& out) {

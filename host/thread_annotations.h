@@ -1,24 +1,27 @@
-// Locking rules that clang checks (-Wthread-safety); nothing for other compilers.
-// https://clang.llvm.org/docs/ThreadSafetyAnalysis.html
+// What the compiler is told about locks, so that it refuses code that uses guarded data without
+// them. Clang checks this (-Wthread-safety); for other compilers the macros are empty.
 #ifndef OX_HOST_THREAD_ANNOTATIONS_H_
 #define OX_HOST_THREAD_ANNOTATIONS_H_
 
-#if defined(__clang__)
-#define OX_THREAD_ANNOTATION(attribute) __attribute__((attribute))
+#ifdef __clang__
+#define OX_THREAD_ATTRIBUTE(attribute) __attribute__((attribute))
 #else
-#define OX_THREAD_ANNOTATION(attribute)
+#define OX_THREAD_ATTRIBUTE(attribute)
 #endif
 
-// A class whose objects are held like a lock, and one whose objects hold such a lock for a scope.
-#define OX_CAPABILITY(name) OX_THREAD_ANNOTATION(capability(name))
-#define OX_SCOPED_CAPABILITY OX_THREAD_ANNOTATION(scoped_lockable)
-// A field that is used with the lock held alone.
-#define OX_GUARDED_BY(lock) OX_THREAD_ANNOTATION(guarded_by(lock))
-// A function whose caller holds the lock; which takes it; which lets it go.
-#define OX_REQUIRES(...) OX_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
-#define OX_ACQUIRE(...) OX_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
-#define OX_RELEASE(...) OX_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
-// A function that keeps the rules in a way that the compiler cannot follow.
-#define OX_NO_THREAD_SAFETY_ANALYSIS OX_THREAD_ANNOTATION(no_thread_safety_analysis)
+// Of a class: a lock, and a guard that holds a lock while it lives.
+#define OX_CAPABILITY(name) OX_THREAD_ATTRIBUTE(capability(name))
+#define OX_SCOPED_CAPABILITY OX_THREAD_ATTRIBUTE(scoped_lockable)
+
+// Of a member: may be used only while the mutex is held.
+#define OX_GUARDED_BY(mutex) OX_THREAD_ATTRIBUTE(guarded_by(mutex))
+
+// Of a function: its caller must hold the mutexes; it takes them; it releases them.
+#define OX_REQUIRES(...) OX_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
+#define OX_ACQUIRE(...) OX_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#define OX_RELEASE(...) OX_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+
+// Of a function whose locking the compiler cannot follow. It needs a comment that says why.
+#define OX_NO_THREAD_SAFETY_ANALYSIS OX_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 
 #endif

@@ -9,7 +9,7 @@
 
 #include "hostcheck/library_source.h"
 #include "hostcheck/report.h"
-#include "tools/standard_descriptors.h"
+#include "hostcheck/standard_descriptors.h"
 
 namespace {
 

@@ -24,7 +24,6 @@ Error NotFound() {
 
 UniqueFd OpenContent(SessionState& state, const std::string& path) OX_REQUIRES(state.mutex) {
   const std::string& directory = state.limits.cacheDirectory;
-  state.contentDirectory.Hold(directory.c_str());
   // O_NONBLOCK, so that a FIFO planted under the name cannot hang the device.
   constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
   return UniqueFd(state.contentDirectory.OpenFile(path.c_str(), directory.size() + 1, kFlags));
@@ -34,10 +33,13 @@ UniqueFd OpenContent(SessionState& state, const std::string& path) OX_REQUIRES(s
 void NoteUse(SessionState& state, const std::string& contentPath, std::int64_t lastUse)
     OX_REQUIRES(state.mutex) {
   const std::int64_t now = state.cache.Clock().Next();
-  const std::chrono::nanoseconds unused(now - lastUse);
-  // In seconds: the option may be more than nanoseconds can hold.
-  if (std::chrono::duration_cast<std::chrono::seconds>(unused) < state.options.touchInterval)
-    return;
+  // A time that lies ahead is somebody else's, and is set right.
+  if (lastUse > 0 && lastUse <= now) {
+    const std::chrono::nanoseconds unused(now - lastUse);
+    // In seconds: the option may be more than nanoseconds can hold.
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(unused);
+    if (seconds < state.options.touchInterval) return;
+  }
   internal::SetFileTime(contentPath + format::kMetaDataSuffix, now);
 }
 

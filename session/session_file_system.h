@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "host/held_directories.h"
 #include "host/posix_file.h"
 #include "session/configuration_snapshot.h"
 #include "session/directory_lock.h"
@@ -62,6 +63,7 @@ class SessionFileSystem final : public IFileSystem {
  private:
   friend class SessionFile;
 
+  HeldDirectories directories_;
   // The object destroyed last, kept for the next CreateFile.
   std::unique_ptr<SessionFile> spare_;
   std::string directory_;
@@ -79,7 +81,9 @@ class SessionFileSystem final : public IFileSystem {
 class SessionFile final : public os::filesystem::File {
  public:
   explicit SessionFile(SessionFileSystem& fileSystem)
-      : fileSystem_(fileSystem), configuration_(fileSystem.configuration_) {}
+      : fileSystem_(fileSystem),
+        configuration_(fileSystem.configuration_),
+        file_(fileSystem.directories_) {}
   ~SessionFile() = default;
   SessionFile(const SessionFile&) = delete;
   SessionFile& operator=(const SessionFile&) = delete;

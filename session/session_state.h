@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "host/held_directory.h"
+#include "host/held_directories.h"
 #include "host/mutex.h"
 #include "session/directory_lock.h"
 #include "session/room.h"
@@ -36,8 +36,8 @@ struct SessionState {
   RunningCache cache OX_GUARDED_BY(mutex);
   Room room OX_GUARDED_BY(mutex);
   IdSource ids OX_GUARDED_BY(mutex);
-  // Of the cache directory, for opening content.
-  HeldDirectory contentDirectory OX_GUARDED_BY(mutex);
+  // For opening content.
+  HeldDirectories contentDirectory OX_GUARDED_BY(mutex);
 };
 
 // kInvalidArgument unless the URL is valid UTF-8, not empty and without NUL.

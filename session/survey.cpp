@@ -58,7 +58,7 @@ class Surveyor {
   void PairMetaData(const DirectoryEntry& file) {
     const std::string name(file.name, 0, file.name.size() - format::kMetaDataSuffixLength);
     if (IsSessionName(name)) {
-      survey_->strangers.push_back(file.name);
+      survey_->foreignFiles.push_back(file.name);
       return;
     }
     const auto content = others_.find(name);
@@ -74,7 +74,7 @@ class Surveyor {
   void SortOther(const DirectoryEntry& file) {
     if (others_.find(file.name)->second.isPaired || IsPermanentSessionName(file.name)) return;
     if (!file.isRegular) {
-      survey_->strangers.push_back(file.name);
+      survey_->foreignFiles.push_back(file.name);
     } else if (format::IsContentName(file.name)) {
       survey_->contentWithoutMetaData.push_back(file.name);
     } else if (IsBlockedCommit(file.name)) {
@@ -82,7 +82,7 @@ class Surveyor {
     } else if (IsSessionName(file.name)) {
       survey_->staging.push_back(file.name);
     } else {
-      survey_->strangers.push_back(file.name);
+      survey_->foreignFiles.push_back(file.name);
     }
   }
 

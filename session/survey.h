@@ -27,7 +27,7 @@ struct Survey {
   // Commit files that cannot be finished, because a directory stands under a name of their entry.
   std::vector<std::string> blockedCommits;
   // Everything else but the session's and the module's own files.
-  std::vector<std::string> strangers;
+  std::vector<std::string> foreignFiles;
   std::uint64_t bytes = 0;  // of all entries, content and metadata
 };
 

@@ -1,4 +1,4 @@
-// The Linux host: a kernel over the C library and POSIX threads, a file system over the system's
+// The Linux host: a kernel made of the C library and POSIX threads, a file system made of system
 // calls, and what loads the module.
 //
 //   ox::host::PosixKernel kernel("/var/cache/example");
@@ -12,7 +12,6 @@
 #ifndef OXFILECACHE_HOST_H_
 #define OXFILECACHE_HOST_H_
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -22,68 +21,58 @@
 #include <oxfilecache/manager.h>
 #include <oxfilecache/module.h>
 
-namespace ox::internal {
-class PosixFile;
-}
-
 namespace ox::host {
 
-// Threads: all operations from any thread.
+// The files of this system, as the module sees them. See host/posix_file.h for the file objects:
+// links are not followed, files are private to the user (mode 0600).
+//
+// The last directories that files were looked up in stay open (CloseDirectories).
+//
+// Threads: all operations from any thread; each file object on one thread at a time.
 class PosixFileSystem final : public IFileSystem {
  public:
-  // The directory is taken byte for byte: a "/" at its end stays and shows in every path.
+  // The directory is taken byte for byte: a "/" at its end stays and shows in every path. Throws
+  // std::bad_alloc.
   explicit PosixFileSystem(std::string defaultDirectory);
+  // Every file object must have been destroyed.
   ~PosixFileSystem();
   PosixFileSystem(const PosixFileSystem&) = delete;
   PosixFileSystem& operator=(const PosixFileSystem&) = delete;
 
+  // Null when memory runs out. That cannot happen to the first three objects that are in use at the
+  // same time.
   os::filesystem::File* CreateFile() override;
   void DestroyFile(os::filesystem::File* file) override;
-  // Makes the directory (mode 0700, parents too) when it is missing. 0, and `out` empty, when that
-  // fails.
+  // Makes the directory when it is missing, with mode 0700; its missing parents get 0777 less the
+  // umask. 0, and `out` empty, when that fails.
   int GetDefaultDirectory(OxString& out) override;
 
-  // Lets go of the directories that file objects hold for the next use. For when there will be none
-  // soon: a held directory keeps its file system from being unmounted.
-  void LeaveDirectories();
-
-  // File objects made and not yet destroyed.
-  std::uint64_t LiveFiles() const;
+  // Closes the directories that no operation uses at the moment; they are opened again when they
+  // are needed. An open directory keeps its file system from being unmounted.
+  void CloseDirectories();
 
  private:
-  // For the next CreateFile, as far as there is room.
-  void Keep(internal::PosixFile* file);
+  class FileObjects;
 
   std::string defaultDirectory_;
-  // Objects for the next CreateFile. A start needs three at once, and a null there would make it go
-  // on without its configuration, so these are made beforehand.
-  static constexpr std::size_t kSpares = 3;
-  std::atomic<internal::PosixFile*> spares_[kSpares];
-  std::atomic<std::uint64_t> objects_{kSpares};
+  std::unique_ptr<FileObjects> files_;
 };
 
-// What the module holds of the host, and what it has asked for since the start.
-struct KernelCounts {
-  std::uint64_t blocks;       // live blocks of memory
-  std::uint64_t bytes;        // live bytes, as asked for
-  std::uint64_t mutexes;      // live mutexes
-  std::uint64_t files;        // live file objects of the kernel's own file system
-  std::uint64_t allocations;  // successful requests since the start
-};
-
-// Threads: all operations from any thread. The kernel must outlive the module and every string.
+// Memory, mutexes, text operations and files for the module: malloc, POSIX threads, the C library
+// and a PosixFileSystem.
+//
+// Threads: all operations from any thread, UseFileSystem excepted. The kernel must outlive the
+// module and every OxString.
 class PosixKernel final : public IOxKernel {
  public:
   // `defaultDirectory` is where "file-cache.conf" is looked for and, unless that names another
-  // directory, where the cache lives. Taken byte for byte.
+  // directory, where the cache lives. Taken byte for byte. Throws std::bad_alloc.
   explicit PosixKernel(std::string defaultDirectory);
 
-  // Puts another file system in the place of the kernel's own, for example one that wraps it.
-  // Before the first manager; not owned.
+  // Puts another file system in the place of the kernel's own, for example one that wraps it. To be
+  // called before the first manager is made. It is not owned and must outlive every manager.
   void UseFileSystem(IFileSystem* fileSystem) { fileSystem_ = fileSystem; }
   PosixFileSystem& OwnFileSystem() { return ownFileSystem_; }
-
-  KernelCounts Counts() const;
 
   void* GetInterface(const char* name) override;
   void ReleaseInterface(void* interface) override;
@@ -103,20 +92,22 @@ class PosixKernel final : public IOxKernel {
  private:
   PosixFileSystem ownFileSystem_;
   IFileSystem* fileSystem_;
-  std::atomic<std::uint64_t> allocations_{0};
-  std::atomic<std::uint64_t> frees_{0};
-  std::atomic<std::uint64_t> bytes_{0};
-  std::atomic<std::uint64_t> mutexes_{0};
 };
 
+// The module's shared library, loaded into this process, and its factory.
+//
+// Threads: Load and the destructor on one thread at a time.
 class LoadedModule {
  public:
-  // Opens the shared library, sets the kernel of this program's own strings, hands the kernel over
-  // and makes the factory. Null, with the reason in `error`, when the library cannot be opened,
-  // lacks an entry point, or is held by another kernel already: a loaded module keeps its first.
+  // Opens the shared library, hands the kernel to it and to this program's own strings
+  // (SetKernel), and makes the factory. The kernel is not owned.
+  //
+  // Null, with the reason in `error`, when the library cannot be opened, lacks an entry point, or
+  // has another kernel already: as long as a module stays loaded it keeps the first that it was
+  // given.
   static std::unique_ptr<LoadedModule> Load(const std::string& path, IOxKernel& kernel,
                                             std::string* error);
-  // Destroys the factory and closes the library. Every manager reference must be gone.
+  // Destroys the factory and closes the library. Every ManagerReference must be gone.
   ~LoadedModule();
   LoadedModule(const LoadedModule&) = delete;
   LoadedModule& operator=(const LoadedModule&) = delete;
@@ -137,16 +128,20 @@ class LoadedModule {
   Unload unload_;
 };
 
-// One reference to the cache manager.
+// One reference to the cache manager, of which a module has at most one. The module must outlive
+// the reference.
+//
+// Threads: as FileCacheManager; several references may be made and destroyed at the same time.
 class ManagerReference {
  public:
-  // Starts the manager when it is the first reference: reads the configuration and scans the cache.
+  // The first reference starts the manager, which reads the configuration and scans the cache.
   explicit ManagerReference(LoadedModule& module);
+  // The last one stops it.
   ~ManagerReference();
   ManagerReference(const ManagerReference&) = delete;
   ManagerReference& operator=(const ManagerReference&) = delete;
 
-  // False when memory ran out.
+  // False when memory ran out during the start; there is no manager then.
   explicit operator bool() const { return manager_ != nullptr; }
   core::cache::FileCacheManager* operator->() const { return manager_; }
   core::cache::FileCacheManager& operator*() const { return *manager_; }

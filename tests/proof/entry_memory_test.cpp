@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "tests/support/counting_kernel.h"
 #include "tests/support/scratch_directory.h"
 #include <oxfilecache/host.h>
 
@@ -39,7 +40,7 @@ void StoreAll(ManagerReference& manager, const Shape& shape) {
   }
 }
 
-void Measure(const char* when, const PosixKernel& kernel, const host::KernelCounts& before,
+void Measure(const char* when, const CountingKernel& kernel, const KernelCounts& before,
              std::size_t texts) {
   const auto counts = kernel.Counts();
   const auto bytes = (counts.bytes - before.bytes) / kEntries;
@@ -53,7 +54,8 @@ TEST(EntryMemory, IsBounded) {
   // The module keeps its first kernel.
   const ScratchDirectory scratch;
   WriteWhole(scratch / "file-cache.conf", "MAX_CACHE_ENTRIES=1000\nMAX_CACHE_SIZE=10000000\n");
-  PosixKernel kernel(scratch.Path());
+  PosixKernel inner(scratch.Path());
+  CountingKernel kernel(inner);
   std::string error;
   const auto module = LoadedModule::Load(OX_MODULE_PATH, kernel, &error);
   ASSERT_NE(nullptr, module) << error;

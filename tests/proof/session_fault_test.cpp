@@ -35,26 +35,27 @@ struct Cache {
     Store(*session, kReplaced, version, &ledger);
   }
 
-  CacheDirectory scratch{{20000, 4, 65536}};
+  CacheDirectory scratch{{100000, 9, 65536}};
   SessionOptions options;
   Ledger ledger;
   Error error;
   std::unique_ptr<CacheSession> session;
 };
 
-// Every operation of the session, with a recovery at its start.
+// Every operation of the session, with a recovery at its start. No restart of the manager at the
+// end, which would hide what a fault leaves behind.
 void History(Cache& cache) {
   cache.Open();
   if (cache.session == nullptr) return;
   CacheSession& session = *cache.session;
   Error error;
   session.Fetch(kKept, &error);
+  static_cast<void>(session.Trim(nullptr));
   cache.Replace(2);
   Store(session, kNew, 1, &cache.ledger);
   Write(session, kKept, "given up", &error);
   Remove(session, kRemoved, &cache.ledger);
   cache.Replace(3);
-  static_cast<void>(session.Trim(nullptr));
   session.Fetch(kNew, &error);
 }
 
@@ -63,16 +64,13 @@ struct Sweep {
   int entriesLost = 0;
 };
 
-// The session that met the fault goes on. What a start of the manager could not list, for lack of
-// memory or because the directory could not be read, is missing until the next start, which the
-// first store that needs room brings about.
+// The session that met the fault goes on, and takes every URL at once. What a start of the manager
+// could not list, for lack of memory or because the directory could not be read, may be missing.
 void GoOn(Cache& cache) {
   cache.ledger.AnyMayBeGone();
   ASSERT_EQ("", cache.ledger.Check(*cache.session));
-  for (const std::string& url : kUrls) {
-    const bool isStored = Store(*cache.session, url, 9, &cache.ledger);
-    ASSERT_TRUE(isStored || Store(*cache.session, url, 9, &cache.ledger)) << url;
-  }
+  for (const std::string& url : kUrls)
+    ASSERT_TRUE(Store(*cache.session, url, 9, &cache.ledger)) << url;
 }
 
 // Another session takes over and finds what was there; only where a call that looks at the

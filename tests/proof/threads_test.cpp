@@ -11,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/counting_kernel.h"
 #include "tests/support/scratch_directory.h"
 #include <oxfilecache/host.h>
 
@@ -45,7 +46,8 @@ void OnThreads(const std::function<void(int)>& work) {
 struct Started {
   explicit Started(const std::string& configuration) {
     static const ScratchDirectory directory;
-    static auto& theKernel = *new PosixKernel(directory.Path());
+    static auto& inner = *new PosixKernel(directory.Path());
+    static auto& theKernel = *new CountingKernel(inner);
     kernel = &theKernel;
     WriteWhole(directory / "file-cache.conf", configuration);
     std::string error;
@@ -54,11 +56,10 @@ struct Started {
   }
   ~Started() {
     module.reset();
-    const auto counts = kernel->Counts();
-    EXPECT_EQ(0U, counts.blocks + counts.mutexes + counts.files);
+    EXPECT_EQ(0U, kernel->Held());
   }
 
-  PosixKernel* kernel;
+  CountingKernel* kernel;
   std::unique_ptr<LoadedModule> module;
 };
 

@@ -69,7 +69,8 @@ TEST(SessionNames, OnlyWholeNamesOfItsOwnFilesCount) {
   for (const std::string& name :
        {entry + ".commit", entry + id, entry + id + ".commit2", entry + id + "commit",
         entry + "x" + id.substr(1) + ".commit", entry.substr(1) + id + ".commit",
-        "0123456789abcdef0123456789abcdef" + id + ".commit", std::string(".commit")}) {
+        "0123456789abcdef0123456789abcdef" + id + ".commit", std::string(".commit"),
+        std::string(23, 'A') + ".commit"}) {
     EXPECT_FALSE(ParseCommitFileName(name, &foundEntry, &foundId)) << name;
   }
 }

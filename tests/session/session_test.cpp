@@ -71,6 +71,11 @@ TEST_F(SessionTest, TheOldEntryServesUntilTheCommit) {
   EXPECT_EQ(writer->Commit("3").kind, ErrorKind::kInvalidArgument);
   EXPECT_EQ(writer->Write("x", 1).kind, ErrorKind::kInvalidArgument);
 
+  writer = Write(*session, "a", "begun", &error);
+  EXPECT_EQ(writer->Write(std::string(8192, 'x').data(), 8192).kind, ErrorKind::kRefused);
+  EXPECT_EQ(writer->Write("x", 1).kind, ErrorKind::kRefused);
+  EXPECT_EQ(writer->Commit("m").kind, ErrorKind::kRefused) << "a part of the content is missing";
+
   writer = session->Store("a", &error);
   ASSERT_FALSE(writer->Write("dropped", 7));
   EXPECT_EQ(Survey().staging.size(), 1u);
@@ -208,7 +213,7 @@ TEST_F(SessionTest, DeletesFilesOfNoEntryAndKeepsForeignFiles) {
     EXPECT_EQ(ReadWhole(directory_ / name), "foreign") << name;
   EXPECT_EQ(ReadWhole(directory_ / (hex + "2")), "precious");
   EXPECT_TRUE(std::filesystem::is_directory(directory_ / (hex + "1")));
-  EXPECT_EQ(Survey().strangers.size(), 7u);
+  EXPECT_EQ(Survey().foreignFiles.size(), 7u);
 }
 
 TEST_F(SessionTest, FilesAreTheUsersAloneAndNoOtherProgramInheritsThem) {
@@ -248,26 +253,29 @@ TEST_F(SessionTest, DamageBySomebodyElseIsNoticed) {
   }
   std::filesystem::remove(paths["gone"]);
   WriteWhole(paths["cut"] + ".ox_meta", "meta");
-  EXPECT_FALSE(session->Remove("blocked"));
-  std::filesystem::create_directory(paths["blocked"]);
-  std::filesystem::remove(paths["taken"]);
-  std::filesystem::create_directory(paths["taken"]);
-
-  error = session->Remove("taken");
-  EXPECT_EQ(error.path, paths["taken"]) << error.Message();
-  EXPECT_EQ(error.systemError, EISDIR) << error.Message();
   EXPECT_EQ(Fetch(*session, "gone"), kNotThere);
   EXPECT_EQ(Fetch(*session, "cut"), "content|meta");
+  EXPECT_FALSE(std::filesystem::exists(paths["gone"] + ".ox_meta"));
   for (const std::uintmax_t bytes : {3000, 0}) {
     std::filesystem::resize_file(paths["cut"] + ".ox_meta", bytes);
     EXPECT_FALSE(session->Fetch("cut", &error)) << bytes;
     EXPECT_EQ(error.kind, ErrorKind::kInputOutput) << bytes;
     EXPECT_EQ(error.path, paths["cut"] + ".ox_meta");
   }
-  error = Store(*session, "blocked", "x", "m");
-  EXPECT_EQ(error.systemError, EISDIR);
-  EXPECT_EQ(error.path, paths["blocked"]);
-  std::filesystem::remove(paths["blocked"]);
+  std::filesystem::remove(paths["taken"]);
+  std::filesystem::create_directory(paths["taken"]);
+  error = session->Remove("taken");
+  EXPECT_EQ(error.path, paths["taken"]) << error.Message();
+  EXPECT_EQ(error.systemError, EISDIR) << error.Message();
+  EXPECT_FALSE(session->Remove("blocked"));
+  for (const char* suffix : {"", ".ox_meta"}) {
+    const std::string blocked = paths["blocked"] + suffix;
+    std::filesystem::create_directory(blocked);
+    error = Store(*session, "blocked", "x", "m");
+    EXPECT_EQ(error.systemError, EISDIR);
+    EXPECT_EQ(error.path, blocked);
+    std::filesystem::remove(blocked);
+  }
   std::filesystem::remove(paths["taken"]);
   for (const auto& [url, path] : paths) {
     EXPECT_FALSE(Store(*session, url, "again", "fresh"));

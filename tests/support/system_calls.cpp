@@ -19,6 +19,7 @@ namespace ox::testing {
 
 FaultDriver callFaults;
 FaultDriver callInterrupts;
+int commonOpenFlags = ~0;
 
 namespace {
 
@@ -160,6 +161,7 @@ void Journal::Synchronised(int fd) {
 
 using ox::internal::ToNanoseconds;
 using ox::testing::callFaults;
+using ox::testing::commonOpenFlags;
 using ox::testing::Fails;
 using ox::testing::FullPath;
 using ox::testing::IsInterrupted;
@@ -173,6 +175,7 @@ extern "C" {
 int openat(int directory, const char* path, int flags, ...) {
   static auto* const real = Next<int(int, const char*, int, ...)>("openat", "openat64", "openat64");
   if (Fails(EMFILE) || IsInterrupted()) return -1;
+  commonOpenFlags &= flags;
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = TakeMode(flags, arguments);
@@ -207,7 +210,7 @@ ssize_t read(int fd, void* buffer, size_t count) {
 
 ssize_t pread(int fd, void* buffer, size_t count, off_t offset) {
   static auto* const real = Next<ssize_t(int, void*, size_t, off_t)>("pread", "pread64", "pread64");
-  return Fails(EIO) ? -1 : real(fd, buffer, count, offset);
+  return Fails(EIO) || IsInterrupted() ? -1 : real(fd, buffer, UntilInterrupted(count), offset);
 }
 
 ssize_t write(int fd, const void* buffer, size_t count) {

@@ -21,6 +21,8 @@ extern FaultDriver callFaults;
 // Interrupts the calls that signals interrupt, before their work or, where they read or write, in
 // the middle of it. Whoever calls them must try again or go on.
 extern FaultDriver callInterrupts;
+// The flags that every opening since it was set had in common.
+extern int commonOpenFlags;
 // Fails the allocations of C++ and of the kernel.
 extern FaultDriver allocationFaults;
 

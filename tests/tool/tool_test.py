@@ -364,13 +364,13 @@ class Reports(ToolCase):
             os.path.getsize(self.path("cache", file)) for entry in "123456"
             for file in (name(entry), name(entry) + ".ox_meta")) + 401)
         self.assertEqual(statistics["content_without_metadata"], [name("8")])
-        self.assertEqual(statistics["strangers"], ["stranger"])
+        self.assertEqual(statistics["foreign_files"], ["stranger"])
         text = self.run_tool("stat").decode()
         self.assertRegex(text, r"entries +\[#{30}\] 233%  7 of 3")
         self.assertIn("foreign files:\n  stranger\n", text)
 
     def test_trim_leaves_what_a_start_keeps_and_counts_what_the_opening_deleted(self):
-        self.run_tool("trim", says="4 entries deleted")
+        self.run_tool("trim", says="4 entries and 2 files that belonged to no entry deleted")
         self.run_tool("check")
         statistics = self.report("stat")
         self.assertLessEqual(statistics["bytes"], 4500)

@@ -69,7 +69,7 @@ bool IsForeign(const std::string& name) {
 bool HoldsAnything(const Survey& survey) {
   return !survey.entries.empty() || !survey.contentWithoutMetaData.empty() ||
          !survey.metaDataWithoutContent.empty() ||
-         std::any_of(survey.strangers.begin(), survey.strangers.end(), IsForeign);
+         std::any_of(survey.foreignFiles.begin(), survey.foreignFiles.end(), IsForeign);
 }
 
 SessionOptions ForSession(const GlobalOptions& options) {
@@ -87,7 +87,7 @@ Error SurveyIfThere(const std::string& directory, Survey* survey) {
   *survey = {};
   if (access(directory.c_str(), F_OK) != 0 && errno == ENOENT) return {};
   if (Error error = internal::SurveyDirectory(directory, survey)) return error;
-  LeaveOutLostAndFound(directory, &survey->strangers);
+  LeaveOutLostAndFound(directory, &survey->foreignFiles);
   return {};
 }
 

@@ -10,7 +10,8 @@ namespace ox::tools {
 
 class DryRunFile final : public os::filesystem::File {
  public:
-  explicit DryRunFile(DryRunFileSystem& fileSystem) : fileSystem_(fileSystem) {}
+  explicit DryRunFile(DryRunFileSystem& fileSystem)
+      : fileSystem_(fileSystem), file_(fileSystem.directories_) {}
 
   int SetPath(const char* utf8Path) noexcept override {
     path_ = utf8Path != nullptr ? utf8Path : "";

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "host/held_directories.h"
 #include <oxfilecache/file_system.h>
 
 namespace ox::tools {
@@ -50,6 +51,7 @@ class DryRunFileSystem final : public IFileSystem {
   void NoteDeletion(const std::string& path, std::uint64_t bytes) noexcept;
   bool IsDeleted(const std::string& path) const { return deleted_.count(path) > 0; }
 
+  internal::HeldDirectories directories_;
   std::string defaultDirectory_;
   std::string enumeratedDirectory_;
   std::vector<DryVisit> visits_;

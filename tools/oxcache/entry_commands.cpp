@@ -127,9 +127,16 @@ ExitStatus Trim(Context& context) {
   const bool isOpen = context.HasSession();
   CacheSession* session = context.Session(Context::Purpose::kUse, &error);
   if (session == nullptr) return context.Fail(error);
-  const std::uint64_t before = isOpen ? session->Statistics().trimmed : 0;
+  const session::SessionStatistics before =
+      isOpen ? session->Statistics() : session::SessionStatistics();
   if (error = session->Trim(nullptr); error) return context.Fail(error);
-  context.Tell(EntriesText(session->Statistics().trimmed - before) + " deleted");
+  const session::SessionStatistics after = session->Statistics();
+  std::string deleted = EntriesText(after.trimmed - before.trimmed);
+  if (const auto leftovers = after.leftovers - before.leftovers; leftovers > 0) {
+    deleted += " and " + std::to_string(leftovers) + (leftovers == 1 ? " file" : " files") +
+               " that belonged to no entry";
+  }
+  context.Tell(deleted + " deleted");
   return ExitStatus::kDone;
 }
 

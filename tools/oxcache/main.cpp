@@ -2,9 +2,9 @@
 #include <exception>
 #include <memory>
 
+#include "hostcheck/standard_descriptors.h"
 #include "tools/oxcache/command_line.h"
 #include "tools/oxcache/signals.h"
-#include "tools/standard_descriptors.h"
 
 namespace ox::tools {
 namespace {

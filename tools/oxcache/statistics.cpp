@@ -90,7 +90,9 @@ std::string Text(const CacheLimits& limits, const Survey& survey) {
   }
   return text + NamesText("content without metadata", survey.contentWithoutMetaData) +
          NamesText("metadata without content", survey.metaDataWithoutContent) +
-         NamesText("unfinished", survey.staging) + NamesText("foreign files", survey.strangers);
+         NamesText("unfinished", survey.staging) +
+         NamesText("commits that a directory blocks", survey.blockedCommits) +
+         NamesText("foreign files", survey.foreignFiles);
 }
 
 json Json(const CacheLimits& limits, const Survey& survey) {
@@ -106,7 +108,8 @@ json Json(const CacheLimits& limits, const Survey& survey) {
           {"content_without_metadata", survey.contentWithoutMetaData},
           {"metadata_without_content", survey.metaDataWithoutContent},
           {"unfinished", survey.staging},
-          {"strangers", survey.strangers}};
+          {"blocked_commits", survey.blockedCommits},
+          {"foreign_files", survey.foreignFiles}};
 }
 
 }  // namespace

@@ -29,7 +29,9 @@ class Verifier {
       VerifyEntry(entry);
     AddContentWithoutMetadata(survey);
     AddAll(survey.metaDataWithoutContent, "metadata without content");
-    AddAll(survey.strangers, "foreign file: not part of this cache");
+    AddAll(survey.blockedCommits,
+           "a store that cannot be finished: a directory has the name of its entry");
+    AddAll(survey.foreignFiles, "foreign file: not part of this cache");
   }
 
  private:

@@ -1,6 +1,6 @@
 // Descriptors 0 to 2 of a program that was started with some of them closed.
-#ifndef OX_TOOLS_STANDARD_DESCRIPTORS_H_
-#define OX_TOOLS_STANDARD_DESCRIPTORS_H_
+#ifndef OX_HOSTCHECK_STANDARD_DESCRIPTORS_H_
+#define OX_HOSTCHECK_STANDARD_DESCRIPTORS_H_
 
 #include <fcntl.h>
 #include <unistd.h>
