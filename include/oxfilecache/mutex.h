@@ -5,8 +5,8 @@
 #define OXFILECACHE_MUTEX_H_
 
 // A recursive mutex: the thread that holds it may lock it again, and unlocks it as often. Made and
-// owned by the host: the module takes it from IOxKernel::CreateMutex and gives it back, unlocked, to
-// IOxKernel::DestroyMutex.
+// owned by the host: the module takes it from IOxKernel::CreateMutex and gives it back, unlocked,
+// to IOxKernel::DestroyMutex.
 class IOxMutex {
  public:
   // Returns when the calling thread holds the mutex; at once when it holds it already. Nonzero on
