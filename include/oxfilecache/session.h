@@ -2,7 +2,7 @@
 //
 //   ox::session::SessionOptions options;
 //   options.directory = "/var/cache/example";
-//   options.modulePath = "/usr/lib/arm-linux-gnueabihf/libox_file_cache.so";
+//   options.modulePath = "/usr/lib/oxfilecache/libox_file_cache.so";
 //   ox::Error error;
 //   auto session = ox::session::CacheSession::Open(options, &error);
 //   if (!session) return Report(error.Message());
@@ -22,7 +22,9 @@
 // - Fetch gives an open content file that stays readable whatever is evicted later.
 // - The bytes on disk (content, metadata and staging files) stay within "MAX_CACHE_SIZE", exceeding
 //   it by at most one entry for a moment. What must go is what was used longest ago.
-// - An entry that fits the limits is never refused.
+// - An entry that fits the limits is never refused, unless other writers keep the room that it
+// needs
+//   (StoreWriter::Write).
 // - The order of use survives restarts: it is kept in the metadata files' times.
 // - One process owns a cache directory at a time. The kernel keeps the lock, on the directory
 // itself,
@@ -93,8 +95,8 @@ struct SessionOptions {
   // 0700, when it is missing. In UTF-8; a relative one is taken from the working directory that the
   // process has at Open.
   std::string directory;
-  // The module's shared library; a name without "/" is looked for as dlopen(3) does, so the default
-  // serves where the library lies in a folder of the system. CMake gives its path as
+  // The module's shared library; a name without "/" is looked for as dlopen(3) does. The Debian
+  // package keeps it in a folder of its own, where dlopen does not look; CMake gives its path as
   // OxFileCache_MODULE.
   std::string modulePath = "libox_file_cache.so";
   Durability durability = Durability::kProcess;
@@ -134,7 +136,7 @@ struct FetchedEntry {
 };
 
 // One entry on its way in, from CacheSession::Store. Destroying it without a successful Commit
-// leaves the cache as it was.
+// leaves the older entry of its URL as it was; what was evicted for its bytes stays evicted.
 //
 // Threads: one at a time. It must be gone before its session is.
 class StoreWriter {
