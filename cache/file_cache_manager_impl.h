@@ -7,11 +7,11 @@
 #include "cache/entry_node.h"
 #include "cache/joined_path.h"
 #include "cache/relaxed.h"
+#include "module/scoped_lock.h"
 #include <oxfilecache/file_system.h>
 #include <oxfilecache/format.h>
 #include <oxfilecache/kernel.h>
 #include <oxfilecache/manager.h>
-#include <oxfilecache/mutex.h>
 #include <oxfilecache/string.h>
 
 namespace ox::core::cache {
@@ -52,8 +52,8 @@ class FileCacheManagerImpl : public FileCacheManager {
   void DestroyCacheValue(CacheValue* value) override;
 
   // Lists an entry, evicting others to make room. False when its path is listed already or room
-  // cannot be made; the entry stays the caller's. The caller holds the mutex.
-  virtual bool AddPrivate(CacheValue* value);
+  // cannot be made; the entry stays the caller's.
+  virtual bool AddPrivate(CacheValue* value) OX_REQUIRES(mutex);
 
   // Path of the content file of a URL. The UTF-8 form that it needs stays in `url`.
   void GetLocalFileFromURL(const OxString& url, OxString& localFile);
@@ -61,7 +61,7 @@ class FileCacheManagerImpl : public FileCacheManager {
   JoinedPath GetLocalPathFromURL(const OxString& url) const;
 
   // Whether an entry of that many bytes would be admitted without evicting anything.
-  bool IsWithinConfigurationLimits(unsigned long size) const;
+  bool IsWithinConfigurationLimits(unsigned long size) const OX_REQUIRES(mutex);
 
  private:
   // Configuration. Configure is true when the file could be opened.
@@ -72,12 +72,13 @@ class FileCacheManagerImpl : public FileCacheManager {
   void ReadLimit(const char* text, const char* key, Relaxed<std::uint32_t>& limit);
   void ReadString(const char* text, const char* key, OxString& value);
 
-  // Start-up scan.
+  // Start-up scan. It runs before the manager is handed out, so its entry points hold no mutex.
   bool InitializeCacheEntries();
-  static bool CacheDirEnumProc(os::filesystem::File& file, bool isDirectory, void* context);
-  void ScanCacheFile(os::filesystem::File& metaFile);
+  static bool CacheDirEnumProc(os::filesystem::File& file, bool isDirectory,
+                               void* context) OX_NO_THREAD_SAFETY_ANALYSIS;
+  void ScanCacheFile(os::filesystem::File& metaFile) OX_REQUIRES(mutex);
   bool ContentPathFromMetaPath(OxString& path);
-  void AdmitScanned(const OxString& contentPath, unsigned long contentSize);
+  void AdmitScanned(const OxString& contentPath, unsigned long contentSize) OX_REQUIRES(mutex);
 
   // Content file name of a URL, with the separator in front of it.
   struct LocalName {
@@ -90,17 +91,17 @@ class FileCacheManagerImpl : public FileCacheManager {
   CacheValueImpl* CreateCacheValuePrivate(const OxString& url, const unsigned long& size,
                                           const OxString& newMetaData);
 
-  // The list. The caller holds the mutex.
-  EntryNode* FindByPath(const char* path, std::uint32_t tag);
-  EntryNode* FindByValue(const CacheValue* value);
-  void LinkAtHead(EntryNode* node);
-  void Unlink(EntryNode* node);
-  bool RemoveNodeOf(const CacheValue* value);
+  // The list.
+  EntryNode* FindByPath(const char* path, std::uint32_t tag) OX_REQUIRES(mutex);
+  EntryNode* FindByValue(const CacheValue* value) OX_REQUIRES(mutex);
+  void LinkAtHead(EntryNode* node) OX_REQUIRES(mutex);
+  void Unlink(EntryNode* node) OX_REQUIRES(mutex);
+  bool RemoveNodeOf(const CacheValue* value) OX_REQUIRES(mutex);
 
-  // Evict from the tail until the limit holds; true when it does. The caller holds the mutex.
-  bool FixCacheSize(unsigned long extra);
-  bool FixMaxEntries(bool forNewEntry);
-  bool FixMaxEntrySize();
+  // Evict from the tail until the limit holds; true when it does.
+  bool FixCacheSize(unsigned long extra) OX_REQUIRES(mutex);
+  bool FixMaxEntries(bool forNewEntry) OX_REQUIRES(mutex);
+  bool FixMaxEntrySize() OX_REQUIRES(mutex);
 
   OxString configFilePath;
   OxString cacheDirectory;
@@ -109,15 +110,15 @@ class FileCacheManagerImpl : public FileCacheManager {
   Relaxed<std::uint32_t> maxEntrySize;
   Relaxed<std::uint32_t> maxSize;
   IOxKernel* kernel;
-  EntryNode* head;
-  EntryNode* tail;
-  std::uint32_t entryCount;
-  IOxMutex* mutex;
-  std::uint32_t currentSize;
+  EntryNode* head OX_GUARDED_BY(mutex);
+  EntryNode* tail OX_GUARDED_BY(mutex);
+  std::uint32_t entryCount OX_GUARDED_BY(mutex);
+  HostMutex mutex;
+  std::uint32_t currentSize OX_GUARDED_BY(mutex);
   OxString dataDir;
 
   // Keep last: hosts know the offsets of the fields above.
-  NodePool nodes_;
+  NodePool nodes_ OX_GUARDED_BY(mutex);
 };
 
 // Hosts with 64-bit longs may pass more than the 32-bit fields hold.

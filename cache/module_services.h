@@ -4,15 +4,15 @@
 #define OX_CACHE_MODULE_SERVICES_H_
 
 #include "cache/relaxed.h"
+#include "module/scoped_lock.h"
 #include <oxfilecache/file_system.h>
-#include <oxfilecache/mutex.h>
 
 namespace ox::core::cache {
 
 struct ModuleServices {
   IFileSystem* fileSystem;
   // One mutex for the disk work of all entries. Taken after the manager's mutex, never before.
-  IOxMutex* entryMutex;
+  HostMutex entryMutex;
   // Set when the host has no file object to give. The manager's start clears it and looks.
   Relaxed<bool> isFileRefused;
 };

@@ -8,7 +8,7 @@
 #include <mutex>
 #include <utility>
 
-#include "host/thread_annotations.h"
+#include "module/thread_annotations.h"
 
 namespace ox::internal {
 

@@ -3,8 +3,8 @@
 
 #include <cstdint>
 
+#include "module/scoped_lock.h"
 #include <oxfilecache/module.h>
-#include <oxfilecache/mutex.h>
 
 namespace ox::core::cache {
 
@@ -22,8 +22,8 @@ class ICacheManagerImpl : public ICacheManager {
   bool HasMutex() const { return mutex_ != nullptr; }
 
  private:
-  IOxMutex* mutex_;
-  std::uint32_t references_;
+  HostMutex mutex_;
+  std::uint32_t references_ OX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ox::core::cache

@@ -1,7 +1,7 @@
 // What the compiler is told about locks, so that it refuses code that uses guarded data without
 // them. Clang checks this (-Wthread-safety); for other compilers the macros are empty.
-#ifndef OX_HOST_THREAD_ANNOTATIONS_H_
-#define OX_HOST_THREAD_ANNOTATIONS_H_
+#ifndef OX_MODULE_THREAD_ANNOTATIONS_H_
+#define OX_MODULE_THREAD_ANNOTATIONS_H_
 
 #ifdef __clang__
 #define OX_THREAD_ATTRIBUTE(attribute) __attribute__((attribute))
