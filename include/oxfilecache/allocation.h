@@ -8,6 +8,9 @@
 //
 // A request of 0 bytes gives null and does not reach the kernel. The operators are noexcept, so a
 // null skips the constructor of a new-expression.
+//
+// Threads: any. A block may be freed on another thread, and by the other side of the border, than
+// the one that took it.
 #ifndef OXFILECACHE_ALLOCATION_H_
 #define OXFILECACHE_ALLOCATION_H_
 
@@ -67,13 +70,15 @@ T* NewObject(Args&&... args) {
       T(static_cast<Args&&>(args)...);
 }
 
+// Destroys an object from NewObject and gives its memory back. Null does nothing.
 template <typename T>
 void DeleteObject(T* p) {
   OxTypes_ScalarDelete(p, nullptr, 0);
 }
 
-// Raw bytes of the malloc-free selector.
+// Raw bytes of the malloc-free selector; null when there are none, or for 0 bytes.
 void* AllocateBytes(std::size_t bytes);
+// Gives back what AllocateBytes gave. Null does nothing.
 void FreeBytes(void* p);
 
 // Tells whether any request of this copy of the runtime failed since the watch was made. Operations
@@ -82,7 +87,9 @@ void FreeBytes(void* p);
 // operation refuse.
 class AllocationWatch {
  public:
+  // Begins to watch.
   AllocationWatch();
+  // True when a request has failed since then.
   bool Tripped() const;
 
  private:

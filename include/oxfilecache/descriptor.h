@@ -1,4 +1,4 @@
-// A file descriptor that closes itself.
+// The owner of a file descriptor.
 #ifndef OXFILECACHE_DESCRIPTOR_H_
 #define OXFILECACHE_DESCRIPTOR_H_
 
@@ -8,9 +8,14 @@
 
 namespace ox {
 
+// A file descriptor that closes itself. It can be moved and not copied; -1 stands for none. An
+// error of close(2) is not reported.
+//
+// Threads: one at a time.
 class UniqueFd {
  public:
   UniqueFd() = default;
+  // Takes the descriptor over.
   explicit UniqueFd(int fd) : fd_(fd) {}
   UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
   UniqueFd& operator=(UniqueFd&& other) noexcept {
@@ -22,9 +27,11 @@ class UniqueFd {
   ~UniqueFd() { Reset(); }
 
   bool IsOpen() const { return fd_ >= 0; }
+  // Stays with this object; -1 when there is none.
   int Get() const { return fd_; }
-  // The caller closes it.
+  // Hands it over: the caller closes it.
   int Release() { return std::exchange(fd_, -1); }
+  // Closes the descriptor and takes another one over.
   void Reset(int fd = -1) {
     if (fd_ >= 0) close(fd_);
     fd_ = fd;

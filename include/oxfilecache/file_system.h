@@ -13,6 +13,11 @@ class OxString;
 
 namespace ox::os::filesystem {
 
+// One file or directory, named by a path. The module makes an object for each piece of work with
+// IFileSystem::CreateFile, binds it with SetPath and gives it back with DestroyFile; the host owns
+// the memory. Results say whether it worked; nothing may be thrown.
+//
+// Threads: an object is used by one thread at a time, several objects at once by several threads.
 class File {
  public:
   // The modes that the module opens files with.
@@ -65,6 +70,10 @@ class File {
 
 }  // namespace ox::os::filesystem
 
+// Makes file objects and names the directory. The host implements it, owns it and hands it out
+// under the name "IFileSystem" (IOxKernel::GetInterface). Nothing may be thrown.
+//
+// Threads: every operation from any thread, also several at once.
 class IFileSystem {
  public:
   // A new object bound to no path, null when none can be made. A null while a manager starts makes

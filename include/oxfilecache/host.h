@@ -23,8 +23,8 @@
 
 namespace ox::host {
 
-// The files of this system, as the module sees them. See host/posix_file.h for the file objects:
-// links are not followed, files are private to the user (mode 0600).
+// The files of this system, as the module sees them. New files have mode 0600. Only regular files
+// are read and written, and no symbolic link under a file's name is followed.
 //
 // The last directories that files were looked up in stay open (CloseDirectories).
 //

@@ -30,12 +30,14 @@ class KernelSource {
   virtual bool Release(IOxKernel* kernel) = 0;
 };
 
+// How one check ended.
 enum class Outcome {
   kPassed,
   kFailed,
   kSkipped,  // could not be tried here, or builds on a check that did not pass
 };
 
+// One check and its outcome.
 struct Finding {
   std::string name;  // one line, the same in every run
   Outcome outcome;
@@ -44,6 +46,7 @@ struct Finding {
   bool Passed() const { return outcome == Outcome::kPassed; }
 };
 
+// Where and how long the checks may work.
 struct HostCheckOptions {
   // An existing directory on the file system that the cache will use. The checks work in a
   // directory of their own below it and remove that at the end.

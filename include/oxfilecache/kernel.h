@@ -16,6 +16,10 @@
 
 class IOxMutex;
 
+// The table of what the host does for the module. The host owns the kernel, which must outlive the
+// module and every string. Results say whether it worked; nothing may be thrown.
+//
+// Threads: every operation from any thread, also several at once.
 class IOxKernel {
  public:
   // The interface of that name, or null. The module asks once per manager, for "IFileSystem", and
@@ -28,6 +32,7 @@ class IOxKernel {
   // A fresh, unlocked, recursive mutex: a thread that holds it may lock it again and unlocks it as
   // often. The module gives it back with DestroyMutex.
   virtual IOxMutex* CreateMutex() = 0;
+  // Takes a mutex back, unlocked.
   virtual void DestroyMutex(IOxMutex* mutex) = 0;
 
   // A block of at least `bytes` bytes, aligned for any 8-byte type, or null when there is no
@@ -35,6 +40,7 @@ class IOxKernel {
   // module's own requests pass null and 0. Buffers of strings cross between host and module, so
   // both must take memory from the same kernel.
   virtual void* Allocate(std::size_t bytes, const char* file, int line) = 0;
+  // Takes back a block from Allocate, on whichever side of the border it was asked for.
   virtual void Free(void* block, const char* file, int line) = 0;
 
   // Memory and string primitives with the meaning of their C library namesakes. MemCopy is never

@@ -22,6 +22,12 @@
 
 namespace ox::core::cache {
 
+// The cache: one for each process, from ICacheManager::CreateCacheManager. Give each reference back
+// with ICacheManager::DestroyCacheManager; never delete it. Nothing is thrown: a result of null or
+// false is the only sign of a failure.
+//
+// Threads: see above; entries are lent, so threads that use them must keep others from evicting
+// them.
 class FileCacheManager {
  public:
   // Commits an entry: writes its metadata file. False when that fails (empty metadata always does)

@@ -18,6 +18,9 @@ namespace ox::core::cache {
 
 class FileCacheManager;
 
+// The factory of the cache manager, from IOxModule_ICacheManager_ModuleLoad. Give it back with
+// IOxModule_ICacheManager_ModuleUnload; never delete it.
+//
 // Threads: both operations may be called from any thread; the factory's own mutex serialises them.
 class ICacheManager : public IOxModule {
  public:

@@ -5,6 +5,13 @@
 
 #include <cstdint>
 
+// A name and a code. A plain value: it can be copied and keeps its own copy of the name.
+//
+// The runtime library is built without type information (RTTI). A program that is compiled with it
+// cannot throw an OxError, by value or by pointer, nor derive from it: that does not link. Throw a
+// type of your own that holds one, or compile that file with -fno-rtti.
+//
+// Threads: as any plain value.
 class OxError {
  public:
   // Keeps the first 31 characters of `name`. The code is kept in 32 bits.
@@ -13,6 +20,7 @@ class OxError {
   OxError& operator=(const OxError&) = default;
   virtual ~OxError();
 
+  // Valid as long as this object.
   const char* Name() const { return name_; }
   unsigned long Code() const { return code_; }
 

@@ -2,6 +2,7 @@
 //
 //   ox::session::SessionOptions options;
 //   options.directory = "/var/cache/example";
+//   options.modulePath = "/usr/lib/oxfilecache/libox_file_cache.so";
 //   ox::Error error;
 //   auto session = ox::session::CacheSession::Open(options, &error);
 //   if (!session) return Report(error.Message());
@@ -9,6 +10,9 @@
 //   if (!writer || (error = writer->Write(body.data(), body.size())) ||
 //       (error = writer->Commit("text/html"))) Report(error.Message());
 //   if (auto found = session->Fetch("http://example/", &error)) Serve(found->content.Get());
+//
+// The limits come from "file-cache.conf" in the directory. Without one the cache admits nothing,
+// and Store says kRefused.
 //
 // The module's bare interface lends pointers that an eviction invalidates, counts new content as
 // nothing, forgets the order of use at a restart and loses the old entry when an update fails. A
@@ -18,15 +22,23 @@
 // - Fetch gives an open content file that stays readable whatever is evicted later.
 // - The bytes on disk (content, metadata and staging files) stay within "MAX_CACHE_SIZE", exceeding
 //   it by at most one entry for a moment. What must go is what was used longest ago.
-// - An entry that fits the limits is never refused.
+// - An entry that fits the limits is never refused, unless other writers keep the room that it
+// needs
+//   (StoreWriter::Write).
 // - The order of use survives restarts: it is kept in the metadata files' times.
-// - One process owns a cache directory at a time.
+// - One process owns a cache directory at a time. The kernel keeps the lock, on the directory
+// itself,
+//   and drops it when the process ends.
 //
 // Errors are values (error.h): no function throws and none prints. Functions with an `Error*` clear
 // it first; it may not be null.
 //
 // Threads: every function of a session from any thread. A StoreWriter and a FetchedEntry belong to
 // one thread at a time; writers must be gone before their session is.
+//
+// Processes: a child made with fork has no part in the lock, also when it lives longer than its
+// parent. Its copies of a session and of writers are not for use: Fetch, Remove, Trim, Write and
+// Commit are errors there (kInUse). Destroying them is allowed and does nothing to the cache.
 //
 // The module keeps its kernel and its one manager for the whole process, so a process has at most
 // one session open at a time.
@@ -57,27 +69,35 @@ namespace ox::session {
 //
 //                       system calls        of those changing        of those
 //                    new   replacement   names   of a replacement    fsync
-//   kNone             12       23                  6                   0
-//   kProcess          13       24                  7                   0
-//   kPower            24       35                  7                   5
+//   kNone             10       22                  5                   0
+//   kProcess          10       22                  5                   0
+//   kPower            15       33                  5                   5
 //
-// The names: two files made, two deleted with the old entry, two or three renamed. The fsyncs:
-// content, metadata, and three times the directory. Two of the latter hold up other threads.
+// The names: two files made, and three renamed, or one deleted and two renamed. The fsyncs of a
+// replacement: content, metadata, and three times the directory; those of a new entry: content,
+// metadata, and once the directory, or twice where a file of that name may have been deleted since
+// the last time. The ones of the directory hold up other threads.
 enum class Durability {
   // An entry being replaced may be gone after a kill or a power cut, and after a failed commit.
   kNone,
   // A killed process leaves the old or the new entry, never half and never neither. So does a
-  // failed commit.
+  // failed commit. A power cut may lose or damage what the system has not yet written.
   kProcess,
-  // So does a power cut, and once Commit returned the new entry is on the medium.
+  // So does a power cut, and once Commit returned the new entry is on the medium. Where the file
+  // system cannot synchronise a file or a directory, Commit is an error (kInputOutput): there is
+  // no weaker commit in its place.
   kPower,
 };
 
+// How a session is opened. Only the directory has to be set.
 struct SessionOptions {
   // Holds "file-cache.conf" and, unless that names another directory, the cache. Made, with mode
-  // 0700, when it is missing.
+  // 0700, when it is missing. In UTF-8; a relative one is taken from the working directory that the
+  // process has at Open.
   std::string directory;
-  // The module's shared library; a name without "/" is looked for as dlopen(3) does.
+  // The module's shared library; a name without "/" is looked for as dlopen(3) does. The Debian
+  // package keeps it in a folder of its own, where dlopen does not look; CMake gives its path as
+  // OxFileCache_MODULE.
   std::string modulePath = "libox_file_cache.so";
   Durability durability = Durability::kProcess;
   // A fetch writes the time of use at most this often for each entry: flash wears.
@@ -86,7 +106,8 @@ struct SessionOptions {
   bool allowDeletingAll = false;
 };
 
-// The module's own reading of "file-cache.conf".
+// The module's own reading of "file-cache.conf", as it was when the session was opened: a change of
+// the file counts from the next opening on.
 struct CacheLimits {
   std::uint32_t maxSize = 0;       // bytes, all entries
   std::uint32_t maxEntries = 0;    // 0 admits nothing
@@ -94,24 +115,30 @@ struct CacheLimits {
   std::string cacheDirectory;      // where the files are
 };
 
+// Counts of one session.
 struct SessionStatistics {
   std::uint64_t entries = 0;   // committed entries
   std::uint64_t bytes = 0;     // on disk: content, metadata, staging files
   std::uint64_t restarts = 0;  // of the manager since Open
   std::uint64_t trimmed = 0;   // entries deleted since Open began, to make room or by Trim
-  // Files deleted since Open began because they belonged to no entry: what a crash left, content
-  // without metadata, metadata without content.
+  // Files deleted since Open began because they belonged to no entry: staged files that a crash
+  // left, content without metadata, metadata without content.
   std::uint64_t leftovers = 0;
 };
 
+// A found entry. It owns the open file and has copies of the texts, so it stays good after the
+// entry was replaced, evicted or removed, and after the session is closed.
 struct FetchedEntry {
-  UniqueFd content;        // open for reading, at the start; regular file
+  UniqueFd content;        // open for reading, at the start; a regular file
   std::uint64_t size = 0;  // bytes of the content
   std::string metadata;    // exactly what was committed
   std::string path;        // of the content file, for messages; do not open it again
 };
 
-// One entry on its way in. Dropping it leaves the cache as it was.
+// One entry on its way in, from CacheSession::Store. Destroying it without a successful Commit
+// leaves the older entry of its URL as it was; what was evicted for its bytes stays evicted.
+//
+// Threads: one at a time. It must be gone before its session is.
 class StoreWriter {
  public:
   ~StoreWriter();
@@ -129,8 +156,9 @@ class StoreWriter {
   // Makes the entry visible in place of an older one of its URL. Metadata: 1 to 1,024 bytes of
   // ASCII without NUL; anything else would come back cut, so it is refused (kInvalidArgument).
   // Content may not be empty: the next start would delete it (kInvalidArgument). kRefused when
-  // content and metadata together exceed the limit of one entry. After any error the old entry
-  // still serves (see Durability), and Commit may be tried again after kInvalidArgument. Once it
+  // content and metadata together exceed the limit of one entry. kInputOutput when a system call
+  // fails, also when somebody deleted the staged content. After any error the old entry still
+  // serves (see Durability), and Commit may be tried again after kInvalidArgument. Once it
   // succeeded the writer is used up.
   Error Commit(const std::string& metadata);
 
@@ -140,13 +168,26 @@ class StoreWriter {
   std::unique_ptr<internal::Staging> staging_;
 };
 
+// A cache in use. The object owns the loaded module, the manager and the lock.
+//
+// While the directory's path no longer leads to what was opened (it was deleted, moved or replaced,
+// or something is mounted over it), Fetch, Remove, Trim, Write and Commit are errors (kInputOutput)
+// from at most a second later on. When the directory is back at its path the session restarts the
+// manager and goes on.
+//
+// Threads: every function from any thread, but for the destructor.
 class CacheSession {
  public:
   // Null and an error when the directory cannot be used, the module not loaded (kModule), another
   // process has the cache (kInUse, with its process number), or the configuration would delete what
   // is there (kConfiguration): when it admits no entry, or names a cache directory that the module
-  // would misread. Finishes a commit that a crash interrupted, removes stale staging files and
-  // content without metadata, and brings the cache within its limits.
+  // would misread. A configuration that cannot be read whole is kInputOutput.
+  //
+  // Finishes commits that a crash interrupted, deletes staged files and files without their
+  // counterpart, and brings the cache within its limits. A file that this user may not delete
+  // stays. A commit that cannot be finished, since a directory stands under a name of its entry, is
+  // left for a later opening. An entry whose time of use is impossible (later than a day from now
+  // and than the start of 2037) counts as used longest ago.
   static std::unique_ptr<CacheSession> Open(const SessionOptions& options, Error* error);
   ~CacheSession();
   CacheSession(const CacheSession&) = delete;
@@ -160,14 +201,16 @@ class CacheSession {
   // read or its metadata was damaged; such an entry can be removed and replaced.
   std::optional<FetchedEntry> Fetch(const std::string& url, Error* error);
 
-  // kNotFound when there is no such entry.
+  // Deletes the entry. kNotFound when there is none; kInputOutput when its files cannot be deleted.
   Error Remove(const std::string& url);
 
   // Brings the cache to 90 % of its limits as a full cache would, deletes what belongs to nobody,
   // and restarts the manager. The number of entries deleted goes to `deleted` unless that is null.
   Error Trim(std::uint64_t* deleted);
 
+  // Valid as long as the session.
   const CacheLimits& Limits() const;
+  // As of now.
   SessionStatistics Statistics() const;
 
  private:

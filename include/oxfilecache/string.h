@@ -16,6 +16,14 @@
 #include <cstddef>
 #include <cstdint>
 
+// A text in UTF-16 with a UTF-8 form. It can be copied and moved, and owns its buffers; they come
+// from the kernel, so ox::SetKernel comes before the first string. Nothing is thrown: where memory
+// runs out, see above.
+//
+// The runtime library is built without type information (RTTI). A class that derives from OxString
+// links only in files compiled with -fno-rtti; keep one as a field instead.
+//
+// Threads: no locking, see above.
 class OxString {
  public:
   OxString();

@@ -16,6 +16,9 @@
 
 namespace ox::core::cache {
 
+// One entry: the URL that it was asked for by, its content file, its metadata. Owned by the manager
+// and lent to the host; never delete one. A text that could not be made for want of memory is
+// empty.
 class CacheValue {
  public:
   // Bytes. Until the entry is committed the size declared at creation, then the size of the content
