@@ -240,8 +240,8 @@ TEST(SessionLimits, AClockSetBackDoesNotTurnTheOrderAround) {
       names[url] = NameOf(*session, url);
     }
   }
-  // As if all that had happened before the clock went back by ten years.
-  std::int64_t time = (std::int64_t{::time(nullptr)} + 315360000) * 1000000000;
+  // As if all that had happened at the end of 2036, before the clock went back.
+  std::int64_t time = std::int64_t{2111702400} * 1000000000;
   for (const auto& name : names)
     ASSERT_TRUE(internal::SetFileTime(directory / (name.second + ".ox_meta"), ++time));
   const auto session = OpenSession(OptionsFor(directory.Path()));

@@ -289,14 +289,5 @@ TEST_F(SessionMends, ImpossibleTimesAreTheOldest) {
   }
 }
 
-TEST_F(SessionMends, WhatAnOpeningDeletesIsCounted) {
-  StoreOld();
-  WriteWhole(cache / std::string(32, 'B'), "content alone");
-  WriteWhole(cache / (std::string(32, 'C') + ".ox_meta"), "metadata alone");
-  WriteWhole(cache / "ox-0123456789abcdef-1.meta", "half");
-  EXPECT_EQ(3U, Open()->Statistics().leftovers);
-  EXPECT_EQ(0U, Open()->Statistics().leftovers);
-}
-
 }  // namespace
 }  // namespace ox::testing

@@ -214,6 +214,7 @@ TEST_F(SessionTest, DeletesFilesOfNoEntryAndKeepsForeignFiles) {
   EXPECT_EQ(ReadWhole(directory_ / (hex + "2")), "precious");
   EXPECT_TRUE(std::filesystem::is_directory(directory_ / (hex + "1")));
   EXPECT_EQ(Survey().foreignFiles.size(), 7u);
+  EXPECT_EQ(session->Statistics().leftovers, 4u);
 }
 
 TEST_F(SessionTest, FilesAreTheUsersAloneAndNoOtherProgramInheritsThem) {
