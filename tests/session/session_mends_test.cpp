@@ -269,7 +269,7 @@ TEST_F(SessionMends, AReplacedDirectoryIsNoticed) {
 }
 
 TEST_F(SessionMends, ImpossibleTimesAreTheOldest) {
-  for (const long seconds : {7258118400L, 9300000000L, 20000000000L, -5000000000L}) {
+  for (const std::int64_t seconds : {7258118400, 9300000000, 20000000000, -5000000000}) {
     SCOPED_TRACE(seconds);
     StoreOld();
     const auto path = [&](CacheSession& session) { return session.Fetch(kOld, &error)->path; };

@@ -37,7 +37,7 @@ std::ptrdiff_t OpenDescriptors() {
   return std::distance(begin(all), end(all));
 }
 
-void SetModified(const std::string& path, long seconds) {
+void SetModified(const std::string& path, std::int64_t seconds) {
   const timespec times[2] = {{seconds, 0}, {seconds, 0}};
   EXPECT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW));
 }

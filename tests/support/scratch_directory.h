@@ -3,6 +3,7 @@
 #define OX_TESTS_SUPPORT_SCRATCH_DIRECTORY_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace ox::testing {
@@ -27,7 +28,7 @@ std::string ReadWhole(const std::string& path);
 // Of this process.
 std::ptrdiff_t OpenDescriptors();
 // Sets the modification time, in seconds since 1970.
-void SetModified(const std::string& path, long seconds);
+void SetModified(const std::string& path, std::int64_t seconds);
 
 }  // namespace ox::testing
 
