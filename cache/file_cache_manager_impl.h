@@ -119,6 +119,9 @@ class FileCacheManagerImpl : public FileCacheManager {
 
   // Keep last: hosts know the offsets of the fields above.
   NodePool nodes_ OX_GUARDED_BY(mutex);
+  // The host's StrCmp found the path of a listed value unequal to itself, so that the value may be
+  // listed twice.
+  bool mayListTwice_ OX_GUARDED_BY(mutex) = false;
 };
 
 // Hosts with 64-bit longs may pass more than the 32-bit fields hold.

@@ -49,8 +49,8 @@ FileCacheManagerImpl::~FileCacheManagerImpl() {
   while (tail != nullptr) {
     CacheValueImpl* value = tail->value;
     RemoveNodeOf(value);
-    // Again: a host whose StrCmp finds no path equal to itself can list a value twice.
-    RemoveNodeOf(value);
+    // The second search would look at every entry that is left.
+    if (mayListTwice_) RemoveNodeOf(value);
     if (value->IsPending()) value->RemoveLocal();
     DeleteObject(value);
   }

@@ -8,9 +8,14 @@
 namespace ox::core::cache {
 
 EntryNode* FileCacheManagerImpl::FindByPath(const char* path, std::uint32_t tag) {
-  return nodes_.FindTagged(tag, [=](const CacheValueImpl& value) {
-    return kernel->StrCmp(value.FileUTF8(), path) == 0;
+  bool isUnequalToItself = false;
+  EntryNode* found = nodes_.FindTagged(tag, [&](const CacheValueImpl& value) {
+    const bool isMeant = kernel->StrCmp(value.FileUTF8(), path) == 0;
+    if (!isMeant && value.FileUTF8() == path) isUnequalToItself = true;
+    return isMeant;
   });
+  if (isUnequalToItself) mayListTwice_ = true;
+  return found;
 }
 
 EntryNode* FileCacheManagerImpl::FindByValue(const CacheValue* value) {
