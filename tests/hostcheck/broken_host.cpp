@@ -404,7 +404,10 @@ class BrokenKernel final : public IOxKernel {
   unsigned long StrToUL(const char* text, char** end, int base) override {
     char* stop = nullptr;
     const unsigned long number = real_.StrToUL(text, &stop, Breaks("StrToUL: reads") ? 0 : base);
-    if (Breaks((std::string(text) + " StrToUL").c_str())) return number / 2 + 1;
+    static const char* const texts[] = {"0",       "1048576", "4294967295", "010",      "0x10",
+                                        "65536KB", "12 34",   "7\n8",       "300 files"};
+    const auto place = std::find(std::begin(texts), std::end(texts), std::string(text)) - texts;
+    if (Breaks((std::to_string(place) + " StrToUL").c_str())) return number / 2 + 1;
     if (end != nullptr && !Breaks("StrToUL: tells")) *end = stop;
     if (Breaks("StrToUL: stops") && end == nullptr && *stop != '\0') return 0;
     return Breaks("StrToUL: gives") && stop - text > 12 ? number & 0xFFFF0000 : number;
