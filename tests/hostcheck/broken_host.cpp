@@ -378,8 +378,8 @@ class BrokenKernel final : public IOxKernel {
   int StrCmp(const char* a, const char* b) override {
     const int result = real_.StrCmp(a, b);
     if (Breaks(*a == '\0' ? "2 StrCmp: is" : "3 StrCmp: is") && result == 0) return 1;
-    if (Breaks("4 StrCmp: is")) return std::max(result, 0);
-    if (Breaks("5 StrCmp: is")) return std::min(result, 0);
+    if (Breaks("4 StrCmp: is") && *a == '\0') return 0;
+    if (Breaks("5 StrCmp: is") && *b == '\0') return 0;
     return Breaks("StrCmp: is") ? strcasecmp(a, b) : result;
   }
   char* StrCpy(char* dst, const char* src) override {

@@ -132,8 +132,7 @@ TEST_F(SessionTest, KeepsTheConfigurationItWasOpenedWith) {
 
 TEST_F(SessionTest, ACacheDirectoryThatTheScanMisreadsIsAnErrorAtOpen) {
   const auto name = [&](const std::string& directory) {
-    WriteWhole(directory_ / "file-cache.conf",
-               "MAX_CACHE_ENTRIES=5\nCACHE_DIRECTORY=" + directory + "\n");
+    WriteWhole(directory_ / "file-cache.conf", "MAX_CACHE_ENTRIES=5\nCACHE_DIRECTORY=" + directory);
   };
   for (const std::string& directory : {directory_ / "\xC3\xA4", directory_ / "back\\slash",
                                        directory_ / "a.ox_meta", std::string("\r")}) {
