@@ -123,6 +123,7 @@ TEST(HostCheck, PrintsALineForEachCheckAndTheReasonOfAFailure) {
     const char* part;
   } cases[] = {
       {OX_POSIX_HOST_PATH, "", 0, " ok, 0 failed, "},
+      {OX_BROKEN_HOST_PATH, "no fault: what is gone is not visited", 0, " ok, 0 failed, "},
       {OX_BROKEN_HOST_PATH, "", 0, "ok   Lock: keeps other threads out until Unlock\n"},
       {OX_BROKEN_HOST_PATH, "GetInterface: gives the file system for", 1,
        "\nFAIL GetInterface: gives the file system for IFileSystem: "

@@ -139,6 +139,8 @@ TEST_F(SessionTest, ACacheDirectoryThatTheScanMisreadsIsAnErrorAtOpen) {
     name(directory);
     EXPECT_EQ(OpenError().kind, ErrorKind::kConfiguration) << directory;
   }
+  name(directory_ / "file-cache.conf/sub");
+  EXPECT_EQ(OpenError().Message().find("cannot make"), 0u);
   name(directory_ / "sub/");
   ASSERT_FALSE(Store(*OpenSession(options_), "a", "x", "m"));
   EXPECT_EQ(Fetch(*OpenSession(options_), "a"), "x|m");
