@@ -120,6 +120,7 @@ class Workbench:
             raise SystemExit("stopped")
         memory = "/dev/shm" if os.path.isdir("/dev/shm") else None
         scratch = tempfile.mkdtemp(prefix="mutate-", dir=memory)
+        os.chmod(scratch, 0o755)  # some tests are another user for a while
         environment = {**os.environ, **test.environment, **_ENVIRONMENT.get(preset, {}), "TMPDIR": scratch,
                        "GTEST_FAIL_FAST": "1", "PYTHONDONTWRITEBYTECODE": "1"}
         try:

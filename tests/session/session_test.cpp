@@ -263,6 +263,11 @@ TEST_F(SessionTest, DamageBySomebodyElseIsNoticed) {
     EXPECT_EQ(error.kind, ErrorKind::kInputOutput) << bytes;
     EXPECT_EQ(error.path, paths["cut"] + ".ox_meta");
   }
+  std::filesystem::remove(paths["cut"] + ".ox_meta");
+  std::filesystem::create_directory(paths["cut"] + ".ox_meta");
+  EXPECT_EQ(Store(*session, "cut", "x", "m").systemError, EISDIR);
+  EXPECT_EQ(ReadWhole(paths["cut"]), "content");
+  std::filesystem::remove(paths["cut"] + ".ox_meta");
   std::filesystem::remove(paths["taken"]);
   std::filesystem::create_directory(paths["taken"]);
   error = session->Remove("taken");
