@@ -6,20 +6,6 @@
 
 namespace ox::internal {
 
-PendingEntry::PendingEntry(PendingEntry&& other) noexcept
-    : cache_(other.cache_),
-      value_(std::exchange(other.value_, nullptr)),
-      metaDataLength_(other.metaDataLength_) {}
-
-PendingEntry& PendingEntry::operator=(PendingEntry&& other) noexcept {
-  if (this == &other) return *this;
-  Abandon();
-  cache_ = other.cache_;
-  value_ = std::exchange(other.value_, nullptr);
-  metaDataLength_ = other.metaDataLength_;
-  return *this;
-}
-
 bool PendingEntry::Commit() {
   if (!cache_->CommitPending(value_)) return false;
   value_ = nullptr;

@@ -16,8 +16,6 @@ class PendingEntry {
   PendingEntry() = default;
   PendingEntry(RunningCache& cache, core::cache::CacheValue* value, std::uint64_t metaDataLength)
       : cache_(&cache), value_(value), metaDataLength_(metaDataLength) {}
-  PendingEntry(PendingEntry&& other) noexcept;
-  PendingEntry& operator=(PendingEntry&& other) noexcept;
   PendingEntry(const PendingEntry&) = delete;
   PendingEntry& operator=(const PendingEntry&) = delete;
   ~PendingEntry() { Abandon(); }

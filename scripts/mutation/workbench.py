@@ -16,8 +16,8 @@ Test = collections.namedtuple("Test", "name command environment targets inputs")
 # The test to run first for what lies in a folder of this name; the others follow, the fastest first.
 _OWN_TEST = {"host": "host_test", "session": "session_test", "check": "hostcheck_test",
              "hostcheck": "hostcheck_test", "oxcache": "tool_test"}
-# Says how large the module is, not whether it works.
-_NO_TEST = {"module_footprint"}
+# These say how large the module is and whether other projects can build it, not whether it works.
+_NO_TEST = {"module_footprint", "subproject", "subproject_fetched"}
 DOES_NOT_BUILD = "does not build"
 _SKIPPED = 77
 # Above the largest file that a test makes (a hole of 10 GiB), so that a fault cannot fill the memory.
@@ -27,9 +27,9 @@ _CONFIGURE = {
     "release": ["-DCMAKE_CXX_FLAGS=-Wno-parentheses", "-DCMAKE_CXX_FLAGS_RELEASE=-O1 -DNDEBUG"],
     "tsan": ["-DCMAKE_CXX_FLAGS=-Wno-parentheses", "-DOX_BUILD_EXAMPLES=OFF"],
 }
-# Faults in locks are judged by the threads alone, for as long as a proof takes.
+# Faults in locks are judged by the threads alone, for as long as a proof takes; killed processes show none.
 _ONLY_TEST = {"tsan": "threads_test"}
-_ENVIRONMENT = {"tsan": {"OX_PROVE": "1"}}
+_ENVIRONMENT = {"tsan": {"OX_PROVE": "1", "GTEST_FILTER": "-Kills.*"}}
 _FAILED = re.compile(r"\[  FAILED  \] ([\w./]+)|^(?:FAIL|ERROR): (\w+)|(WARNING: ThreadSanitizer: [\w -]+\w)", re.M)
 
 
@@ -81,7 +81,7 @@ class Workbench:
                 continue
             test = self._test(build, item, dependencies)
             begun = time.monotonic()
-            failure = self.run(test, preset, 600)
+            failure = self.run(test, preset, 600) and self.run(test, preset, 600)
             if failure:
                 raise SystemExit(f"{test.name} fails without a fault ({failure}): see {self.home}")
             self.seconds[preset, test.name] = time.monotonic() - begun
@@ -120,6 +120,7 @@ class Workbench:
             raise SystemExit("stopped")
         memory = "/dev/shm" if os.path.isdir("/dev/shm") else None
         scratch = tempfile.mkdtemp(prefix="mutate-", dir=memory)
+        os.chmod(scratch, 0o755)  # some tests are another user for a while
         environment = {**os.environ, **test.environment, **_ENVIRONMENT.get(preset, {}), "TMPDIR": scratch,
                        "GTEST_FAIL_FAST": "1", "PYTHONDONTWRITEBYTECODE": "1"}
         try:
@@ -172,7 +173,11 @@ class Workbench:
             build = subprocess.run(["ninja", "-j1", *test.targets], cwd=self.home / preset, capture_output=True)
             if build.returncode != 0:
                 return DOES_NOT_BUILD
-            failure = self.run(test, preset, max(20, 5 * self.seconds[preset, test.name]))
-            if failure:
+            failure = self._fails(test, preset)
+            # Some tests depend on time and fail on a busy machine now and then: twice counts.
+            if failure and (test.name == own or self._fails(test, preset)):
                 return f"{test.name} ({failure})"
         return None
+
+    def _fails(self, test, preset):
+        return self.run(test, preset, max(20, 5 * self.seconds[preset, test.name]))

@@ -47,6 +47,7 @@ TEST_F(EnumerationTest, OldestFirstByteForByteAsItWasAtTheStart) {
   const auto deleteEach = [&](File& entry, bool isDirectory) {
     seen.push_back(PathOf(entry).substr(prefix.size()) + (isDirectory ? "/" : ""));
     EXPECT_EQ(prefix, PathOf(entry).substr(0, prefix.size()));
+    EXPECT_EQ(isDirectory || seen.back()[0] == 'l' ? 0U : 1U, entry.GetSize());
     BoundFile(fileSystem_, prefix + "c")->Delete(0);  // comes later, and is shown nevertheless
     entry.Delete(0);
     return seen.size() < 5;

@@ -27,7 +27,7 @@ namespace {
 using ox::host::PosixKernel;
 using ox::os::filesystem::File;
 
-// Takes the beginning of a line.
+// Takes the beginning of a line, with the word before it.
 bool Breaks(const char* line) {
   static const char* const chosen = std::getenv("OX_BROKEN_HOST");
   return chosen != nullptr && std::strncmp(chosen, line, std::strlen(line)) == 0;
@@ -53,16 +53,21 @@ class BrokenMutex final : public IOxMutex {
   explicit BrokenMutex(PosixKernel& real) : real_(real.CreateMutex()) {
     if (Breaks("CreateMutex: gives an")) Lock();
   }
+  ~BrokenMutex() {
+    if (depth_ > 0 && !Breaks("2 Lock: keeps")) std::abort();
+  }
   int Lock() override {
     if (Breaks("Lock: lets")) return pthread_mutex_lock(&plain_);
     if (Breaks("Lock: keeps")) return 1;
     const int result = real_->Lock();
-    ++depth_;
+    most_ = std::max(most_, ++depth_);
     return result;
   }
   int Unlock() override {
     if (Breaks("Lock: lets")) return pthread_mutex_unlock(&plain_);
     if (Breaks("Lock: keeps")) return 1;
+    if (Breaks("2 Lock: keeps") || (Breaks("2 Unlock: lets") && most_ == 3 && depth_ == 1))
+      return 1;
     for (int extra = Breaks("Unlock: lets") ? depth_ - 1 : 0; extra > 0; --extra)
       UnlockOnce();
     return depth_ > 0 ? UnlockOnce() : 0;
@@ -77,9 +82,12 @@ class BrokenMutex final : public IOxMutex {
   IOxMutex* real_;
   pthread_mutex_t plain_ = PTHREAD_MUTEX_INITIALIZER;
   int depth_ = 0;
+  int most_ = 0;
 };
 
 std::string lastPath;
+bool isEnumerating = false;
+bool isMadeMeanwhile = false;
 
 // Wraps a file object of its own, or an entry of an enumeration.
 class BrokenFile final : public File {
@@ -88,6 +96,7 @@ class BrokenFile final : public File {
 
   int SetPath(const char* path) override {
     if (Breaks("SetPath: binds") && !path_.empty()) return 1;
+    isRebound_ = !path_.empty();
     path_ = lastPath = path;
     isDeleted_ = false;
     const int result = real_.SetPath(path);
@@ -98,13 +107,19 @@ class BrokenFile final : public File {
     namespace fs = std::filesystem;
     const bool isThere = real_.Exists() != 0;
     if (Breaks("Delete: leaves") && isDeleted_) return 0;
+    if (Breaks("3 Delete: leaves") && isDeleted_) return 1;
     if (mode == kOpenRead) {
       if (Breaks("Open 2: opens")) return 0;
       if (Breaks("Open 2: fails") && !isThere) std::ofstream made(path_);
+      if (Breaks("2 Open 2: fails") && !isThere) return std::ofstream(path_) ? 0 : 1;
       if (Breaks("Open 2: leaves") && fs::is_regular_file(path_)) fs::resize_file(path_, 0);
       if (Breaks("Read: gives 0") && fs::is_directory(path_)) return 1;
     } else {
+      const bool canMake = !isThere && fs::exists(fs::path(path_).parent_path());
       if (Breaks("Open 0x35: makes") && !isThere) return 0;
+      if (Breaks("2 Open 0x35: makes") && canMake) return 1;
+      if (Breaks("3 Open 0x35: makes") && canMake) return std::ofstream(path_) << "x" ? 1 : 0;
+      if (Breaks("2 Open 0x35: empties") && real_.GetSize() == 18) return 0;
       if (Breaks("Open 0x35: fails") && !fs::exists(fs::path(path_).parent_path())) return 1;
       if (Breaks("names: UTF-8") && !IsAscii(path_)) real_.SetPath((path_ + "?").c_str());
     }
@@ -118,19 +133,28 @@ class BrokenFile final : public File {
   void Close() override {
     if (Breaks("Close: leaves")) return;
     isOpen_ = false;
+    isClosed_ = true;
     real_.Close();
   }
 
   int Delete(int flags) override {
     isDeleted_ = true;
     if (Breaks("Delete: removes")) return real_.Exists();
+    if (Breaks("2 SetPath: binds") && isRebound_) return 1;
+    if (Breaks("3 EnumerateDirectory: goes on after the") && isEntry) return 1;
+    if (Breaks("3 Close: leaves") && isClosed_) return 0;
     const int result = real_.Delete(flags);
+    if (Breaks("2 Delete: removes") || (Breaks("5 files: work") && !IsFirstThread())) return 0;
+    if (Breaks("2 EnumerateDirectory: goes on after the") && isEntry) return 0;
     return Breaks("Delete: fails") ? 1 : result;
   }
 
   int Exists() override {
     if (Breaks("CreateFile: gives objects with") && !isEntry) real_.SetPath(lastPath.c_str());
-    return Breaks("Exists: tells") ? 1 : real_.Exists();
+    if (Breaks("Exists: tells") || (Breaks("2 Delete: leaves") && isDeleted_)) return 1;
+    if (Breaks("2 EnumerateDirectory: entries") && isEntry) return 0;
+    return Breaks("2 Exists: tells") || (Breaks("2 Close: leaves") && isClosed_) ? 0
+                                                                                 : real_.Exists();
   }
   void GetPath(OxString& out) override { out = path_.c_str(); }
 
@@ -140,6 +164,8 @@ class BrokenFile final : public File {
     if (Breaks("GetSize: gives") && real_.Exists() == 0) return UINT64_MAX;
     if (Breaks("GetSize: follows")) return sizes.emplace(path_, real_.GetSize()).first->second;
     if (Breaks("EnumerateDirectory: entries") && isEntry) return 0;
+    if (Breaks("4 EnumerateDirectory: lets") && isEnumerating && !isEntry) return 5;
+    if (Breaks("2 GetSize: needs") && real_.Exists() != 0 && real_.GetSize() == 0) return 1;
     return real_.GetSize();
   }
 
@@ -148,12 +174,21 @@ class BrokenFile final : public File {
     if (Breaks("Read: goes")) return real_.Open(kOpenRead) ? real_.Read(count, destination) : 0;
     if (Breaks("Read: gives what")) count = (count + 1) / 2;
     const std::uint64_t read = real_.Read(count, destination);
+    if (Breaks("2 Read: gives what") && read > 0) ++*static_cast<char*>(destination);
+    if (Breaks("2 Read: goes") && read == 0) return 1;
     if (Breaks("Read: writes")) static_cast<char*>(destination)[read] = '\0';
     return read;
   }
 
   std::uint64_t Write(std::uint64_t count, const void* source) override {
     if (Breaks("Write: gives 0") && count == 0) return UINT64_MAX;
+    if (Breaks("2 Write: gives 0") && count == 0) return real_.Write(1, "x") - 1;
+    if (Breaks("3 EnumerateDirectory: lets") && isEnumerating) return count;
+    if (Breaks("2 EnumerateDirectory: lets") && isEnumerating) return 0;
+    if (Breaks("4 files: work") && !IsFirstThread()) return count;
+    if (Breaks("3 files: work") && !IsFirstThread()) return real_.Write(count, source) - 1;
+    if (Breaks("2 Write: puts") && isWritten_) return count;
+    isWritten_ = true;
     if (Breaks("Write: gives the")) return real_.Write(count, source) != 0;
     if (Breaks("2 Write: gives the") && count != 0) {
       return real_.Write(count, source) | std::uint64_t{1} << 32;
@@ -185,6 +220,9 @@ class BrokenFile final : public File {
   std::string pending_;
   bool isOpen_ = false;
   bool isDeleted_ = false;
+  bool isRebound_ = false;
+  bool isClosed_ = false;
+  bool isWritten_ = false;
 };
 
 struct Walk {
@@ -193,10 +231,10 @@ struct Walk {
   void* context;
 };
 
-bool isEnumerating = false;
-
-std::string EntryPath(const std::string& boundPath, const std::string& name) {
+std::string EntryPath(const std::string& boundPath, const std::string& name, bool isDirectory) {
   namespace fs = std::filesystem;
+  if (Breaks(isDirectory ? "2 EnumerateDirectory: paths are" : "3 EnumerateDirectory: paths are"))
+    return name;
   if (Breaks("EnumerateDirectory: paths are")) return name;
   if (Breaks("EnumerateDirectory: paths keep") && boundPath.back() == '/') return boundPath + name;
   if (Breaks("2 EnumerateDirectory: paths keep")) return (fs::canonical(boundPath) / name).string();
@@ -204,9 +242,10 @@ std::string EntryPath(const std::string& boundPath, const std::string& name) {
 }
 
 bool CallBack(const Walk& walk, File& real, const std::string& name, bool isDirectory) {
-  BrokenFile entry(real, EntryPath(walk.boundPath, name));
+  BrokenFile entry(real, EntryPath(walk.boundPath, name, isDirectory));
   entry.isEntry = true;
   if (Breaks("EnumerateDirectory: marks")) isDirectory = false;
+  if (Breaks("2 EnumerateDirectory: marks")) isDirectory = true;
   void* context = Breaks("EnumerateDirectory: hands") ? nullptr : walk.context;
   return walk.callback(entry, isDirectory, context) || Breaks("EnumerateDirectory: stops");
 }
@@ -218,13 +257,16 @@ bool OnEntry(File& real, bool isDirectory, void* context) {
   const std::filesystem::path path(text.UTF8());
   const std::string name = path.filename().string();
   if (Breaks("EnumerateDirectory: names") && !IsAscii(name)) return true;
+  if (Breaks("2 EnumerateDirectory: visits") && isDirectory) return true;
   const bool isThere = std::filesystem::exists(path);
   if (Breaks("EnumerateDirectory: goes on after other") && !isThere) return false;
+  if (Breaks("no fault: what is gone") && !isThere) return true;
   if (!CallBack(walk, real, name, isDirectory)) return false;
   if (Breaks("EnumerateDirectory: visits") && !CallBack(walk, real, name, isDirectory))
     return false;
   if (Breaks("EnumerateDirectory: goes on after the") && isThere && !std::filesystem::exists(path))
     return false;
+  if (Breaks("5 EnumerateDirectory: lets") && isMadeMeanwhile) return false;
   if (Breaks("EnumerateDirectory: does") && isDirectory)
     real.EnumerateDirectory(OnEntry, context, 0);
   return true;
@@ -233,6 +275,7 @@ bool OnEntry(File& real, bool isDirectory, void* context) {
 int BrokenFile::EnumerateDirectory(EnumerateCallback callback, void* context, int flags) {
   const bool isMissing = !std::filesystem::exists(path_);
   if (Breaks("EnumerateDirectory: calls") && isMissing) return callback(*this, true, context);
+  if (Breaks("3 EnumerateDirectory: paths keep") && std::filesystem::is_symlink(path_)) return 1;
   Walk walk{path_, callback, context};
   isEnumerating = true;
   const int result = real_.EnumerateDirectory(OnEntry, &walk, flags);
@@ -248,6 +291,7 @@ class BrokenFileSystem final : public IFileSystem {
     if (Breaks("files: work") && !IsFirstThread()) return nullptr;
     if (Breaks("EnumerateDirectory: lets") && isEnumerating) return nullptr;
     if (Breaks("no CreateFile: gives objects")) return nullptr;
+    isMadeMeanwhile = isEnumerating;
     return new BrokenFile(*real_.CreateFile(), "");
   }
 
@@ -288,6 +332,7 @@ class BrokenKernel final : public IOxKernel {
     return isKnown || Breaks("GetInterface: gives null") ? &fileSystem_ : nullptr;
   }
   void ReleaseInterface(void*) override { isReleased_ = true; }
+  bool IsReleased() const { return isReleased_; }
 
   IOxMutex* CreateMutex() override {
     if (!Breaks("CreateMutex: gives a mutex")) return new BrokenMutex(real_);
@@ -301,6 +346,7 @@ class BrokenKernel final : public IOxKernel {
   void* Allocate(std::size_t bytes, const char* file, int line) override {
     if (Breaks("Allocate: takes") && file == nullptr) std::abort();
     if (Breaks("Allocate: works") && !IsFirstThread()) return nullptr;
+    if (Breaks("2 Allocate: aligns") && bytes > 4000 && bytes < 5000) return nullptr;
     if (Breaks("Allocate: keeps") && file != nullptr) return onlyBlock_;
     if (!Breaks("Allocate: aligns")) return real_.Allocate(bytes, file, line);
     return static_cast<char*>(real_.Allocate(bytes + 4, file, line)) + 4;
@@ -312,28 +358,44 @@ class BrokenKernel final : public IOxKernel {
   }
 
   void* MemSet(void* dst, int value, std::size_t bytes) override {
-    return real_.MemSet(dst, value, Breaks("MemSet: sets") ? bytes + 1 : bytes);
+    if (Breaks("4 MemSet: sets") && bytes > 0) real_.MemSet(static_cast<char*>(dst) - 1, value, 1);
+    if (Breaks(bytes == 0 ? "2 MemSet: sets" : "MemSet: sets")) ++bytes;
+    real_.MemSet(dst, value, Breaks("5 MemSet: sets") ? bytes / 2 : bytes);
+    return Breaks("3 MemSet: sets") ? nullptr : dst;
   }
   void* MemCopy(void* dst, const void* src, std::size_t bytes) override {
-    if (!Breaks("MemCopy: copies")) return real_.MemCopy(dst, src, bytes);
+    if (Breaks("2 MemCopy: copies") && bytes == 0) bytes = 1;
+    if (!Breaks("MemCopy: copies")) real_.MemCopy(dst, src, bytes);
+    if (!Breaks("MemCopy: copies")) return Breaks("3 MemCopy: copies") ? nullptr : dst;
     return std::strncpy(static_cast<char*>(dst), static_cast<const char*>(src), bytes);
   }
   std::size_t StrLen16(const std::uint16_t* text) override {
     if (Breaks("StrLen16: counts")) return real_.StrLen(reinterpret_cast<const char*>(text));
-    return real_.StrLen16(text);
+    return real_.StrLen16(text) + (Breaks("2 StrLen16: counts") && *text == 0 ? 1 : 0);
   }
   std::size_t StrLen(const char* text) override {
     return real_.StrLen(text) + (Breaks("StrLen: counts") ? 1 : 0);
   }
   int StrCmp(const char* a, const char* b) override {
-    return Breaks("StrCmp: is") ? strcasecmp(a, b) : real_.StrCmp(a, b);
+    const int result = real_.StrCmp(a, b);
+    if (Breaks(*a == '\0' ? "2 StrCmp: is" : "3 StrCmp: is") && result == 0) return 1;
+    if (Breaks("4 StrCmp: is") && *a == '\0') return 0;
+    if (Breaks("5 StrCmp: is") && *b == '\0') return 0;
+    return Breaks("StrCmp: is") ? strcasecmp(a, b) : result;
   }
   char* StrCpy(char* dst, const char* src) override {
-    return Breaks("StrCpy: copies") ? static_cast<char*>(std::memcpy(dst, src, std::strlen(src)))
-                                    : real_.StrCpy(dst, src);
+    if (Breaks("StrCpy: copies"))
+      return static_cast<char*>(std::memcpy(dst, src, std::strlen(src)));
+    real_.StrCpy(dst, src);
+    return Breaks("2 StrCpy: copies") ? nullptr : dst;
   }
   const char* StrStr(const char* haystack, const char* needle) override {
     const char* found = real_.StrStr(haystack, needle);
+    if (Breaks("2 StrStr: finds") && found == nullptr) return haystack;
+    const bool isWhole = found == haystack && std::strlen(needle) > 9;
+    if (Breaks("3 StrStr: finds") && isWhole) return nullptr;
+    const bool isLast = found != nullptr && std::strcmp(found, needle) == 0;
+    if (Breaks("4 StrStr: finds") && isLast && !isWhole) return nullptr;
     if (!Breaks("StrStr: finds")) return found;
     const char* next = found;
     while (next != nullptr && (next = real_.StrStr(found + 1, needle)) != nullptr)
@@ -343,6 +405,10 @@ class BrokenKernel final : public IOxKernel {
   unsigned long StrToUL(const char* text, char** end, int base) override {
     char* stop = nullptr;
     const unsigned long number = real_.StrToUL(text, &stop, Breaks("StrToUL: reads") ? 0 : base);
+    static const char* const texts[] = {"0",       "1048576", "4294967295", "010",      "0x10",
+                                        "65536KB", "12 34",   "7\n8",       "300 files"};
+    const auto place = std::find(std::begin(texts), std::end(texts), std::string(text)) - texts;
+    if (Breaks((std::to_string(place) + " StrToUL").c_str())) return number / 2 + 1;
     if (end != nullptr && !Breaks("StrToUL: tells")) *end = stop;
     if (Breaks("StrToUL: stops") && end == nullptr && *stop != '\0') return 0;
     return Breaks("StrToUL: gives") && stop - text > 12 ? number & 0xFFFF0000 : number;
@@ -364,6 +430,8 @@ IOxKernel* OxHostCheck_GetKernel(const char* directory) {
 }
 
 void OxHostCheck_ReleaseKernel(IOxKernel* kernel) {
-  if (Breaks("kernel: is given")) std::abort();
-  delete static_cast<BrokenKernel*>(kernel);
+  auto* broken = static_cast<BrokenKernel*>(kernel);
+  if (Breaks("kernel: is given") || (Breaks("2 kernel: is given") && broken->IsReleased()))
+    std::abort();
+  delete broken;
 }

@@ -8,6 +8,7 @@
 #include <future>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -58,6 +59,22 @@ std::vector<Fault> AllFaults(const std::vector<std::string>& lines) {
       {"2 ", "EnumerateDirectory: paths keep the bound path byte for byte", "instead of"}};
   for (const std::string& line : lines)
     faults.push_back({line == "CreateFile: gives objects" ? "no " : "", line, ""});
+  // Words of one character, and a part of the line.
+  std::istringstream others(
+      "2 is given;2 aligns;2345 MemSet;23 MemCopy;2 StrLen16;2345 StrCmp;2 StrCpy;234 StrStr;"
+      "01234 reads decimal;567 no digit;8 the number ended;2 until Unlock;2 as Lock;2 Exists:;"
+      "2 to another path;2 makes none;23 makes a;2 empties;2 Delete: removes;23 Delete: leaves;"
+      "2 Write: puts;2 for 0 bytes;2 Read: gives what;2 Read: goes;2 GetSize: needs;23 Close:;"
+      "345 files:;2 visits;2 marks;23 paths are;3 paths keep;2 entries answer;"
+      "23 the entry was deleted;2345 lets the callback");
+  for (std::string other; std::getline(others, other, ';');) {
+    const std::size_t end = other.find(' ');
+    for (const std::string& line : lines) {
+      if (line.find(other.substr(end + 1)) == std::string::npos) continue;
+      for (const char word : other.substr(0, end))
+        faults.push_back({{word, ' '}, line, ""});
+    }
+  }
   return faults;
 }
 
@@ -81,7 +98,7 @@ TEST(HostCheck, EachFaultFailsOnItsOwnLineOnly) {
     worker.get();
   for (std::size_t i = 0; i < faults.size(); ++i) {
     SCOPED_TRACE(faults[i].word + faults[i].line + "\n" + results[i].output);
-    ASSERT_EQ(results[i].status, 1);
+    EXPECT_EQ(results[i].status, 1);
     EXPECT_EQ(NamesOf(json::parse(results[i].output), "fail"),
               std::vector<std::string>{faults[i].line});
     EXPECT_NE(results[i].output.find(faults[i].detail), std::string::npos);
@@ -106,6 +123,7 @@ TEST(HostCheck, PrintsALineForEachCheckAndTheReasonOfAFailure) {
     const char* part;
   } cases[] = {
       {OX_POSIX_HOST_PATH, "", 0, " ok, 0 failed, "},
+      {OX_BROKEN_HOST_PATH, "no fault: what is gone is not visited", 0, " ok, 0 failed, "},
       {OX_BROKEN_HOST_PATH, "", 0, "ok   Lock: keeps other threads out until Unlock\n"},
       {OX_BROKEN_HOST_PATH, "GetInterface: gives the file system for", 1,
        "\nFAIL GetInterface: gives the file system for IFileSystem: "

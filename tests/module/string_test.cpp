@@ -197,7 +197,7 @@ TEST_F(StringTest, Utf8FormIsKeptAndNeverStale) {
   EXPECT_STREQ("q", text.UTF8());
 }
 
-TEST_F(StringTest, TakesItselfAndItsOwnUtf8) {
+TEST_F(StringTest, TakesItselfItsOwnUtf8AndIsTaken) {
   OxString text("abc");
   OxString& same = text;
   text = same;
@@ -206,6 +206,9 @@ TEST_F(StringTest, TakesItselfAndItsOwnUtf8) {
   EXPECT_STREQ("abcabc", text.UTF8());
   text.Append(text.UTF8());
   EXPECT_STREQ("abcabcabcabc", text.UTF8());
+  const OxString taken(std::move(text));
+  EXPECT_EQ(0U, text.Length());
+  EXPECT_STREQ("abcabcabcabc", taken.UTF8());
 }
 
 TEST_F(StringTest, WithoutMemoryAnAppendKeepsTheTextAndTheRestIsEmpty) {

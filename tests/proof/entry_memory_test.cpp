@@ -1,4 +1,5 @@
-// What an entry costs in memory, from the kernel's own counts: printed, and bounded.
+// The shared library on real files, over several lives of its manager: what an entry costs in
+// memory, from the kernel's own counts, is printed and bounded, and what was stored is found again.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -54,12 +55,13 @@ TEST(EntryMemory, IsBounded) {
   // The module keeps its first kernel.
   const ScratchDirectory scratch;
   WriteWhole(scratch / "file-cache.conf", "MAX_CACHE_ENTRIES=1000\nMAX_CACHE_SIZE=10000000\n");
-  PosixKernel inner(scratch.Path());
+  // The separator is doubled in every path, and must be in scanned paths too.
+  PosixKernel inner(scratch.Path() + "/");
   CountingKernel kernel(inner);
   std::string error;
-  const auto module = LoadedModule::Load(OX_MODULE_PATH, kernel, &error);
+  auto module = LoadedModule::Load(OX_MODULE_PATH, kernel, &error);
   ASSERT_NE(nullptr, module) << error;
-  const std::size_t path = scratch.Path().size() + 1 + 32;
+  const std::size_t path = scratch.Path().size() + 2 + 32;
   for (const Shape& shape : {Shape{40, 24}, Shape{100, 200}, Shape{1000, 1000}}) {
     std::printf("URL of %zu bytes, metadata of %zu, path of %zu\n", shape.urlBytes,
                 shape.metaDataBytes, path);
@@ -71,12 +73,17 @@ TEST(EntryMemory, IsBounded) {
     manager.reset();
     manager = std::make_unique<ManagerReference>(*module);
     Measure("scanned", kernel, before, path);
-    for (int i = 0; i < kEntries; ++i)
-      (*manager)->Get(UrlOf(i, shape.urlBytes).c_str());
+    for (int i = 0; i < kEntries; ++i) {
+      CacheValue* value = (*manager)->Get(UrlOf(i, shape.urlBytes).c_str());
+      ASSERT_NE(nullptr, value) << i;
+      EXPECT_EQ("content", ReadWhole(value->GetFile().UTF8()));
+    }
     Measure("scanned and found", kernel, before, shape.urlBytes + shape.metaDataBytes + path);
     for (int i = 0; i < kEntries; ++i)
       (*manager)->Remove((*manager)->Get(UrlOf(i, shape.urlBytes).c_str()));
   }
+  module.reset();
+  EXPECT_EQ(0U, kernel.Held());
 }
 
 }  // namespace

@@ -27,6 +27,7 @@ struct {
   bool fileTimes = false;
   bool randomNumbers = false;
   bool longReads = false;
+  bool reads = false;
 } refused;
 
 int Refuse(int error) {
@@ -59,6 +60,7 @@ ssize_t getrandom(void* buffer, size_t count, unsigned flags) {
 }
 
 ssize_t read(int fd, void* buffer, size_t count) {
+  if (refused.reads) return Refuse(EIO);
   return syscall(SYS_read, fd, buffer, refused.longReads && count > 3 ? 3 : count);
 }
 
@@ -151,6 +153,10 @@ TEST_F(SessionMends, AConfigurationIsReadWholeOrNotAtAll) {
   StoreOld();
   refused.longReads = true;
   LiveThrough("three bytes a read");
+  refused = {};
+  refused.reads = true;
+  EXPECT_EQ(nullptr, CacheSession::Open(options, &error));
+  EXPECT_EQ(EIO, error.systemError) << error.Message();
   refused = {};
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);

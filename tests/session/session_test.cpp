@@ -132,14 +132,15 @@ TEST_F(SessionTest, KeepsTheConfigurationItWasOpenedWith) {
 
 TEST_F(SessionTest, ACacheDirectoryThatTheScanMisreadsIsAnErrorAtOpen) {
   const auto name = [&](const std::string& directory) {
-    WriteWhole(directory_ / "file-cache.conf",
-               "MAX_CACHE_ENTRIES=5\nCACHE_DIRECTORY=" + directory + "\n");
+    WriteWhole(directory_ / "file-cache.conf", "MAX_CACHE_ENTRIES=5\nCACHE_DIRECTORY=" + directory);
   };
   for (const std::string& directory : {directory_ / "\xC3\xA4", directory_ / "back\\slash",
                                        directory_ / "a.ox_meta", std::string("\r")}) {
     name(directory);
     EXPECT_EQ(OpenError().kind, ErrorKind::kConfiguration) << directory;
   }
+  name(directory_ / "file-cache.conf/sub");
+  EXPECT_EQ(OpenError().Message().find("cannot make"), 0u);
   name(directory_ / "sub/");
   ASSERT_FALSE(Store(*OpenSession(options_), "a", "x", "m"));
   EXPECT_EQ(Fetch(*OpenSession(options_), "a"), "x|m");
@@ -263,6 +264,11 @@ TEST_F(SessionTest, DamageBySomebodyElseIsNoticed) {
     EXPECT_EQ(error.kind, ErrorKind::kInputOutput) << bytes;
     EXPECT_EQ(error.path, paths["cut"] + ".ox_meta");
   }
+  std::filesystem::remove(paths["cut"] + ".ox_meta");
+  std::filesystem::create_directory(paths["cut"] + ".ox_meta");
+  EXPECT_EQ(Store(*session, "cut", "x", "m").systemError, EISDIR);
+  EXPECT_EQ(ReadWhole(paths["cut"]), "content");
+  std::filesystem::remove(paths["cut"] + ".ox_meta");
   std::filesystem::remove(paths["taken"]);
   std::filesystem::create_directory(paths["taken"]);
   error = session->Remove("taken");
