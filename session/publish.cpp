@@ -43,7 +43,8 @@ Error MakeRoom(SessionState& state, const Publication& publication, const EntryS
   return {};
 }
 
-void Decide(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex) {
+// From here on the new entry is in place, or a restart puts it there.
+void MarkDecided(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex) {
   publication.outcome.isDecided = true;
   state.room.TurnIntoEntry(publication.share);
 }
@@ -100,7 +101,7 @@ Error PublishNew(SessionState& state, const Publication& publication) OX_REQUIRE
   }
   const CommitFiles files(state.limits.cacheDirectory, publication.share.id, ContentPath(*pending));
   if (Error error = PutNewInPlace(state, files)) return error;
-  Decide(state, publication);
+  MarkDecided(state, publication);
   if (pending.Commit()) return {};
   pending.LeaveToRestart();
   return RestartAndFind(
@@ -141,7 +142,7 @@ Error ReplaceLogged(SessionState& state, const CommitFiles& files, const Publica
     TakeCommitFileBack(state, files, publication);
     return error;
   }
-  Decide(state, publication);
+  MarkDecided(state, publication);
   const bool isPower = state.options.durability == Durability::kPower;
   if (files.Finish(false, isPower ? Synchronise::kAlways : Synchronise::kNever)) return {};
   const int placeError = errno;
@@ -156,7 +157,7 @@ Error ReplaceUnlogged(SessionState& state, const CommitFiles& files, const Publi
   if (Error error = files.CheckTargets()) return error;
   if (!DeleteFile(files.metaData)) return SystemError("cannot delete", files.metaData);
   const bool isInPlace = RenameFile(files.stagedContent, files.content);
-  if (isInPlace) Decide(state, publication);
+  if (isInPlace) MarkDecided(state, publication);
   if (isInPlace && RenameFile(files.stagedMetaData, files.metaData)) return {};
   Error error = SystemError("cannot put the entry in place", files.content);
   state.cache.Account().MarkStale();

@@ -35,7 +35,7 @@ std::uint64_t Nanoseconds(clockid_t clock) {
 }
 
 // Where the kernel has no random number, or none yet, clocks and the process number stand in: the
-// number must be unlike any other, nobody needs to be kept from guessing it.
+// number must be unlike any other; it may be guessed.
 std::uint64_t UniqueNumber() {
   std::uint64_t number = 0;
   if (getrandom(&number, sizeof number, GRND_NONBLOCK) == sizeof number) return number;

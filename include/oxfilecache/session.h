@@ -204,7 +204,7 @@ class CacheSession {
   // Deletes the entry. kNotFound when there is none; kInputOutput when its files cannot be deleted.
   Error Remove(const std::string& url);
 
-  // Brings the cache to 90 % of its limits as a full cache would, deletes what belongs to nobody,
+  // Brings the cache to 90 % of its limits as a full cache would, deletes what belongs to no entry,
   // and restarts the manager. The number of entries deleted goes to `deleted` unless that is null.
   Error Trim(std::uint64_t* deleted);
 

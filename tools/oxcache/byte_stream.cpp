@@ -36,7 +36,7 @@ mode_t ModeFor(const std::string& path) {
 
 }  // namespace
 
-Error WriteAll(int fd, const std::string& name, const void* data, std::size_t bytes) {
+Error WriteBytes(int fd, const std::string& name, const void* data, std::size_t bytes) {
   const char* next = static_cast<const char*>(data);
   while (bytes > 0) {
     const ssize_t written = write(fd, next, bytes);
@@ -116,7 +116,7 @@ Output::Output(std::unique_ptr<TemporaryFile> file, std::string name)
     : file_(std::move(file)), name_(std::move(name)) {}
 
 Error Output::Write(const void* data, std::size_t bytes) {
-  return WriteAll(file_ != nullptr ? file_->Get() : inPlace_.Get(), name_, data, bytes);
+  return WriteBytes(file_ != nullptr ? file_->Get() : inPlace_.Get(), name_, data, bytes);
 }
 
 Error Output::WriteAllOf(Input& input) {

@@ -14,7 +14,7 @@ namespace ox::tools {
 
 constexpr std::size_t kPieceBytes = 65536;
 
-Error WriteAll(int fd, const std::string& name, const void* data, std::size_t bytes);
+Error WriteBytes(int fd, const std::string& name, const void* data, std::size_t bytes);
 
 // Bytes from a file, or from standard input for "-".
 class Input {

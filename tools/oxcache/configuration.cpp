@@ -63,7 +63,7 @@ Error Write(const std::string& directory, const std::string& text) {
   Error error;
   const auto file = TemporaryFile::Create(path, 0644, &error);
   if (file == nullptr) return error;
-  if (error = WriteAll(file->Get(), path, text.data(), text.size()); error) return error;
+  if (error = WriteBytes(file->Get(), path, text.data(), text.size()); error) return error;
   return file->PutInPlaceOnMedium();
 }
 

@@ -185,7 +185,7 @@ Error Context::Inspect(CacheLimits* limits, Survey* survey) {
 }
 
 ExitStatus Context::Print(const std::string& text) {
-  const Error error = WriteAll(STDOUT_FILENO, "standard output", text.data(), text.size());
+  const Error error = WriteBytes(STDOUT_FILENO, "standard output", text.data(), text.size());
   return error ? Fail(error) : ExitStatus::kDone;
 }
 
