@@ -30,7 +30,7 @@ namespace ox::bench {
 namespace {
 
 constexpr std::size_t kNameLength = 2 * MD5_DIGEST_SIZE;
-constexpr const char* kSuffix = format::kMetaDataSuffix;
+constexpr const char* kSuffix = format::kMetadataSuffix;
 constexpr std::size_t kPathBytes = 512;
 
 using Name = std::array<char, kNameLength>;
@@ -41,7 +41,7 @@ class Floor final : public Contender {
       : entries_(setting.entries),
         isMeasuring_(isMeasuring),
         prefixLength_(setting.directory.size() + 1) {
-    if (prefixLength_ + kNameLength + format::kMetaDataSuffixLength + 1 > kPathBytes)
+    if (prefixLength_ + kNameLength + format::kMetadataSuffixLength + 1 > kPathBytes)
       throw std::runtime_error("the directory's path is too long");
     WriteConfiguration(setting.directory, entries_);
     for (char* path : {contentPath_, metadataPath_, scanPath_}) {
@@ -50,7 +50,7 @@ class Floor final : public Contender {
     }
     contentPath_[prefixLength_ + kNameLength] = '\0';
     std::memcpy(metadataPath_ + prefixLength_ + kNameLength, kSuffix,
-                format::kMetaDataSuffixLength + 1);
+                format::kMetadataSuffixLength + 1);
   }
 
   void Open() override {

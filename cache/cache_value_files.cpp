@@ -17,7 +17,7 @@ bool CacheValueImpl::DumpMetaData() {
   if (metaData.Text()[0] == 0) return false;
 
   const AllocationWatch watch;
-  const JoinedPath path(file, format::kMetaDataSuffix);
+  const JoinedPath path(file, format::kMetadataSuffix);
   const char* text = metaData.UTF8();
   if (watch.Tripped()) return false;
 
@@ -35,7 +35,7 @@ bool CacheValueImpl::DumpMetaData() {
 
 bool CacheValueImpl::RefreshMetaData() {
   const ScopedLock lock(services.entryMutex);
-  const JoinedPath path(file, format::kMetaDataSuffix);
+  const JoinedPath path(file, format::kMetadataSuffix);
   const FileObject metaFile;
   if (path.Text() == nullptr) return false;
 
@@ -55,7 +55,7 @@ bool CacheValueImpl::RefreshMetaData() {
 }
 
 bool CacheValueImpl::RemoveLocal() {
-  const JoinedPath metaPath(file, format::kMetaDataSuffix);
+  const JoinedPath metaPath(file, format::kMetadataSuffix);
   const FileObject local;
   if (local.IsNull()) return false;
   if (local->SetPath(file.UTF8()) == 0) return false;

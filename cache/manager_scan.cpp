@@ -59,15 +59,15 @@ void FileCacheManagerImpl::ScanCacheFile(File& metaFile) {
 // of a metadata file or the path is too long to be one of ours.
 bool FileCacheManagerImpl::ContentPathFromMetaPath(OxString& path) {
   const char* metaPath = path.UTF8();
-  const char* suffix = kernel->StrStr(metaPath, format::kMetaDataSuffix);
-  if (suffix == nullptr || suffix[format::kMetaDataSuffixLength] != '\0') return false;
+  const char* suffix = kernel->StrStr(metaPath, format::kMetadataSuffix);
+  if (suffix == nullptr || suffix[format::kMetadataSuffixLength] != '\0') return false;
 
   TextBuffer buffer;
   // The cut is counted in UTF-16 units. Beyond ASCII it falls in front of the suffix, a shortened
   // name is looked for, and the metadata file is in general deleted as an orphan.
   const std::size_t length = kernel->StrLen(metaPath);
   if (length >= format::kTextBytes) return false;
-  std::size_t cut = path.Length() - format::kMetaDataSuffixLength;
+  std::size_t cut = path.Length() - format::kMetadataSuffixLength;
   // Only a host's text with a zero unit inside has more units than StrLen finds bytes.
   if (cut > length) cut = length;
   kernel->StrCpy(buffer.text, metaPath);

@@ -106,7 +106,7 @@ int PosixFile::Delete(int /*flags*/) {
 
 int PosixFile::Exists() {
   if (isOpenedByExists_) Close();
-  if (fd_ < 0 && format::HasMetaDataSuffix(path_.View()) && ExistsByOpening()) return 1;
+  if (fd_ < 0 && format::HasMetadataSuffix(path_.View()) && ExistsByOpening()) return 1;
   return ExistsByStatus();
 }
 

@@ -17,7 +17,7 @@ namespace {
 
 // More than a system call hands out at once, so that the host is still reading while files go.
 constexpr int kManyPairs = 300;
-constexpr const char* kSuffix = format::kMetaDataSuffix;
+constexpr const char* kSuffix = format::kMetadataSuffix;
 
 struct Visit {
   std::string path;

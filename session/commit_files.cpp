@@ -12,13 +12,13 @@ CommitFiles::CommitFiles(const std::string& cacheDirectory, const std::string& i
                          const std::string& contentPath)
     : directory(cacheDirectory),
       stagedContent(cacheDirectory + "/" + StagedContentName(id)),
-      stagedMetaData(cacheDirectory + "/" + StagedMetaDataName(id)),
+      stagedMetadata(cacheDirectory + "/" + StagedMetadataName(id)),
       commit(CommitFileName(contentPath, id)),
       content(contentPath),
-      metaData(contentPath + format::kMetaDataSuffix) {}
+      metadata(contentPath + format::kMetadataSuffix) {}
 
 Error CommitFiles::CheckTargets() const {
-  for (const std::string* target : {&content, &metaData}) {
+  for (const std::string* target : {&content, &metadata}) {
     if (!IsOwnDirectory(*target)) continue;
     errno = EISDIR;
     return SystemError("cannot put the entry in place", *target);
@@ -31,7 +31,7 @@ bool CommitFiles::Finish(bool isContentStaged, Synchronise synchronise) const {
   if (synchronise != Synchronise::kNever && !SyncDirectory(directory)) {
     if (synchronise == Synchronise::kAlways || !IsLastingRefusal(errno)) return false;
   }
-  return RenameFile(commit, metaData);
+  return RenameFile(commit, metadata);
 }
 
 }  // namespace ox::internal

@@ -34,10 +34,10 @@ struct CommitFiles {
 
   std::string directory;
   std::string stagedContent;
-  std::string stagedMetaData;
+  std::string stagedMetadata;
   std::string commit;
   std::string content;
-  std::string metaData;
+  std::string metadata;
 };
 
 }  // namespace ox::internal

@@ -33,13 +33,13 @@ void DiskAccount::Reset(const Survey& survey, std::uint64_t bytesBeingWritten,
   managerStart_ = managerStart;
 }
 
-void DiskAccount::NoteCreated(std::uint64_t metaDataLength) {
+void DiskAccount::NoteCreated(std::uint64_t metadataLength) {
   ++entries_;
-  total_.Add(metaDataLength);
+  total_.Add(metadataLength);
 }
 
-void DiskAccount::NoteAbandoned(std::uint64_t metaDataLength) {
-  total_.Subtract(metaDataLength, true);
+void DiskAccount::NoteAbandoned(std::uint64_t metadataLength) {
+  total_.Subtract(metadataLength, true);
 }
 
 // The manager's total stays as it is: when the entry goes, it takes off what it read last.
@@ -54,7 +54,7 @@ void DiskAccount::NoteContentDeletion(bool isDeleted, std::uint64_t bytes, int e
   NoteDeletion(isDeleted, bytes, error);
 }
 
-void DiskAccount::NoteMetaDataDeletion(bool isDeleted, std::uint64_t bytes, std::int64_t modified,
+void DiskAccount::NoteMetadataDeletion(bool isDeleted, std::uint64_t bytes, std::int64_t modified,
                                        int error) {
   total_.Subtract(bytes, isDeleted && modified > managerStart_);
   NoteDeletion(isDeleted, bytes, error);

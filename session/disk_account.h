@@ -46,15 +46,15 @@ class DiskAccount {
   void SubtractBeingWritten(std::uint64_t bytes) { bytes_ -= bytes; }
 
   // The manager has listed a new entry, or given up one that it had listed.
-  void NoteCreated(std::uint64_t metaDataLength);
-  void NoteAbandoned(std::uint64_t metaDataLength);
+  void NoteCreated(std::uint64_t metadataLength);
+  void NoteAbandoned(std::uint64_t metadataLength);
   // New files have taken the place of an entry's old ones, which had that many bytes.
   void NoteReplaced(std::uint64_t oldBytes);
 
   // The manager has tried to delete a file of an entry; `error` is errno where that failed. It
   // deletes the content of every entry that leaves its list, and the metadata only after that.
   void NoteContentDeletion(bool isDeleted, std::uint64_t bytes, int error);
-  void NoteMetaDataDeletion(bool isDeleted, std::uint64_t bytes, std::int64_t modified, int error);
+  void NoteMetadataDeletion(bool isDeleted, std::uint64_t bytes, std::int64_t modified, int error);
 
   // Whether the manager's total stays within 0 and `limit` when it loses `subtracted` bytes, which
   // it may not have counted, and counts `added` more.

@@ -40,17 +40,17 @@ void NoteUse(SessionState& state, const std::string& contentPath, std::int64_t l
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(unused);
     if (seconds < state.options.touchInterval) return;
   }
-  internal::SetFileTime(contentPath + format::kMetaDataSuffix, now);
+  internal::SetFileTime(contentPath + format::kMetadataSuffix, now);
 }
 
-Error ReadMetaData(SessionState& state, CacheValue& value, FetchedEntry* entry)
+Error ReadMetadata(SessionState& state, CacheValue& value, FetchedEntry* entry)
     OX_REQUIRES(state.mutex) {
   entry->metadata = value.GetMetaData().UTF8();
-  const auto read = state.cache.TakeMetaDataRead();
+  const auto read = state.cache.TakeMetadataRead();
   // A commit writes at least one byte.
   if (!read || read->error != 0 || read->bytes == 0 || read->bytes != entry->metadata.size()) {
     errno = read ? read->error : 0;
-    return SystemError("cannot read the metadata whole", entry->path + format::kMetaDataSuffix);
+    return SystemError("cannot read the metadata whole", entry->path + format::kMetadataSuffix);
   }
   NoteUse(state, entry->path, read->modified);
   return {};
@@ -69,7 +69,7 @@ Error OpenEntry(SessionState& state, CacheValue& value, FetchedEntry* entry)
   }
   if (status.st_size == 0) return NotFound();
   entry->size = static_cast<std::uint64_t>(status.st_size);
-  return ReadMetaData(state, value, entry);
+  return ReadMetadata(state, value, entry);
 }
 
 }  // namespace
@@ -82,7 +82,7 @@ std::optional<FetchedEntry> CacheSession::Fetch(const std::string& url, Error* e
     const MutexLock lock(state_->mutex);
     internal::RunningCache& cache = state_->cache;
     if (Error failed = cache.EnsureCurrent()) return failed;
-    cache.TakeMetaDataRead();
+    cache.TakeMetadataRead();
     CacheValue* value = cache.Find(text);
     if (value == nullptr) return NotFound();
     FetchedEntry entry;

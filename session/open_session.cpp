@@ -26,7 +26,7 @@ namespace {
 // The module keeps 1,023 bytes of a path when it scans, the last of them for "/", the name of a
 // content file and the suffix of its metadata file.
 constexpr std::size_t kLongestCacheDirectory =
-    format::kTextBytes - 1 - (1 + format::kContentNameLength + format::kMetaDataSuffixLength);
+    format::kTextBytes - 1 - (1 + format::kContentNameLength + format::kMetadataSuffixLength);
 // One that CACHE_DIRECTORY names must fit into the configuration beside the limits.
 constexpr std::size_t kLongestMovedDirectory =
     std::min(kLongestCacheDirectory, ConfigurationSnapshot::kLongestDirectory);
@@ -43,7 +43,7 @@ Error CheckCacheDirectoryName(const std::string& directory, bool isMoved) {
     return ConfigurationError("the configuration names no usable cache directory", directory);
   }
   if (!IsAsciiText(directory) || directory.find('\\') != std::string::npos ||
-      directory.find(format::kMetaDataSuffix) != std::string::npos) {
+      directory.find(format::kMetadataSuffix) != std::string::npos) {
     return ConfigurationError(
         "a start would delete what is in a cache directory whose name has a character beyond "
         "ASCII, a backslash or \".ox_meta\"",

@@ -18,7 +18,7 @@ void PendingEntry::LeaveToRestart() {
 }
 
 void PendingEntry::Abandon() {
-  if (value_ != nullptr) cache_->Abandon(std::exchange(value_, nullptr), metaDataLength_);
+  if (value_ != nullptr) cache_->Abandon(std::exchange(value_, nullptr), metadataLength_);
 }
 
 }  // namespace ox::internal

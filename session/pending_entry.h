@@ -14,8 +14,8 @@ class RunningCache;
 class PendingEntry {
  public:
   PendingEntry() = default;
-  PendingEntry(RunningCache& cache, core::cache::CacheValue* value, std::uint64_t metaDataLength)
-      : cache_(&cache), value_(value), metaDataLength_(metaDataLength) {}
+  PendingEntry(RunningCache& cache, core::cache::CacheValue* value, std::uint64_t metadataLength)
+      : cache_(&cache), value_(value), metadataLength_(metadataLength) {}
   PendingEntry(const PendingEntry&) = delete;
   PendingEntry& operator=(const PendingEntry&) = delete;
   ~PendingEntry() { Abandon(); }
@@ -33,7 +33,7 @@ class PendingEntry {
  private:
   RunningCache* cache_ = nullptr;
   core::cache::CacheValue* value_ = nullptr;
-  std::uint64_t metaDataLength_ = 0;
+  std::uint64_t metadataLength_ = 0;
 };
 
 }  // namespace ox::internal

@@ -17,24 +17,24 @@ namespace {
 // Bytes of the files of an entry, 0 for those that are missing.
 struct EntrySizes {
   std::uint64_t content = 0;
-  std::uint64_t metaData = 0;
+  std::uint64_t metadata = 0;
 };
 
 EntrySizes SizesOf(CacheValue* value) {
   if (value == nullptr) return {};
   const std::string path = ContentPath(*value);
-  return {FileSize(path), FileSize(path + format::kMetaDataSuffix)};
+  return {FileSize(path), FileSize(path + format::kMetadataSuffix)};
 }
 
 // Room for the new entry, in the cache and in the manager's total. A restart on the way may have
 // taken the old entry away, or lists it anew.
 Error MakeRoom(SessionState& state, const Publication& publication, const EntrySizes& oldSizes,
                CacheValue** old) OX_REQUIRES(state.mutex) {
-  const std::uint64_t oldBytes = oldSizes.content + oldSizes.metaData;
+  const std::uint64_t oldBytes = oldSizes.content + oldSizes.metadata;
   if (Error error = state.room.MakeRoomToPublish(publication.share, oldBytes, *old != nullptr)) {
     return error;
   }
-  if (state.cache.Account().StaysWithin(oldSizes.metaData, publication.metadata.Length(),
+  if (state.cache.Account().StaysWithin(oldSizes.metadata, publication.metadata.Length(),
                                         state.limits.maxSize)) {
     return {};
   }
@@ -59,9 +59,9 @@ Error RestartAndFind(SessionState& state, const Publication& publication, const 
 // Undoes the renamings of a new entry, the metadata's first: content alone is no entry. What cannot
 // be undone a restart deletes.
 void TakeNewBack(SessionState& state, const CommitFiles& files) OX_REQUIRES(state.mutex) {
-  const bool isMetaDataBack = RenameFile(files.metaData, files.stagedMetaData) || errno == ENOENT ||
+  const bool isMetadataBack = RenameFile(files.metadata, files.stagedMetadata) || errno == ENOENT ||
                               errno == EISDIR || errno == ENOTDIR;
-  if (!isMetaDataBack || !RenameFile(files.content, files.stagedContent)) {
+  if (!isMetadataBack || !RenameFile(files.content, files.stagedContent)) {
     state.cache.Account().MarkStale();
   }
 }
@@ -84,8 +84,8 @@ Error PutNewInPlace(SessionState& state, const CommitFiles& files) OX_REQUIRES(s
     return SystemError("cannot put the content in place", files.content);
   }
   Error error;
-  if (!RenameFile(files.stagedMetaData, files.metaData)) {
-    error = SystemError("cannot put the metadata in place", files.metaData);
+  if (!RenameFile(files.stagedMetadata, files.metadata)) {
+    error = SystemError("cannot put the metadata in place", files.metadata);
   } else if (isSynchronised && !SynchroniseDirectory(state, files.directory)) {
     error = SystemError("cannot synchronise", files.directory);
   }
@@ -125,7 +125,7 @@ Error MakeCommitFile(SessionState& state, const CommitFiles& files, const Public
   if (isSynchronised && !SyncDirectory(files.directory)) {
     return SystemError("cannot synchronise", files.directory);
   }
-  if (!RenameFile(files.stagedMetaData, files.commit)) {
+  if (!RenameFile(files.stagedMetadata, files.commit)) {
     return SystemError("cannot make the commit file", files.commit);
   }
   if (!isSynchronised || SyncDirectory(files.directory)) return {};
@@ -148,17 +148,17 @@ Error ReplaceLogged(SessionState& state, const CommitFiles& files, const Publica
   const int placeError = errno;
   state.cache.Account().MarkStale();
   errno = placeError;
-  return SystemError("cannot put the metadata in place", files.metaData);
+  return SystemError("cannot put the metadata in place", files.metadata);
 }
 
 // Without its metadata the old entry is gone first, so that nothing is ever mixed.
 Error ReplaceUnlogged(SessionState& state, const CommitFiles& files, const Publication& publication)
     OX_REQUIRES(state.mutex) {
   if (Error error = files.CheckTargets()) return error;
-  if (!DeleteFile(files.metaData)) return SystemError("cannot delete", files.metaData);
+  if (!DeleteFile(files.metadata)) return SystemError("cannot delete", files.metadata);
   const bool isInPlace = RenameFile(files.stagedContent, files.content);
   if (isInPlace) MarkDecided(state, publication);
-  if (isInPlace && RenameFile(files.stagedMetaData, files.metaData)) return {};
+  if (isInPlace && RenameFile(files.stagedMetadata, files.metadata)) return {};
   Error error = SystemError("cannot put the entry in place", files.content);
   state.cache.Account().MarkStale();
   return error;
@@ -172,7 +172,7 @@ Error Replace(SessionState& state, const Publication& publication, CacheValue& o
                          : ReplaceUnlogged(state, files, publication);
   if (!publication.outcome.isDecided) return error;
   if (error) return isLogged ? RestartAndFind(state, publication, error) : error;
-  state.cache.Account().NoteReplaced(oldSizes.content + oldSizes.metaData);
+  state.cache.Account().NoteReplaced(oldSizes.content + oldSizes.metadata);
   // Finding it makes the manager read the new metadata, and makes it the one used last.
   if (state.cache.Find(publication.url) != nullptr) return {};
   state.cache.Account().MarkStale();

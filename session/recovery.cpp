@@ -45,14 +45,14 @@ Error FinishCommit(const std::string& directory, const std::string& entryName,
 }
 
 bool IsAdmissible(const SurveyedEntry& entry, const session::CacheLimits& limits) {
-  return entry.contentBytes > 0 && entry.contentBytes + entry.metaDataBytes <= limits.maxEntrySize;
+  return entry.contentBytes > 0 && entry.contentBytes + entry.metadataBytes <= limits.maxEntrySize;
 }
 
 // Content first: metadata without content is deleted by any scan, content without metadata is not.
 Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry) {
   const std::string content = directory + "/" + entry.name;
   if (Error error = Delete(content)) return error;
-  return Delete(content + format::kMetaDataSuffix);
+  return Delete(content + format::kMetadataSuffix);
 }
 
 }  // namespace
@@ -73,7 +73,7 @@ Error FinishCommits(const std::string& directory, Survey* survey) {
 Error DeleteLeftovers(const std::string& directory, const Survey& survey,
                       const std::function<bool(const std::string& id)>& isBeingWritten,
                       std::uint64_t* deleted) {
-  for (const auto* names : {&survey.contentWithoutMetaData, &survey.metaDataWithoutContent}) {
+  for (const auto* names : {&survey.contentWithoutMetadata, &survey.metadataWithoutContent}) {
     for (const std::string& name : *names) {
       if (Error error = DeleteLeftover(directory + "/" + name, deleted)) return error;
     }
@@ -103,7 +103,7 @@ void ResetImpossibleTimes(const std::string& directory, Survey* survey) {
   for (auto entry = firstImpossible; entry != entries.end(); ++entry) {
     entry->used = timespec{};
     // Best effort: this session knows the order either way.
-    SetFileTime(directory + "/" + entry->name + format::kMetaDataSuffix, 0);
+    SetFileTime(directory + "/" + entry->name + format::kMetadataSuffix, 0);
   }
   std::rotate(entries.begin(), firstImpossible, entries.end());
 }
@@ -114,7 +114,7 @@ Error TrimToLimits(const std::string& directory, const session::CacheLimits& lim
   std::uint64_t bytes = 0;
   *deleted = 0;
   for (auto entry = survey->entries.rbegin(); entry != survey->entries.rend(); ++entry) {
-    const std::uint64_t size = entry->contentBytes + entry->metaDataBytes;
+    const std::uint64_t size = entry->contentBytes + entry->metadataBytes;
     if (IsAdmissible(*entry, limits) && kept.size() < limits.maxEntries &&
         bytes + size <= limits.maxSize) {
       bytes += size;

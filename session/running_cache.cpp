@@ -76,10 +76,10 @@ PendingEntry RunningCache::Create(const OxString& url, const OxString& metadata)
   return PendingEntry(*this, value, metadata.Length());
 }
 
-void RunningCache::Abandon(CacheValue* value, std::uint64_t metaDataLength) {
+void RunningCache::Abandon(CacheValue* value, std::uint64_t metadataLength) {
   const bool wasStale = account_.IsStale();
   (*manager_)->DestroyCacheValue(value);
-  account_.NoteAbandoned(metaDataLength);
+  account_.NoteAbandoned(metadataLength);
   // The entry has no content file yet, so the failure to delete that means nothing.
   account_.SetStale(wasStale);
 }

@@ -62,7 +62,7 @@ class RunningCache {
   UseClock& Clock() { return clock_; }
   RecentDeletions& Deletions() { return fileSystem_.Deletions(); }
   // How reading the metadata of the entry found last went.
-  std::optional<MetaDataRead> TakeMetaDataRead() { return fileSystem_.TakeMetaDataRead(); }
+  std::optional<MetadataRead> TakeMetadataRead() { return fileSystem_.TakeMetadataRead(); }
 
   // Of the manager since the first start.
   std::uint64_t Restarts() const { return starts_ - 1; }
@@ -76,7 +76,7 @@ class RunningCache {
 
   Error PutDirectoryInOrder(struct Survey* survey);
   bool CommitPending(core::cache::CacheValue* value) { return (*manager_)->Add(value); }
-  void Abandon(core::cache::CacheValue* value, std::uint64_t metaDataLength);
+  void Abandon(core::cache::CacheValue* value, std::uint64_t metadataLength);
 
   const session::CacheLimits& limits_;
   const WriterList& writers_;

@@ -16,8 +16,8 @@ bool SessionFile::IsConfiguration() const {
   return fileSystem_.configuration_.Path() == file_.Path();
 }
 
-bool SessionFile::IsMetaData() const {
-  return format::HasMetaDataSuffix(file_.Path());
+bool SessionFile::IsMetadata() const {
+  return format::HasMetadataSuffix(file_.Path());
 }
 
 int SessionFile::SetPath(const char* utf8Path) {
@@ -64,8 +64,8 @@ int SessionFile::Delete(int flags) {
   const bool isDeleted = file_.Delete(flags) != 0;
   const int error = errno;
   const auto bytes = static_cast<std::uint64_t>(status.st_size);
-  if (IsMetaData()) {
-    account.NoteMetaDataDeletion(isDeleted, bytes, ToNanoseconds(status.st_mtim), error);
+  if (IsMetadata()) {
+    account.NoteMetadataDeletion(isDeleted, bytes, ToNanoseconds(status.st_mtim), error);
   } else {
     fileSystem_.deletions_.Note(file_.Path());
     account.NoteContentDeletion(isDeleted, bytes, error);
@@ -82,7 +82,7 @@ int SessionFile::Exists() {
 }
 
 void SessionFile::NoteFailedRead(int error) {
-  if (IsMetaData()) fileSystem_.metaDataRead_ = MetaDataRead{error, 0, 0};
+  if (IsMetadata()) fileSystem_.metadataRead_ = MetadataRead{error, 0, 0};
 }
 
 // The module's own watch for a lack of memory does not see what this side of the border lacks.
@@ -108,8 +108,8 @@ std::uint64_t SessionFile::Read(std::uint64_t count, void* destination) {
   }
   errno = 0;
   const std::uint64_t bytes = file_.Read(count, destination);
-  fileSystem_.metaDataRead_ =
-      MetaDataRead{bytes == 0 ? errno : 0, static_cast<std::uint64_t>(status.st_size),
+  fileSystem_.metadataRead_ =
+      MetadataRead{bytes == 0 ? errno : 0, static_cast<std::uint64_t>(status.st_size),
                    ToNanoseconds(status.st_mtim)};
   return bytes;
 }
@@ -129,9 +129,9 @@ int SessionFile::EnumerateDirectory(EnumerateCallback callback, void* context, i
     for (const SurveyedEntry& entry : *fileSystem_.shownEntries_) {
       fileSystem_.shownContent_.assign(prefix).append(entry.name);
       fileSystem_.shownContentBytes_ = entry.contentBytes;
-      path.assign(fileSystem_.shownContent_).append(format::kMetaDataSuffix);
+      path.assign(fileSystem_.shownContent_).append(format::kMetadataSuffix);
       if (file.SetPath(path.c_str()) == 0) break;
-      file.shownBytes_ = entry.metaDataBytes;
+      file.shownBytes_ = entry.metadataBytes;
       if (!callback(file, false, context)) break;
     }
     fileSystem_.shownContent_.clear();

@@ -27,7 +27,7 @@
 namespace ox::internal {
 
 // How the module's last attempt to read a metadata file went.
-struct MetaDataRead {
+struct MetadataRead {
   int error = 0;              // errno when the file could not be opened or read
   std::uint64_t bytes = 0;    // size of the file when it was read
   std::int64_t modified = 0;  // nanoseconds since 1970
@@ -46,8 +46,8 @@ class SessionFileSystem final : public IFileSystem {
   SessionFileSystem& operator=(const SessionFileSystem&) = delete;
 
   // Of the metadata file that the module asked for last; forgotten once taken.
-  std::optional<MetaDataRead> TakeMetaDataRead() {
-    return std::exchange(metaDataRead_, std::nullopt);
+  std::optional<MetadataRead> TakeMetadataRead() {
+    return std::exchange(metadataRead_, std::nullopt);
   }
 
   RecentDeletions& Deletions() { return deletions_; }
@@ -70,7 +70,7 @@ class SessionFileSystem final : public IFileSystem {
   ConfigurationSnapshot configuration_;
   DiskAccount& account_;
   const DirectoryLock& lock_;
-  std::optional<MetaDataRead> metaDataRead_;
+  std::optional<MetadataRead> metadataRead_;
   RecentDeletions deletions_;
   const std::vector<SurveyedEntry>* shownEntries_ = nullptr;
   // Of the shown entry that the module is looking at.
@@ -101,7 +101,7 @@ class SessionFile final : public os::filesystem::File {
 
  private:
   bool IsConfiguration() const;
-  bool IsMetaData() const;
+  bool IsMetadata() const;
   // The content of the entry that is being shown, whose size is known.
   bool IsShownContent() const;
   void NoteFailedRead(int error);

@@ -24,7 +24,7 @@ constexpr char kLockFileName[] = "ox-session.lock";
 inline std::string StagedContentName(const std::string& id) {
   return "ox-" + id + ".part";
 }
-inline std::string StagedMetaDataName(const std::string& id) {
+inline std::string StagedMetadataName(const std::string& id) {
   return "ox-" + id + ".meta";
 }
 inline std::string CommitFileName(const std::string& entryName, const std::string& id) {

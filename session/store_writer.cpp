@@ -22,7 +22,7 @@ struct Staging {
   SessionState& state;
   const std::string url;
   std::string contentPath;
-  std::string metaDataPath;
+  std::string metadataPath;
   UniqueFd file;
   std::uint64_t contentBytes = 0;
   // Of a Write or a Commit that left it unknown what the file holds.
@@ -65,14 +65,14 @@ Error CheckCommit(const Staging& staging, const std::string& metadata) {
                    "content and metadata together exceed the limit of one entry");
 }
 
-Error StageMetaData(const Staging& staging, const std::string& metadata, std::int64_t time) {
-  const UniqueFd file = internal::CreateNewFile(staging.metaDataPath);
+Error StageMetadata(const Staging& staging, const std::string& metadata, std::int64_t time) {
+  const UniqueFd file = internal::CreateNewFile(staging.metadataPath);
   if (!file.IsOpen() || !internal::WriteAll(file.Get(), metadata.data(), metadata.size())) {
-    return SystemError("cannot write", staging.metaDataPath);
+    return SystemError("cannot write", staging.metadataPath);
   }
   // Some cards belong to another user and refuse. The time that the file has then comes close.
   if (!internal::SetFileTime(file.Get(), time) && !internal::IsLastingRefusal(errno)) {
-    return SystemError("cannot write", staging.metaDataPath);
+    return SystemError("cannot write", staging.metadataPath);
   }
   if (staging.state.options.durability != Durability::kPower) return {};
   if (!internal::SyncFile(staging.file.Get()) || !internal::SyncFile(file.Get())) {
@@ -88,7 +88,7 @@ Error PublishStaging(Staging& staging, const OxString& url, const OxString& meta
 }
 
 // Room for the metadata, and its time of use.
-Error GrantMetaData(Staging& staging, std::uint64_t bytes, std::int64_t* time) {
+Error GrantMetadata(Staging& staging, std::uint64_t bytes, std::int64_t* time) {
   SessionState& state = staging.state;
   MutexLock lock(state.mutex);
   if (Error error = state.room.Grant(lock, staging.share, bytes)) return error;
@@ -97,17 +97,17 @@ Error GrantMetaData(Staging& staging, std::uint64_t bytes, std::int64_t* time) {
 }
 
 // The staged metadata of one try to commit: deleted and its room given back when the try fails.
-class StagedMetaData {
+class StagedMetadata {
  public:
-  StagedMetaData(Staging& staging, std::uint64_t bytes) : staging_(staging), bytes_(bytes) {}
-  ~StagedMetaData() {
+  StagedMetadata(Staging& staging, std::uint64_t bytes) : staging_(staging), bytes_(bytes) {}
+  ~StagedMetadata() {
     if (staging_.outcome.isDecided || !IsOurs(staging_)) return;
-    internal::DeleteFile(staging_.metaDataPath);
+    internal::DeleteFile(staging_.metadataPath);
     const MutexLock lock(staging_.state.mutex);
     staging_.state.room.TakeBack(staging_.share, bytes_);
   }
-  StagedMetaData(const StagedMetaData&) = delete;
-  StagedMetaData& operator=(const StagedMetaData&) = delete;
+  StagedMetadata(const StagedMetadata&) = delete;
+  StagedMetadata& operator=(const StagedMetadata&) = delete;
 
  private:
   Staging& staging_;
@@ -119,9 +119,9 @@ Error CommitStaging(Staging& staging, const std::string& metadata) {
   const OxString url = internal::ToOxString(staging.url);
   const OxString text = internal::ToOxString(metadata);
   std::int64_t time = 0;
-  if (Error error = GrantMetaData(staging, metadata.size(), &time)) return error;
-  const StagedMetaData staged(staging, metadata.size());
-  if (Error error = StageMetaData(staging, metadata, time)) return error;
+  if (Error error = GrantMetadata(staging, metadata.size(), &time)) return error;
+  const StagedMetadata staged(staging, metadata.size());
+  if (Error error = StageMetadata(staging, metadata, time)) return error;
   const MutexLock lock(staging.state.mutex);
   return PublishStaging(staging, url, text);
 }
@@ -180,7 +180,7 @@ std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* 
       auto staging = std::make_unique<Staging>(state, url, state.ids.Next());
       const std::string& directory = state.limits.cacheDirectory;
       staging->contentPath = directory + "/" + internal::StagedContentName(staging->share.id);
-      staging->metaDataPath = directory + "/" + internal::StagedMetaDataName(staging->share.id);
+      staging->metadataPath = directory + "/" + internal::StagedMetadataName(staging->share.id);
       writer.reset(new StoreWriter(std::move(staging)));
       state.writers.Add(writer->staging_->share);
     }

@@ -15,7 +15,7 @@ namespace {
 // The scan cuts a metadata file's name at the first ".ox_meta", which must be its end, counts
 // characters where it cuts bytes, and takes "\" for "/".
 bool ScanLooksAt(std::string_view name) {
-  return name.find(format::kMetaDataSuffix) == name.size() - format::kMetaDataSuffixLength;
+  return name.find(format::kMetadataSuffix) == name.size() - format::kMetadataSuffixLength;
 }
 
 bool ScanFindsContentOf(std::string_view name) {
@@ -32,13 +32,13 @@ class Surveyor {
       return SystemError("cannot read the directory", directory_);
     }
     for (const DirectoryEntry& file : listed_) {
-      if (!IsMetaData(file)) others_.emplace(file.name, Other{&file, false});
+      if (!IsMetadata(file)) others_.emplace(file.name, Other{&file, false});
     }
     for (const DirectoryEntry& file : listed_) {
-      if (IsMetaData(file)) PairMetaData(file);
+      if (IsMetadata(file)) PairMetadata(file);
     }
     for (const DirectoryEntry& file : listed_) {
-      if (!IsMetaData(file)) SortOther(file);
+      if (!IsMetadata(file)) SortOther(file);
     }
     return {};
   }
@@ -50,20 +50,20 @@ class Surveyor {
     bool isPaired;
   };
 
-  static bool IsMetaData(const DirectoryEntry& file) {
-    return !file.isDirectory && format::HasMetaDataSuffix(file.name) && ScanLooksAt(file.name);
+  static bool IsMetadata(const DirectoryEntry& file) {
+    return !file.isDirectory && format::HasMetadataSuffix(file.name) && ScanLooksAt(file.name);
   }
 
   // In the order of the listing, which is the order of use.
-  void PairMetaData(const DirectoryEntry& file) {
-    const std::string name(file.name, 0, file.name.size() - format::kMetaDataSuffixLength);
+  void PairMetadata(const DirectoryEntry& file) {
+    const std::string name(file.name, 0, file.name.size() - format::kMetadataSuffixLength);
     if (IsSessionName(name)) {
       survey_->foreignFiles.push_back(file.name);
       return;
     }
     const auto content = others_.find(name);
     if (content == others_.end() || !content->second.file->isRegular || !ScanFindsContentOf(name)) {
-      survey_->metaDataWithoutContent.push_back(file.name);
+      survey_->metadataWithoutContent.push_back(file.name);
       return;
     }
     content->second.isPaired = true;
@@ -78,7 +78,7 @@ class Surveyor {
 
   std::vector<std::string>* ListOf(const DirectoryEntry& file) const {
     if (!file.isRegular) return &survey_->foreignFiles;
-    if (format::IsContentName(file.name)) return &survey_->contentWithoutMetaData;
+    if (format::IsContentName(file.name)) return &survey_->contentWithoutMetadata;
     if (IsBlockedCommit(file.name)) return &survey_->blockedCommits;
     return IsSessionName(file.name) ? &survey_->staging : &survey_->foreignFiles;
   }
@@ -92,7 +92,7 @@ class Surveyor {
     std::string entryName;
     std::string id;
     return ParseCommitFileName(name, &entryName, &id) &&
-           (IsDirectoryName(entryName) || IsDirectoryName(entryName + format::kMetaDataSuffix));
+           (IsDirectoryName(entryName) || IsDirectoryName(entryName + format::kMetadataSuffix));
   }
 
   const std::string& directory_;

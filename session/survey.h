@@ -15,14 +15,14 @@ namespace ox::internal {
 struct SurveyedEntry {
   std::string name;             // of the content file, without the directory
   std::uint64_t contentBytes;   // size of the content file
-  std::uint64_t metaDataBytes;  // size of the metadata file
+  std::uint64_t metadataBytes;  // size of the metadata file
   timespec used;                // time of last use: the metadata file's modification time
 };
 
 struct Survey {
   std::vector<SurveyedEntry> entries;               // least recently used first
-  std::vector<std::string> contentWithoutMetaData;  // names of the form of a content file
-  std::vector<std::string> metaDataWithoutContent;
+  std::vector<std::string> contentWithoutMetadata;  // names of the form of a content file
+  std::vector<std::string> metadataWithoutContent;
   std::vector<std::string> staging;  // a session's own unfinished files
   // Commit files that cannot be finished, because a directory stands under a name of their entry.
   std::vector<std::string> blockedCommits;

@@ -18,8 +18,8 @@ namespace ox::format {
 inline constexpr char kConfigurationFileName[] = "file-cache.conf";
 
 // Appended to the name of a content file it gives that of the metadata file.
-inline constexpr char kMetaDataSuffix[] = ".ox_meta";
-inline constexpr std::size_t kMetaDataSuffixLength = sizeof kMetaDataSuffix - 1;
+inline constexpr char kMetadataSuffix[] = ".ox_meta";
+inline constexpr std::size_t kMetadataSuffixLength = sizeof kMetadataSuffix - 1;
 
 // Of the configuration and of a metadata file only this many bytes are looked at.
 inline constexpr std::size_t kTextBytes = 1024;
@@ -30,9 +30,9 @@ inline constexpr char kContentNameCharacters[] = "0123456789ABCDEF";
 inline constexpr std::size_t kContentNameLength = 2 * kDigestBytes;
 
 // Whether a file or path ends in the suffix of metadata files.
-constexpr bool HasMetaDataSuffix(std::string_view name) {
-  return name.size() >= kMetaDataSuffixLength &&
-         name.substr(name.size() - kMetaDataSuffixLength) == kMetaDataSuffix;
+constexpr bool HasMetadataSuffix(std::string_view name) {
+  return name.size() >= kMetadataSuffixLength &&
+         name.substr(name.size() - kMetadataSuffixLength) == kMetadataSuffix;
 }
 
 // Whether a name, without its directory, is one of a content file.

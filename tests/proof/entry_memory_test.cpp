@@ -21,7 +21,7 @@ constexpr int kEntries = 200;
 
 struct Shape {
   std::size_t urlBytes;
-  std::size_t metaDataBytes;
+  std::size_t metadataBytes;
 };
 
 std::string UrlOf(int number, std::size_t bytes) {
@@ -31,7 +31,7 @@ std::string UrlOf(int number, std::size_t bytes) {
 }
 
 void StoreAll(ManagerReference& manager, const Shape& shape) {
-  const std::string metaData(shape.metaDataBytes, 'm');
+  const std::string metaData(shape.metadataBytes, 'm');
   for (int i = 0; i < kEntries; ++i) {
     CacheValue* value =
         manager->CreateCacheValue(UrlOf(i, shape.urlBytes).c_str(), 0, metaData.c_str());
@@ -64,12 +64,12 @@ TEST(EntryMemory, IsBounded) {
   const std::size_t path = scratch.Path().size() + 2 + 32;
   for (const Shape& shape : {Shape{40, 24}, Shape{100, 200}, Shape{1000, 1000}}) {
     std::printf("URL of %zu bytes, metadata of %zu, path of %zu\n", shape.urlBytes,
-                shape.metaDataBytes, path);
+                shape.metadataBytes, path);
     auto manager = std::make_unique<ManagerReference>(*module);
     const auto before = kernel.Counts();
     StoreAll(*manager, shape);
     ASSERT_FALSE(HasFatalFailure());
-    Measure("stored", kernel, before, shape.urlBytes + shape.metaDataBytes + path);
+    Measure("stored", kernel, before, shape.urlBytes + shape.metadataBytes + path);
     manager.reset();
     manager = std::make_unique<ManagerReference>(*module);
     Measure("scanned", kernel, before, path);
@@ -78,7 +78,7 @@ TEST(EntryMemory, IsBounded) {
       ASSERT_NE(nullptr, value) << i;
       EXPECT_EQ("content", ReadWhole(value->GetFile().UTF8()));
     }
-    Measure("scanned and found", kernel, before, shape.urlBytes + shape.metaDataBytes + path);
+    Measure("scanned and found", kernel, before, shape.urlBytes + shape.metadataBytes + path);
     for (int i = 0; i < kEntries; ++i)
       (*manager)->Remove((*manager)->Get(UrlOf(i, shape.urlBytes).c_str()));
   }

@@ -17,17 +17,17 @@ using Faults = FaultDriver RecordingHost::*;
 std::string ContentOf(const std::string& url) {
   return "content of " + url;
 }
-std::string MetaDataOf(const std::string& url) {
+std::string MetadataOf(const std::string& url) {
   return "metadata of " + url;
 }
 CacheValue* Store(CacheRig& rig, const std::string& url) {
-  return rig.Store(url, ContentOf(url), MetaDataOf(url));
+  return rig.Store(url, ContentOf(url), MetadataOf(url));
 }
 
 // Every operation that works on files: start, store, find, remove, evict, abandon.
 void History(CacheRig& rig, bool evicts) {
   if (!rig.Start()) return;
-  CacheValue* value = rig.Create("new", 3, MetaDataOf("new"));
+  CacheValue* value = rig.Create("new", 3, MetadataOf("new"));
   if (value != nullptr) {
     rig.host.WriteFile(Utf8(value->GetFile()), ContentOf("new"));
     if (!rig.manager->Add(value)) rig.manager->DestroyCacheValue(value);
@@ -53,8 +53,8 @@ int CheckEntries(CacheRig& rig, bool mayBeCut) {
     EXPECT_EQ(ContentOf(url), rig.host.FindFile(Utf8(value->GetFile()))->bytes) << url;
     const std::string metaData = Utf8(value->GetMetaData());
     // A bare Add that ran out of disk, on a disk that then deletes nothing either, leaves its part.
-    const bool isCut = mayBeCut && MetaDataOf(url).compare(0, metaData.size(), metaData) == 0;
-    EXPECT_TRUE(isCut || metaData == MetaDataOf(url)) << url << ": " << metaData;
+    const bool isCut = mayBeCut && MetadataOf(url).compare(0, metaData.size(), metaData) == 0;
+    EXPECT_TRUE(isCut || metaData == MetadataOf(url)) << url << ": " << metaData;
   }
   return found;
 }

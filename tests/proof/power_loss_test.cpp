@@ -89,9 +89,9 @@ DiskImage WithoutLock(DiskImage image) {
 std::string FileOfNobody(const DiskImage& image) {
   for (const auto& [name, file] : image) {
     if (name == "file-cache.conf" || name == "ox-session.lock") continue;
-    const std::string partner = format::HasMetaDataSuffix(name)
-                                    ? name.substr(0, name.size() - format::kMetaDataSuffixLength)
-                                    : name + format::kMetaDataSuffix;
+    const std::string partner = format::HasMetadataSuffix(name)
+                                    ? name.substr(0, name.size() - format::kMetadataSuffixLength)
+                                    : name + format::kMetadataSuffix;
     if (image.count(partner) == 0) return name;
   }
   return {};

@@ -114,7 +114,7 @@ class Load {
       return;
     }
     progress_.begun[Index(url)] = version;
-    error = Do([&] { return writer->Commit(MetaDataOf(UrlOf(url), version)); });
+    error = Do([&] { return writer->Commit(MetadataOf(UrlOf(url), version)); });
     ASSERT_FALSE(error) << "refused although it fits: " << error.Message();
     progress_.done[Index(url)] = version;
     oldest_[Index(url)] = version;

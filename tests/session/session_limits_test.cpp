@@ -75,7 +75,7 @@ TEST(SessionLimits, TheCacheDoesWhatAModelDoesAcrossRestarts) {
   // a scan, and below 0 where it outweighs the content.
   const struct {
     Limits limits;
-    unsigned contentBytes, metaDataBytes;
+    unsigned contentBytes, metadataBytes;
     bool needsRestarts;
   } cases[] = {{{1000000, 5, 65536}, 100, 20, false},
                {{8192, 1000, 2048}, 1500, 40, false},
@@ -94,7 +94,7 @@ TEST(SessionLimits, TheCacheDoesWhatAModelDoesAcrossRestarts) {
       const auto choice = random() % 20;
       if (choice < 9) {
         const std::string content = Bytes(step, 1 + random() % test.contentBytes);
-        const std::string metadata(1 + random() % test.metaDataBytes, 'm');
+        const std::string metadata(1 + random() % test.metadataBytes, 'm');
         ASSERT_FALSE(Store(*session, url, content, metadata));
         model.Store(url, content + "|" + metadata);
         names[url] = NameOf(*session, url);

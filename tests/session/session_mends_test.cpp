@@ -279,8 +279,8 @@ TEST_F(SessionMends, ImpossibleTimesAreTheOldest) {
     SCOPED_TRACE(seconds);
     StoreOld();
     const auto path = [&](CacheSession& session) { return session.Fetch(kOld, &error)->path; };
-    const std::string metaData = path(*Open()) + ".ox_meta";
-    SetModified(metaData, seconds);
+    const std::string metadata = path(*Open()) + ".ox_meta";
+    SetModified(metadata, seconds);
     auto session = Open();
     for (int i = 0; i < 10; ++i)
       EXPECT_FALSE(Store(*session, kNew + std::to_string(i), "x", "x"));

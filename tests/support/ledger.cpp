@@ -15,7 +15,7 @@ std::string ContentOf(const std::string& url, int version) {
   return content;
 }
 
-std::string MetaDataOf(const std::string& url, int version) {
+std::string MetadataOf(const std::string& url, int version) {
   return std::to_string(version) + " of " + url + std::string(version % 5 * 40U, '.');
 }
 
@@ -56,17 +56,17 @@ std::string Ledger::Check(CacheSession& session) const {
 
 bool Store(CacheSession& session, const std::string& url, int version, Ledger* ledger) {
   std::string content;
-  std::string metaData;
+  std::string metadata;
   {
     const FaultPause pause;
     content = ContentOf(url, version);
-    metaData = MetaDataOf(url, version);
+    metadata = MetadataOf(url, version);
   }
   Error error;
   const auto writer = Write(session, url, content, &error);
   if (writer == nullptr) return false;
   ledger->Begin(url, version);
-  if (writer->Commit(metaData)) return false;
+  if (writer->Commit(metadata)) return false;
   ledger->Committed(url, version);
   return true;
 }
@@ -81,7 +81,7 @@ int FetchVersion(CacheSession& session, const std::string& url, Error* error) {
   if (!entry) return error->kind == ErrorKind::kNotFound ? kAbsent : -1;
   const std::string content = ReadAll(entry->content.Get());
   const int version = std::atoi(entry->metadata.c_str());
-  const bool isExact = version > 0 && entry->metadata == MetaDataOf(url, version) &&
+  const bool isExact = version > 0 && entry->metadata == MetadataOf(url, version) &&
                        content == ContentOf(url, version);
   if (!isExact) error->detail = "got \"" + entry->metadata + "\", " + content.substr(0, 40);
   return isExact ? version : -1;

@@ -17,7 +17,7 @@ namespace ox::testing {
 constexpr int kAbsent = 0;  // the version of what is not there
 
 std::string ContentOf(const std::string& url, int version);
-std::string MetaDataOf(const std::string& url, int version);
+std::string MetadataOf(const std::string& url, int version);
 
 class Ledger {
  public:

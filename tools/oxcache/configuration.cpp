@@ -76,7 +76,7 @@ Error CheckSize(const char* option, std::uint64_t bytes) {
 // The module would not find the entries of another directory again, or not read its whole name.
 Error CheckCacheDirectory(const std::string& directory) {
   if (IsPlain(directory) && directory.find('\\') == std::string::npos &&
-      directory.find(format::kMetaDataSuffix) == std::string::npos) {
+      directory.find(format::kMetadataSuffix) == std::string::npos) {
     return {};
   }
   return MakeError(

@@ -67,8 +67,8 @@ bool IsForeign(const std::string& name) {
 }
 
 bool HoldsAnything(const Survey& survey) {
-  return !survey.entries.empty() || !survey.contentWithoutMetaData.empty() ||
-         !survey.metaDataWithoutContent.empty() ||
+  return !survey.entries.empty() || !survey.contentWithoutMetadata.empty() ||
+         !survey.metadataWithoutContent.empty() ||
          std::any_of(survey.foreignFiles.begin(), survey.foreignFiles.end(), IsForeign);
 }
 

@@ -53,7 +53,7 @@ json EntryJson(const Listed& listed) {
   const SurveyedEntry& entry = listed.entry;
   json object = {{"name", entry.name},
                  {"size", entry.contentBytes},
-                 {"metadata_bytes", entry.metaDataBytes},
+                 {"metadata_bytes", entry.metadataBytes},
                  {"age", AgeSeconds(entry.used)},
                  {"used", UtcText(entry.used.tv_sec)},
                  {"metadata", listed.metadata}};
@@ -67,7 +67,7 @@ json EntryJson(const Listed& listed) {
 std::string EntryLine(const Listed& listed) {
   const SurveyedEntry& entry = listed.entry;
   return FirstLine(entry.name) + " " + Padded(std::to_string(entry.contentBytes), 10) + " " +
-         Padded(std::to_string(entry.metaDataBytes), 4) + " " +
+         Padded(std::to_string(entry.metadataBytes), 4) + " " +
          Padded(AgeText(AgeSeconds(entry.used)), 4) + " " +
          (listed.problem ? "(unreadable)" : FirstLine(listed.metadata)) + "\n";
 }
@@ -121,7 +121,7 @@ Error ReadMetadata(const std::string& directory, const std::string& entryName, s
   metadata->clear();
   Error error;
   const auto input =
-      Input::OpenEntryFile(directory + "/" + entryName + format::kMetaDataSuffix, &error);
+      Input::OpenEntryFile(directory + "/" + entryName + format::kMetadataSuffix, &error);
   if (input == nullptr) return error;
   std::vector<char> piece(capacity);
   std::size_t bytes = 0;

@@ -15,7 +15,7 @@ constexpr std::chrono::milliseconds kBetweenLooks{100};
 constexpr int kMaxLooks = 5;
 
 bool IsReplacedByCaches(const std::string& name) {
-  return format::HasMetaDataSuffix(name) || format::IsContentName(name);
+  return format::HasMetadataSuffix(name) || format::IsContentName(name);
 }
 
 // Tells a file from another one that had its name before. The number of a deleted file is soon

@@ -34,7 +34,7 @@ AgeClasses ByAge(const Survey& survey) {
     const auto found = std::find_if(classes.begin(), classes.end(),
                                     [age](const AgeClass& c) { return age < c.below; });
     ++found->entries;
-    found->bytes += entry.contentBytes + entry.metaDataBytes;
+    found->bytes += entry.contentBytes + entry.metadataBytes;
   }
   return classes;
 }
@@ -42,7 +42,7 @@ AgeClasses ByAge(const Survey& survey) {
 std::uint64_t LargestEntry(const Survey& survey) {
   std::uint64_t largest = 0;
   for (const auto& entry : survey.entries) {
-    largest = std::max(largest, entry.contentBytes + entry.metaDataBytes);
+    largest = std::max(largest, entry.contentBytes + entry.metadataBytes);
   }
   return largest;
 }
@@ -88,8 +88,8 @@ std::string Text(const CacheLimits& limits, const Survey& survey) {
                   static_cast<unsigned long long>(age.entries), SizeText(age.bytes).c_str());
     text += line.data();
   }
-  return text + NamesText("content without metadata", survey.contentWithoutMetaData) +
-         NamesText("metadata without content", survey.metaDataWithoutContent) +
+  return text + NamesText("content without metadata", survey.contentWithoutMetadata) +
+         NamesText("metadata without content", survey.metadataWithoutContent) +
          NamesText("unfinished", survey.staging) +
          NamesText("commits that a directory blocks", survey.blockedCommits) +
          NamesText("foreign files", survey.foreignFiles);
@@ -105,8 +105,8 @@ json Json(const CacheLimits& limits, const Survey& survey) {
           {"bytes", survey.bytes},
           {"largest_entry", LargestEntry(survey)},
           {"last_used", ages},
-          {"content_without_metadata", survey.contentWithoutMetaData},
-          {"metadata_without_content", survey.metaDataWithoutContent},
+          {"content_without_metadata", survey.contentWithoutMetadata},
+          {"metadata_without_content", survey.metadataWithoutContent},
           {"unfinished", survey.staging},
           {"blocked_commits", survey.blockedCommits},
           {"foreign_files", survey.foreignFiles}};

@@ -28,7 +28,7 @@ class Verifier {
     for (const SurveyedEntry& entry : survey.entries)
       VerifyEntry(entry);
     AddContentWithoutMetadata(survey);
-    AddAll(survey.metaDataWithoutContent, "metadata without content");
+    AddAll(survey.metadataWithoutContent, "metadata without content");
     AddAll(survey.blockedCommits,
            "a store that cannot be finished: a directory has the name of its entry");
     AddAll(survey.foreignFiles, "foreign file: not part of this cache");
@@ -54,7 +54,7 @@ class Verifier {
     for (const std::string& name : survey.staging) {
       if (internal::ParseCommitFileName(name, &entryName, &id)) beingFinished.insert(entryName);
     }
-    for (const std::string& name : survey.contentWithoutMetaData) {
+    for (const std::string& name : survey.contentWithoutMetadata) {
       if (beingFinished.count(name) == 0) Add(name, "content without metadata: no entry uses it");
     }
   }
@@ -64,7 +64,7 @@ class Verifier {
       Add(entry.name, "the name is not 32 digits 0-9 and A-F, so no URL leads to it");
     }
     if (IsWanted(entry.name)) VerifyContent(entry.name);
-    const std::string metadataName = entry.name + format::kMetaDataSuffix;
+    const std::string metadataName = entry.name + format::kMetadataSuffix;
     if (IsWanted(metadataName)) VerifyMetadata(entry.name, metadataName);
   }
 
