@@ -148,6 +148,7 @@ TEST(HostCheck, WrongUseAndMissingLibrariesHaveTheirStatus) {
       {"--timeout 0 " OX_POSIX_HOST_PATH, 2},
       {"--directory /nonexistent " OX_POSIX_HOST_PATH, 2},
       {"--directory /proc " OX_POSIX_HOST_PATH, 2},
+      {"--directory /tmp " OX_POSIX_HOST_PATH, 0},
       {"/nonexistent/library.so", 3},
       {OX_MODULE_PATH, 3},  // a library, but no host
       {OX_POSIX_HOST_PATH " >/dev/full", 2},

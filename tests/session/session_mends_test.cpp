@@ -7,6 +7,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -62,6 +63,11 @@ ssize_t getrandom(void* buffer, size_t count, unsigned flags) {
 ssize_t read(int fd, void* buffer, size_t count) {
   if (refused.reads) return Refuse(EIO);
   return syscall(SYS_read, fd, buffer, refused.longReads && count > 3 ? 3 : count);
+}
+
+ssize_t pread(int fd, void* buffer, size_t count, off_t offset) {
+  const iovec whole{buffer, count};
+  return refused.reads ? Refuse(EIO) : preadv(fd, &whole, 1, offset);
 }
 
 }  // extern "C"
@@ -154,7 +160,11 @@ TEST_F(SessionMends, AConfigurationIsReadWholeOrNotAtAll) {
   refused.longReads = true;
   LiveThrough("three bytes a read");
   refused = {};
+  auto open = Open();
   refused.reads = true;
+  EXPECT_FALSE(open->Fetch(kOld, &error));
+  EXPECT_EQ(EIO, error.systemError) << error.Message();
+  open.reset();
   EXPECT_EQ(nullptr, CacheSession::Open(options, &error));
   EXPECT_EQ(EIO, error.systemError) << error.Message();
   refused = {};
