@@ -66,7 +66,7 @@ class BareCache final : public Contender {
       throw std::runtime_error("an entry was not removed");
   }
 
-  std::optional<testing::KernelCounts> Counts() const override {
+  std::optional<KernelCounts> Counts() const override {
     if (!counting_) return std::nullopt;
     return counting_->Counts();
   }
@@ -75,7 +75,7 @@ class BareCache final : public Contender {
   core::cache::FileCacheManager& Manager() { return **manager_; }
 
   host::PosixKernel kernel_;
-  std::optional<testing::CountingKernel> counting_;
+  std::optional<CountingKernel> counting_;
   PlainFileSystem plainFiles_;
   std::unique_ptr<host::LoadedModule> module_;
   std::unique_ptr<host::ManagerReference> manager_;

@@ -13,8 +13,8 @@
 #include <string_view>
 #include <vector>
 
+#include "bench/counting_kernel.h"
 #include "bench/workload.h"
-#include "tests/support/counting_kernel.h"
 #include <oxfilecache/format.h>
 
 namespace ox::bench {
@@ -53,7 +53,7 @@ class Contender {
   virtual void Remove(std::size_t index) = 0;
 
   // What the module has asked its kernel for; only of a contender that was set to count it.
-  virtual std::optional<testing::KernelCounts> Counts() const { return std::nullopt; }
+  virtual std::optional<KernelCounts> Counts() const { return std::nullopt; }
 
  protected:
   const std::string& Url(std::size_t index) const { return urls_[index]; }

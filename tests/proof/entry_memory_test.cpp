@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "tests/support/counting_kernel.h"
+#include "bench/counting_kernel.h"
 #include "tests/support/scratch_directory.h"
 #include <oxfilecache/host.h>
 
@@ -41,8 +41,8 @@ void StoreAll(ManagerReference& manager, const Shape& shape) {
   }
 }
 
-void Measure(const char* when, const CountingKernel& kernel, const KernelCounts& before,
-             std::size_t texts) {
+void Measure(const char* when, const bench::CountingKernel& kernel,
+             const bench::KernelCounts& before, std::size_t texts) {
   const auto counts = kernel.Counts();
   const auto bytes = (counts.bytes - before.bytes) / kEntries;
   const auto blocks = static_cast<double>(counts.blocks - before.blocks) / kEntries;
@@ -57,7 +57,7 @@ TEST(EntryMemory, IsBounded) {
   WriteWhole(scratch / "file-cache.conf", "MAX_CACHE_ENTRIES=1000\nMAX_CACHE_SIZE=10000000\n");
   // The separator is doubled in every path, and must be in scanned paths too.
   PosixKernel inner(scratch.Path() + "/");
-  CountingKernel kernel(inner);
+  bench::CountingKernel kernel(inner);
   std::string error;
   auto module = LoadedModule::Load(OX_MODULE_PATH, kernel, &error);
   ASSERT_NE(nullptr, module) << error;

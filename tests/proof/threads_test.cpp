@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/support/counting_kernel.h"
+#include "bench/counting_kernel.h"
 #include "tests/support/scratch_directory.h"
 #include <oxfilecache/host.h>
 
@@ -47,7 +47,7 @@ struct Started {
   explicit Started(const std::string& configuration) {
     static const ScratchDirectory directory;
     static auto& inner = *new PosixKernel(directory.Path());
-    static auto& theKernel = *new CountingKernel(inner);
+    static auto& theKernel = *new bench::CountingKernel(inner);
     kernel = &theKernel;
     WriteWhole(directory / "file-cache.conf", configuration);
     std::string error;
@@ -59,7 +59,7 @@ struct Started {
     EXPECT_EQ(0U, kernel->Held());
   }
 
-  CountingKernel* kernel;
+  bench::CountingKernel* kernel;
   std::unique_ptr<LoadedModule> module;
 };
 

@@ -1,6 +1,6 @@
 // A kernel that passes everything on to another one, and counts what the module holds of it.
-#ifndef OX_TESTS_SUPPORT_COUNTING_KERNEL_H_
-#define OX_TESTS_SUPPORT_COUNTING_KERNEL_H_
+#ifndef OX_BENCH_COUNTING_KERNEL_H_
+#define OX_BENCH_COUNTING_KERNEL_H_
 
 #include <atomic>
 #include <cstddef>
@@ -9,7 +9,7 @@
 #include <oxfilecache/file_system.h>
 #include <oxfilecache/kernel.h>
 
-namespace ox::testing {
+namespace ox::bench {
 
 struct KernelCounts {
   std::uint64_t blocks;       // live blocks of memory
@@ -105,6 +105,6 @@ class CountingKernel : public IOxKernel, private IFileSystem {
   std::atomic<std::uint64_t> files_{0};
 };
 
-}  // namespace ox::testing
+}  // namespace ox::bench
 
 #endif
