@@ -86,8 +86,9 @@ class Load {
         RemoveOne(own, version);
       } else if (!blockedUrl_.empty()) {
         Error error;
-        const auto writer = Do([&] { return Write(session_, blockedUrl_, "content", &error); });
+        auto writer = Do([&] { return Write(session_, blockedUrl_, "content", &error); });
         ASSERT_EQ(EISDIR, Do([&] { return writer->Commit("m").systemError; }));
+        Do([&] { writer.reset(); });
       }
       if (version % 500 == 0) Measure();
       if (version % 3000 == 0) {
