@@ -93,7 +93,7 @@ void FailEach(Faults faults, const std::string& directory, const char* what) {
       without += found < expected ? 1 : 0;
     }
   }
-  std::printf("%d failed %s; %d left fewer entries, those that could not be stored\n", cases, what,
+  std::printf("%d failed %s; in %d of them fewer entries than without a fault\n", cases, what,
               without);
 }
 
