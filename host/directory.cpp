@@ -11,6 +11,8 @@
 #include <tuple>
 #include <utility>
 
+#include "host/system_calls.h"
+
 namespace ox::internal {
 namespace {
 
@@ -20,10 +22,7 @@ struct CloseDirectory {
 using DirectoryHandle = std::unique_ptr<DIR, CloseDirectory>;
 
 DirectoryHandle OpenDirectory(const char* path) {
-  int fd = -1;
-  do {
-    fd = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  } while (fd < 0 && errno == EINTR);
+  const int fd = OpenRetrying(AT_FDCWD, path, O_RDONLY | O_DIRECTORY);
   if (fd < 0) return nullptr;
   DirectoryHandle directory(fdopendir(fd));
   if (directory == nullptr) close(fd);

@@ -6,22 +6,10 @@
 
 #include <cerrno>
 
+#include "host/system_calls.h"
+
 namespace ox::internal {
 namespace {
-
-int OpenRetrying(int directory, const char* path, int flags) {
-  int fd = -1;
-  do {
-    fd = openat(directory, path, flags, 0600);
-  } while (fd < 0 && errno == EINTR);
-  return fd;
-}
-
-std::time_t CoarseSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  return now.tv_sec;
-}
 
 bool CanBeHeld(const char* path, std::size_t nameStart) {
   return path[0] == '/' && path[nameStart] != '\0' && nameStart <= HeldDirectory::kMaxPathBytes;

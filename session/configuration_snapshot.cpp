@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "host/system_calls.h"
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/format.h>
 
@@ -21,12 +22,7 @@ bool MeansNoFile(int error) {
 
 UniqueFd OpenForReading(const std::string& path) {
   // O_NONBLOCK, so that a FIFO planted under the name cannot hang the device.
-  constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-  int fd = -1;
-  do {
-    fd = open(path.c_str(), kFlags);
-  } while (fd < 0 && errno == EINTR);
-  return UniqueFd(fd);
+  return UniqueFd(OpenRetrying(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
 }
 
 // Until the text is full or the file ends. False with errno.

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "host/system_calls.h"
 #include "session/durable_io.h"
 #include "session/session_names.h"
 #include <oxfilecache/descriptor.h>
@@ -20,14 +21,6 @@ namespace {
 
 std::mutex locksMutex;
 DirectoryLock* firstLock = nullptr;
-
-int OpenRetrying(const std::string& path, int flags) {
-  int fd = -1;
-  do {
-    fd = open(path.c_str(), flags | O_CLOEXEC, 0600);
-  } while (fd < 0 && errno == EINTR);
-  return fd;
-}
 
 // Regular and under one name alone: what is written through another name of a file would reach that
 // file.
@@ -40,7 +33,7 @@ constexpr int kLockFileFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK;
 
 // The number in the lock file; empty where it names no living process.
 std::string HolderOf(const std::string& lockFile) {
-  const UniqueFd file(OpenRetrying(lockFile, O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+  const UniqueFd file(OpenRetrying(AT_FDCWD, lockFile.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
   char text[32];
   const ssize_t count = file.IsOpen() ? pread(file.Get(), text, sizeof text, 0) : 0;
   std::string holder(text, count > 0 ? static_cast<std::size_t>(count) : 0);
@@ -65,12 +58,6 @@ bool CannotLock(int error) {
          error == ENOSYS;
 }
 
-std::time_t CoarseSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-  return now.tv_sec;
-}
-
 }  // namespace
 
 Error DirectoryLock::Take(const std::string& directory) {
@@ -93,7 +80,7 @@ Error DirectoryLock::Take(const std::string& directory) {
 }
 
 bool DirectoryLock::Lock(const std::string& path, int flags) {
-  UniqueFd file(OpenRetrying(path, flags));
+  UniqueFd file(OpenRetrying(AT_FDCWD, path.c_str(), flags));
   struct stat status;
   if (!file.IsOpen() || flock(file.Get(), LOCK_EX | LOCK_NB) != 0 ||
       fstat(file.Get(), &status) != 0) {
@@ -111,7 +98,7 @@ bool DirectoryLock::Lock(const std::string& path, int flags) {
 
 // Best effort: the number is for people, and the directory is locked without it.
 void DirectoryLock::WriteHolder(const std::string& lockFile) const {
-  const UniqueFd file(OpenRetrying(lockFile, kLockFileFlags));
+  const UniqueFd file(OpenRetrying(AT_FDCWD, lockFile.c_str(), kLockFileFlags));
   if (!file.IsOpen() || !IsLockFile(file.Get())) return;
   const std::string holder = std::to_string(getpid()) + "\n";
   if (ftruncate(file.Get(), 0) == 0) {

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "host/system_calls.h"
 #include "session/use_clock.h"
 
 namespace ox::internal {
@@ -42,11 +43,7 @@ void AnnounceFileOperation() {
 
 UniqueFd CreateNewFile(const std::string& path) {
   AnnounceFileOperation();
-  int fd = -1;
-  do {
-    fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
-  } while (fd < 0 && errno == EINTR);
-  return UniqueFd(fd);
+  return UniqueFd(OpenRetrying(AT_FDCWD, path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW));
 }
 
 bool WriteAll(int fd, const void* data, std::size_t bytes) {
@@ -79,11 +76,7 @@ bool SyncFile(int fd) {
 
 bool SyncDirectory(const std::string& path) {
   AnnounceFileOperation();
-  int fd = -1;
-  do {
-    fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  } while (fd < 0 && errno == EINTR);
-  const UniqueFd directory(fd);
+  const UniqueFd directory(OpenRetrying(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY));
   return directory.IsOpen() && Synchronize(directory.Get());
 }
 

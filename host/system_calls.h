@@ -1,0 +1,31 @@
+// System calls in the form that host and session share.
+#ifndef OX_HOST_SYSTEM_CALLS_H_
+#define OX_HOST_SYSTEM_CALLS_H_
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <ctime>
+
+namespace ox::internal {
+
+// openat(2), again when a signal interrupts it. Never inherited by another program; new files get
+// mode 0600.
+inline int OpenRetrying(int directory, const char* path, int flags) {
+  int fd = -1;
+  do {
+    fd = openat(directory, path, flags | O_CLOEXEC, 0600);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+// Seconds since some start. Costs no system call.
+inline std::time_t CoarseSeconds() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return now.tv_sec;
+}
+
+}  // namespace ox::internal
+
+#endif
