@@ -231,10 +231,16 @@ class Configurations(ToolCase):
         self.run_tool("get", "abc", status=NOT_DONE)
 
     def test_only_an_empty_directory_becomes_a_cache_unasked(self):
-        self.write("cache/holiday.jpg", b"1")
-        self.run_tool("put", "abc", stdin=b"1", status=NOT_DONE, says="not empty.*oxcache init")
-        self.run_tool("get", "abc", status=NOT_DONE, says="no cache")
-        self.assertEqual(os.listdir(self.cache), ["holiday.jpg"])
+        part = "oxcache-0123456789abcdef.part"
+        self.write("again/" + part, b"# Limits")
+        self.run_tool("put", "abc", stdin=b"1", directory=self.path("again"))
+        for file in ("holiday.jpg", part[1:], part[:-1], part + "x", part.replace("-0", "-"),
+                     part.replace("f", "F")):
+            self.write("cache/" + file, b"1")
+            self.run_tool("put", "abc", stdin=b"1", status=NOT_DONE, says="not empty.*oxcache init")
+            self.run_tool("get", "abc", status=NOT_DONE, says="no cache")
+            self.assertEqual(os.listdir(self.cache), [file])
+            os.remove(self.path("cache", file))
 
     def test_a_new_file_system_is_an_empty_directory(self):
         os.makedirs(self.cache)
@@ -337,6 +343,7 @@ class Reports(ToolCase):
         listed = {entry["name"]: entry for entry in self.report("ls", status=INPUT_OUTPUT)}
         self.assertEqual((listed[name("E")]["metadata"], listed[name("1")]["metadata"][:5]),
                          (None, "first"))
+        self.assertIn("symbolic", listed[name("E")]["problem"])
 
     def test_reports_beside_an_owner_that_stores_and_removes(self):
         self.run_tool("put", "abc", stdin=b"1", directory=self.path("owned"))
@@ -373,7 +380,7 @@ class Reports(ToolCase):
         self.assertEqual(statistics["content_without_metadata"], [name("8")])
         self.assertEqual(statistics["foreign_files"], ["stranger"])
         text = self.run_tool("stat").decode()
-        self.assertRegex(text, r"entries +\[#{30}\] 233%  7 of 3")
+        self.assertRegex(text, r"\ntotal size .*\nentries +\[#{30}\] 233%  7 of 3\nlargest entry ")
         self.assertIn("foreign files:\n  stranger\n", text)
 
     def test_ages_at_their_borders(self):
