@@ -1,19 +1,10 @@
 // A session's life, and what it does to the cache as a whole.
 #include <cerrno>
 
+#include "session/entry_name.h"
 #include "session/module_text.h"
 #include "session/open_session.h"
-#include "session/utf8.h"
 #include "session/without_exceptions.h"
-
-namespace ox::internal {
-
-Error CheckUrl(const std::string& url) {
-  if (!url.empty() && IsStrictUtf8(url)) return {};
-  return MakeError(ErrorKind::kInvalidArgument, "the URL is empty, not UTF-8, or contains NUL");
-}
-
-}  // namespace ox::internal
 
 namespace ox::session {
 

@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "session/durable_io.h"
+#include "session/entry_name.h"
 #include "session/module_text.h"
 #include "session/session_state.h"
 #include "session/without_exceptions.h"

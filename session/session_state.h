@@ -40,9 +40,6 @@ struct SessionState {
   HeldDirectories contentDirectory OX_GUARDED_BY(mutex);
 };
 
-// kInvalidArgument unless the URL is valid UTF-8, not empty and without NUL.
-Error CheckUrl(const std::string& url);
-
 }  // namespace ox::internal
 
 #endif

@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "session/durable_io.h"
+#include "session/entry_name.h"
 #include "session/module_text.h"
 #include "session/publish.h"
 #include "session/session_state.h"
