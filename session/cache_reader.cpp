@@ -35,7 +35,7 @@ Error TakePair(CommittedPair pair, FetchedEntry* entry) {
   if (fstat(pair.content.Get(), &status) != 0) {
     return SystemError("cannot look at the content", entry->path);
   }
-  if (status.st_size == 0) return MakeError(ErrorKind::kNotFound, "no entry of that URL");
+  if (status.st_size == 0) return internal::NoEntry();
   entry->size = static_cast<std::uint64_t>(status.st_size);
   entry->content = std::move(pair.content);
   if (ReadMetadata(pair.metadata.Get(), &entry->metadata)) return {};

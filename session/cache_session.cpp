@@ -1,10 +1,20 @@
 // A session's life, and what it does to the cache as a whole.
 #include <cerrno>
 
-#include "session/entry_name.h"
+#include "session/entry_seal.h"
 #include "session/module_text.h"
 #include "session/open_session.h"
 #include "session/without_exceptions.h"
+#include <oxfilecache/format.h>
+
+namespace ox::internal {
+
+bool IsOfOtherUrl(const std::string& contentPath, const std::string& url) {
+  const auto seal = ReadSeal(contentPath + format::kMetadataSuffix);
+  return seal && !seal->IsOf(url);
+}
+
+}  // namespace ox::internal
 
 namespace ox::session {
 
@@ -36,8 +46,9 @@ Error CacheSession::Remove(const std::string& url) {
     internal::RunningCache& cache = state_->cache;
     if (Error error = cache.EnsureCurrent()) return error;
     core::cache::CacheValue* value = cache.Find(text);
-    if (value == nullptr) return MakeError(ErrorKind::kNotFound, "no entry of that URL");
+    if (value == nullptr) return internal::NoEntry();
     const std::string path = internal::ContentPath(*value);
+    if (internal::IsOfOtherUrl(path, url)) return internal::NoEntry();
     cache.Remove(value);
     const bool isGone = !cache.Account().IsStale() || cache.Account().DeletionError() == ENOENT;
     return isGone ? Error{} : cache.DeletionFailed("cannot delete", path);
@@ -64,8 +75,8 @@ const CacheLimits& CacheSession::Limits() const {
 SessionStatistics CacheSession::Statistics() const {
   const MutexLock lock(state_->mutex);
   internal::RunningCache& cache = state_->cache;
-  return {cache.Account().Entries(), cache.Account().Bytes(), cache.Restarts(), cache.Trimmed(),
-          cache.Leftovers()};
+  return {cache.Account().Entries(), cache.Account().Bytes(), cache.Restarts(),
+          cache.Trimmed(),           cache.Leftovers(),       state_->damaged};
 }
 
 }  // namespace ox::session

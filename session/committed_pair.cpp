@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "host/system_calls.h"
+#include "session/entry_name.h"
 #include "session/session_names.h"
 #include <oxfilecache/format.h>
 
@@ -153,7 +154,7 @@ Error OpenCommittedPair(const std::string& directory, const std::string& name,
     if (outcome == Outcome::kFound) return {};
     if (outcome == Outcome::kNone ||
         (outcome == Outcome::kWithoutMetadata && elapsed > kMetadataComesWithin)) {
-      return MakeError(ErrorKind::kNotFound, "no entry of that URL");
+      return NoEntry();
     }
     if (elapsed > kLongestSearch) {
       Error error = MakeError(ErrorKind::kInUse, "another process changes the entry all the time");

@@ -11,6 +11,10 @@ Error CheckUrl(const std::string& url) {
   return MakeError(ErrorKind::kInvalidArgument, "the URL is empty, not UTF-8, or contains NUL");
 }
 
+Error NoEntry() {
+  return MakeError(ErrorKind::kNotFound, "no entry of that URL");
+}
+
 std::string ContentName(const std::string& url) {
   std::string name;
   for (const unsigned char byte : Md5(url)) {

@@ -1,4 +1,4 @@
-// From a URL to the name of its content file, without the module.
+// What a URL has to be, and the name of its content file, without the module.
 #ifndef OX_SESSION_ENTRY_NAME_H_
 #define OX_SESSION_ENTRY_NAME_H_
 
@@ -10,6 +10,8 @@ namespace ox::internal {
 
 // kInvalidArgument unless the URL is valid UTF-8, not empty and without NUL.
 Error CheckUrl(const std::string& url);
+// kNotFound.
+Error NoEntry();
 
 // The name that the module gives the content of this URL, without the directory. The URL must pass
 // the check: the module changes others on their way through UTF-16.

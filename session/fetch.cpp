@@ -1,11 +1,12 @@
-// Finding an entry and opening its content.
+// Finding an entry, opening its content, and making sure that it is what was committed.
 #include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "session/durable_io.h"
-#include "session/entry_name.h"
+#include "session/entry_seal.h"
 #include "session/module_text.h"
 #include "session/session_state.h"
 #include "session/without_exceptions.h"
@@ -19,9 +20,21 @@ using internal::SessionState;
 
 namespace {
 
-Error NotFound() {
-  return MakeError(ErrorKind::kNotFound, "no entry of that URL");
+Error Damaged(const std::string& path) {
+  Error error = MakeError(ErrorKind::kDamaged, "not what was committed, deleted");
+  error.path = path;
+  return error;
 }
+
+// An entry on its way out.
+struct Finding {
+  FetchedEntry entry;
+  struct stat content {};
+  std::int64_t lastUse = 0;  // nanoseconds since 1970
+  std::uint64_t fingerprint = 0;
+  // What the content's sum has to be, where it is to be looked at.
+  std::optional<std::uint32_t> expectedSum;
+};
 
 UniqueFd OpenContent(SessionState& state, const std::string& path) OX_REQUIRES(state.mutex) {
   const std::string& directory = state.limits.cacheDirectory;
@@ -31,46 +44,124 @@ UniqueFd OpenContent(SessionState& state, const std::string& path) OX_REQUIRES(s
 }
 
 // Best effort: an entry whose time cannot be written is still served.
-void NoteUse(SessionState& state, const std::string& contentPath, std::int64_t lastUse)
-    OX_REQUIRES(state.mutex) {
+void NoteUse(SessionState& state, const Finding& finding) OX_REQUIRES(state.mutex) {
   const std::int64_t now = state.cache.Clock().Next();
   // A time that lies ahead is somebody else's, and is set right.
-  if (lastUse > 0 && lastUse <= now) {
-    const std::chrono::nanoseconds unused(now - lastUse);
+  if (finding.lastUse > 0 && finding.lastUse <= now) {
+    const std::chrono::nanoseconds unused(now - finding.lastUse);
     // In seconds: the option may be more than nanoseconds can hold.
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(unused);
     if (seconds < state.options.touchInterval) return;
   }
-  internal::SetFileTime(contentPath + format::kMetadataSuffix, now);
+  internal::SetFileTime(finding.entry.path + format::kMetadataSuffix, now);
 }
 
-Error ReadMetadata(SessionState& state, CacheValue& value, FetchedEntry* entry)
+Error ReadMetadata(SessionState& state, CacheValue& value, Finding* finding)
     OX_REQUIRES(state.mutex) {
-  entry->metadata = value.GetMetaData().UTF8();
+  FetchedEntry& entry = finding->entry;
+  entry.metadata = value.GetMetaData().UTF8();
   const auto read = state.cache.TakeMetadataRead();
   // A commit writes at least one byte.
-  if (!read || read->error != 0 || read->bytes == 0 || read->bytes != entry->metadata.size()) {
+  if (!read || read->error != 0 || read->bytes == 0 || read->bytes != entry.metadata.size()) {
     errno = read ? read->error : 0;
-    return SystemError("cannot read the metadata whole", entry->path + format::kMetadataSuffix);
+    return SystemError("cannot read the metadata whole", entry.path + format::kMetadataSuffix);
   }
-  NoteUse(state, entry->path, read->modified);
+  finding->lastUse = read->modified;
   return {};
 }
 
-Error OpenEntry(SessionState& state, CacheValue& value, FetchedEntry* entry)
+Error OpenEntry(SessionState& state, CacheValue& value, Finding* finding) OX_REQUIRES(state.mutex) {
+  FetchedEntry& entry = finding->entry;
+  entry.path = internal::ContentPath(value);
+  entry.content = OpenContent(state, entry.path);
+  if (!entry.content.IsOpen()) {
+    return errno == ENOENT ? Damaged(entry.path)
+                           : SystemError("cannot open the content", entry.path);
+  }
+  if (fstat(entry.content.Get(), &finding->content) != 0 || !S_ISREG(finding->content.st_mode)) {
+    return SystemError("the content is not a regular file", entry.path);
+  }
+  if (finding->content.st_size == 0) return Damaged(entry.path);
+  entry.size = static_cast<std::uint64_t>(finding->content.st_size);
+  return ReadMetadata(state, value, finding);
+}
+
+// Compares the entry with its seal, but for the content's sum.
+Error CheckSeal(SessionState& state, const std::string& url, Finding* finding)
     OX_REQUIRES(state.mutex) {
-  entry->path = internal::ContentPath(value);
-  entry->content = OpenContent(state, entry->path);
-  if (!entry->content.IsOpen()) {
-    return errno == ENOENT ? NotFound() : SystemError("cannot open the content", entry->path);
+  const FetchedEntry& entry = finding->entry;
+  const std::uint64_t entries = state.cache.Account().Entries();
+  finding->fingerprint = state.known.Fingerprint(url, finding->content, entry.metadata);
+  const bool isKnown = state.known.Contains(finding->fingerprint);
+  if (isKnown && state.options.check != Check::kAlways) return {};
+  const auto seal = internal::ReadSeal(entry.path + format::kMetadataSuffix);
+  if (seal && !seal->IsOf(url)) return internal::NoEntry();
+  const bool isWhole =
+      !seal || (seal->contentBytes == entry.size && seal->HasMetadata(entry.metadata));
+  if (!isWhole) return Damaged(entry.path);
+  if (seal && state.options.check != Check::kNever) {
+    finding->expectedSum = seal->contentSum;
+  } else {
+    state.known.Add(finding->fingerprint, entries);
   }
-  struct stat status;
-  if (fstat(entry->content.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-    return SystemError("the content is not a regular file", entry->path);
+  return {};
+}
+
+// The content was deleted, cut or changed by somebody else or a power cut.
+void RemoveDamaged(SessionState& state, CacheValue& value) OX_REQUIRES(state.mutex) {
+  state.cache.Remove(&value);
+  ++state.damaged;
+}
+
+Error Find(SessionState& state, const std::string& url, const OxString& text, Finding* finding)
+    OX_REQUIRES(state.mutex) {
+  internal::RunningCache& cache = state.cache;
+  if (Error failed = cache.EnsureCurrent()) return failed;
+  cache.TakeMetadataRead();
+  CacheValue* value = cache.Find(text);
+  if (value == nullptr) return internal::NoEntry();
+  Error error = OpenEntry(state, *value, finding);
+  if (!error) error = CheckSeal(state, url, finding);
+  if (error.kind == ErrorKind::kDamaged) RemoveDamaged(state, *value);
+  if (!error) NoteUse(state, *finding);
+  return error;
+}
+
+// Removes the entry unless another one has taken its place meanwhile.
+void RemoveIfUnchanged(SessionState& state, const OxString& text, const Finding& finding)
+    OX_REQUIRES(state.mutex) {
+  if (state.cache.EnsureCurrent()) return;
+  CacheValue* value = state.cache.Find(text);
+  struct stat now;
+  if (value == nullptr || lstat(finding.entry.path.c_str(), &now) != 0) return;
+  if (now.st_ino == finding.content.st_ino && now.st_dev == finding.content.st_dev) {
+    RemoveDamaged(state, *value);
   }
-  if (status.st_size == 0) return NotFound();
-  entry->size = static_cast<std::uint64_t>(status.st_size);
-  return ReadMetadata(state, value, entry);
+}
+
+// Reads the whole content, so not under the mutex.
+Error CheckSum(SessionState& state, const OxString& text, const Finding& finding) {
+  std::uint32_t sum = 0;
+  if (!internal::SumContent(finding.entry.content.Get(), &sum)) {
+    return SystemError("cannot read the content", finding.entry.path);
+  }
+  const MutexLock lock(state.mutex);
+  if (sum == *finding.expectedSum) {
+    state.known.Add(finding.fingerprint, state.cache.Account().Entries());
+    return {};
+  }
+  RemoveIfUnchanged(state, text, finding);
+  return Damaged(finding.entry.path);
+}
+
+Error FetchEntry(SessionState& state, const std::string& url, Finding* finding) {
+  if (Error invalid = internal::CheckUrl(url)) return invalid;
+  const OxString text = internal::ToOxString(url);
+  {
+    const MutexLock lock(state.mutex);
+    if (Error error = Find(state, url, text, finding)) return error;
+  }
+  return finding->expectedSum ? CheckSum(state, text, *finding) : Error{};
 }
 
 }  // namespace
@@ -78,19 +169,11 @@ Error OpenEntry(SessionState& state, CacheValue& value, FetchedEntry* entry)
 std::optional<FetchedEntry> CacheSession::Fetch(const std::string& url, Error* error) {
   std::optional<FetchedEntry> found;
   *error = internal::WithoutExceptions([&]() -> Error {
-    if (Error invalid = internal::CheckUrl(url)) return invalid;
-    const OxString text = internal::ToOxString(url);
-    const MutexLock lock(state_->mutex);
-    internal::RunningCache& cache = state_->cache;
-    if (Error failed = cache.EnsureCurrent()) return failed;
-    cache.TakeMetadataRead();
-    CacheValue* value = cache.Find(text);
-    if (value == nullptr) return NotFound();
-    FetchedEntry entry;
-    Error result = OpenEntry(*state_, *value, &entry);
-    // The content was deleted or cut to nothing by somebody else or a power cut.
-    if (result.kind == ErrorKind::kNotFound) cache.Remove(value);
-    if (!result) found = std::move(entry);
+    Finding finding;
+    Error result = FetchEntry(*state_, url, &finding);
+    if (result.kind == ErrorKind::kDamaged && !state_->options.reportDamaged)
+      return internal::NoEntry();
+    if (!result) found = std::move(finding.entry);
     return result;
   });
   return found;

@@ -164,6 +164,15 @@ Error ReplaceUnlogged(SessionState& state, const CommitFiles& files, const Publi
   return error;
 }
 
+// Finding it makes the manager read the new metadata, and makes it the one used last.
+Error FindReplaced(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex) {
+  if (state.cache.Find(publication.url) != nullptr) return {};
+  state.cache.Account().MarkStale();
+  return RestartAndFind(
+      state, publication,
+      MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot find the entry"));
+}
+
 Error Replace(SessionState& state, const Publication& publication, CacheValue& old,
               const EntrySizes& oldSizes) OX_REQUIRES(state.mutex) {
   const CommitFiles files(state.limits.cacheDirectory, publication.share.id, ContentPath(old));
@@ -173,12 +182,7 @@ Error Replace(SessionState& state, const Publication& publication, CacheValue& o
   if (!publication.outcome.isDecided) return error;
   if (error) return isLogged ? RestartAndFind(state, publication, error) : error;
   state.cache.Account().NoteReplaced(oldSizes.content + oldSizes.metadata);
-  // Finding it makes the manager read the new metadata, and makes it the one used last.
-  if (state.cache.Find(publication.url) != nullptr) return {};
-  state.cache.Account().MarkStale();
-  return RestartAndFind(
-      state, publication,
-      MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot find the entry"));
+  return FindReplaced(state, publication);
 }
 
 }  // namespace
@@ -189,6 +193,26 @@ Error Publish(SessionState& state, const Publication& publication) {
   if (Error error = MakeRoom(state, publication, oldSizes, &old)) return error;
   if (old == nullptr) return PublishNew(state, publication);
   return Replace(state, publication, *old, oldSizes);
+}
+
+Error PublishMetadata(SessionState& state, const Publication& publication) {
+  CacheValue* old = state.cache.Find(publication.url);
+  const EntrySizes oldSizes = SizesOf(old);
+  if (Error error = MakeRoom(state, publication, oldSizes, &old)) return error;
+  if (old == nullptr) return NoEntry();
+  const CommitFiles files(state.limits.cacheDirectory, publication.share.id, ContentPath(*old));
+  if (!RenameFile(files.stagedMetadata, files.metadata)) {
+    return SystemError("cannot put the metadata in place", files.metadata);
+  }
+  MarkDecided(state, publication);
+  state.cache.Account().NoteReplaced(oldSizes.metadata);
+  const bool isSynchronised = state.options.durability == Durability::kPower;
+  Error error;
+  if (isSynchronised && !SynchroniseDirectory(state, files.directory)) {
+    error = SystemError("cannot synchronise", files.directory);
+  }
+  const Error notFound = FindReplaced(state, publication);
+  return error ? error : notFound;
 }
 
 }  // namespace ox::internal

@@ -9,6 +9,8 @@
 // metadata is renamed to the commit file before, so that a crash leaves either the old files or
 // something to finish.
 //
+// A renewal: the staged metadata is renamed to the metadata file, and the manager reads it again.
+//
 // Where the manager does not follow, it is restarted, and its scan admits the pair.
 #ifndef OX_SESSION_PUBLISH_H_
 #define OX_SESSION_PUBLISH_H_
@@ -39,6 +41,10 @@ struct Publication {
 // synchronised. Success means that the new entry is in place. After an error that leaves the
 // outcome undecided the old entry serves (see Durability::kNone for the exception).
 Error Publish(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex);
+
+// The same for the staged metadata alone, in place of the metadata of the entry. kNotFound where it
+// is gone.
+Error PublishMetadata(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex);
 
 }  // namespace ox::internal
 

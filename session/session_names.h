@@ -47,6 +47,8 @@ class IdSource {
  public:
   IdSource();
   std::string Next();
+  // Of this session, and not to be foreseen.
+  std::uint64_t Secret() const { return session_; }
 
  private:
   std::uint64_t session_;

@@ -9,6 +9,8 @@
 #include "host/held_directories.h"
 #include "host/mutex.h"
 #include "session/directory_lock.h"
+#include "session/entry_name.h"
+#include "session/known_entries.h"
 #include "session/room.h"
 #include "session/running_cache.h"
 #include "session/session_names.h"
@@ -36,9 +38,14 @@ struct SessionState {
   RunningCache cache OX_GUARDED_BY(mutex);
   Room room OX_GUARDED_BY(mutex);
   IdSource ids OX_GUARDED_BY(mutex);
+  KnownEntries known OX_GUARDED_BY(mutex){ids.Secret()};
+  std::uint64_t damaged OX_GUARDED_BY(mutex) = 0;  // entries, since the session was opened
   // For opening content.
   HeldDirectories contentDirectory OX_GUARDED_BY(mutex);
 };
+
+// Whether the entry under this name is known to be another URL's, of the same digest.
+bool IsOfOtherUrl(const std::string& contentPath, const std::string& url);
 
 }  // namespace ox::internal
 

@@ -1,15 +1,16 @@
 // A writer's life: made by Store, filled by Write, turned into an entry by Commit, or dropped.
-#include <algorithm>
-#include <cerrno>
+#include <sys/stat.h>
 
+#include <algorithm>
+
+#include "session/crc32c.h"
 #include "session/durable_io.h"
-#include "session/entry_name.h"
+#include "session/entry_seal.h"
+#include "session/metadata_file.h"
 #include "session/module_text.h"
 #include "session/publish.h"
 #include "session/session_state.h"
-#include "session/utf8.h"
 #include "session/without_exceptions.h"
-#include <oxfilecache/format.h>
 
 namespace ox::internal {
 
@@ -26,6 +27,7 @@ struct Staging {
   std::string metadataPath;
   UniqueFd file;
   std::uint64_t contentBytes = 0;
+  std::uint32_t contentSum = 0;
   // Of a Write or a Commit that left it unknown what the file holds.
   Error failure;
   PublishOutcome outcome;
@@ -55,10 +57,7 @@ Error CheckCommit(const Staging& staging, const std::string& metadata) {
   if (staging.outcome.isDecided) return InvalidArgument("the writer is used up");
   if (staging.failure) return staging.failure;
   if (staging.contentBytes == 0) return InvalidArgument("an entry may not be empty");
-  if (metadata.empty() || metadata.size() > format::kTextBytes ||
-      !internal::IsAsciiText(metadata)) {
-    return InvalidArgument("metadata must be 1 to 1,024 bytes of ASCII without NUL");
-  }
+  if (Error error = internal::CheckMetadata(metadata)) return error;
   const CacheLimits& limits = staging.state.limits;
   const std::uint64_t bytes = staging.contentBytes + metadata.size();
   if (bytes <= limits.maxEntrySize && bytes <= limits.maxSize) return {};
@@ -67,25 +66,28 @@ Error CheckCommit(const Staging& staging, const std::string& metadata) {
 }
 
 Error StageMetadata(const Staging& staging, const std::string& metadata, std::int64_t time) {
-  const UniqueFd file = internal::CreateNewFile(staging.metadataPath);
-  if (!file.IsOpen() || !internal::WriteAll(file.Get(), metadata.data(), metadata.size())) {
-    return SystemError("cannot write", staging.metadataPath);
-  }
-  // Some cards belong to another user and refuse. The time that the file has then comes close.
-  if (!internal::SetFileTime(file.Get(), time) && !internal::IsLastingRefusal(errno)) {
-    return SystemError("cannot write", staging.metadataPath);
-  }
-  if (staging.state.options.durability != Durability::kPower) return {};
-  if (!internal::SyncFile(staging.file.Get()) || !internal::SyncFile(file.Get())) {
+  const internal::EntrySeal seal =
+      internal::MakeSeal(staging.url, staging.contentSum, staging.contentBytes, metadata);
+  const bool isSynchronised = staging.state.options.durability == Durability::kPower;
+  if (isSynchronised && !internal::SyncFile(staging.file.Get())) {
     return SystemError("cannot synchronise", staging.contentPath);
   }
-  return {};
+  return internal::StageMetadataFile(staging.metadataPath, metadata, time, &seal, isSynchronised);
 }
 
 Error PublishStaging(Staging& staging, const OxString& url, const OxString& metadata)
     OX_REQUIRES(staging.state.mutex) {
   if (Error error = staging.state.cache.EnsureCurrent()) return error;
   return internal::Publish(staging.state, {staging.share, url, metadata, staging.outcome});
+}
+
+// What was written a moment ago need not be read again.
+void NoteKnown(Staging& staging, const std::string& metadata) OX_REQUIRES(staging.state.mutex) {
+  struct stat status;
+  if (fstat(staging.file.Get(), &status) != 0) return;
+  internal::KnownEntries& known = staging.state.known;
+  known.Add(known.Fingerprint(staging.url, status, metadata),
+            staging.state.cache.Account().Entries());
 }
 
 // Room for the metadata, and its time of use.
@@ -124,7 +126,9 @@ Error CommitStaging(Staging& staging, const std::string& metadata) {
   const StagedMetadata staged(staging, metadata.size());
   if (Error error = StageMetadata(staging, metadata, time)) return error;
   const MutexLock lock(staging.state.mutex);
-  return PublishStaging(staging, url, text);
+  if (Error error = PublishStaging(staging, url, text)) return error;
+  NoteKnown(staging, metadata);
+  return {};
 }
 
 Error WriteStaging(Staging& staging, const void* data, std::size_t bytes) {
@@ -140,6 +144,7 @@ Error WriteStaging(Staging& staging, const void* data, std::size_t bytes) {
   if (!internal::WriteAll(staging.file.Get(), data, bytes)) {
     return SystemError("cannot write", staging.contentPath);
   }
+  staging.contentSum = internal::ExtendCrc32c(staging.contentSum, data, bytes);
   staging.contentBytes += bytes;
   return {};
 }

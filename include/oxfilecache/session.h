@@ -89,6 +89,22 @@ enum class Durability {
   kPower,
 };
 
+// How far a fetch makes sure that an entry is what was committed. A commit keeps the length and the
+// CRC-32C of the content, the CRC-32C of the metadata and the URL with the entry, as an extended
+// attribute of the metadata file. Where there is none nothing is checked: the file system has no
+// extended attributes, a copy of the cache lost them, or another program stored the entry.
+//
+// Whatever the choice, the URL, the length and the metadata are looked at when an entry is fetched
+// for the first time, and again after its content file was changed or replaced in any way that the
+// file system notes.
+enum class Check {
+  kNever,  // not the content's sum
+  // The content's sum at the same times. It reads the whole content, once for each start of the
+  // session. What this session has stored itself counts as looked at.
+  kOnce,
+  kAlways,  // the content's sum at every fetch: also finds a medium that changes bits
+};
+
 // How a session is opened. Only the directory has to be set.
 struct SessionOptions {
   // Holds "file-cache.conf" and, unless that names another directory, the cache. Made, with mode
@@ -102,6 +118,10 @@ struct SessionOptions {
   Durability durability = Durability::kProcess;
   // A fetch writes the time of use at most this often for each entry: flash wears.
   std::chrono::seconds touchInterval{60};
+  Check check = Check::kOnce;
+  // What Fetch says of an entry that was not what had been committed: kDamaged in place of
+  // kNotFound. It is deleted either way.
+  bool reportDamaged = false;
   // Open although the configuration admits no entry and the cache holds some, which deletes them.
   bool allowDeletingAll = false;
 };
@@ -124,6 +144,7 @@ struct SessionStatistics {
   // Files deleted since Open began because they belonged to no entry: staged files that a crash
   // left, content without metadata, metadata without content.
   std::uint64_t leftovers = 0;
+  std::uint64_t damaged = 0;  // entries deleted since Open since they were not what was committed
 };
 
 // A found entry. It owns the open file and has copies of the texts, so it stays good after the
@@ -197,9 +218,17 @@ class CacheSession {
   // since two of them could meet in one entry. kRefused when the cache is off (maxEntries is 0).
   std::unique_ptr<StoreWriter> Store(const std::string& url, Error* error);
 
-  // Empty with kNotFound when there is no such entry, with kInputOutput when a file of it cannot be
-  // read or its metadata was damaged; such an entry can be removed and replaced.
+  // Empty with kNotFound when there is no such entry, also when the entry under its name is known
+  // to be another URL's (two URLs can have one MD5 digest, which names the files) or was damaged
+  // and is deleted now (see Check). kInputOutput when a file of it cannot be read; such an entry
+  // can be removed and replaced.
   std::optional<FetchedEntry> Fetch(const std::string& url, Error* error);
+
+  // Replaces the metadata of an entry and leaves its content alone: one renaming, so that whatever
+  // happens the old metadata or the new one is there. Counts as a use of the entry. The limits of
+  // metadata and the guarantees of the session's durability are those of StoreWriter::Commit.
+  // kNotFound when there is no such entry.
+  Error SetMetadata(const std::string& url, const std::string& metadata);
 
   // Deletes the entry. kNotFound when there is none; kInputOutput when its files cannot be deleted.
   Error Remove(const std::string& url);

@@ -99,6 +99,7 @@ ExitStatus StatusOf(ErrorKind kind) {
     case ErrorKind::kRefused:
     case ErrorKind::kConfiguration:
     case ErrorKind::kInUse:
+    case ErrorKind::kDamaged:
       return ExitStatus::kNotDone;
     case ErrorKind::kInvalidArgument:
       return ExitStatus::kUsage;

@@ -2,6 +2,8 @@
 #include <set>
 #include <vector>
 
+#include "session/crc32c.h"
+#include "session/entry_seal.h"
 #include "session/session_names.h"
 #include "session/utf8.h"
 #include "tools/oxcache/byte_stream.h"
@@ -74,14 +76,28 @@ class Verifier {
     if (input == nullptr) return Add(name, error.Message());
     std::vector<char> piece(kPieceBytes);
     std::uint64_t total = 0;
+    std::uint32_t sum = 0;
     std::size_t bytes = 0;
     do {
       if (error = input->Read(piece.data(), piece.size(), &bytes); error) {
         return Add(name, error.Message());
       }
       total += bytes;
+      sum = internal::ExtendCrc32c(sum, piece.data(), bytes);
     } while (bytes > 0);
-    if (total == 0) Add(name, "empty content");
+    if (total == 0) return Add(name, "empty content");
+    CompareWithSeal(name, total, sum);
+  }
+
+  void CompareWithSeal(const std::string& name, std::uint64_t bytes, std::uint32_t sum) {
+    const auto seal = internal::ReadSeal(directory_ + "/" + name + format::kMetadataSuffix);
+    if (!seal) return;
+    if (seal->contentBytes != bytes) {
+      Add(name, "has " + std::to_string(bytes) + " bytes, and " +
+                    std::to_string(seal->contentBytes) + " were committed");
+    } else if (seal->contentSum != sum) {
+      Add(name, "is not what was committed: the CRC-32C differs");
+    }
   }
 
   void VerifyMetadata(const std::string& entryName, const std::string& name) {
@@ -96,7 +112,11 @@ class Verifier {
     if (metadata.find('\0') != std::string::npos) {
       return Add(name, "has a zero byte: the cache does not give back what follows it");
     }
-    if (!internal::IsStrictUtf8(metadata)) Add(name, "not valid UTF-8");
+    if (!internal::IsStrictUtf8(metadata)) return Add(name, "not valid UTF-8");
+    const auto seal = internal::ReadSeal(directory_ + "/" + name);
+    if (seal && !seal->HasMetadata(metadata)) {
+      Add(name, "is not what was committed: the CRC-32C differs");
+    }
   }
 
   const std::string directory_;

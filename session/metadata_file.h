@@ -1,0 +1,25 @@
+// The metadata file of an entry, as a commit and a renewal stage it.
+#ifndef OX_SESSION_METADATA_FILE_H_
+#define OX_SESSION_METADATA_FILE_H_
+
+#include <cstdint>
+#include <string>
+
+#include "session/entry_seal.h"
+#include <oxfilecache/error.h>
+
+namespace ox::internal {
+
+// kInvalidArgument unless the module gives the text back as it is: 1 to 1,024 bytes of ASCII
+// without NUL.
+Error CheckMetadata(const std::string& metadata);
+
+// Makes a new file of that text, time of use (nanoseconds since 1970) and seal, which may be
+// null. Left behind when
+// something fails.
+Error StageMetadataFile(const std::string& path, const std::string& metadata, std::int64_t time,
+                        const EntrySeal* seal, bool isSynchronised);
+
+}  // namespace ox::internal
+
+#endif

@@ -1,0 +1,95 @@
+// Replacing the metadata of an entry.
+#include "session/durable_io.h"
+#include "session/entry_seal.h"
+#include "session/metadata_file.h"
+#include "session/module_text.h"
+#include "session/publish.h"
+#include "session/session_state.h"
+#include "session/without_exceptions.h"
+#include <oxfilecache/format.h>
+
+namespace ox::session {
+
+using internal::MutexLock;
+using internal::SessionState;
+
+namespace {
+
+// A renewal's staged file, deleted and its room given back when it does not come into place.
+class StagedRenewal {
+ public:
+  explicit StagedRenewal(SessionState& sessionState) : state_(sessionState) {
+    const MutexLock lock(state_.mutex);
+    share.id = state_.ids.Next();
+    path = state_.limits.cacheDirectory + "/" + internal::StagedMetadataName(share.id);
+    state_.writers.Add(share);
+  }
+  ~StagedRenewal() {
+    if (outcome.isDecided) return;
+    const MutexLock lock(state_.mutex);
+    if (isMade) internal::DeleteFile(path);
+    state_.room.TakeBack(share, share.bytes);
+    state_.writers.Remove(share);
+  }
+  StagedRenewal(const StagedRenewal&) = delete;
+  StagedRenewal& operator=(const StagedRenewal&) = delete;
+
+  internal::WriterShare share;
+  std::string path;
+  bool isMade = false;
+  internal::PublishOutcome outcome;
+
+ private:
+  SessionState& state_;
+};
+
+struct Renewal {
+  const std::string& url;
+  const std::string& metadata;
+  const OxString urlText;
+  const OxString metadataText;
+};
+
+// Stages what the seal of the entry says, with the new metadata.
+Error Stage(SessionState& state, const Renewal& renewal, StagedRenewal* staged)
+    OX_REQUIRES(state.mutex) {
+  core::cache::CacheValue* value = state.cache.Find(renewal.urlText);
+  if (value == nullptr) return internal::NoEntry();
+  const std::string path = internal::ContentPath(*value);
+  auto seal = internal::ReadSeal(path + format::kMetadataSuffix);
+  if (seal && !seal->IsOf(renewal.url)) return internal::NoEntry();
+  const std::uint64_t contentBytes = internal::FileSize(path);
+  if (contentBytes == 0) return internal::NoEntry();
+  if (contentBytes + renewal.metadata.size() > state.limits.maxEntrySize)
+    return MakeError(ErrorKind::kRefused,
+                     "content and metadata together exceed the limit of one entry");
+  if (seal) seal->SetMetadata(renewal.metadata);
+  staged->isMade = true;
+  return internal::StageMetadataFile(staged->path, renewal.metadata, state.cache.Clock().Next(),
+                                     seal ? &*seal : nullptr,
+                                     state.options.durability == Durability::kPower);
+}
+
+// All under the mutex, so that the content stays the one that the seal is of.
+Error Renew(SessionState& state, const Renewal& renewal) {
+  StagedRenewal staged(state);
+  MutexLock lock(state.mutex);
+  if (Error error = state.cache.EnsureCurrent()) return error;
+  if (Error error = state.room.Grant(lock, staged.share, renewal.metadata.size())) return error;
+  if (Error error = Stage(state, renewal, &staged)) return error;
+  return internal::PublishMetadata(
+      state, {staged.share, renewal.urlText, renewal.metadataText, staged.outcome});
+}
+
+}  // namespace
+
+Error CacheSession::SetMetadata(const std::string& url, const std::string& metadata) {
+  return internal::WithoutExceptions([&]() -> Error {
+    if (Error error = internal::CheckUrl(url)) return error;
+    if (Error error = internal::CheckMetadata(metadata)) return error;
+    return Renew(*state_,
+                 {url, metadata, internal::ToOxString(url), internal::ToOxString(metadata)});
+  });
+}
+
+}  // namespace ox::session
