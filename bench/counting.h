@@ -3,6 +3,7 @@
 #ifndef OX_BENCH_COUNTING_H_
 #define OX_BENCH_COUNTING_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -18,6 +19,12 @@ HeapCounts CountedHeap();
 
 // Off until then: the count costs a little on each call.
 void CountHeap(bool isOn);
+
+// Bytes of the heap in use, as the C library rounds them, and the most since ForgetHeapPeak. Counted
+// from the start of the program on.
+std::size_t HeapInUse();
+std::size_t HeapPeak();
+void ForgetHeapPeak();
 
 // A system call that does nothing, found in the trace by its text.
 void MarkTrace(const std::string& text);

@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+#include "session/module_location.h"
+
 namespace ox::internal {
 namespace {
 
@@ -14,7 +16,8 @@ host::PosixKernel& ProcessKernel() {
 
 }  // namespace
 
-std::unique_ptr<ModuleHold> ModuleHold::Take(const std::string& modulePath, Error* error) {
+std::unique_ptr<ModuleHold> ModuleHold::Take(const std::string& wanted, Error* error) {
+  const std::string modulePath = wanted.empty() ? DefaultModulePath() : wanted;
   // Made before the flag is set: were memory to run out after that, the flag would stay set.
   std::unique_ptr<ModuleHold> hold(new ModuleHold);
   if (isHeld.exchange(true)) {

@@ -15,8 +15,9 @@ namespace ox::internal {
 
 class ModuleHold {
  public:
-  // Null and kInUse while another hold exists, kModule when the library cannot be loaded.
-  static std::unique_ptr<ModuleHold> Take(const std::string& modulePath, Error* error);
+  // An empty path means the default one. Null and kInUse while another hold exists, kModule when
+  // the library cannot be loaded.
+  static std::unique_ptr<ModuleHold> Take(const std::string& wanted, Error* error);
   ~ModuleHold();
   ModuleHold(const ModuleHold&) = delete;
   ModuleHold& operator=(const ModuleHold&) = delete;

@@ -60,9 +60,10 @@ Error Stage(SessionState& state, const Renewal& renewal, StagedRenewal* staged)
   if (seal && !seal->IsOf(renewal.url)) return internal::NoEntry();
   const std::uint64_t contentBytes = internal::FileSize(path);
   if (contentBytes == 0) return internal::NoEntry();
-  if (contentBytes + renewal.metadata.size() > state.limits.maxEntrySize)
+  if (contentBytes + renewal.metadata.size() > state.limits.maxEntrySize) {
     return MakeError(ErrorKind::kRefused,
                      "content and metadata together exceed the limit of one entry");
+  }
   if (seal) seal->SetMetadata(renewal.metadata);
   staged->isMade = true;
   return internal::StageMetadataFile(staged->path, renewal.metadata, state.cache.Clock().Next(),

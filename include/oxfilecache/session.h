@@ -2,7 +2,6 @@
 //
 //   ox::session::SessionOptions options;
 //   options.directory = "/var/cache/example";
-//   options.modulePath = "/usr/lib/oxfilecache/libox_file_cache.so";
 //   ox::Error error;
 //   auto session = ox::session::CacheSession::Open(options, &error);
 //   if (!session) return Report(error.Message());
@@ -111,10 +110,11 @@ struct SessionOptions {
   // 0700, when it is missing. In UTF-8; a relative one is taken from the working directory that the
   // process has at Open.
   std::string directory;
-  // The module's shared library; a name without "/" is looked for as dlopen(3) does. The Debian
-  // package keeps it in a folder of its own, where dlopen does not look; CMake gives its path as
-  // OxFileCache_MODULE.
-  std::string modulePath = "libox_file_cache.so";
+  // The module's shared library. Empty: the one that belongs to this library, which is looked for
+  // beside the executable, in "../lib/oxfilecache" seen from there, and where this library was
+  // configured to be installed (for a project that takes the sources in: where they are built). A
+  // name without "/" is looked for as dlopen(3) does.
+  std::string modulePath;
   Durability durability = Durability::kProcess;
   // A fetch writes the time of use at most this often for each entry: flash wears.
   std::chrono::seconds touchInterval{60};
@@ -248,7 +248,8 @@ class CacheSession {
 };
 
 // Reads the limits the way the module does, without scanning, deleting or making anything: the real
-// module is started over a file system that shows it the configuration and an empty directory.
+// module is started over a file system that shows it the configuration and an empty directory. An
+// empty modulePath means the default, as in SessionOptions.
 // kModule or kInputOutput on failure. Not while a session is open in this process.
 Error ReadLimits(const std::string& directory, const std::string& modulePath, CacheLimits* limits);
 

@@ -193,6 +193,7 @@ class Fetches(ToolCase):
                 shown += os.read(master, 4096)
             child.terminate()
         self.assertIn(b"1/3 files, 5 of 16E", shown)
+        self.assertEqual(os.listdir(self.path("out")), ["3"])
         os.close(master)
 
 

@@ -76,6 +76,8 @@ class Entries(ToolCase):
             (USAGE, "above", [*init, "--max-size", "1M", "--max-entry-size", "2M"], b""),
             (USAGE, "would be lost", [*init, "--directory", "a\nb"], b""),
             (INPUT_OUTPUT, "absent-file: No such file", ["put", "kept", "absent-file"], b""),
+            (INPUT_OUTPUT, "absent-meta: No such file",
+             ["put", "kept", small, "--meta-file", "absent-meta"], b""),
             (INPUT_OUTPUT, "Is a directory", ["put", "kept", self.scratch], b""),
             (INPUT_OUTPUT, r"a\?\[2J\?b\xe9\?\?: No",
              ["put", "kept", b"a\x1b[2J\nb\xc3\xa9\xc2\x9b\x9b"], b""),
@@ -172,7 +174,12 @@ class Configurations(ToolCase):
                 self.assertEqual([limits[key] for key in (
                     "max_size", "max_entries", "max_entry_size", "cache_directory")], expected)
         self.run_tool("put", "abc", stdin=b"1")
-        self.run_tool("init", "--force", says="1 entry left behind in .*elsewhere")
+        around = os.path.getsize(self.path("cache/file-cache.conf")) - len(self.path(far))
+        longest = "/" + "d" * (999 - around)  # in a text of 1000 bytes
+        again = ["init", "--force", "--max-size", "2048", "--directory"]
+        self.run_tool(*again, longest + "d", status=USAGE, says="too long")
+        self.run_tool(*again, longest, says="1 entry left behind in .*elsewhere")
+        self.assertEqual(self.report("limits")["cache_directory"], longest)
         before = self.read("cache/file-cache.conf")
         self.run_tool("init", status=NOT_DONE, says="--force")
         self.assertEqual(self.read("cache/file-cache.conf"), before)
@@ -224,10 +231,16 @@ class Configurations(ToolCase):
         self.run_tool("get", "abc", status=NOT_DONE)
 
     def test_only_an_empty_directory_becomes_a_cache_unasked(self):
-        self.write("cache/holiday.jpg", b"1")
-        self.run_tool("put", "abc", stdin=b"1", status=NOT_DONE, says="not empty.*oxcache init")
-        self.run_tool("get", "abc", status=NOT_DONE, says="no cache")
-        self.assertEqual(os.listdir(self.cache), ["holiday.jpg"])
+        part = "oxcache-0123456789abcdef.part"
+        self.write("again/" + part, b"# Limits")
+        self.run_tool("put", "abc", stdin=b"1", directory=self.path("again"))
+        for file in ("holiday.jpg", part[1:], part[:-1], part + "x", part.replace("-0", "-"),
+                     part.replace("f", "F")):
+            self.write("cache/" + file, b"1")
+            self.run_tool("put", "abc", stdin=b"1", status=NOT_DONE, says="not empty.*oxcache init")
+            self.run_tool("get", "abc", status=NOT_DONE, says="no cache")
+            self.assertEqual(os.listdir(self.cache), [file])
+            os.remove(self.path("cache", file))
 
     def test_a_new_file_system_is_an_empty_directory(self):
         os.makedirs(self.cache)
@@ -330,6 +343,7 @@ class Reports(ToolCase):
         listed = {entry["name"]: entry for entry in self.report("ls", status=INPUT_OUTPUT)}
         self.assertEqual((listed[name("E")]["metadata"], listed[name("1")]["metadata"][:5]),
                          (None, "first"))
+        self.assertIn("symbolic", listed[name("E")]["problem"])
 
     def test_reports_beside_an_owner_that_stores_and_removes(self):
         self.run_tool("put", "abc", stdin=b"1", directory=self.path("owned"))
@@ -366,8 +380,19 @@ class Reports(ToolCase):
         self.assertEqual(statistics["content_without_metadata"], [name("8")])
         self.assertEqual(statistics["foreign_files"], ["stranger"])
         text = self.run_tool("stat").decode()
-        self.assertRegex(text, r"entries +\[#{30}\] 233%  7 of 3")
+        self.assertRegex(text, r"\ntotal size .*\nentries +\[#{30}\] 233%  7 of 3\nlargest entry ")
         self.assertIn("foreign files:\n  stranger\n", text)
+
+    def test_ages_at_their_borders(self):
+        shutil.rmtree(self.cache)
+        for digit, border in enumerate((604800, 86400, 3600, 60)):
+            for entry, age in ((str(2 * digit), border), (str(2 * digit + 1), border - 9)):
+                self.age = age + 1000
+                self.pair(name(entry), b"1", b"m")
+        counts = [age["entries"] for age in self.report("stat")["last_used"]]
+        self.assertEqual(counts, [1, 2, 2, 2, 1])
+        ages = [line.split()[3] for line in self.run_tool("ls").decode().splitlines()]
+        self.assertEqual(ages[1:], ["1m", "59m", "1h", "23h", "1d", "6d", "7d"])
 
     def test_trim_leaves_what_a_start_keeps_and_counts_what_the_opening_deleted(self):
         self.run_tool("trim", says="4 entries and 2 files that belonged to no entry deleted")

@@ -32,7 +32,7 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions* options) {
       ->check(NotEmpty())
       ->type_name("DIR");
   app.add_option("--module", options->modulePath,
-                 "The module (default: beside the tool, in ../lib, or where the loader finds it)")
+                 "The module (default: beside the tool, or the installed one)")
       ->check(NotEmpty())
       ->type_name("FILE");
   app.add_option_function<std::string>(

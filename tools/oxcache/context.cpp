@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "session/module_location.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/configuration.h"
 #include "tools/oxcache/module_path.h"
@@ -113,8 +114,8 @@ ExitStatus StatusOf(ErrorKind kind) {
 
 Context::Context(GlobalOptions options) : options_(std::move(options)) {
   if (options_.directory.empty()) options_.directory = DefaultDirectory();
-  options_.modulePath =
-      options_.modulePath.empty() ? DefaultModulePath() : TypedModulePath(options_.modulePath);
+  options_.modulePath = options_.modulePath.empty() ? internal::DefaultModulePath()
+                                                    : TypedModulePath(options_.modulePath);
 }
 
 CacheSession* Context::Session(Purpose purpose, Error* error) {

@@ -1,14 +1,10 @@
-// Where the module and the cache are when no option names them.
+// The module that an option names, and the cache when none names it.
 #ifndef OX_TOOLS_OXCACHE_MODULE_PATH_H_
 #define OX_TOOLS_OXCACHE_MODULE_PATH_H_
 
 #include <string>
 
 namespace ox::tools {
-
-// The module beside the executable, where it is installed with the executable, or in "../lib";
-// otherwise its bare name, for the loader to find.
-std::string DefaultModulePath();
 
 // For the loader: a typed name without "/" becomes "./NAME" when the current directory has that
 // file.

@@ -1,6 +1,7 @@
 #include "tools/oxcache/temporary_file.h"
 
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 
@@ -23,16 +24,14 @@ constexpr std::size_t kDigits = 16;
 // That many random names are taken only when something makes files as fast as they are tried.
 constexpr int kTries = 100;
 
-// Without waiting: where the kernel has no random bytes yet, a number that differs from run to run
-// must do, since O_EXCL protects against a guessed name as well.
+// Without waiting: where the kernel has no random bytes yet the time must do, since O_EXCL protects
+// against a guessed name as well.
 std::uint64_t RandomNumber() {
-  std::uint64_t number = 0;
-  if (getrandom(&number, sizeof number, GRND_NONBLOCK) == sizeof number) return number;
-  static std::uint64_t count = 0;
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
-  number = static_cast<std::uint64_t>(now.tv_nsec) << 32 ^ static_cast<std::uint64_t>(now.tv_sec);
-  return number ^ static_cast<std::uint64_t>(getpid()) << 16 ^ ++count;
+  auto number = static_cast<std::uint64_t>(now.tv_nsec);
+  static_cast<void>(getrandom(&number, sizeof number, GRND_NONBLOCK));
+  return number;
 }
 
 std::string RandomName() {
@@ -118,12 +117,10 @@ Error TemporaryFile::PutInPlaceOnMedium() {
 }
 
 bool IsTemporaryName(const std::string& name) {
-  const std::string prefix = kPrefix;
-  const std::string suffix = kSuffix;
-  return name.size() == prefix.size() + kDigits + suffix.size() &&
-         name.compare(0, prefix.size(), prefix) == 0 &&
-         name.find_first_not_of("0123456789abcdef", prefix.size()) == prefix.size() + kDigits &&
-         name.compare(prefix.size() + kDigits, suffix.size(), suffix) == 0;
+  std::string pattern = kPrefix;
+  for (std::size_t digit = 0; digit < kDigits; ++digit)
+    pattern += "[0-9a-f]";
+  return fnmatch((pattern + kSuffix).c_str(), name.c_str(), 0) == 0;
 }
 
 }  // namespace ox::tools
