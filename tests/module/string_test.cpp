@@ -208,6 +208,8 @@ TEST_F(StringTest, TakesItselfItsOwnUtf8AndIsTaken) {
   EXPECT_STREQ("abcabcabcabc", text.UTF8());
   const OxString taken(std::move(text));
   EXPECT_EQ(0U, text.Length());
+  text.Append("new");
+  EXPECT_STREQ("new", text.UTF8());
   EXPECT_STREQ("abcabcabcabc", taken.UTF8());
 }
 

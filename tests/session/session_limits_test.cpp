@@ -1,5 +1,4 @@
 // What the limits allow, what goes when they are reached, and in which order.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 

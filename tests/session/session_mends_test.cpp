@@ -13,7 +13,6 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <functional>
 #include <thread>
 
 #include "tests/support/session_rig.h"
