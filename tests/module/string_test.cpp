@@ -86,6 +86,7 @@ TEST_F(StringTest, SequencesCutShortByTheEnd) {
     std::string behind;
     Units units;
   } cases[] = {
+      {"ab", "", {'a', 'b'}},
       {"\xC3", "", {0x40}},
       {"x\xE2\x82", "", {'x', 0x2000}},
       {"\xF1", "", {0xFFFD}},
