@@ -83,7 +83,8 @@ bool ListDirectory(const char* path, DirectoryListing* listing) {
     const bool isRegular = S_ISREG(status.st_mode);
     found.entries.push_back({found.names.Add(file->d_name), status.st_mtim,
                              isRegular ? static_cast<std::uint64_t>(status.st_size) : 0,
-                             S_ISDIR(status.st_mode), isRegular});
+                             static_cast<std::uint64_t>(status.st_blocks), S_ISDIR(status.st_mode),
+                             isRegular});
   }
   if (errno != 0) return false;
   *listing = std::move(found);

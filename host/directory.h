@@ -28,7 +28,8 @@ class NameArena {
 struct DirectoryEntry {
   std::string_view name;  // in the listing's arena
   timespec modified;
-  std::uint64_t size;  // bytes, 0 for anything but a regular file
+  std::uint64_t size;    // bytes, 0 for anything but a regular file
+  std::uint64_t blocks;  // allocated to it, of 512 bytes
   bool isDirectory;
   bool isRegular;
 };

@@ -108,17 +108,21 @@ void ResetImpossibleTimes(const std::string& directory, Survey* survey) {
   std::rotate(entries.begin(), firstImpossible, entries.end());
 }
 
-Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits, Survey* survey,
-                   std::uint64_t* deleted) {
+Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits,
+                   const AllocationUnit& unit, Survey* survey, std::uint64_t* deleted) {
   std::vector<SurveyedEntry>& entries = survey->entries;
   // Those that stay move to the end, in their order.
   auto kept = entries.rbegin();
   std::uint64_t bytes = 0;
   *deleted = 0;
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-    const std::uint64_t size = entry->contentBytes + entry->metadataBytes;
-    if (IsAdmissible(*entry, limits) && kept - entries.rbegin() < limits.maxEntries &&
-        bytes + size <= limits.maxSize) {
+    const std::uint64_t size = unit.OnDisk(entry->contentBytes) +
+                               unit.OfMetadata(entry->metadataBytes, entry->metadataBlocks);
+    const auto count = static_cast<std::size_t>(kept - entries.rbegin());
+    // Alone, an entry may take more blocks than the limit of the whole cache has bytes.
+    const bool fits = count == 0 ? entry->contentBytes + entry->metadataBytes <= limits.maxSize
+                                 : bytes + size <= limits.maxSize;
+    if (fits && IsAdmissible(*entry, limits) && count < limits.maxEntries) {
       bytes += size;
       *kept++ = *entry;
       continue;

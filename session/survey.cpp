@@ -104,7 +104,8 @@ class Surveyor {
       return false;
     }
     // Copied, since the listing holds twice as many names and does not live long.
-    survey_->entries.push_back({survey_->names.Add(name), content->size, file.size, file.modified});
+    survey_->entries.push_back(
+        {survey_->names.Add(name), content->size, file.size, file.blocks, file.modified});
     survey_->bytes += content->size + file.size;
     return true;
   }
