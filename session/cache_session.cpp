@@ -68,10 +68,6 @@ Error CacheSession::Trim(std::uint64_t* deleted) {
   });
 }
 
-const CacheLimits& CacheSession::Limits() const {
-  return state_->limits;
-}
-
 SessionStatistics CacheSession::Statistics() const {
   const MutexLock lock(state_->mutex);
   internal::RunningCache& cache = state_->cache;
