@@ -22,10 +22,6 @@ namespace {
 
 using EntriesByName = std::map<std::string, ListedEntry>;
 
-std::uint64_t SizeOf(const std::string& path) {
-  return static_cast<std::uint64_t>(StatusOfFile(path).st_size);
-}
-
 // As the recovery will put it in place.
 void AddUnfinished(const std::string& directory, const std::string& commitName,
                    EntriesByName* entries) {
@@ -34,8 +30,8 @@ void AddUnfinished(const std::string& directory, const std::string& commitName,
   if (!ParseCommitFileName(commitName, &entry.name, &id)) return;
   struct stat metadata;
   if (lstat((directory + "/" + commitName).c_str(), &metadata) != 0) return;
-  entry.contentBytes = SizeOf(directory + "/" + StagedContentName(id));
-  if (entry.contentBytes == 0) entry.contentBytes = SizeOf(directory + "/" + entry.name);
+  entry.contentBytes = FileSize(directory + "/" + StagedContentName(id));
+  if (entry.contentBytes == 0) entry.contentBytes = FileSize(directory + "/" + entry.name);
   if (entry.contentBytes == 0) return;
   entry.metadataName = commitName;
   entry.metadataBytes = static_cast<std::uint64_t>(metadata.st_size);
