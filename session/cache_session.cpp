@@ -33,8 +33,10 @@ using internal::MutexLock;
 CacheSession::CacheSession() = default;
 CacheSession::~CacheSession() {
   // In a forked child the manager is the parent's: its locks may be held by threads that are not
-  // there, and it would delete files.
-  if (state_ != nullptr && !state_->directoryLock->IsHeld()) static_cast<void>(state_.release());
+  // there, and it would delete files. So it is never destroyed.
+  if (state_ != nullptr && !state_->directoryLock->IsHeld()) {
+    static_cast<void>(new std::shared_ptr<internal::SessionState>(state_));
+  }
 }
 
 std::unique_ptr<CacheSession> CacheSession::Open(const SessionOptions& options, Error* error) {

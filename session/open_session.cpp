@@ -110,7 +110,7 @@ Error MakeDirectory(std::string* directory) {
 
 }  // namespace
 
-Error OpenSessionState(SessionOptions options, std::unique_ptr<SessionState>* state) {
+Error OpenSessionState(SessionOptions options, std::shared_ptr<SessionState>* state) {
   Error error;
   if ((error = MakeDirectory(&options.directory))) return error;
   auto module = ModuleHold::Take(options.modulePath, &error);
@@ -129,7 +129,7 @@ Error OpenSessionState(SessionOptions options, std::unique_ptr<SessionState>* st
   if ((error = RefuseToDeleteAll(options, limits))) return error;
   ConfigurationSnapshot::Write(options.directory, limits, &configuration);
 
-  auto opened = std::make_unique<SessionState>(
+  auto opened = std::make_shared<SessionState>(
       options, std::move(limits), std::move(lock),
       RunningCache::Foundation{options.directory, std::move(configuration), std::move(module)});
   const MutexLock guard(opened->mutex);

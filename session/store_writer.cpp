@@ -16,11 +16,13 @@ namespace ox::internal {
 
 // One entry on its way in.
 struct Staging {
-  Staging(SessionState& session, std::string newUrl, std::string newId)
-      : state(session), url(std::move(newUrl)) {
+  Staging(const std::shared_ptr<SessionState>& openSession, std::string newUrl, std::string newId)
+      : session(openSession), state(*openSession), url(std::move(newUrl)) {
     share.id = std::move(newId);
   }
 
+  // Gone once the session is closed. Each call of the writer holds it while it uses the state.
+  const std::weak_ptr<SessionState> session;
   SessionState& state;
   const std::string url;
   std::string contentPath;
@@ -39,6 +41,7 @@ struct Staging {
 namespace ox::session {
 
 using internal::MutexLock;
+using internal::PublishOutcome;
 using internal::SessionState;
 using internal::Staging;
 
@@ -51,6 +54,10 @@ bool IsOurs(const Staging& staging) {
 
 Error InvalidArgument(const char* detail) {
   return MakeError(ErrorKind::kInvalidArgument, detail);
+}
+
+Error Closed() {
+  return InvalidArgument("the session of the writer is closed");
 }
 
 Error CheckCommit(const Staging& staging, const std::string& metadata) {
@@ -149,9 +156,20 @@ Error WriteStaging(Staging& staging, const void* data, std::size_t bytes) {
   return {};
 }
 
+// The name of a staged file is never used again, so this one may be deleted without the lock. Kept
+// where a start may need it to finish a commit.
+void DropClosed(const Staging& staging) {
+  const PublishOutcome& outcome = staging.outcome;
+  if (staging.file.IsOpen() && !outcome.isDecided && !outcome.mayBeDecided) {
+    internal::DeleteFile(staging.contentPath);
+  }
+}
+
 void Drop(Staging& staging) {
+  const auto session = staging.session.lock();
+  if (session == nullptr) return DropClosed(staging);
   if (staging.outcome.isDecided || !IsOurs(staging)) return;
-  SessionState& state = staging.state;
+  SessionState& state = *session;
   const MutexLock lock(state.mutex);
   if (staging.outcome.mayBeDecided) {
     // The restart deletes the content, once the directory is on the medium as it is.
@@ -183,7 +201,7 @@ std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* 
     {
       const MutexLock lock(state.mutex);
       if (Error failed = state.cache.EnsureCurrent()) return failed;
-      auto staging = std::make_unique<Staging>(state, url, state.ids.Next());
+      auto staging = std::make_unique<Staging>(state_, url, state.ids.Next());
       const std::string& directory = state.limits.cacheDirectory;
       staging->contentPath = directory + "/" + internal::StagedContentName(staging->share.id);
       staging->metadataPath = directory + "/" + internal::StagedMetadataName(staging->share.id);
@@ -201,6 +219,8 @@ std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* 
 
 Error StoreWriter::Write(const void* data, std::size_t bytes) {
   return internal::WithoutExceptions([&]() -> Error {
+    const auto session = staging_->session.lock();
+    if (session == nullptr) return Closed();
     if (staging_->outcome.isDecided) return InvalidArgument("the writer is used up");
     if (!staging_->failure) staging_->failure = WriteStaging(*staging_, data, bytes);
     return staging_->failure;
@@ -208,7 +228,10 @@ Error StoreWriter::Write(const void* data, std::size_t bytes) {
 }
 
 Error StoreWriter::Commit(const std::string& metadata) {
-  return internal::WithoutExceptions([&] { return CommitStaging(*staging_, metadata); });
+  return internal::WithoutExceptions([&] {
+    const auto session = staging_->session.lock();
+    return session != nullptr ? CommitStaging(*staging_, metadata) : Closed();
+  });
 }
 
 }  // namespace ox::session

@@ -33,7 +33,7 @@
 // it first; it may not be null.
 //
 // Threads: every function of a session from any thread. A StoreWriter and a FetchedEntry belong to
-// one thread at a time; writers must be gone before their session is.
+// one thread at a time.
 //
 // Processes: a child made with fork has no part in the lock, also when it lives longer than its
 // parent. Its copies of a session and of writers are not for use: Fetch, Remove, Trim, Write and
@@ -159,7 +159,10 @@ struct FetchedEntry {
 // One entry on its way in, from CacheSession::Store. Destroying it without a successful Commit
 // leaves the older entry of its URL as it was; what was evicted for its bytes stays evicted.
 //
-// Threads: one at a time. It must be gone before its session is.
+// Once the session is destroyed, Write and Commit are errors (kInvalidArgument). A call that is
+// under way then on another thread comes to its end, and only after that the directory is free.
+//
+// Threads: one at a time.
 class StoreWriter {
  public:
   ~StoreWriter();
@@ -244,7 +247,7 @@ class CacheSession {
 
  private:
   CacheSession();
-  std::unique_ptr<internal::SessionState> state_;
+  std::shared_ptr<internal::SessionState> state_;  // shared with calls of writers alone
 };
 
 // Reads the limits the way the module does, without scanning, deleting or making anything: the real
