@@ -25,7 +25,7 @@ CacheSession::~CacheSession() {
   // In a forked child the manager is the parent's: its locks may be held by threads that are not
   // there, and it would delete files. So it is never destroyed.
   if (state_ != nullptr && !state_->directoryLock->IsHeld()) {
-    static_cast<void>(new std::shared_ptr<internal::SessionState>(state_));
+    state_->itself = state_;
   }
 }
 

@@ -32,6 +32,9 @@ struct SessionState {
   const session::CacheLimits limits;
   const std::unique_ptr<DirectoryLock> directoryLock;
 
+  // Set where this must never be destroyed.
+  std::shared_ptr<SessionState> itself;
+
   // Held during every call of the manager; let go while content is written and synchronised.
   Mutex mutex;
   WriterList writers OX_GUARDED_BY(mutex);
