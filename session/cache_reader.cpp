@@ -10,6 +10,7 @@
 #include "session/committed_pair.h"
 #include "session/durable_io.h"
 #include "session/entry_name.h"
+#include "session/listing.h"
 #include "session/session_names.h"
 #include "session/survey.h"
 #include "session/text_file.h"
@@ -55,8 +56,8 @@ void AddUnfinished(const std::string& directory, const std::string& commitName,
   std::uint64_t content = internal::FileSize(directory + "/" + internal::StagedContentName(id));
   if (content == 0) content = internal::FileSize(directory + "/" + name);
   if (content == 0) return;
-  (*entries)[name] = {name, content, static_cast<std::uint64_t>(metadata.st_size),
-                      metadata.st_mtim};
+  (*entries)[name] = {name, internal::SealedUrl(directory + "/" + commitName), content,
+                      static_cast<std::uint64_t>(metadata.st_size), metadata.st_mtim};
 }
 
 bool IsOlder(const ListedEntry& a, const ListedEntry& b) {
@@ -115,8 +116,8 @@ std::vector<ListedEntry> CacheReader::List(Error* error) const {
     }
     // By name: a listing of a directory that is being changed may show a file twice.
     EntriesByName entries;
-    for (const auto& [name, contentBytes, metadataBytes, used] : survey.entries)
-      entries[name] = {name, contentBytes, metadataBytes, used};
+    for (const internal::SurveyedEntry& entry : survey.entries)
+      entries[entry.name] = internal::ToListed(cacheDirectory_, entry);
     for (const std::string& name : survey.staging)
       AddUnfinished(cacheDirectory_, name, &entries);
     for (auto& [name, entry] : entries)

@@ -24,14 +24,13 @@
 #ifndef OXFILECACHE_READER_H_
 #define OXFILECACHE_READER_H_
 
-#include <cstdint>
-#include <ctime>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include <oxfilecache/error.h>
+#include <oxfilecache/listed_entry.h>
 #include <oxfilecache/session.h>
 
 namespace ox::session {
@@ -44,14 +43,6 @@ struct ReaderOptions {
   // Where the entries are, in place of what the configuration says, which is not looked at then:
   // the CACHE_DIRECTORY in an image is a path of the device.
   std::string cacheDirectory;
-};
-
-// What a listing tells of an entry.
-struct ListedEntry {
-  std::string name;  // of the content file, without the directory
-  std::uint64_t contentBytes = 0;
-  std::uint64_t metadataBytes = 0;
-  timespec used{};  // last use, as far as sessions have noted it
 };
 
 // Threads: every function from any thread; nothing is shared between the calls.

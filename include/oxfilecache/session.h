@@ -50,9 +50,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/error.h>
+#include <oxfilecache/listed_entry.h>
 
 namespace ox::internal {
 struct SessionState;
@@ -156,6 +159,12 @@ struct FetchedEntry {
   std::string path;        // of the content file, for messages; do not open it again
 };
 
+// A found entry, all of it in memory.
+struct WholeEntry {
+  std::string content;
+  std::string metadata;  // exactly what was committed
+};
+
 // One entry on its way in, from CacheSession::Store. Destroying it without a successful Commit
 // leaves the older entry of its URL as it was; what was evicted for its bytes stays evicted.
 //
@@ -226,6 +235,19 @@ class CacheSession {
   // and is deleted now (see Check). kInputOutput when a file of it cannot be read; such an entry
   // can be removed and replaced.
   std::optional<FetchedEntry> Fetch(const std::string& url, Error* error);
+
+  // Store, Write and Commit in one.
+  Error StoreWhole(const std::string& url, std::string_view content, const std::string& metadata);
+  // Fetch, and the content read into memory: kOutOfMemory where it does not fit there.
+  std::optional<WholeEntry> FetchWhole(const std::string& url, Error* error);
+
+  // Whether there is an entry of that URL. No use of it: neither its time nor the order of eviction
+  // changes. Looks at names, sizes and URL alone, so a Fetch may still find the entry damaged.
+  bool Contains(const std::string& url, Error* error);
+
+  // The entries, in the order of the times of use on disk, least recently used first. Nobody can
+  // use the session meanwhile: reads the directory and each entry's URL.
+  std::vector<ListedEntry> List(Error* error);
 
   // Replaces the metadata of an entry and leaves its content alone: one renaming, so that whatever
   // happens the old metadata or the new one is there. Counts as a use of the entry. The limits of

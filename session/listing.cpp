@@ -1,0 +1,62 @@
+#include "session/listing.h"
+
+#include "session/durable_io.h"
+#include "session/entry_seal.h"
+#include "session/session_state.h"
+#include "session/without_exceptions.h"
+#include <oxfilecache/format.h>
+
+namespace ox::internal {
+
+std::string SealedUrl(const std::string& metadataPath) {
+  const auto seal = ReadSeal(metadataPath);
+  return seal ? seal->url : std::string();
+}
+
+session::ListedEntry ToListed(const std::string& directory, const SurveyedEntry& entry) {
+  return {entry.name, SealedUrl(directory + "/" + entry.name + format::kMetadataSuffix),
+          entry.contentBytes, entry.metadataBytes, entry.used};
+}
+
+}  // namespace ox::internal
+
+namespace ox::session {
+
+using internal::MutexLock;
+
+std::vector<ListedEntry> CacheSession::List(Error* error) {
+  std::vector<ListedEntry> list;
+  *error = internal::WithoutExceptions([&]() -> Error {
+    const std::string& directory = state_->limits.cacheDirectory;
+    const MutexLock lock(state_->mutex);
+    if (Error failed = state_->cache.EnsureCurrent()) return failed;
+    internal::Survey survey;
+    if (Error failed = internal::SurveyDirectory(directory, &survey)) return failed;
+    std::vector<ListedEntry> found;
+    found.reserve(survey.entries.size());
+    for (const internal::SurveyedEntry& entry : survey.entries)
+      found.push_back(internal::ToListed(directory, entry));
+    list = std::move(found);
+    return {};
+  });
+  return list;
+}
+
+// The manager cannot be asked: finding an entry makes it the one used last.
+bool CacheSession::Contains(const std::string& url, Error* error) {
+  *error = internal::WithoutExceptions([&]() -> Error {
+    if (Error invalid = internal::CheckUrl(url)) return invalid;
+    const std::string path = state_->limits.cacheDirectory + "/" + internal::ContentName(url);
+    const MutexLock lock(state_->mutex);
+    if (Error failed = state_->cache.EnsureCurrent()) return failed;
+    const bool isThere = internal::FileSize(path) > 0 &&
+                         internal::FileSize(path + format::kMetadataSuffix) > 0 &&
+                         !internal::IsOfOtherUrl(path, url);
+    return isThere ? Error{} : internal::NoEntry();
+  });
+  const bool isThere = !*error;
+  if (error->kind == ErrorKind::kNotFound) *error = {};
+  return isThere;
+}
+
+}  // namespace ox::session
