@@ -2,6 +2,7 @@
 #include <cerrno>
 
 #include "session/entry_seal.h"
+#include "session/eviction_news.h"
 #include "session/module_text.h"
 #include "session/open_session.h"
 #include "session/without_exceptions.h"
@@ -20,6 +21,20 @@ namespace ox::session {
 
 using internal::MutexLock;
 
+namespace {
+
+// All but the damaged ones.
+std::uint64_t Trimmed(const internal::EvictionLog& evictions) {
+  std::uint64_t count = 0;
+  for (const EvictionReason reason : {EvictionReason::kRoom, EvictionReason::kTrim,
+                                      EvictionReason::kAge, EvictionReason::kLimits}) {
+    count += evictions.Count(reason);
+  }
+  return count;
+}
+
+}  // namespace
+
 CacheSession::CacheSession() = default;
 CacheSession::~CacheSession() {
   // In a forked child the manager is the parent's: its locks may be held by threads that are not
@@ -34,7 +49,9 @@ std::unique_ptr<CacheSession> CacheSession::Open(const SessionOptions& options, 
   *error = internal::WithoutExceptions([&] {
     std::unique_ptr<CacheSession> session(new CacheSession);
     Error result = internal::OpenSessionState(options, &session->state_);
-    if (!result) opened = std::move(session);
+    if (result) return result;
+    const internal::EvictionNews news(*session->state_);
+    opened = std::move(session);
     return result;
   });
   return opened;
@@ -44,6 +61,7 @@ Error CacheSession::Remove(const std::string& url) {
   return internal::WithoutExceptions([&]() -> Error {
     if (Error error = internal::CheckUrl(url)) return error;
     const OxString text = internal::ToOxString(url);
+    const internal::EvictionNews news(*state_);
     const MutexLock lock(state_->mutex);
     internal::RunningCache& cache = state_->cache;
     if (Error error = cache.EnsureCurrent()) return error;
@@ -53,19 +71,22 @@ Error CacheSession::Remove(const std::string& url) {
     if (internal::IsOfOtherUrl(path, url)) return internal::NoEntry();
     cache.Remove(value);
     const bool isGone = !cache.Account().IsStale() || cache.Account().DeletionError() == ENOENT;
-    return isGone ? Error{} : cache.DeletionFailed("cannot delete", path);
+    if (!isGone) return cache.DeletionFailed("cannot delete", path);
+    ++state_->counts.removed;
+    return {};
   });
 }
 
 Error CacheSession::Trim(std::uint64_t* deleted) {
   return internal::WithoutExceptions([&] {
+    const internal::EvictionNews news(*state_);
     const MutexLock lock(state_->mutex);
     internal::RunningCache& cache = state_->cache;
-    const std::uint64_t before = cache.Trimmed();
+    const std::uint64_t before = Trimmed(cache.Evictions());
     Error error = cache.EnsureCurrent();
     if (!error) error = state_->room.MakeReserve();
     if (!error) error = cache.Restart();
-    if (deleted != nullptr) *deleted = cache.Trimmed() - before;
+    if (deleted != nullptr) *deleted = Trimmed(cache.Evictions()) - before;
     return error;
   });
 }
@@ -75,10 +96,25 @@ const CacheLimits& CacheSession::Limits() const {
 }
 
 SessionStatistics CacheSession::Statistics() const {
+  const internal::SessionCounts& counts = state_->counts;
+  SessionStatistics statistics;
+  statistics.hits = counts.hits;
+  statistics.misses = counts.misses;
+  statistics.stores = counts.stores;
+  statistics.renewals = counts.renewals;
+  statistics.removed = counts.removed;
   const MutexLock lock(state_->mutex);
   internal::RunningCache& cache = state_->cache;
-  return {cache.Account().Entries(), cache.Account().Bytes(), cache.Restarts(),
-          cache.Trimmed(),           cache.Leftovers(),       state_->damaged};
+  statistics.entries = cache.Account().Entries();
+  statistics.bytes = cache.Account().Bytes();
+  statistics.restarts = cache.Restarts();
+  statistics.leftovers = cache.Leftovers();
+  const internal::EvictionLog& evictions = cache.Evictions();
+  statistics.trimmed = Trimmed(evictions);
+  for (std::size_t reason = 0; reason < kEvictionReasons; ++reason)
+    statistics.evictions[reason] = evictions.Count(static_cast<EvictionReason>(reason));
+  statistics.damaged = evictions.Count(EvictionReason::kDamaged);
+  return statistics;
 }
 
 }  // namespace ox::session

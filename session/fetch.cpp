@@ -7,6 +7,7 @@
 
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
+#include "session/eviction_news.h"
 #include "session/module_text.h"
 #include "session/session_state.h"
 #include "session/without_exceptions.h"
@@ -109,8 +110,9 @@ Error CheckSeal(SessionState& state, const std::string& url, Finding* finding)
 
 // The content was deleted, cut or changed by somebody else or a power cut.
 void RemoveDamaged(SessionState& state, CacheValue& value) OX_REQUIRES(state.mutex) {
+  const std::string path = internal::ContentPath(value);
+  state.cache.Evictions().Note(EvictionReason::kDamaged, path, internal::FileSize(path));
   state.cache.Remove(&value);
-  ++state.damaged;
 }
 
 Error Find(SessionState& state, const std::string& url, const OxString& text, Finding* finding)
@@ -157,11 +159,20 @@ Error CheckSum(SessionState& state, const OxString& text, const Finding& finding
 Error FetchEntry(SessionState& state, const std::string& url, Finding* finding) {
   if (Error invalid = internal::CheckUrl(url)) return invalid;
   const OxString text = internal::ToOxString(url);
+  const internal::EvictionNews news(state);
   {
     const MutexLock lock(state.mutex);
     if (Error error = Find(state, url, text, finding)) return error;
   }
   return finding->expectedSum ? CheckSum(state, text, *finding) : Error{};
+}
+
+void Count(internal::SessionCounts& counts, const Error& result) {
+  if (!result) {
+    ++counts.hits;
+  } else if (result.kind == ErrorKind::kNotFound || result.kind == ErrorKind::kDamaged) {
+    ++counts.misses;
+  }
 }
 
 }  // namespace
@@ -171,8 +182,10 @@ std::optional<FetchedEntry> CacheSession::Fetch(const std::string& url, Error* e
   *error = internal::WithoutExceptions([&]() -> Error {
     Finding finding;
     Error result = FetchEntry(*state_, url, &finding);
-    if (result.kind == ErrorKind::kDamaged && !state_->options.reportDamaged)
+    Count(state_->counts, result);
+    if (result.kind == ErrorKind::kDamaged && !state_->options.reportDamaged) {
       return internal::NoEntry();
+    }
     if (!result) found = std::move(finding.entry);
     return result;
   });

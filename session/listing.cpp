@@ -2,7 +2,7 @@
 
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
-#include "session/session_state.h"
+#include "session/eviction_news.h"
 #include "session/without_exceptions.h"
 #include <oxfilecache/format.h>
 
@@ -28,6 +28,7 @@ std::vector<ListedEntry> CacheSession::List(Error* error) {
   std::vector<ListedEntry> list;
   *error = internal::WithoutExceptions([&]() -> Error {
     const std::string& directory = state_->limits.cacheDirectory;
+    const internal::EvictionNews news(*state_);
     const MutexLock lock(state_->mutex);
     if (Error failed = state_->cache.EnsureCurrent()) return failed;
     internal::Survey survey;
@@ -47,6 +48,7 @@ bool CacheSession::Contains(const std::string& url, Error* error) {
   *error = internal::WithoutExceptions([&]() -> Error {
     if (Error invalid = internal::CheckUrl(url)) return invalid;
     const std::string path = state_->limits.cacheDirectory + "/" + internal::ContentName(url);
+    const internal::EvictionNews news(*state_);
     const MutexLock lock(state_->mutex);
     if (Error failed = state_->cache.EnsureCurrent()) return failed;
     const bool isThere = internal::FileSize(path) > 0 &&

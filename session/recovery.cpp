@@ -10,6 +10,9 @@
 #include "session/use_clock.h"
 
 namespace ox::internal {
+
+using session::EvictionReason;
+
 namespace {
 
 Error Delete(const std::string& path) {
@@ -48,14 +51,16 @@ bool IsAdmissible(const SurveyedEntry& entry, const session::CacheLimits& limits
   return entry.contentBytes > 0 && entry.contentBytes + entry.metadataBytes <= limits.maxEntrySize;
 }
 
+}  // namespace
+
 // Content first: metadata without content is deleted by any scan, content without metadata is not.
-Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry) {
+Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry,
+                  std::optional<EvictionReason> reason, EvictionLog& evictions) {
   const std::string content = directory + "/" + entry.name;
   if (Error error = Delete(content)) return error;
+  if (reason) evictions.Note(*reason, content, entry.contentBytes);
   return Delete(content + format::kMetadataSuffix);
 }
-
-}  // namespace
 
 Error FinishCommits(const std::string& directory, Survey* survey) {
   if (Error error = SurveyDirectory(directory, survey)) return error;
@@ -109,10 +114,9 @@ void ResetImpossibleTimes(const std::string& directory, Survey* survey) {
 }
 
 Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits, Survey* survey,
-                   std::uint64_t* deleted) {
+                   EvictionLog& evictions) {
   std::vector<SurveyedEntry> kept;
   std::uint64_t bytes = 0;
-  *deleted = 0;
   for (auto entry = survey->entries.rbegin(); entry != survey->entries.rend(); ++entry) {
     const std::uint64_t size = entry->contentBytes + entry->metadataBytes;
     if (IsAdmissible(*entry, limits) && kept.size() < limits.maxEntries &&
@@ -121,8 +125,8 @@ Error TrimToLimits(const std::string& directory, const session::CacheLimits& lim
       kept.push_back(*entry);
       continue;
     }
-    if (Error error = DeleteEntry(directory, *entry)) return error;
-    ++*deleted;
+    if (Error error = DeleteEntry(directory, *entry, EvictionReason::kLimits, evictions))
+      return error;
   }
   std::reverse(kept.begin(), kept.end());
   survey->entries = std::move(kept);

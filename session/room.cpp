@@ -66,7 +66,7 @@ Error Room::MakeReserve() {
   const std::uint64_t maxEntries = (std::uint64_t{limits_.maxEntries} * 9 + 9) / 10;
   const DiskAccount& account = cache_.Account();
   while (account.Entries() > 0 && (CountedBytes() > maxSize || account.Entries() > maxEntries)) {
-    if (!cache_.EvictOne()) return EvictionFailed();
+    if (!cache_.EvictOne(session::EvictionReason::kTrim)) return EvictionFailed();
   }
   return {};
 }

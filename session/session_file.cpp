@@ -69,6 +69,7 @@ int SessionFile::Delete(int flags) {
   } else {
     fileSystem_.deletions_.Note(file_.Path());
     account.NoteContentDeletion(isDeleted, bytes, error);
+    if (isDeleted) fileSystem_.evictions_.NoteDeletion(file_.Path(), bytes);
   }
   return isDeleted;
 }

@@ -2,6 +2,7 @@
 #ifndef OX_SESSION_SESSION_STATE_H_
 #define OX_SESSION_SESSION_STATE_H_
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <utility>
@@ -13,6 +14,7 @@
 #include "session/known_entries.h"
 #include "session/room.h"
 #include "session/running_cache.h"
+#include "session/session_counts.h"
 #include "session/session_names.h"
 #include "session/writer_list.h"
 #include <oxfilecache/session.h>
@@ -26,12 +28,16 @@ struct SessionState {
         limits(std::move(cacheLimits)),
         directoryLock(std::move(lock)),
         cache(std::move(foundation), limits, writers, *directoryLock),
-        room(cache, writers, limits) {}
+        room(cache, writers, limits) {
+    if (options.onEviction) cache.Evictions().KeepNews(hasEvictionNews);
+  }
 
   const session::SessionOptions options;
   const session::CacheLimits limits;
   const std::unique_ptr<DirectoryLock> directoryLock;
 
+  SessionCounts counts;
+  std::atomic<bool> hasEvictionNews{false};
   // Set where this must never be destroyed.
   std::shared_ptr<SessionState> itself;
 
@@ -42,7 +48,6 @@ struct SessionState {
   Room room OX_GUARDED_BY(mutex);
   IdSource ids OX_GUARDED_BY(mutex);
   KnownEntries known OX_GUARDED_BY(mutex){ids.Secret()};
-  std::uint64_t damaged OX_GUARDED_BY(mutex) = 0;  // entries, since the session was opened
   // For opening content.
   HeldDirectories contentDirectory OX_GUARDED_BY(mutex);
 };

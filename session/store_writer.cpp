@@ -6,6 +6,7 @@
 #include "session/crc32c.h"
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
+#include "session/eviction_news.h"
 #include "session/metadata_file.h"
 #include "session/module_text.h"
 #include "session/publish.h"
@@ -134,6 +135,7 @@ Error CommitStaging(Staging& staging, const std::string& metadata) {
   if (Error error = StageMetadata(staging, metadata, time)) return error;
   const MutexLock lock(staging.state.mutex);
   if (Error error = PublishStaging(staging, url, text)) return error;
+  ++staging.state.counts.stores;
   NoteKnown(staging, metadata);
   return {};
 }
@@ -194,6 +196,7 @@ std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* 
   *error = internal::WithoutExceptions([&]() -> Error {
     if (Error invalid = internal::CheckUrl(url)) return invalid;
     SessionState& state = *state_;
+    const internal::EvictionNews news(state);
     if (state.limits.maxEntries == 0) {
       return MakeError(ErrorKind::kRefused, "MAX_CACHE_ENTRIES is missing or 0: the cache is off");
     }
@@ -221,6 +224,7 @@ Error StoreWriter::Write(const void* data, std::size_t bytes) {
   return internal::WithoutExceptions([&]() -> Error {
     const auto session = staging_->session.lock();
     if (session == nullptr) return Closed();
+    const internal::EvictionNews news(*session);
     if (staging_->outcome.isDecided) return InvalidArgument("the writer is used up");
     if (!staging_->failure) staging_->failure = WriteStaging(*staging_, data, bytes);
     return staging_->failure;
@@ -230,7 +234,9 @@ Error StoreWriter::Write(const void* data, std::size_t bytes) {
 Error StoreWriter::Commit(const std::string& metadata) {
   return internal::WithoutExceptions([&] {
     const auto session = staging_->session.lock();
-    return session != nullptr ? CommitStaging(*staging_, metadata) : Closed();
+    if (session == nullptr) return Closed();
+    const internal::EvictionNews news(*session);
+    return CommitStaging(*staging_, metadata);
   });
 }
 

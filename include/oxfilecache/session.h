@@ -44,9 +44,11 @@
 #ifndef OXFILECACHE_SESSION_H_
 #define OXFILECACHE_SESSION_H_
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -55,6 +57,7 @@
 
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/error.h>
+#include <oxfilecache/eviction.h>
 #include <oxfilecache/listed_entry.h>
 
 namespace ox::internal {
@@ -125,6 +128,11 @@ struct SessionOptions {
   // What Fetch says of an entry that was not what had been committed: kDamaged in place of
   // kNotFound. It is deleted either way.
   bool reportDamaged = false;
+  // Called for each entry that the session evicts, at the end of the call that did it, on the
+  // caller's thread and with none of the session's locks held: it may use the session, but not
+  // destroy it, and must not throw. What Open evicts it tells before Open returns. Calls of several
+  // threads may overlap. Where memory runs out an eviction may be counted and not told.
+  std::function<void(const Eviction&)> onEviction;
   // Open although the configuration admits no entry and the cache holds some, which deletes them.
   bool allowDeletingAll = false;
 };
@@ -143,11 +151,20 @@ struct SessionStatistics {
   std::uint64_t entries = 0;   // committed entries
   std::uint64_t bytes = 0;     // on disk: content, metadata, staging files
   std::uint64_t restarts = 0;  // of the manager since Open
-  std::uint64_t trimmed = 0;   // entries deleted since Open began, to make room or by Trim
+  // Since Open began, by EvictionReason.
+  std::array<std::uint64_t, kEvictionReasons> evictions{};
+  std::uint64_t trimmed = 0;  // of these all but the damaged ones
+  std::uint64_t damaged = 0;  // entries deleted since they were not what was committed
   // Files deleted since Open began because they belonged to no entry: staged files that a crash
   // left, content without metadata, metadata without content.
   std::uint64_t leftovers = 0;
-  std::uint64_t damaged = 0;  // entries deleted since Open since they were not what was committed
+  // Since Open: fetches that gave an entry, and that found none or a damaged one; commits; metadata
+  // that was replaced; and entries that the program had deleted.
+  std::uint64_t hits = 0;
+  std::uint64_t misses = 0;
+  std::uint64_t stores = 0;
+  std::uint64_t renewals = 0;
+  std::uint64_t removed = 0;
 };
 
 // A found entry. It owns the open file and has copies of the texts, so it stays good after the

@@ -1,6 +1,8 @@
 // What programs would otherwise write by hand around a session.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "tests/support/session_rig.h"
 
 namespace ox::testing {
@@ -62,6 +64,45 @@ TEST_F(SessionConveniencesTest, LookingIsNoUse) {
     ASSERT_FALSE(session->StoreWhole(std::to_string(i), "x", "m"));
   EXPECT_FALSE(session->Contains("a", &error)) << "the eleventh entry evicts the oldest";
   EXPECT_TRUE(session->Contains("c", &error));
+}
+
+TEST_F(SessionConveniencesTest, EvictionsAreCountedAndToldByReason) {
+  using session::Eviction;
+  using session::EvictionReason;
+  std::string told;
+  CacheSession* open = nullptr;
+  options_.onEviction = [&](const Eviction& eviction) {
+    told += eviction.url + std::to_string(static_cast<int>(eviction.reason)) + " ";
+    // Locks up where the session calls this under its mutex.
+    if (open != nullptr) told += open->Statistics().entries > 0 ? "" : "(empty)";
+  };
+  auto session = OpenSession(options_);
+  open = session.get();
+  for (const char* url : {"a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k"})
+    EXPECT_FALSE(session->StoreWhole(url, url, "m"));
+  EXPECT_EQ(told, "a0 ");
+  EXPECT_FALSE(session->Trim(nullptr));
+  Error error;
+  const auto entry = session->Fetch("c", &error);
+  ASSERT_TRUE(entry);
+  std::filesystem::resize_file(entry->path, 0);
+  EXPECT_FALSE(session->SetMetadata("d", "n"));
+  EXPECT_FALSE(session->Fetch("c", &error));
+  EXPECT_FALSE(session->Remove("e"));
+  EXPECT_EQ(told, "a0 b1 c4 ");
+  const session::SessionStatistics statistics = session->Statistics();
+  EXPECT_EQ(statistics.evictions, (decltype(statistics.evictions){1, 1, 0, 0, 1}));
+  EXPECT_EQ(statistics.hits, 1u);
+  EXPECT_EQ(statistics.misses, 1u);
+  EXPECT_EQ(statistics.stores, 11u);
+  EXPECT_EQ(statistics.renewals, 1u);
+  EXPECT_EQ(statistics.removed, 1u);
+
+  open = nullptr;
+  session.reset();
+  Configure(directory_, {65536, 6, 8192});
+  session = OpenSession(options_);
+  EXPECT_EQ(told, "a0 b1 c4 f3 ");
 }
 
 }  // namespace
