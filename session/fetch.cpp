@@ -1,4 +1,6 @@
 // Finding an entry, opening its content, and making sure that it is what was committed.
+#include "session/fetch.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -156,7 +158,7 @@ Error CheckSum(SessionState& state, const OxString& text, const Finding& finding
   return Damaged(finding.entry.path);
 }
 
-Error FetchEntry(SessionState& state, const std::string& url, Finding* finding) {
+Error FindAndCheck(SessionState& state, const std::string& url, Finding* finding) {
   if (Error invalid = internal::CheckUrl(url)) return invalid;
   const OxString text = internal::ToOxString(url);
   const internal::EvictionNews news(state);
@@ -167,29 +169,36 @@ Error FetchEntry(SessionState& state, const std::string& url, Finding* finding) 
   return finding->expectedSum ? CheckSum(state, text, *finding) : Error{};
 }
 
-void Count(internal::SessionCounts& counts, const Error& result) {
-  if (!result) {
-    ++counts.hits;
-  } else if (result.kind == ErrorKind::kNotFound || result.kind == ErrorKind::kDamaged) {
-    ++counts.misses;
-  }
-}
-
 }  // namespace
 
 std::optional<FetchedEntry> CacheSession::Fetch(const std::string& url, Error* error) {
   std::optional<FetchedEntry> found;
-  *error = internal::WithoutExceptions([&]() -> Error {
-    Finding finding;
-    Error result = FetchEntry(*state_, url, &finding);
-    Count(state_->counts, result);
-    if (result.kind == ErrorKind::kDamaged && !state_->options.reportDamaged) {
-      return internal::NoEntry();
-    }
-    if (!result) found = std::move(finding.entry);
+  *error = internal::WithoutExceptions([&] {
+    FetchedEntry entry;
+    Error result = internal::FetchEntry(*state_, url, &entry);
+    if (internal::IsMissing(result)) ++state_->counts.misses;
+    if (result) return result;
+    ++state_->counts.hits;
+    found = std::move(entry);
     return result;
   });
   return found;
 }
 
 }  // namespace ox::session
+
+namespace ox::internal {
+
+bool IsMissing(const Error& error) {
+  return error.kind == ErrorKind::kNotFound || error.kind == ErrorKind::kDamaged;
+}
+
+Error FetchEntry(SessionState& state, const std::string& url, session::FetchedEntry* entry) {
+  session::Finding finding;
+  Error error = session::FindAndCheck(state, url, &finding);
+  if (error.kind == ErrorKind::kDamaged && !state.options.reportDamaged) return NoEntry();
+  if (!error) *entry = std::move(finding.entry);
+  return error;
+}
+
+}  // namespace ox::internal

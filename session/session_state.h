@@ -12,6 +12,7 @@
 #include "session/directory_lock.h"
 #include "session/entry_name.h"
 #include "session/known_entries.h"
+#include "session/productions.h"
 #include "session/room.h"
 #include "session/running_cache.h"
 #include "session/session_counts.h"
@@ -37,6 +38,7 @@ struct SessionState {
   const std::unique_ptr<DirectoryLock> directoryLock;
 
   SessionCounts counts;
+  Productions productions;
   std::atomic<bool> hasEvictionNews{false};
   // Set where this must never be destroyed.
   std::shared_ptr<SessionState> itself;

@@ -218,6 +218,10 @@ class StoreWriter {
   std::unique_ptr<internal::Staging> staging_;
 };
 
+// Makes the entry that FetchOrStore did not find: writes the content and says the metadata, which
+// FetchOrStore then commits. An error of it is FetchOrStore's.
+using Producer = std::function<Error(StoreWriter& writer, std::string* metadata)>;
+
 // A cache in use. The object owns the loaded module, the manager and the lock.
 //
 // While the directory's path no longer leads to what was opened (it was deleted, moved or replaced,
@@ -253,6 +257,18 @@ class CacheSession {
   // can be removed and replaced.
   std::optional<FetchedEntry> Fetch(const std::string& url, Error* error);
 
+  // Fetches the entry, or has it produced, stored and fetched. Of many callers at a time, one has
+  // its producer run, and the others wait for that and get the entry, or the error. Calls for other
+  // URLs go on meanwhile: no lock is held. A call runs its producer once at most, on its own
+  // thread; kNotFound where the entry was evicted or removed before it could be fetched.
+  //
+  // The producer may use the session, also FetchOrStore for other URLs. kInvalidArgument where
+  // producers would wait for each other in a circle, as one does that asks for its own URL. An
+  // exception that it throws becomes kProducer; std::bad_alloc becomes kOutOfMemory. What the
+  // limits refuse is produced and not returned: kRefused.
+  std::optional<FetchedEntry> FetchOrStore(const std::string& url, const Producer& producer,
+                                           Error* error);
+
   // Store, Write and Commit in one.
   Error StoreWhole(const std::string& url, std::string_view content, const std::string& metadata);
   // Fetch, and the content read into memory: kOutOfMemory where it does not fit there.
@@ -286,6 +302,7 @@ class CacheSession {
 
  private:
   CacheSession();
+  Error ProduceOrWait(const std::string& url, const Producer& producer, bool* hasProduced);
   std::shared_ptr<internal::SessionState> state_;  // shared with calls of writers alone
 };
 

@@ -1,7 +1,13 @@
 // What programs would otherwise write by hand around a session.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <filesystem>
+#include <future>
+#include <new>
+#include <stdexcept>
+#include <thread>
 
 #include "tests/support/session_rig.h"
 
@@ -103,6 +109,81 @@ TEST_F(SessionConveniencesTest, EvictionsAreCountedAndToldByReason) {
   Configure(directory_, {65536, 6, 8192});
   session = OpenSession(options_);
   EXPECT_EQ(told, "a0 b1 c4 f3 ");
+}
+
+std::string KindText(ErrorKind kind) {
+  return "kind " + std::to_string(static_cast<int>(kind));
+}
+
+std::string FetchOrStore(CacheSession& session, const std::string& url,
+                         const session::Producer& producer) {
+  Error error;
+  const auto entry = session.FetchOrStore(url, producer, &error);
+  return entry ? ReadAll(entry->content.Get()) : KindText(error.kind);
+}
+
+TEST_F(SessionConveniencesTest, OneProducerServesAllCallers) {
+  const auto session = OpenSession(options_);
+  const struct {
+    const char* url;
+    Error (*produce)(StoreWriter&);
+    std::string result;
+  } cases[] = {
+      {"good", [](StoreWriter& writer) { return writer.Write("content", 7); }, "content"},
+      {"empty", [](StoreWriter&) { return Error(); }, KindText(ErrorKind::kInvalidArgument)},
+      {"404", [](StoreWriter&) { return MakeError(ErrorKind::kNotFound, "no such page"); },
+       KindText(ErrorKind::kNotFound)},
+      {"throws", [](StoreWriter&) -> Error { throw std::runtime_error("lost"); },
+       KindText(ErrorKind::kProducer)},
+      {"throws oddly", [](StoreWriter&) -> Error { throw 1; }, KindText(ErrorKind::kProducer)},
+      {"no memory", [](StoreWriter&) -> Error { throw std::bad_alloc(); },
+       KindText(ErrorKind::kOutOfMemory)},
+  };
+  std::uint64_t misses = 0;
+  for (const auto& test : cases) {
+    misses += 4;
+    std::atomic<int> runs{0};
+    const auto produce = [&](StoreWriter& writer, std::string* metadata) {
+      ++runs;
+      *metadata = "m";
+      while (session->Statistics().misses < misses)
+        std::this_thread::yield();
+      // From a miss to the waiting it is a step.
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      return test.produce(writer);
+    };
+    std::vector<std::future<std::string>> callers;
+    for (int i = 0; i < 4; ++i) {
+      callers.push_back(std::async(std::launch::async,
+                                   [&] { return FetchOrStore(*session, test.url, produce); }));
+    }
+    for (auto& caller : callers)
+      EXPECT_EQ(caller.get(), test.result) << test.url;
+    EXPECT_EQ(runs, 1) << test.url;
+  }
+  EXPECT_EQ(Fetch(*session, "good"), "content|m");
+}
+
+TEST_F(SessionConveniencesTest, ProducersThatWaitForEachOtherGetAnError) {
+  const auto session = OpenSession(options_);
+  std::atomic<int> producing{0};
+  std::atomic<int> circles{0};
+  const auto ask = [&](const std::string& url, const std::string& needed) {
+    return FetchOrStore(*session, url, [&](StoreWriter& writer, std::string* metadata) {
+      *metadata = "m";
+      ++producing;
+      while (producing < 2)
+        std::this_thread::yield();
+      if (FetchOrStore(*session, needed, {}) == KindText(ErrorKind::kInvalidArgument)) ++circles;
+      return writer.Write("x", 1);
+    });
+  };
+  auto other = std::async(std::launch::async, [&] { return ask("a", "b"); });
+  EXPECT_EQ(ask("b", "a"), "x");
+  EXPECT_EQ(other.get(), "x");
+  EXPECT_EQ(circles, 1);
+  EXPECT_EQ(ask("c", "c"), "x");
+  EXPECT_EQ(circles, 2);
 }
 
 }  // namespace
