@@ -21,20 +21,6 @@ namespace ox::session {
 
 using internal::MutexLock;
 
-namespace {
-
-// All but the damaged ones.
-std::uint64_t Trimmed(const internal::EvictionLog& evictions) {
-  std::uint64_t count = 0;
-  for (const EvictionReason reason : {EvictionReason::kRoom, EvictionReason::kTrim,
-                                      EvictionReason::kAge, EvictionReason::kLimits}) {
-    count += evictions.Count(reason);
-  }
-  return count;
-}
-
-}  // namespace
-
 CacheSession::CacheSession() = default;
 CacheSession::~CacheSession() {
   // In a forked child the manager is the parent's: its locks may be held by threads that are not
@@ -82,11 +68,11 @@ Error CacheSession::Trim(std::uint64_t* deleted) {
     const internal::EvictionNews news(*state_);
     const MutexLock lock(state_->mutex);
     internal::RunningCache& cache = state_->cache;
-    const std::uint64_t before = Trimmed(cache.Evictions());
+    const std::uint64_t before = cache.Evictions().Trimmed();
     Error error = cache.EnsureCurrent();
     if (!error) error = state_->room.MakeReserve();
     if (!error) error = cache.Restart();
-    if (deleted != nullptr) *deleted = Trimmed(cache.Evictions()) - before;
+    if (deleted != nullptr) *deleted = cache.Evictions().Trimmed() - before;
     return error;
   });
 }
@@ -110,7 +96,7 @@ SessionStatistics CacheSession::Statistics() const {
   statistics.restarts = cache.Restarts();
   statistics.leftovers = cache.Leftovers();
   const internal::EvictionLog& evictions = cache.Evictions();
-  statistics.trimmed = Trimmed(evictions);
+  statistics.trimmed = evictions.Trimmed();
   for (std::size_t reason = 0; reason < kEvictionReasons; ++reason)
     statistics.evictions[reason] = evictions.Count(static_cast<EvictionReason>(reason));
   statistics.damaged = evictions.Count(EvictionReason::kDamaged);

@@ -28,6 +28,12 @@ void EvictionLog::NoteDeletion(std::string_view contentPath, std::uint64_t bytes
   Note(*cause_, contentPath, bytes);
 }
 
+std::uint64_t EvictionLog::Trimmed() const {
+  using session::EvictionReason;
+  return Count(EvictionReason::kRoom) + Count(EvictionReason::kTrim) + Count(EvictionReason::kAge) +
+         Count(EvictionReason::kLimits);
+}
+
 std::vector<session::Eviction> EvictionLog::TakeNews() {
   *hasNews_ = false;
   return std::exchange(news_, {});

@@ -45,6 +45,9 @@ class EvictionLog {
     return counts_[static_cast<std::size_t>(reason)];
   }
 
+  // All but the damaged ones.
+  std::uint64_t Trimmed() const;
+
   std::vector<session::Eviction> TakeNews();
 
  private:

@@ -34,6 +34,8 @@ class Room {
 
   // Evicts until at most nine tenths of the limits are in use.
   Error MakeReserve();
+  // Evicts until at most so many bytes and entries are there.
+  Error EvictDownTo(std::uint64_t bytes, std::uint64_t entries);
 
  private:
   bool EvictUntilFits(std::uint64_t bytes);

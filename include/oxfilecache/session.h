@@ -146,6 +146,16 @@ struct CacheLimits {
   std::string cacheDirectory;      // where the files are
 };
 
+// Down to where TrimTo deletes. What is not set does not matter.
+struct TrimTarget {
+  std::optional<std::uint64_t> bytes;  // of entries, as in SessionStatistics
+  std::optional<std::uint64_t> entries;
+  // Entries go that were not used for at least so long. Uses are noted each touchInterval, so one
+  // may have been used later by that much. By the device's clock: where that starts at 1970 at each
+  // boot, nothing is old.
+  std::optional<std::chrono::seconds> unusedFor;
+};
+
 // Counts of one session.
 struct SessionStatistics {
   std::uint64_t entries = 0;   // committed entries
@@ -291,9 +301,21 @@ class CacheSession {
   // Deletes the entry. kNotFound when there is none; kInputOutput when its files cannot be deleted.
   Error Remove(const std::string& url);
 
+  // Deletes all entries that are there when it is called. Their number goes to `deleted`, also
+  // after an error, unless that is null. What is being written meanwhile is not concerned.
+  Error Clear(std::uint64_t* deleted);
+
+  // Deletes the entries for which the predicate is true; otherwise as Clear. The predicate is asked
+  // on this thread and with no lock held. It must not throw. An entry that is replaced after the
+  // predicate was asked stays. Both end with a restart of the manager, as Trim does.
+  Error RemoveIf(const std::function<bool(const ListedEntry&)>& isUnwanted, std::uint64_t* deleted);
+
   // Brings the cache to 90 % of its limits as a full cache would, deletes what belongs to no entry,
   // and restarts the manager. The number of entries deleted goes to `deleted` unless that is null.
   Error Trim(std::uint64_t* deleted);
+
+  // The same down to a target.
+  Error TrimTo(const TrimTarget& target, std::uint64_t* deleted);
 
   // Valid as long as the session.
   const CacheLimits& Limits() const;

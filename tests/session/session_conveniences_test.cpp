@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <thread>
 
+#include "session/durable_io.h"
+#include "session/use_clock.h"
 #include "tests/support/session_rig.h"
 
 namespace ox::testing {
@@ -184,6 +186,81 @@ TEST_F(SessionConveniencesTest, ProducersThatWaitForEachOtherGetAnError) {
   EXPECT_EQ(circles, 1);
   EXPECT_EQ(ask("c", "c"), "x");
   EXPECT_EQ(circles, 2);
+}
+
+// The URLs that are there, in one text.
+std::string Urls(CacheSession& session) {
+  Error error;
+  std::string urls;
+  for (const session::ListedEntry& entry : session.List(&error))
+    urls += entry.url;
+  return urls;
+}
+
+TEST_F(SessionConveniencesTest, ManyEntriesGoAtOnce) {
+  using session::ListedEntry;
+  const auto session = OpenSession(options_);
+  Error error;
+  for (const char* url : {"a", "b", "c", "d"})
+    ASSERT_FALSE(session->StoreWhole(url, "x", "m"));
+  auto writer = Write(*session, "e", "y", &error);
+  std::uint64_t deleted = 0;
+  const auto isUnwanted = [&](const ListedEntry& entry) {
+    // No lock is held, and what is replaced now is not what was asked about.
+    if (entry.url == "b") {
+      EXPECT_FALSE(session->StoreWhole("b", "new", "m"));
+    }
+    return entry.url != "c";
+  };
+  EXPECT_FALSE(session->RemoveIf(isUnwanted, &deleted));
+  EXPECT_EQ(deleted, 2u);
+  EXPECT_EQ(Urls(*session), "cb");
+  EXPECT_EQ(Fetch(*session, "b"), "new|m");
+  EXPECT_EQ(Fetch(*session, "a"), kNotThere);
+  EXPECT_FALSE(session->Clear(&deleted));
+  EXPECT_EQ(deleted, 2u);
+  EXPECT_FALSE(writer->Commit("m"));
+  EXPECT_EQ(Urls(*session), "e");
+  EXPECT_EQ(session->Statistics().removed, 4u);
+  EXPECT_EQ(session->Statistics().bytes, DiskUse(directory_.Path()));
+}
+
+TEST_F(SessionConveniencesTest, TrimsToATarget) {
+  using session::EvictionReason;
+  using std::chrono::seconds;
+  const struct {
+    session::TrimTarget target;
+    std::string left;
+    std::uint64_t byAge;
+  } cases[] = {
+      {{}, "abcdefg", 0},
+      {{35, {}, {}}, "efg", 0},
+      {{{}, 2, {}}, "fg", 0},
+      {{{}, {}, seconds(250)}, "efg", 4},
+      {{35, 4, seconds(150)}, "fg", 1},
+      {{{}, {}, seconds::max()}, "abcdefg", 0},
+      {{{}, {}, seconds(0)}, "", 7},
+  };
+  const auto session = OpenSession(options_);
+  Error error;
+  std::uint64_t byAge = 0;
+  for (const auto& test : cases) {
+    for (const char url : std::string("abcdefg"))
+      ASSERT_FALSE(session->StoreWhole({url}, "123456789", "m"));
+    // The last one was used now, each before it 100 seconds earlier.
+    std::int64_t used = internal::UseClock().Next() - 600'000'000'000;
+    for (const session::ListedEntry& entry : session->List(&error)) {
+      internal::SetFileTime(directory_ / (entry.name + ".ox_meta"), used);
+      used += 100'000'000'000;
+    }
+    std::uint64_t deleted = 0;
+    EXPECT_FALSE(session->TrimTo(test.target, &deleted));
+    EXPECT_EQ(Urls(*session), test.left);
+    EXPECT_EQ(deleted, 7 - test.left.size());
+    byAge += test.byAge;
+    EXPECT_EQ(session->Statistics().evictions[static_cast<int>(EvictionReason::kAge)], byAge);
+    EXPECT_FALSE(session->Clear(nullptr));
+  }
 }
 
 }  // namespace
