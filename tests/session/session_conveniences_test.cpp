@@ -12,6 +12,7 @@
 #include "session/durable_io.h"
 #include "session/use_clock.h"
 #include "tests/support/session_rig.h"
+#include <oxfilecache/metrics.h>
 
 namespace ox::testing {
 namespace {
@@ -260,6 +261,23 @@ TEST_F(SessionConveniencesTest, TrimsToATarget) {
     byAge += test.byAge;
     EXPECT_EQ(session->Statistics().evictions[static_cast<int>(EvictionReason::kAge)], byAge);
     EXPECT_FALSE(session->Clear(nullptr));
+  }
+}
+
+TEST(Metrics, AreGroupedByFamilyAndEscaped) {
+  session::NamedStatistics cache;
+  cache.cache = "a\"\\\n";
+  cache.limits.maxEntries = 7;
+  cache.statistics.hits = 1ULL << 40;
+  cache.statistics.evictions = {1, 2, 3, 4, 5};
+  const std::string text = session::MetricsText({cache, {"b", {}, {}}});
+  for (const char* part :
+       {"# TYPE oxfilecache_limit_entries gauge\n# HELP oxfilecache_limit_entries Entries that the "
+        "configuration admits\noxfilecache_limit_entries{cache=\"a\\\"\\\\\\n\"} 7\n"
+        "oxfilecache_limit_entries{cache=\"b\"} 0\n# TYPE",
+        "_hits_total{cache=\"a\\\"\\\\\\n\"} 1099511627776\n",
+        "reason=\"damaged\"} 5\noxfilecache_evictions_total{cache=\"b\",reason=\"room\"} 0\n"}) {
+    EXPECT_NE(text.find(part), std::string::npos) << text;
   }
 }
 
