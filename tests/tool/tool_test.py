@@ -383,6 +383,23 @@ class Reports(ToolCase):
         self.assertRegex(text, r"\ntotal size .*\nentries +\[#{30}\] 233%  7 of 3\nlargest entry ")
         self.assertIn("foreign files:\n  stranger\n", text)
 
+    def test_trim_to_a_target_and_clear(self):
+        shutil.rmtree(self.cache)
+        self.run_tool("init")
+        self.run_tool("batch", stdin=b"".join(
+            b"put %c %s\n" % (url, self.write("ten", b"x" * 10).encode()) for url in b"abcdefgh"))
+        for words, says in (("--to-entries 7", "1 entry"), ("--older-than 1d", "0 entries"),
+                            ("--older-than 0s", "7 entries")):
+            self.run_tool("trim", *words.split(), says=f"^oxcache: {says} deleted")
+        for age in ("1", "1w", "-1s", "010s"):
+            self.run_tool("trim", "--older-than", age, status=USAGE)
+        self.run_tool("put", "a", self.path("ten"))
+        metrics = self.run_tool("stat", "--metrics").decode()
+        self.assertRegex(metrics, r'\noxfilecache_entries{cache=".*/cache"} 1\n(.*\n)*# EOF\n$')
+        lines = self.run_tool("batch", stdin=b"get a\nstat --metrics\nclear", says="1 entry deleted")
+        self.assertRegex(lines.decode(), r'\noxfilecache_hits_total{cache=".*"} 1\n')
+        self.assertEqual(self.run_tool("ls"), b"")
+
     def test_ages_at_their_borders(self):
         shutil.rmtree(self.cache)
         for digit, border in enumerate((604800, 86400, 3600, 60)):

@@ -13,6 +13,7 @@ namespace ox::tools {
 ExitStatus List(Context& context, bool json);
 ExitStatus ShowLimits(Context& context, bool json);
 ExitStatus ShowStatistics(Context& context, bool json);
+ExitStatus ShowMetrics(Context& context);
 // What the next start of the module would delete, and why. kNotDone when it would delete anything.
 ExitStatus Check(Context& context, bool json);
 // kNotDone when something is wrong.
