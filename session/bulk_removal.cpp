@@ -29,7 +29,7 @@ Error DeleteAndRestart(SessionState& state, const std::vector<SurveyedEntry>& en
   cache.Account().MarkStale();
   for (const SurveyedEntry& entry : entries) {
     if (Error error =
-            internal::DeleteEntry(state.limits.cacheDirectory, entry, reason, cache.Evictions())) {
+            internal::DeleteEntry(state.cacheDirectory, entry, reason, cache.Evictions())) {
       return error;
     }
     if (!reason) ++state.counts.removed;
@@ -39,7 +39,7 @@ Error DeleteAndRestart(SessionState& state, const std::vector<SurveyedEntry>& en
 
 Error LookAround(SessionState& state, Survey* survey) OX_REQUIRES(state.mutex) {
   if (Error error = state.cache.EnsureCurrent()) return error;
-  return internal::SurveyDirectory(state.limits.cacheDirectory, survey);
+  return internal::SurveyDirectory(state.cacheDirectory, survey);
 }
 
 // An entry as it was when it was listed. Other content has another inode or change time.
@@ -50,7 +50,7 @@ struct Seen {
 };
 
 bool LookAt(const SessionState& state, const SurveyedEntry& entry, struct stat* content) {
-  const std::string path = state.limits.cacheDirectory + "/" + entry.name;
+  const std::string path = state.cacheDirectory + "/" + entry.name;
   return lstat(path.c_str(), content) == 0;
 }
 
@@ -66,7 +66,7 @@ Error LookAtAll(SessionState& state, std::vector<Seen>* all) {
   Survey survey;
   if (Error error = LookAround(state, &survey)) return error;
   for (const SurveyedEntry& entry : survey.entries) {
-    Seen seen{entry, internal::ToListed(state.limits.cacheDirectory, entry), {}};
+    Seen seen{entry, internal::ToListed(state.cacheDirectory, entry), {}};
     if (LookAt(state, entry, &seen.content)) all->push_back(std::move(seen));
   }
   return {};

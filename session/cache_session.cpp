@@ -77,10 +77,6 @@ Error CacheSession::Trim(std::uint64_t* deleted) {
   });
 }
 
-const CacheLimits& CacheSession::Limits() const {
-  return state_->limits;
-}
-
 SessionStatistics CacheSession::Statistics() const {
   const internal::SessionCounts& counts = state_->counts;
   SessionStatistics statistics;

@@ -27,7 +27,7 @@ using internal::MutexLock;
 std::vector<ListedEntry> CacheSession::List(Error* error) {
   std::vector<ListedEntry> list;
   *error = internal::WithoutExceptions([&]() -> Error {
-    const std::string& directory = state_->limits.cacheDirectory;
+    const std::string& directory = state_->cacheDirectory;
     const internal::EvictionNews news(*state_);
     const MutexLock lock(state_->mutex);
     if (Error failed = state_->cache.EnsureCurrent()) return failed;
@@ -47,7 +47,7 @@ std::vector<ListedEntry> CacheSession::List(Error* error) {
 bool CacheSession::Contains(const std::string& url, Error* error) {
   *error = internal::WithoutExceptions([&]() -> Error {
     if (Error invalid = internal::CheckUrl(url)) return invalid;
-    const std::string path = state_->limits.cacheDirectory + "/" + internal::ContentName(url);
+    const std::string path = state_->cacheDirectory + "/" + internal::ContentName(url);
     const internal::EvictionNews news(*state_);
     const MutexLock lock(state_->mutex);
     if (Error failed = state_->cache.EnsureCurrent()) return failed;

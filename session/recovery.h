@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "session/allocation_unit.h"
 #include "session/eviction_log.h"
 #include "session/survey.h"
 #include <oxfilecache/session.h>
@@ -33,8 +34,8 @@ void ResetImpossibleTimes(const std::string& directory, Survey* survey);
 
 // Deletes the entries that a scan would not admit, choosing so that the most recently used stay,
 // and takes them out of the survey.
-Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits, Survey* survey,
-                   EvictionLog& evictions);
+Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits,
+                   const AllocationUnit& unit, Survey* survey, EvictionLog& evictions);
 
 }  // namespace ox::internal
 

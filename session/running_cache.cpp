@@ -14,6 +14,7 @@ RunningCache::RunningCache(Foundation foundation, const session::CacheLimits& li
     : limits_(limits),
       writers_(writers),
       lock_(lock),
+      account_(foundation.unit),
       fileSystem_(std::move(foundation.directory), std::move(foundation.configuration), account_,
                   lock),
       module_(std::move(foundation.module)) {
@@ -60,7 +61,13 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   const auto isBeingWritten = [this](const std::string& id) { return writers_.Contains(id); };
   if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten, &leftovers_)) return error;
   ResetImpossibleTimes(directory, survey);
-  return TrimToLimits(directory, limits_, survey, Evictions());
+  return TrimToLimits(directory, limits_, account_.Unit(), survey, Evictions());
+}
+
+void RunningCache::UseLimits() {
+  ConfigurationSnapshot configuration;
+  ConfigurationSnapshot::Write(fileSystem_.Directory(), limits_, &configuration);
+  fileSystem_.UseConfiguration(std::move(configuration));
 }
 
 PendingEntry RunningCache::Create(const OxString& url, const OxString& metadata) {

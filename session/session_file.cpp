@@ -63,13 +63,14 @@ int SessionFile::Delete(int flags) {
   lstat(file_.Path(), &status);
   const bool isDeleted = file_.Delete(flags) != 0;
   const int error = errno;
-  const auto bytes = static_cast<std::uint64_t>(status.st_size);
   if (IsMetadata()) {
-    account.NoteMetadataDeletion(isDeleted, bytes, ToNanoseconds(status.st_mtim), error);
+    account.NoteMetadataDeletion(status, isDeleted, error);
   } else {
     fileSystem_.deletions_.Note(file_.Path());
-    account.NoteContentDeletion(isDeleted, bytes, error);
-    if (isDeleted) fileSystem_.evictions_.NoteDeletion(file_.Path(), bytes);
+    account.NoteContentDeletion(status, isDeleted, error);
+    if (isDeleted) {
+      fileSystem_.evictions_.NoteDeletion(file_.Path(), static_cast<std::uint64_t>(status.st_size));
+    }
   }
   return isDeleted;
 }

@@ -51,6 +51,13 @@ class SessionFileSystem final : public IFileSystem {
     return std::exchange(metadataRead_, std::nullopt);
   }
 
+  // Of the configuration.
+  const std::string& Directory() const { return directory_; }
+  // What the module reads from now on.
+  void UseConfiguration(ConfigurationSnapshot configuration) {
+    configuration_ = std::move(configuration);
+  }
+
   RecentDeletions& Deletions() { return deletions_; }
   EvictionLog& Evictions() { return evictions_; }
 

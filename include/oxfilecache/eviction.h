@@ -12,7 +12,7 @@ enum class EvictionReason {
   kRoom,     // a store needed its room
   kTrim,     // Trim, or the target of TrimTo
   kAge,      // TrimTo: not used for so long
-  kLimits,   // a start of the manager found the cache above its limits
+  kLimits,   // a start or SetLimits found the cache above its limits
   kDamaged,  // a fetch found that it was not what had been committed
 };
 constexpr std::size_t kEvictionReasons = 5;
