@@ -6,8 +6,8 @@
 #include <iterator>
 #include <limits>
 
+#include "session/entry_listing.h"
 #include "session/eviction_news.h"
-#include "session/listing.h"
 #include "session/recovery.h"
 #include "session/use_clock.h"
 #include "session/without_exceptions.h"

@@ -53,8 +53,7 @@ class Look {
     if (!pair->metadata.IsOpen()) {
       if (pair->content.IsOpen()) *outcome = Outcome::kWithoutMetadata;
     } else if (pair->content.IsOpen()) {
-      const bool isSame = LeadsTo(metadata, pair->metadata) && LeadsTo(name_, pair->content);
-      *outcome = isSame ? Outcome::kFound : Outcome::kChanged;
+      *outcome = LeadsTo(metadata, pair->metadata) ? Outcome::kFound : Outcome::kChanged;
     }
     return {};
   }

@@ -7,9 +7,9 @@
 // - where a commit file is seen, the pair is the one that a recovery would put in place: the commit
 //   file with the staged content or, once that is gone, with NAME;
 // - where none is, the pair is NAME with NAME.ox_meta. Both are opened, then commit files are
-//   sought, then both names must still lead to the files that were opened. Content of a commit that
-//   is not finished was in place when NAME was opened, so its commit file was there during the
-//   whole search, unless NAME.ox_meta has changed.
+//   sought, then NAME.ox_meta must still lead to the file that was opened. Content of a later
+//   commit comes into place only after its commit file is made, or after NAME.ox_meta is deleted;
+//   so it was not NAME yet when it was opened, or one of the two is seen.
 //
 // A name that leads to another file now makes the reader begin again. Open files keep their inode
 // numbers from being given to others.

@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "session/listing.h"
+#include "session/entry_listing.h"
 #include <oxfilecache/format.h>
 
 namespace ox::internal {

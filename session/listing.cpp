@@ -1,24 +1,9 @@
-#include "session/listing.h"
-
+// Looking at the entries of a session without using them.
 #include "session/durable_io.h"
-#include "session/entry_seal.h"
+#include "session/entry_listing.h"
 #include "session/eviction_news.h"
 #include "session/without_exceptions.h"
 #include <oxfilecache/format.h>
-
-namespace ox::internal {
-
-std::string SealedUrl(const std::string& metadataPath) {
-  const auto seal = ReadSeal(metadataPath);
-  return seal ? seal->url : std::string();
-}
-
-session::ListedEntry ToListed(const std::string& directory, const SurveyedEntry& entry) {
-  return {entry.name, SealedUrl(directory + "/" + entry.name + format::kMetadataSuffix),
-          entry.contentBytes, entry.metadataBytes, entry.used};
-}
-
-}  // namespace ox::internal
 
 namespace ox::session {
 

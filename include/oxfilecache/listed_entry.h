@@ -9,10 +9,11 @@
 namespace ox::session {
 
 struct ListedEntry {
-  std::string name;  // of the content file, without the directory
-  // Empty where it is not known: see Check for the entries that keep none. A long one that the file
-  // system has no room for is not known either.
+  // Empty where it is not known: the entry has no seal (see Check), or it had no room for the URL.
   std::string url;
+  std::string name;  // of the content file, without the directory
+  // Of the metadata's file. A commit that is not finished, which a reader may see, has another one.
+  std::string metadataName;
   std::uint64_t contentBytes = 0;
   std::uint64_t metadataBytes = 0;
   timespec used{};  // last use, as far as sessions have noted it (SessionOptions::touchInterval)

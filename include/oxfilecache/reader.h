@@ -20,7 +20,7 @@
 // content or metadata may be seen half written.
 //
 // Network file systems show a directory as it was a moment ago. Beside an owner on another machine
-// a reader is not sure to give both files of one commit.
+// a reader is not sure to find both files of one commit; it says kDamaged then.
 #ifndef OXFILECACHE_READER_H_
 #define OXFILECACHE_READER_H_
 
@@ -33,9 +33,13 @@
 #include <oxfilecache/listed_entry.h>
 #include <oxfilecache/session.h>
 
+namespace ox::internal {
+struct ReaderState;
+}  // namespace ox::internal
+
 namespace ox::session {
 
-// How a reader is opened. One of the two has to be set.
+// How a reader is opened. One of the two directories has to be set.
 struct ReaderOptions {
   // Of "file-cache.conf", as for a session. A relative one is taken from the working directory that
   // the process has at Open.
@@ -43,11 +47,17 @@ struct ReaderOptions {
   // Where the entries are, in place of what the configuration says, which is not looked at then:
   // the CACHE_DIRECTORY in an image is a path of the device.
   std::string cacheDirectory;
+  // As for a session. What kOnce has looked at is kept in the reader, for about 8,000 entries.
+  Check check = Check::kOnce;
 };
 
-// Threads: every function from any thread; nothing is shared between the calls.
+// Threads: every function from any thread, but for the destructor.
 class CacheReader {
  public:
+  ~CacheReader();
+  CacheReader(const CacheReader&) = delete;
+  CacheReader& operator=(const CacheReader&) = delete;
+
   // Null and an error when the directory is not there or its configuration cannot be read
   // (kInputOutput), or names a cache directory that no session would open: an empty one, or one
   // with characters beyond ASCII (kConfiguration). Of the configuration it reads CACHE_DIRECTORY
@@ -57,10 +67,14 @@ class CacheReader {
   // Content and metadata of one commit, whatever the owner does meanwhile. The entry may have been
   // replaced or deleted by the time that it is returned; what is open stays readable.
   //
-  // Empty with kNotFound when there is no such entry, or no cache directory yet; with kInputOutput
-  // when a file cannot be read or is damaged; with kInUse when the owner kept replacing this entry
-  // for 5 seconds faster than it could be read; kInvalidArgument for what a session does not take
-  // as a URL.
+  // Empty with
+  // - kNotFound when there is no such entry, or no cache directory yet, or the entry under its name
+  //   is known to be another URL's. While an owner of durability kNone replaces an entry, there is
+  //   none for a moment; the reader waits 20 milliseconds for it.
+  // - kDamaged when it is not what was committed. It stays: a session that meets it deletes it.
+  // - kInputOutput when a file cannot be read.
+  // - kInUse when the owner kept replacing this entry for 5 seconds faster than it could be read.
+  // - kInvalidArgument for what a session does not take as a URL.
   //
   // Reads the names in the directory once, and again whenever the entry is changed meanwhile, so
   // the time grows with the number of entries.
@@ -72,11 +86,11 @@ class CacheReader {
   std::vector<ListedEntry> List(Error* error) const;
 
   // Absolute.
-  const std::string& CacheDirectory() const { return cacheDirectory_; }
+  const std::string& CacheDirectory() const;
 
  private:
-  CacheReader() = default;
-  std::string cacheDirectory_;
+  explicit CacheReader(std::unique_ptr<internal::ReaderState> state);
+  std::unique_ptr<internal::ReaderState> state_;
 };
 
 }  // namespace ox::session

@@ -393,11 +393,16 @@ class Reports(ToolCase):
         self.run_tool("init")
         self.run_tool("batch", stdin=b"".join(
             b"put %c %s\n" % (url, self.write("ten", b"x" * 10).encode()) for url in b"abcdefgh"))
-        for words, says in (("--to-entries 7", "1 entry"), ("--older-than 1d", "0 entries"),
-                            ("--older-than 0s", "7 entries")):
+        size = self.report("stat")["bytes_on_disk"]
+        old = self.path("cache", self.report("ls")[0]["name"] + ".ox_meta")
+        os.utime(old, (1, 1))
+        for words, says in (("--older-than 1d", "1 entry"), ("--older-than 1h", "0 entries"),
+                            ("--to-entries 7 --to 1G", "0 entries"),
+                            ("--to-entries 6", "1 entry"), (f"--to {size // 8 * 5}", "1 entry")):
             self.run_tool("trim", *words.split(), says=f"^oxcache: {says} deleted")
         for age in ("1", "1w", "-1s", "010s"):
             self.run_tool("trim", "--older-than", age, status=USAGE)
+        self.run_tool("clear", says="5 entries deleted")
         self.run_tool("put", "a", self.path("ten"))
         metrics = self.run_tool("stat", "--metrics").decode()
         self.assertRegex(metrics, r'\noxfilecache_entries{cache=".*/cache"} 1\n(.*\n)*# EOF\n$')

@@ -17,7 +17,8 @@ ExitStatus ShowMetrics(Context& context) {
     return context.Print(session::MetricsText({cache}) + "# EOF\n");
   }
   cache.statistics.entries = survey.entries.size();
-  cache.statistics.bytes = survey.bytes;
+  cache.statistics.bytes =
+      BytesOnDisk(survey, internal::AllocationUnit::Of(cache.limits.cacheDirectory));
   return context.Print(internal::GaugesText({cache}) + "# EOF\n");
 }
 
