@@ -58,7 +58,7 @@ Error Stage(SessionState& state, const Renewal& renewal, StagedRenewal* staged)
   const std::string path = internal::ContentPath(*value);
   auto seal = internal::ReadSeal(path + format::kMetadataSuffix);
   if (seal && !seal->IsOf(renewal.url)) return internal::NoEntry();
-  const auto contentBytes = static_cast<std::uint64_t>(internal::StatusOfFile(path).st_size);
+  const std::uint64_t contentBytes = internal::FileSize(path);
   if (contentBytes == 0) return internal::NoEntry();
   if (contentBytes + renewal.metadata.size() > state.limits.maxEntrySize) {
     return MakeError(ErrorKind::kRefused,
