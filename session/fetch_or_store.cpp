@@ -1,5 +1,6 @@
 // Fetching with a producer for what is not there: one producer for each URL at a time.
 #include <exception>
+#include <utility>
 
 #include "session/fetch.h"
 #include "session/without_exceptions.h"
@@ -65,7 +66,7 @@ Error CacheSession::ProduceOrWait(const std::string& url, const Producer& produc
 std::optional<FetchedEntry> CacheSession::FetchOrStore(const std::string& url,
                                                        const Producer& producer, Error* error) {
   std::optional<FetchedEntry> found = Fetch(url, error);
-  *error = internal::WithoutExceptions([&, result = *error]() mutable {
+  *error = internal::WithoutExceptions([&, result = std::move(*error)]() mutable {
     bool hasProduced = false;
     while (!found && internal::IsMissing(result) && !hasProduced) {
       result = ProduceOrWait(url, producer, &hasProduced);
