@@ -49,7 +49,7 @@ std::unique_ptr<CacheSession> CacheSession::Open(const SessionOptions& options, 
 }
 
 Error CacheSession::Remove(const std::string& url) {
-  return internal::WithoutExceptions([&]() -> Error {
+  return internal::Perform(*state_, [&]() -> Error {
     if (Error error = internal::CheckUrl(url)) return error;
     const OxString text = internal::ToOxString(url);
     const MutexLock lock(state_->mutex);
@@ -66,7 +66,7 @@ Error CacheSession::Remove(const std::string& url) {
 }
 
 Error CacheSession::Trim(std::uint64_t* deleted) {
-  return internal::WithoutExceptions([&] {
+  return internal::Perform(*state_, [&] {
     const MutexLock lock(state_->mutex);
     internal::RunningCache& cache = state_->cache;
     const std::uint64_t before = cache.Trimmed();
@@ -83,6 +83,7 @@ const CacheLimits& CacheSession::Limits() const {
 }
 
 SessionStatistics CacheSession::Statistics() const {
+  if (!state_->directoryLock->IsHeld()) return {};
   const MutexLock lock(state_->mutex);
   internal::RunningCache& cache = state_->cache;
   return {cache.Account().Entries(), cache.Account().Bytes(), cache.Restarts(),

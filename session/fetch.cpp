@@ -9,7 +9,6 @@
 #include "session/entry_seal.h"
 #include "session/module_text.h"
 #include "session/session_state.h"
-#include "session/without_exceptions.h"
 #include <oxfilecache/format.h>
 
 namespace ox::session {
@@ -61,6 +60,8 @@ Error ReadMetadata(SessionState& state, CacheValue& value, Finding* finding)
   FetchedEntry& entry = finding->entry;
   entry.metadata = value.GetMetaData().UTF8();
   const auto read = state.cache.TakeMetadataRead();
+  // Somebody deleted it.
+  if (read && read->error == ENOENT) return Damaged(entry.path);
   // A commit writes at least one byte.
   if (!read || read->error != 0 || read->bytes == 0 || read->bytes != entry.metadata.size()) {
     errno = read ? read->error : 0;
@@ -94,7 +95,12 @@ Error CheckSeal(SessionState& state, const std::string& url, Finding* finding)
   finding->fingerprint = state.known.Fingerprint(url, finding->content, entry.metadata);
   const bool isKnown = state.known.Contains(finding->fingerprint);
   if (isKnown && state.options.check != Check::kAlways) return {};
-  const auto seal = internal::ReadSeal(entry.path + format::kMetadataSuffix);
+  int sealError = 0;
+  const auto seal = internal::ReadSeal(entry.path + format::kMetadataSuffix, &sealError);
+  if (sealError != 0) {
+    errno = sealError;
+    return SystemError("cannot read the seal", entry.path + format::kMetadataSuffix);
+  }
   if (seal && !seal->IsOf(url)) return internal::NoEntry();
   const bool isWhole =
       !seal || (seal->contentBytes == entry.size && seal->HasMetadata(entry.metadata));
@@ -168,7 +174,7 @@ Error FetchEntry(SessionState& state, const std::string& url, Finding* finding) 
 
 std::optional<FetchedEntry> CacheSession::Fetch(const std::string& url, Error* error) {
   std::optional<FetchedEntry> found;
-  *error = internal::WithoutExceptions([&]() -> Error {
+  *error = internal::Perform(*state_, [&]() -> Error {
     Finding finding;
     Error result = FetchEntry(*state_, url, &finding);
     if (result.kind == ErrorKind::kDamaged && !state_->options.reportDamaged)

@@ -13,6 +13,7 @@
 #include "session/room.h"
 #include "session/running_cache.h"
 #include "session/session_names.h"
+#include "session/without_exceptions.h"
 #include "session/writer_list.h"
 #include <oxfilecache/session.h>
 
@@ -42,6 +43,14 @@ struct SessionState {
   // For opening content.
   HeldDirectories contentDirectory OX_GUARDED_BY(mutex);
 };
+
+// Runs an operation, a step that returns an Error. In a forked child it is not begun: a thread that
+// is not there may hold the mutex.
+template <typename Step>
+Error Perform(const SessionState& state, Step step) {
+  if (Error error = state.directoryLock->CheckHeld()) return error;
+  return WithoutExceptions(step);
+}
 
 // kInvalidArgument unless the URL is valid UTF-8, not empty and without NUL.
 Error CheckUrl(const std::string& url);

@@ -10,7 +10,6 @@
 #include "session/module_text.h"
 #include "session/publish.h"
 #include "session/session_state.h"
-#include "session/without_exceptions.h"
 
 namespace ox::internal {
 
@@ -173,7 +172,7 @@ StoreWriter::~StoreWriter() {
 
 std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* error) {
   std::unique_ptr<StoreWriter> opened;
-  *error = internal::WithoutExceptions([&]() -> Error {
+  *error = internal::Perform(*state_, [&]() -> Error {
     if (Error invalid = internal::CheckUrl(url)) return invalid;
     SessionState& state = *state_;
     if (state.limits.maxEntries == 0) {
@@ -200,7 +199,7 @@ std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* 
 }
 
 Error StoreWriter::Write(const void* data, std::size_t bytes) {
-  return internal::WithoutExceptions([&]() -> Error {
+  return internal::Perform(staging_->state, [&]() -> Error {
     if (staging_->outcome.isDecided) return InvalidArgument("the writer is used up");
     if (!staging_->failure) staging_->failure = WriteStaging(*staging_, data, bytes);
     return staging_->failure;
@@ -208,7 +207,7 @@ Error StoreWriter::Write(const void* data, std::size_t bytes) {
 }
 
 Error StoreWriter::Commit(const std::string& metadata) {
-  return internal::WithoutExceptions([&] { return CommitStaging(*staging_, metadata); });
+  return internal::Perform(staging_->state, [&] { return CommitStaging(*staging_, metadata); });
 }
 
 }  // namespace ox::session

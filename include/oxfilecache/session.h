@@ -36,8 +36,8 @@
 // one thread at a time; writers must be gone before their session is.
 //
 // Processes: a child made with fork has no part in the lock, also when it lives longer than its
-// parent. Its copies of a session and of writers are not for use: Fetch, Remove, Trim, Write and
-// Commit are errors there (kInUse). Destroying them is allowed and does nothing to the cache.
+// parent. Its copies of a session and of writers are not for use: every operation is an error there
+// (kInUse), and Statistics gives zeros. Destroying them is allowed and does nothing to the cache.
 //
 // The module keeps its kernel and its one manager for the whole process, so a process has at most
 // one session open at a time.
