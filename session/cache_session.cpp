@@ -78,10 +78,6 @@ Error CacheSession::Trim(std::uint64_t* deleted) {
   });
 }
 
-const CacheLimits& CacheSession::Limits() const {
-  return state_->limits;
-}
-
 SessionStatistics CacheSession::Statistics() const {
   if (!state_->directoryLock->IsHeld()) return {};
   const MutexLock lock(state_->mutex);

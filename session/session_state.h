@@ -23,17 +23,19 @@ struct SessionState {
   SessionState(session::SessionOptions sessionOptions, session::CacheLimits cacheLimits,
                std::unique_ptr<DirectoryLock> lock, RunningCache::Foundation foundation)
       : options(std::move(sessionOptions)),
-        limits(std::move(cacheLimits)),
+        cacheDirectory(cacheLimits.cacheDirectory),
         directoryLock(std::move(lock)),
+        limits(std::move(cacheLimits)),
         cache(std::move(foundation), limits, writers, *directoryLock),
-        room(cache, writers, limits) {}
+        room(cache, writers, limits, options.minFree) {}
 
   const session::SessionOptions options;
-  const session::CacheLimits limits;
+  const std::string cacheDirectory;
   const std::unique_ptr<DirectoryLock> directoryLock;
 
   // Held during every call of the manager; let go while content is written and synchronised.
   Mutex mutex;
+  session::CacheLimits limits OX_GUARDED_BY(mutex);
   WriterList writers OX_GUARDED_BY(mutex);
   RunningCache cache OX_GUARDED_BY(mutex);
   Room room OX_GUARDED_BY(mutex);
