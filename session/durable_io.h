@@ -46,6 +46,7 @@ bool DeleteFile(const std::string& path);
 
 // Of a regular file, without following a symbolic link; all 0 when there is none.
 struct stat StatusOfFile(const std::string& path);
+// Also true where the system does not say.
 bool FileExists(const std::string& path);
 // True for a directory itself, not for a symbolic link to one.
 bool IsOwnDirectory(const std::string& path);

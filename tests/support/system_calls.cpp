@@ -145,6 +145,13 @@ void Journal::Renamed(const std::string& from, const std::string& to) {
   names_.erase(name);
 }
 
+void Journal::Linked(const std::string& from, const std::string& to) {
+  const std::string name = NameOf(to);
+  if (name.empty()) return;
+  names_[name] = names_[NameOf(from)];
+  Add(FileOperation::Kind::kCreate, names_[name]).name = name;
+}
+
 void Journal::Deleted(const std::string& path) {
   const std::string name = NameOf(path);
   if (name.empty()) return;
@@ -272,6 +279,14 @@ int rename(const char* from, const char* to) noexcept {
   if (Fails("rename", EIO)) return -1;
   const int result = real(from, to);
   if (result == 0 && journal != nullptr) journal->Renamed(from, to);
+  return result;
+}
+
+int link(const char* from, const char* to) noexcept {
+  static auto* const real = Next<int(const char*, const char*)>("link", "link", "link");
+  if (Fails("link", EIO)) return -1;
+  const int result = real(from, to);
+  if (result == 0 && journal != nullptr) journal->Linked(from, to);
   return result;
 }
 

@@ -76,6 +76,7 @@ class Journal {
   void Written(int fd, const void* bytes, std::size_t count);
   void Emptied(int fd);
   void Renamed(const std::string& from, const std::string& to);
+  void Linked(const std::string& from, const std::string& to);
   void Deleted(const std::string& path);
   void TimeSet(const std::string& path, std::int64_t time);
   void TimeSet(int fd, std::int64_t time);
