@@ -1,12 +1,10 @@
 #include "session/open_session.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <climits>
 #include <utility>
 
 #include "host/directory.h"
+#include "session/cache_location.h"
 #include "session/configuration_file.h"
 #include "session/directory_lock.h"
 #include "session/durable_io.h"
@@ -87,17 +85,6 @@ Error RefuseToDeleteAll(const SessionOptions& options, const CacheLimits& limits
   return ConfigurationError("MAX_CACHE_ENTRIES is missing or 0, which would delete all entries (" +
                                 std::to_string(survey.entries.size()) + ") of the cache",
                             options.directory + "/" + format::kConfigurationFileName);
-}
-
-// The working directory may change while the session is open.
-Error MakeAbsolute(std::string* path) {
-  if (path->empty() || path->front() == '/') return {};
-  char working[PATH_MAX];
-  if (getcwd(working, sizeof working) == nullptr) {
-    return SystemError("cannot tell the working directory", *path);
-  }
-  *path = std::string(working) + "/" + *path;
-  return {};
 }
 
 Error MakeDirectory(std::string* directory) {

@@ -65,7 +65,7 @@ Error Stage(SessionState& state, const Renewal& renewal, StagedRenewal* staged)
     errno = sealError;
     return SystemError("cannot read the seal", path + format::kMetadataSuffix);
   }
-  const auto contentBytes = static_cast<std::uint64_t>(internal::StatusOfFile(path).st_size);
+  const std::uint64_t contentBytes = internal::FileSize(path);
   if (contentBytes == 0) return internal::NoEntry();
   if (contentBytes + renewal.metadata.size() > state.limits.maxEntrySize) {
     return MakeError(ErrorKind::kRefused,

@@ -9,6 +9,7 @@
 #include "host/held_directories.h"
 #include "host/mutex.h"
 #include "session/directory_lock.h"
+#include "session/entry_name.h"
 #include "session/known_entries.h"
 #include "session/room.h"
 #include "session/running_cache.h"
@@ -54,10 +55,6 @@ Error Perform(const SessionState& state, Step step) {
   return WithoutExceptions(step);
 }
 
-// kInvalidArgument unless the URL is valid UTF-8, not empty and without NUL.
-Error CheckUrl(const std::string& url);
-// kNotFound.
-Error NoEntry();
 // Whether the entry under this name is known to be another URL's, of the same digest.
 bool IsOfOtherUrl(const std::string& contentPath, const std::string& url);
 
