@@ -131,7 +131,7 @@ std::string WhatFailed(Cache& cache) {
 bool AllHaveSeals(const Cache& cache) {
   const auto entries = Look(cache.scratch.Path()).entries;
   return std::all_of(entries.begin(), entries.end(), [&](const internal::SurveyedEntry& entry) {
-    return internal::ReadSeal(cache.scratch / entry.name + ".ox_meta").has_value();
+    return internal::ReadSeal(cache.scratch / std::string(entry.name) + ".ox_meta").has_value();
   });
 }
 
