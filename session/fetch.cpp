@@ -12,7 +12,6 @@
 #include "session/eviction_news.h"
 #include "session/module_text.h"
 #include "session/session_state.h"
-#include "session/without_exceptions.h"
 #include <oxfilecache/format.h>
 
 namespace ox::session {
@@ -64,6 +63,8 @@ Error ReadMetadata(SessionState& state, CacheValue& value, Finding* finding)
   FetchedEntry& entry = finding->entry;
   entry.metadata = value.GetMetaData().UTF8();
   const auto read = state.cache.TakeMetadataRead();
+  // Somebody deleted it.
+  if (read && read->error == ENOENT) return Damaged(entry.path);
   // A commit writes at least one byte.
   if (!read || read->error != 0 || read->bytes == 0 || read->bytes != entry.metadata.size()) {
     errno = read ? read->error : 0;
@@ -97,7 +98,12 @@ Error CheckSeal(SessionState& state, const std::string& url, Finding* finding)
   finding->fingerprint = state.known.Fingerprint(url, finding->content, entry.metadata);
   const bool isKnown = state.known.Contains(finding->fingerprint);
   if (isKnown && state.options.check != Check::kAlways) return {};
-  const auto seal = internal::ReadSeal(entry.path + format::kMetadataSuffix);
+  int sealError = 0;
+  const auto seal = internal::ReadSeal(entry.path + format::kMetadataSuffix, &sealError);
+  if (sealError != 0) {
+    errno = sealError;
+    return SystemError("cannot read the seal", entry.path + format::kMetadataSuffix);
+  }
   if (seal && !seal->IsOf(url)) return internal::NoEntry();
   const bool isWhole =
       !seal || (seal->contentBytes == entry.size && seal->HasMetadata(entry.metadata));
@@ -173,7 +179,7 @@ Error FindAndCheck(SessionState& state, const std::string& url, Finding* finding
 
 std::optional<FetchedEntry> CacheSession::Fetch(const std::string& url, Error* error) {
   std::optional<FetchedEntry> found;
-  *error = internal::WithoutExceptions([&] {
+  *error = internal::Perform(*state_, [&]() -> Error {
     FetchedEntry entry;
     Error result = internal::FetchEntry(*state_, url, &entry);
     if (internal::IsMissing(result)) ++state_->counts.misses;
