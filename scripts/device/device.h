@@ -28,9 +28,11 @@ void Configure(const std::string& directory, std::uint64_t bytes, int entries, i
 std::int64_t Milliseconds();  // since the device was started
 
 // The commands. Each gives the exit status.
-int Check(const Arguments& arguments);   // NAME DIRECTORY DURABILITY URLS
-int Load(const Arguments& arguments);    // NAME DIRECTORY DURABILITY URLS BASE
-int Wear(const Arguments& arguments);    // STORE DIRECTORY OPERATION ENTRIES BYTES ROUND
+int Check(const Arguments& arguments);  // NAME DIRECTORY DURABILITY URLS
+int Load(const Arguments& arguments);   // NAME DIRECTORY DURABILITY URLS BASE
+// STORE DIRECTORY OPERATION ENTRIES BYTES ROUND COUNTERS: put, renew, hit, miss or restart; the
+// command COUNTERS is run before and after.
+int Wear(const Arguments& arguments);
 int Memory(const Arguments& arguments);  // DIRECTORY ENTRIES
 
 }  // namespace ox::device
