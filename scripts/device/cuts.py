@@ -9,7 +9,7 @@ import time
 
 from emulator import Device, DeviceError, Disk
 from file_systems import FILE_SYSTEMS
-from ledger import HALF, MIXED, Counts, Ledger
+from ledger import Counts, Ledger
 
 URLS = 24
 MEBIBYTES = 64
@@ -57,11 +57,8 @@ class Cache:
         """A line that the device told; those of other caches are no matter."""
         words = line.split()
         if words[:1] == [self.name]:
-            self.ledger.note(words[1:])
             self.counts.commits += words[1:2] == ["d"]
-            if words[1:2] == ["f"]:  # while loading: what no cut excuses
-                self.counts.half += words[3] == str(HALF)
-                self.counts.mixed += words[3] == str(MIXED)
+            self.ledger.note(words[1:], self.counts)
 
     def note_cut(self):
         self.counts.trials += 1

@@ -57,7 +57,8 @@ class DeviceError(Exception):
 class Device:
     """A running device. Leaving a `with` block cuts its power."""
 
-    def __init__(self, image, disks, memory=256, clock=None, log=None):
+    def __init__(self, image, disks, memory=256, clock=None, log=None,
+                 initramfs="initramfs"):
         self.disks = list(disks)
         self.lines = queue.Queue()
         self.log = log
@@ -65,7 +66,7 @@ class Device:
             disk.serve()
         command = ["qemu-system-arm", "-M", "virt", "-cpu", "cortex-a7", "-m", str(memory),
                    "-nographic", "-monitor", "none", "-serial", "stdio", "-nic", "none",
-                   "-no-reboot", "-kernel", f"{image}/kernel", "-initrd", f"{image}/initramfs",
+                   "-no-reboot", "-kernel", f"{image}/kernel", "-initrd", f"{image}/{initramfs}",
                    "-append", "console=ttyAMA0 loglevel=1 panic=-1 rdinit=/init"]
         if clock is not None:
             command += ["-rtc", f"base={clock}"]
@@ -75,7 +76,7 @@ class Device:
                                          stderr=subprocess.STDOUT)
         self.reader = threading.Thread(target=self._read, daemon=True)
         self.reader.start()
-        self.wait_for("@started")
+        self.wait_for("@started", 600)
 
     def __enter__(self):
         return self
@@ -116,13 +117,18 @@ class Device:
         self.emulator.stdin.write((command + "\n").encode())
         self.emulator.stdin.flush()
 
-    def run(self, command, timeout=120, may_fail=False):
+    def run(self, command, timeout=300, may_fail=False):
         """The lines that a command of the shell prints."""
         self.send(f"( {command} ) 2>&1; echo @done $?")
         lines = self.wait_for("@done", timeout)
         if not may_fail and lines[-1] != "@done 0":
             raise DeviceError(f"{command}: {lines[-20:]}")
         return lines[:-1] if not may_fail else lines
+
+    def lines_for(self, seconds):
+        """What it tells in that time."""
+        time.sleep(seconds)
+        return self.rest()
 
     def rest(self):
         """What was told and not read yet."""

@@ -27,47 +27,40 @@ class Ledger:
 
     def __init__(self):
         self.allowed = {}
-        self.last_told = {}
         self.open = set()
-        self.failures = []
 
-    def note(self, words):
+    def note(self, words, counts):
         """A line of the load, without the name that it begins with."""
-        kind = words[0] if words else ""
-        url = int(words[1]) if len(words) > 1 and words[1].isdigit() else None
-        if kind == "b":
+        if words[0] not in ("b", "d", "r", "f"):
+            return
+        url = int(words[1])
+        if words[0] == "b":
             self.allowed.setdefault(url, {ABSENT}).add(int(words[2]))
             self.open.add(url)
-        elif kind == "d":
+        elif words[0] == "d":
             self.allowed[url] = {int(words[2])}
-            self.last_told[url] = int(words[2])
             self.open.discard(url)
-        elif kind == "r":
+        elif words[0] == "r":
             # A removal is never synchronised, so the entry may come back.
             self.allowed.setdefault(url, {ABSENT}).add(ABSENT)
-        elif kind == "!":
-            self.failures.append(" ".join(words))
-        elif kind == "f":
-            self.failures.append("served while loading: " + " ".join(words))
+        elif int(words[2]) in (HALF, MIXED):
+            # Served under load. What no longer is, is judged by the next check.
+            self.judge(url, int(words[2]), " ".join(words[3:]), counts, "under load")
 
-    def check(self, found, counts, trial):
+    def judge(self, url, version, message, counts, when):
+        allowed = self.allowed.get(url, {ABSENT})
+        if version not in allowed:
+            counts.half += version == HALF
+            counts.mixed += version == MIXED
+            counts.unreadable += version == UNREADABLE
+            counts.lost += version >= ABSENT
+            counts.findings.append(f"{when}: URL {url} gives {version} {message}, "
+                                   f"allowed {sorted(allowed)}")
+        self.allowed[url] = {version}
+
+    def check(self, found, counts, when):
         """Compares with what was found (URL to version and message), and goes on from there."""
         for url, (version, message) in sorted(found.items()):
-            allowed = self.allowed.get(url, {ABSENT})
-            if ABSENT not in allowed:
-                counts.told += 1
-            if version in allowed:
-                pass
-            elif version == HALF:
-                counts.half += 1
-            elif version == MIXED:
-                counts.mixed += 1
-            elif version == UNREADABLE:
-                counts.unreadable += 1
-            else:
-                counts.lost += 1
-            if version not in allowed:
-                counts.findings.append(f"{trial}: URL {url} gives {version} {message}, "
-                                       f"allowed {sorted(allowed)}")
-            self.allowed[url] = {version}
+            counts.told += ABSENT not in self.allowed.get(url, {ABSENT})
+            self.judge(url, version, message, counts, when)
         self.open.clear()
