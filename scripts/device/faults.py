@@ -7,14 +7,16 @@ import re
 from cuts import LIMITS, Cache
 from emulator import Device, Disk
 from file_systems import FILE_SYSTEMS
+from ledger import UNREADABLE
 from ubifs_cuts import DIRECTORY, MAKE, MOUNT
 
-MEBIBYTES = 32
+MEBIBYTES = 48
 STOP = "killall ox_device 2>/dev/null; while killall -0 ox_device 2>/dev/null; do sleep 0.1; done; true"
 # Name, what brings the fault about, what ends it. {mount} is where the disk is.
 FAULTS = (
-    ("full disk", "dd if=/dev/urandom of={mount}/filler bs=64k 2>/dev/null; "
-                  "dd if=/dev/urandom of={mount}/rest bs=1k 2>/dev/null; true",
+    ("full disk", "dd if=/dev/urandom of=/tmp/noise bs=256k count=4 2>/dev/null; "
+                  "while cat /tmp/noise >>{mount}/filler; do true; done 2>/dev/null; "
+                  "dd if=/tmp/noise of={mount}/rest bs=1k 2>/dev/null; true",
      "rm {mount}/filler {mount}/rest"),
     # The kernel's emergency, which asks no writer.
     ("read-only", "echo u >/proc/sysrq-trigger; sleep 1", "mount -o remount,rw {mount}"),
@@ -36,7 +38,7 @@ class Loaded:
         device.run(f"mkdir -p {self.cache.directory}; "
                    f"printf '{LIMITS}\\n' >{self.cache.directory}/file-cache.conf")
 
-    def run(self, fault, mend, seconds, base):
+    def run(self, fault, mend, seconds, base, may_evict=False):
         """Before, with and after the fault; then every entry is looked at."""
         counts = self.cache.counts
         phases = []
@@ -47,9 +49,12 @@ class Loaded:
             for line in lines:
                 self.cache.note(line)
             phases.append({"commits": sum(f"{self.cache.name} d " in line for line in lines),
-                           "failed": sum("! " in line for line in lines)})
+                           "failed": sum("! " in line for line in lines),
+                           "refused": sum(f"{UNREADABLE} " in line for line in lines)})
         for line in self.device.run(STOP, may_fail=True):
             self.cache.note(line)
+        if may_evict:
+            self.cache.ledger.allow_absence()
         self.cache.check(self.device, "true", base)
         return {"before": phases[0], "during": phases[1], "after": phases[2],
                 "told": counts.told, "lost": counts.lost, "half": counts.half,
@@ -79,7 +84,8 @@ def run_faults(image, systems, folder, seconds, log):
     with Device(image, disks.values(), log=log) as device:
         def all_faults(system, mount):
             for number, (name, fault, mend) in enumerate(FAULTS, 1):
-                results[name][system] = Loaded(device, system, mount).run(fault, mend, seconds, number)
+                results[name][system] = Loaded(device, system, mount).run(
+                    fault, mend, seconds, number, may_evict=name == "full disk")
                 device.run(f"rm -rf {mount}/*")
 
         for system, mount in each_mounted(device, disks):

@@ -47,6 +47,11 @@ class Ledger:
             # Served under load. What no longer is, is judged by the next check.
             self.judge(url, int(words[2]), " ".join(words[3:]), counts, "under load")
 
+    def allow_absence(self):
+        """From now on any entry may have been evicted, but none may be an older one."""
+        for versions in self.allowed.values():
+            versions.add(ABSENT)
+
     def judge(self, url, version, message, counts, when):
         allowed = self.allowed.get(url, {ABSENT})
         if version not in allowed:

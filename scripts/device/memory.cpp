@@ -48,7 +48,7 @@ void Fill(session::CacheSession& session, int first, int last) {
 int Memory(const Arguments& arguments) {
   const std::string& directory = arguments.at(0);
   const int entries = std::stoi(arguments.at(1));
-  Configure(directory, 100 << 20, 20000, 1 << 20);
+  Configure(directory, 400 << 20, 20000, 1 << 20);
   Measure("before", 0);
   const auto session = OpenSession(directory, session::Durability::kProcess);
   const auto there = static_cast<int>(session->Statistics().entries);

@@ -54,11 +54,12 @@ def fault_table(faults):
             each = by_system.get(system)
             if each is None:
                 continue
-            phases = [f"{each[phase]['commits']}, {each[phase]['failed']}"
+            phases = [", ".join(str(each[phase][what])
+                                for what in ("commits", "failed", "refused"))
                       for phase in ("before", "during", "after")]
             rows.append([fault, NAMES[system], *phases, each["told"], each["lost"],
                          each["half"] + each["mixed"] + each["unreadable"]])
-    return table(["fault", "file system", "commits and failed calls before", "during", "after",
+    return table(["fault", "file system", "commits, failed changes, refused fetches: before", "during", "after",
                   "entries told as finished", "lost", "half, mixed, unreadable"], rows)
 
 
