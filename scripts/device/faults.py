@@ -10,7 +10,7 @@ from file_systems import FILE_SYSTEMS
 from ledger import UNREADABLE
 from ubifs_cuts import DIRECTORY, MAKE, MOUNT
 
-MEBIBYTES = 48
+MEBIBYTES = 64
 STOP = "killall ox_device 2>/dev/null; while killall -0 ox_device 2>/dev/null; do sleep 0.1; done; true"
 # Name, what brings the fault about, what ends it. {mount} is where the disk is.
 FAULTS = (
