@@ -21,6 +21,10 @@ class Counts:
     first_hit: list = dataclasses.field(default_factory=list)  # milliseconds from the mount
     findings: list = dataclasses.field(default_factory=list)
 
+    def add(self, other):
+        for field in dataclasses.fields(self):
+            setattr(self, field.name, getattr(self, field.name) + getattr(other, field.name))
+
 
 class Ledger:
     """Of one cache. Versions of an entry only grow."""
