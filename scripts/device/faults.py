@@ -124,7 +124,7 @@ def run_tests(image, systems, folder, log):
             passed, failed = 0, []
             for test in TESTS:
                 left_out = NOT_ON_CARDS.get(test, "") if "fat" in system else ""
-                lines = device.run(f"mkdir -p {mount}/t; TMPDIR={mount}/t {test} "
+                lines = device.run(f"mkdir -p {mount}/t; TMPDIR={mount}/t GTEST_COLOR=no {test} "
                                    f"--gtest_filter=-{left_out}; rm -rf {mount}/t", timeout=3600,
                                    may_fail=True)
                 passed += sum(int(number) for line in lines

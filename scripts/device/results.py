@@ -99,16 +99,18 @@ def wear_tables(wear):
 
 def memory_table(lines):
     """Of lines "memory WHEN ENTRIES resident KIB private KIB heap BYTES"."""
-    rows = []
+    rows = {}
     for words in map(str.split, lines):
-        if words[1] != "before":
-            when = "stored just now" if words[1] == "stored" else "found at the start"
-            entries = int(words[2])
-            if entries:
-                rows.append([when, entries, words[4], words[6], f"{int(words[8]) / 1024:.0f}",
-                             f"{int(words[8]) / entries:.0f}"])
+        when, entries = words[1], int(words[2])
+        if when == "before" or not entries:
+            continue
+        heap = int(words[8])
+        rows[when, entries] = ["stored just now" if when == "stored" else "found at the start",
+                               entries, words[4], words[6], f"{heap / 1024:.0f}",
+                               f"{heap / entries:.0f}"]
     return table(["entries", "number", "resident, KiB", "of these private, KiB", "heap, KiB",
-                  "heap for each entry, bytes"], rows)
+                  "heap for each entry, bytes"],
+                 [rows[key] for key in sorted(rows)])
 
 
 TABLES = {"cuts": cut_table, "faults": fault_table, "tests": test_table, "wear": wear_tables,
