@@ -10,7 +10,7 @@ from file_systems import FILE_SYSTEMS
 from ledger import UNREADABLE
 from ubifs_cuts import DIRECTORY, MAKE, MOUNT
 
-MEBIBYTES = 64
+MEBIBYTES = {"f2fs": 64}  # the least that f2fs takes; 24 for the others
 STOP = "killall ox_device 2>/dev/null; while killall -0 ox_device 2>/dev/null; do sleep 0.1; done; true"
 # Name, what brings the fault about, what ends it. {mount} is where the disk is.
 FAULTS = (
@@ -73,7 +73,7 @@ def each_mounted(device, disks):
 def make_disks(systems, folder, part):
     disks = {name: Disk(name, folder / f"{part}.{name}.img") for name in systems}
     for name, disk in disks.items():
-        FILE_SYSTEMS[name].make_image(disk.image, MEBIBYTES)
+        FILE_SYSTEMS[name].make_image(disk.image, MEBIBYTES.get(name, 24))
     return disks
 
 
@@ -92,17 +92,26 @@ def run_faults(image, systems, folder, seconds, log):
             all_faults(system, mount)
         device.run(f"{MAKE}; {MOUNT}")
         all_faults("ubifs", DIRECTORY)
-    # A simulated flash has no room in 32 MiB.
-    results["32 MiB of memory, started in 1970"] = {}
-    disks = make_disks(systems, folder, "small")
-    with Device(image, disks.values(), memory=32, clock="1970-01-01T00:00:30", log=log,
-                initramfs="initramfs-small") as device:
-        for system, mount in each_mounted(device, disks):
-            results["32 MiB of memory, started in 1970"][system] = \
-                Loaded(device, system, mount).run("true", "true", seconds, 1)
     return results
 
 
+def run_small(image, systems, folder, seconds, log):
+    """The same of a device with little memory, started in 1970. Debian's kernel does not start in 32
+    MiB, so half of 64 is taken away. A simulated flash has no room in that."""
+    results = {}
+    disks = make_disks(systems, folder, "small")
+    with Device(image, disks.values(), memory=64, clock="1970-01-01T00:00:30", log=log,
+                initramfs="initramfs-small") as device:
+        device.run("mkdir /taken; mount -t ramfs none /taken; "
+                   "dd if=/dev/zero of=/taken/half bs=1M count=32 2>/dev/null")
+        for system, mount in each_mounted(device, disks):
+            results[system] = Loaded(device, system, mount).run("true", "true", seconds, 1)
+    return {"32 MiB of memory, started in 1970": results}
+
+
+# The random histories take minutes and touch no disk.
+TESTS = ("module_test", "binary_contract_test", "host_test", "session_parts_test", "session_test")
+LEFT_OUT = "Model.*"
 # Names without case, times in steps, no links, no modes: what cards cannot do.
 NOT_ON_CARDS = {
     "host_test": "DirectoryTest.TheDefaultOneIsMade*:EnumerationTest.OldestFirst*:"
@@ -111,8 +120,6 @@ NOT_ON_CARDS = {
     "session_test": "SessionTest.DeletesFilesOfNoEntryAndKeepsForeignFiles:"
                     "SessionTest.FilesAreTheUsersAloneAndNoOtherProgramInheritsThem",
 }
-TESTS = ("module_test", "binary_contract_test", "host_test", "session_parts_test", "session_test",
-         "session_limits_test")
 
 
 def run_tests(image, systems, folder, log):
@@ -123,7 +130,9 @@ def run_tests(image, systems, folder, log):
         def all_tests(system, mount):
             passed, failed = 0, []
             for test in TESTS:
-                left_out = NOT_ON_CARDS.get(test, "") if "fat" in system else ""
+                left_out = LEFT_OUT
+                if "fat" in system and test in NOT_ON_CARDS:
+                    left_out += ":" + NOT_ON_CARDS[test]
                 lines = device.run(f"mkdir -p {mount}/t; TMPDIR={mount}/t GTEST_COLOR=no {test} "
                                    f"--gtest_filter=-{left_out}; rm -rf {mount}/t", timeout=3600,
                                    may_fail=True)
