@@ -97,16 +97,14 @@ def run_faults(image, systems, folder, seconds, log):
 
 def run_small(image, systems, folder, seconds, log):
     """The same of a device with little memory, started in 1970. Debian's kernel does not start in 32
-    MiB, so half of 64 is taken away. A simulated flash has no room in that."""
+    MiB; of 64 it leaves 25. A simulated flash has no room in that."""
     results = {}
     disks = make_disks(systems, folder, "small")
     with Device(image, disks.values(), memory=64, clock="1970-01-01T00:00:30", log=log,
                 initramfs="initramfs-small") as device:
-        device.run("mkdir /taken; mount -t ramfs none /taken; "
-                   "dd if=/dev/zero of=/taken/half bs=1M count=32 2>/dev/null")
         for system, mount in each_mounted(device, disks):
             results[system] = Loaded(device, system, mount).run("true", "true", seconds, 1)
-    return {"32 MiB of memory, started in 1970": results}
+    return {"64 MiB of memory, 25 of them free, started in 1970": results}
 
 
 # The random histories take minutes and touch no disk.
