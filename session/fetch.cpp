@@ -12,6 +12,7 @@
 #include "session/eviction_news.h"
 #include "session/module_text.h"
 #include "session/session_state.h"
+#include "session/text_file.h"
 #include <oxfilecache/format.h>
 
 namespace ox::session {
@@ -58,6 +59,16 @@ void NoteUse(SessionState& state, const Finding& finding) OX_REQUIRES(state.mute
   internal::SetFileTime(finding.entry.path + format::kMetadataSuffix, now);
 }
 
+// No commit writes nothing, or a NUL. A power cut leaves both where a file's length has reached the
+// medium before its bytes.
+bool LacksItsBytes(const std::string& path) {
+  if (!S_ISREG(internal::StatusOfFile(path).st_mode)) return false;
+  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  std::string text;
+  return file.IsOpen() && internal::ReadText(file.Get(), &text) &&
+         (text.empty() || text.find('\0') != text.npos);
+}
+
 Error ReadMetadata(SessionState& state, CacheValue& value, Finding* finding)
     OX_REQUIRES(state.mutex) {
   FetchedEntry& entry = finding->entry;
@@ -67,8 +78,10 @@ Error ReadMetadata(SessionState& state, CacheValue& value, Finding* finding)
   if (read && read->error == ENOENT) return Damaged(entry.path);
   // A commit writes at least one byte.
   if (!read || read->error != 0 || read->bytes == 0 || read->bytes != entry.metadata.size()) {
+    const std::string path = entry.path + format::kMetadataSuffix;
+    if (LacksItsBytes(path)) return Damaged(entry.path);
     errno = read ? read->error : 0;
-    return SystemError("cannot read the metadata whole", entry.path + format::kMetadataSuffix);
+    return SystemError("cannot read the metadata whole", path);
   }
   finding->lastUse = read->modified;
   return {};

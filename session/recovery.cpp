@@ -24,13 +24,15 @@ Error Delete(const std::string& path) {
   return DeleteFile(path) ? Error{} : SystemError("cannot delete", path);
 }
 
-// What this user may not delete, for example in a directory with the sticky bit, stays.
+// What this user may not delete, for example in a directory with the sticky bit, stays. So does all
+// on a file system that has turned read-only: what is there can still be fetched.
 Error DeleteLeftover(const std::string& path, std::uint64_t* deleted) {
   if (DeleteFile(path)) {
     ++*deleted;
     return {};
   }
-  return IsLastingRefusal(errno) ? Error{} : SystemError("cannot delete", path);
+  const bool stays = IsLastingRefusal(errno) || errno == EROFS;
+  return stays ? Error{} : SystemError("cannot delete", path);
 }
 
 bool IsOfBlockedCommit(const Survey& survey, const std::string& id) {

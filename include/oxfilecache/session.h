@@ -97,7 +97,8 @@ enum class Durability {
   kProcess,
   // So does a power cut, and once Commit returned the new entry is on the medium. Where the file
   // system cannot synchronise a file or a directory, Commit is an error (kInputOutput): there is
-  // no weaker commit in its place.
+  // no weaker commit in its place. It takes a file system whose directories survive the cut: ext4
+  // with its journal, f2fs, UBIFS; not vfat, exFAT or ext4 without a journal.
   kPower,
 };
 
