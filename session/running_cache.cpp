@@ -4,6 +4,7 @@
 
 #include "session/recovery.h"
 #include "session/survey.h"
+#include "session/use_order.h"
 
 namespace ox::internal {
 
@@ -63,7 +64,9 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   std::uint64_t deleted = 0;
   Error error = TrimToLimits(directory, limits_, survey, &deleted);
   trimmed_ += deleted;
-  return error;
+  if (error) return error;
+  SettleUseOrder(directory, *survey);
+  return {};
 }
 
 PendingEntry RunningCache::Create(const OxString& url, const OxString& metadata) {

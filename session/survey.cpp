@@ -7,6 +7,7 @@
 
 #include "host/directory.h"
 #include "session/session_names.h"
+#include "session/use_order.h"
 #include <oxfilecache/format.h>
 
 namespace ox::internal {
@@ -105,7 +106,9 @@ class Surveyor {
 
 Error SurveyDirectory(const std::string& directory, Survey* survey) {
   *survey = Survey();
-  return Surveyor(directory, survey).Run();
+  if (Error error = Surveyor(directory, survey).Run()) return error;
+  ReadUseOrder(directory, survey);
+  return {};
 }
 
 }  // namespace ox::internal

@@ -16,7 +16,8 @@ struct SurveyedEntry {
   std::string name;             // of the content file, without the directory
   std::uint64_t contentBytes;   // size of the content file
   std::uint64_t metadataBytes;  // size of the metadata file
-  timespec used;                // time of last use: the metadata file's modification time
+  // Of the last use: the metadata file's modification time, or what stands in for it (use_order.h).
+  timespec used;
 };
 
 struct Survey {
@@ -28,7 +29,8 @@ struct Survey {
   std::vector<std::string> blockedCommits;
   // Everything else but the session's and the module's own files.
   std::vector<std::string> foreignFiles;
-  std::uint64_t bytes = 0;  // of all entries, content and metadata
+  std::uint64_t bytes = 0;   // of all entries, content and metadata
+  bool isOrderKept = false;  // the times of use are from the file of use_order.h
 };
 
 // kInputOutput when the directory, or a file in it, cannot be looked at.

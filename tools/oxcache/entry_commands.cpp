@@ -3,6 +3,7 @@
 #include <ctime>
 #include <vector>
 
+#include "session/use_order.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/text.h"
 #include <oxfilecache/format.h>
@@ -137,6 +138,21 @@ ExitStatus Trim(Context& context) {
                " that belonged to no entry";
   }
   context.Tell(deleted + " deleted");
+  return ExitStatus::kDone;
+}
+
+ExitStatus Freeze(Context& context) {
+  Error error;
+  CacheSession* session = context.Session(Context::Purpose::kUse, &error);
+  if (session == nullptr) return context.Fail(error);
+  const std::string& directory = session->Limits().cacheDirectory;
+  internal::Survey survey;
+  if (error = internal::SurveyDirectory(directory, &survey); !error) {
+    error = internal::KeepUseOrder(directory, survey);
+  }
+  if (error) return context.Fail(error);
+  context.Tell("the order of use of " + EntriesText(survey.entries.size()) +
+               " is kept until the next opening of the cache");
   return ExitStatus::kDone;
 }
 
