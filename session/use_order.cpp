@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
-#include <tuple>
 #include <unordered_map>
 #include <utility>
 
@@ -42,7 +41,7 @@ std::string TextOf(const Survey& survey) {
   for (auto entry = survey.entries.rbegin(); entry != survey.entries.rend(); ++entry) {
     const std::int64_t seconds = std::min(EvenSeconds(entry->used), bound - kStep);
     bound = seconds;
-    text.insert(0, std::to_string(seconds) + " " + entry->name + "\n");
+    text.insert(0, std::to_string(seconds) + " " + std::string(entry->name) + "\n");
   }
   return text;
 }
@@ -72,11 +71,6 @@ Times Parse(const std::string& text) {
   return times;
 }
 
-bool WasUsedEarlier(const SurveyedEntry& a, const SurveyedEntry& b) {
-  return std::tie(a.used.tv_sec, a.used.tv_nsec, a.name) <
-         std::tie(b.used.tv_sec, b.used.tv_nsec, b.name);
-}
-
 }  // namespace
 
 Error KeepUseOrder(const std::string& directory, const Survey& survey) {
@@ -97,10 +91,10 @@ void ReadUseOrder(const std::string& directory, Survey* survey) {
   if (!ReadWhole(PathOf(directory), &text)) return;
   const Times times = Parse(text);
   for (SurveyedEntry& entry : survey->entries) {
-    const auto found = times.find(entry.name);
+    const auto found = times.find(std::string(entry.name));
     if (found != times.end()) entry.used = ToTimespec(found->second);
   }
-  std::sort(survey->entries.begin(), survey->entries.end(), WasUsedEarlier);
+  std::sort(survey->entries.begin(), survey->entries.end(), IsUsedBefore);
   survey->isOrderKept = true;
 }
 
@@ -108,7 +102,8 @@ void SettleUseOrder(const std::string& directory, const Survey& survey) {
   if (!survey.isOrderKept) return;
   bool isSet = true;
   for (const SurveyedEntry& entry : survey.entries) {
-    const std::string metadata = directory + "/" + entry.name + format::kMetadataSuffix;
+    const std::string metadata =
+        directory + "/" + std::string(entry.name) + format::kMetadataSuffix;
     isSet = SetFileTime(metadata, ToNanoseconds(entry.used)) && isSet;
   }
   if (!isSet) return;

@@ -18,14 +18,14 @@ using nlohmann::json;
 using session::CacheLimits;
 
 struct Listed {
-  SurveyedEntry entry;
+  SurveyedEntry entry;  // of the survey, which must outlive this
   std::string metadata;
   Error problem;  // why the metadata could not be read
 };
 
 void TakeMetadata(const std::string& directory, Listed* listed) {
-  listed->problem =
-      ReadMetadata(directory, listed->entry.name, format::kTextBytes, &listed->metadata);
+  listed->problem = ReadMetadata(directory, std::string(listed->entry.name), format::kTextBytes,
+                                 &listed->metadata);
 }
 
 bool IsGone(const Listed& listed) {
