@@ -129,10 +129,11 @@ std::string WhatFailed(Cache& cache) {
 }
 
 bool AllHaveSeals(const Cache& cache) {
-  const auto entries = Look(cache.scratch.Path()).entries;
-  return std::all_of(entries.begin(), entries.end(), [&](const internal::SurveyedEntry& entry) {
-    return internal::ReadSeal(cache.scratch / std::string(entry.name) + ".ox_meta").has_value();
-  });
+  const internal::Survey survey = Look(cache.scratch.Path());
+  return std::all_of(
+      survey.entries.begin(), survey.entries.end(), [&](const internal::SurveyedEntry& entry) {
+        return internal::ReadSeal(cache.scratch / std::string(entry.name) + ".ox_meta").has_value();
+      });
 }
 
 // All entries are there, and every URL can be stored at once.
