@@ -98,15 +98,18 @@ void Operate(Cache& cache) {
   CacheSession& session = *cache.session;
   Error error;
   session.Fetch(kKept, &error);
+  RemoveByUrl(session, kRemoved, &cache.ledger);
+  Store(session, kRemoved, 2, &cache.ledger);
   static_cast<void>(session.Trim(nullptr));
   static_cast<void>(session.SetLimits(cache.options.limits));
   cache.Replace(2);
-  Store(session, kNew, 1, &cache.ledger);
+  Produce(session, kNew, 1, &cache.ledger);
   Write(session, kKept, "given up", &error);
   Renew(session, kKept, &cache.ledger);
   Remove(session, kRemoved, &cache.ledger);
   cache.Replace(3);
   session.Fetch(kNew, &error);
+  session.List(&error);
 }
 
 // With a recovery at its start.

@@ -54,6 +54,10 @@ bool Store(CacheSession& session, const std::string& url, int version, Ledger* l
 
 // Renews the metadata of a URL that was stored with one content alone.
 void Renew(CacheSession& session, const std::string& url, Ledger* ledger);
+// The same through FetchOrStore; the entry may not be there before.
+void Produce(CacheSession& session, const std::string& url, int version, Ledger* ledger);
+// Removes it as the one entry for which a predicate is true. Not where the URL is not known.
+void RemoveByUrl(CacheSession& session, const std::string& url, Ledger* ledger);
 
 void Remove(CacheSession& session, const std::string& url, Ledger* ledger);
 
