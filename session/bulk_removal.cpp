@@ -44,13 +44,13 @@ Error LookAround(SessionState& state, Survey* survey) OX_REQUIRES(state.mutex) {
 
 // An entry as it was when it was listed. Other content has another inode or change time.
 struct Seen {
-  SurveyedEntry entry;
+  SurveyedEntry entry;  // of the survey, which must outlive this
   ListedEntry listed;
   struct stat content {};
 };
 
 bool LookAt(const SessionState& state, const SurveyedEntry& entry, struct stat* content) {
-  const std::string path = state.cacheDirectory + "/" + entry.name;
+  const std::string path = state.cacheDirectory + "/" + std::string(entry.name);
   return lstat(path.c_str(), content) == 0;
 }
 
@@ -61,11 +61,10 @@ bool IsUnchanged(const SessionState& state, const Seen& seen) {
          now.st_ctim.tv_nsec == seen.content.st_ctim.tv_nsec;
 }
 
-Error LookAtAll(SessionState& state, std::vector<Seen>* all) {
+Error LookAtAll(SessionState& state, Survey* survey, std::vector<Seen>* all) {
   const MutexLock lock(state.mutex);
-  Survey survey;
-  if (Error error = LookAround(state, &survey)) return error;
-  for (const SurveyedEntry& entry : survey.entries) {
+  if (Error error = LookAround(state, survey)) return error;
+  for (const SurveyedEntry& entry : survey->entries) {
     Seen seen{entry, internal::ToListed(state.cacheDirectory, entry), {}};
     if (LookAt(state, entry, &seen.content)) all->push_back(std::move(seen));
   }
@@ -102,9 +101,9 @@ Error TrimToTarget(SessionState& state, const TrimTarget& target) OX_REQUIRES(st
           state.room.EvictDownTo(target.bytes.value_or(kAny), target.entries.value_or(kAny))) {
     return error;
   }
+  Survey survey;
   std::vector<SurveyedEntry> unused;
   if (target.unusedFor) {
-    Survey survey;
     if (Error error = LookAround(state, &survey)) return error;
     unused = UnusedFor(*target.unusedFor, survey, state.cache.Clock().Next());
   }
@@ -126,8 +125,9 @@ Error CacheSession::RemoveIf(const std::function<bool(const ListedEntry&)>& isUn
   Give(0, deleted);
   return internal::WithoutExceptions([&]() -> Error {
     const internal::EvictionNews news(*state_);
+    Survey survey;
     std::vector<Seen> seen;
-    if (Error failed = LookAtAll(*state_, &seen)) return failed;
+    if (Error failed = LookAtAll(*state_, &survey, &seen)) return failed;
     seen.erase(std::remove_if(seen.begin(), seen.end(),
                               [&](const Seen& one) { return !isUnwanted(one.listed); }),
                seen.end());

@@ -43,7 +43,8 @@ void AddUnfinished(const std::string& directory, const std::string& commitName,
 EntriesByName EntriesIn(const std::string& directory, const Survey& survey) {
   EntriesByName entries;
   for (const SurveyedEntry& surveyed : survey.entries) {
-    entries[surveyed.name] = ToListed(directory, surveyed);
+    ListedEntry entry = ToListed(directory, surveyed);
+    entries[entry.name] = std::move(entry);
   }
   for (const std::string& name : survey.staging)
     AddUnfinished(directory, name, &entries);
@@ -63,13 +64,14 @@ std::string SealedUrl(const std::string& metadataPath) {
 }
 
 ListedEntry ToListed(const std::string& directory, const SurveyedEntry& entry) {
-  const std::string metadataName = entry.name + format::kMetadataSuffix;
-  return {SealedUrl(directory + "/" + metadataName),
-          entry.name,
-          metadataName,
-          entry.contentBytes,
-          entry.metadataBytes,
-          entry.used};
+  ListedEntry listed;
+  listed.name = entry.name;
+  listed.metadataName = listed.name + format::kMetadataSuffix;
+  listed.url = SealedUrl(directory + "/" + listed.metadataName);
+  listed.contentBytes = entry.contentBytes;
+  listed.metadataBytes = entry.metadataBytes;
+  listed.used = entry.used;
+  return listed;
 }
 
 Error ListEntries(const std::string& directory, std::vector<ListedEntry>* list) {

@@ -62,11 +62,12 @@ class Verifier {
   }
 
   void VerifyEntry(const SurveyedEntry& entry) {
-    if (!format::IsContentName(entry.name)) {
-      Add(entry.name, "the name is not 32 digits 0-9 and A-F, so no URL leads to it");
+    const std::string name(entry.name);
+    if (!format::IsContentName(name)) {
+      Add(name, "the name is not 32 digits 0-9 and A-F, so no URL leads to it");
     }
-    if (IsWanted(entry.name)) VerifyContent(entry.name);
-    const std::string metadataName = entry.name + format::kMetadataSuffix;
+    if (IsWanted(name)) VerifyContent(name);
+    const std::string metadataName = name + format::kMetadataSuffix;
     if (IsWanted(metadataName)) VerifyMetadata(metadataName);
   }
 
