@@ -44,7 +44,7 @@ Error LookAround(SessionState& state, Survey* survey) OX_REQUIRES(state.mutex) {
 
 // An entry as it was when it was listed. Other content has another inode or change time.
 struct Seen {
-  SurveyedEntry entry;  // of the survey, which must outlive this
+  SurveyedEntry entry;  // of a survey that must outlive this
   ListedEntry listed;
   struct stat content {};
 };

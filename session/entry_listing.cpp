@@ -43,8 +43,7 @@ void AddUnfinished(const std::string& directory, const std::string& commitName,
 EntriesByName EntriesIn(const std::string& directory, const Survey& survey) {
   EntriesByName entries;
   for (const SurveyedEntry& surveyed : survey.entries) {
-    ListedEntry entry = ToListed(directory, surveyed);
-    entries[entry.name] = std::move(entry);
+    entries.insert_or_assign(std::string(surveyed.name), ToListed(directory, surveyed));
   }
   for (const std::string& name : survey.staging)
     AddUnfinished(directory, name, &entries);
@@ -64,14 +63,14 @@ std::string SealedUrl(const std::string& metadataPath) {
 }
 
 ListedEntry ToListed(const std::string& directory, const SurveyedEntry& entry) {
-  ListedEntry listed;
-  listed.name = entry.name;
-  listed.metadataName = listed.name + format::kMetadataSuffix;
-  listed.url = SealedUrl(directory + "/" + listed.metadataName);
-  listed.contentBytes = entry.contentBytes;
-  listed.metadataBytes = entry.metadataBytes;
-  listed.used = entry.used;
-  return listed;
+  const std::string name(entry.name);
+  const std::string metadataName = name + format::kMetadataSuffix;
+  return {SealedUrl(directory + "/" + metadataName),
+          name,
+          metadataName,
+          entry.contentBytes,
+          entry.metadataBytes,
+          entry.used};
 }
 
 Error ListEntries(const std::string& directory, std::vector<ListedEntry>* list) {

@@ -125,8 +125,11 @@ class Entries(ToolCase):
         self.run_tool("rm", "abc", "--wait", "1", status=NOT_DONE, says="; waiting\n.*has the cache")
         self.assertGreaterEqual(time.monotonic() - start, 1)
         self.assertEqual(self.snapshot(), before)
-        threading.Timer(0.3, os.close, [lock]).start()
-        self.run_tool("rm", "abc", "--wait", "60", says="; waiting\n$")
+        with subprocess.Popen([TOOL, "--dir", self.cache, "--wait", "60", "rm", "abc"],
+                              stderr=subprocess.PIPE) as waiting:
+            self.assertIn(b"; waiting", waiting.stderr.readline())
+            os.close(lock)
+            self.assertEqual((waiting.stderr.read(), waiting.wait()), (b"", DONE))
         self.run_tool("ls", says="^$")
 
     def test_a_read_only_mount_is_read(self):
