@@ -20,7 +20,7 @@ struct CloseDirectory {
 using DirectoryHandle = std::unique_ptr<DIR, CloseDirectory>;
 
 DirectoryHandle OpenDirectory(const char* path) {
-  const int fd = OpenRetrying(AT_FDCWD, path, O_RDONLY | O_DIRECTORY);
+  const int fd = OpenWithoutTrace(AT_FDCWD, path, O_DIRECTORY);
   if (fd < 0) return nullptr;
   DirectoryHandle directory(fdopendir(fd));
   if (directory == nullptr) close(fd);

@@ -46,6 +46,9 @@ bool DeleteFile(const std::string& path);
 
 // Of a regular file, without following a symbolic link; all 0 when there is none.
 struct stat StatusOfFile(const std::string& path);
+inline std::uint64_t FileSize(const std::string& path) {
+  return static_cast<std::uint64_t>(StatusOfFile(path).st_size);
+}
 bool FileExists(const std::string& path);
 // True for a directory itself, not for a symbolic link to one.
 bool IsOwnDirectory(const std::string& path);

@@ -1,12 +1,10 @@
 #include "session/open_session.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <climits>
 #include <utility>
 
 #include "host/directory.h"
+#include "session/cache_location.h"
 #include "session/configuration_file.h"
 #include "session/directory_lock.h"
 #include "session/durable_io.h"
@@ -89,17 +87,6 @@ Error RefuseToDeleteAll(const SessionOptions& options, const CacheLimits& limits
                             options.directory + "/" + format::kConfigurationFileName);
 }
 
-// The working directory may change while the session is open.
-Error MakeAbsolute(std::string* path) {
-  if (path->empty() || path->front() == '/') return {};
-  char working[PATH_MAX];
-  if (getcwd(working, sizeof working) == nullptr) {
-    return SystemError("cannot tell the working directory", *path);
-  }
-  *path = std::string(working) + "/" + *path;
-  return {};
-}
-
 Error MakeDirectory(std::string* directory) {
   if (directory->empty() || !IsStrictUtf8(*directory)) {
     return MakeError(ErrorKind::kInvalidArgument, "the directory's name is empty or not UTF-8");
@@ -128,7 +115,7 @@ AllocationUnit UnitOf(const SessionOptions& options, const std::string& cacheDir
 
 }  // namespace
 
-Error OpenSessionState(SessionOptions options, std::unique_ptr<SessionState>* state) {
+Error OpenSessionState(SessionOptions options, std::shared_ptr<SessionState>* state) {
   Error error;
   if ((error = MakeDirectory(&options.directory))) return error;
   auto module = ModuleHold::Take(options.modulePath, &error);
@@ -150,7 +137,7 @@ Error OpenSessionState(SessionOptions options, std::unique_ptr<SessionState>* st
 
   RunningCache::Foundation foundation{options.directory, UnitOf(options, limits.cacheDirectory),
                                       std::move(configuration), std::move(module)};
-  auto opened = std::make_unique<SessionState>(options, std::move(limits), std::move(lock),
+  auto opened = std::make_shared<SessionState>(options, std::move(limits), std::move(lock),
                                                std::move(foundation));
   const MutexLock guard(opened->mutex);
   if ((error = opened->cache.Restart())) return error;

@@ -4,9 +4,9 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include "session/allocation_unit.h"
 #include "tools/oxcache/reports.h"
 #include "tools/oxcache/text.h"
+#include "tools/oxcache/without_session.h"
 
 namespace ox::tools {
 namespace {
@@ -47,16 +47,6 @@ std::uint64_t LargestEntry(const Survey& survey) {
     largest = std::max(largest, entry.contentBytes + entry.metadataBytes);
   }
   return largest;
-}
-
-// As a session counts them.
-std::uint64_t BytesOnDisk(const Survey& survey, const AllocationUnit& unit) {
-  std::uint64_t bytes = 0;
-  for (const auto& entry : survey.entries) {
-    bytes += unit.OnDisk(entry.contentBytes) +
-             unit.OfMetadata(entry.metadataBytes, entry.metadataBlocks);
-  }
-  return bytes;
 }
 
 // "[######..............]  30%". The bar is full only when nothing is left.
@@ -134,10 +124,20 @@ json Json(const CacheLimits& limits, const Survey& survey) {
 
 }  // namespace
 
+std::uint64_t BytesOnDisk(const Survey& survey, const AllocationUnit& unit) {
+  std::uint64_t bytes = 0;
+  for (const auto& entry : survey.entries) {
+    bytes += unit.OnDisk(entry.contentBytes) +
+             unit.OfMetadata(entry.metadataBytes, entry.metadataBlocks);
+  }
+  return bytes;
+}
+
 ExitStatus ShowStatistics(Context& context, bool asJson) {
   CacheLimits limits;
   Survey survey;
   if (Error error = context.Inspect(&limits, &survey)) return context.Fail(error);
+  TellWhyNoSession(context, limits.cacheDirectory);
   return context.Print(asJson ? JsonLine(Json(limits, survey)) : Text(limits, survey));
 }
 

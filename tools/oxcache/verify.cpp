@@ -68,7 +68,7 @@ class Verifier {
     }
     if (IsWanted(name)) VerifyContent(name);
     const std::string metadataName = name + format::kMetadataSuffix;
-    if (IsWanted(metadataName)) VerifyMetadata(name, metadataName);
+    if (IsWanted(metadataName)) VerifyMetadata(metadataName);
   }
 
   void VerifyContent(const std::string& name) {
@@ -101,9 +101,9 @@ class Verifier {
     }
   }
 
-  void VerifyMetadata(const std::string& entryName, const std::string& name) {
+  void VerifyMetadata(const std::string& name) {
     std::string metadata;
-    if (Error error = ReadMetadata(directory_, entryName, format::kTextBytes + 1, &metadata)) {
+    if (Error error = ReadMetadata(directory_, name, format::kTextBytes + 1, &metadata)) {
       return Add(name, error.Message());
     }
     if (metadata.empty()) Add(name, "empty metadata");
