@@ -4,6 +4,7 @@
 
 #include "session/commit_files.h"
 #include "session/durable_io.h"
+#include "session/entry_seal.h"
 #include "session/module_text.h"
 #include <oxfilecache/format.h>
 
@@ -19,6 +20,8 @@ struct EntrySizes {
   std::uint64_t contentOnDisk = 0;
   std::uint64_t metadataOnDisk = 0;
   std::uint64_t metadataLength = 0;
+
+  bool AreThere() const { return contentOnDisk > 0 && metadataOnDisk > 0; }
 };
 
 EntrySizes SizesOf(CacheValue* value, const AllocationUnit& unit) {
@@ -122,11 +125,10 @@ void TakeCommitFileBack(SessionState& state, const CommitFiles& files,
 
 Error MakeCommitFile(SessionState& state, const CommitFiles& files, const Publication& publication)
     OX_REQUIRES(state.mutex) {
-  if (Error error = files.CheckTargets()) return error;
   const bool isSynchronised = state.options.durability == Durability::kPower;
   // A commit file on the medium whose content's name is not would be taken for one whose content is
-  // in place already.
-  if (isSynchronised && !SyncDirectory(files.directory)) {
+  // in place already, unless its seal shows that this is other content.
+  if (isSynchronised && !ReadSeal(files.stagedMetadata) && !SyncDirectory(files.directory)) {
     return SystemError("cannot synchronise", files.directory);
   }
   if (!RenameFile(files.stagedMetadata, files.commit)) {
@@ -158,7 +160,6 @@ Error ReplaceLogged(SessionState& state, const CommitFiles& files, const Publica
 // Without its metadata the old entry is gone first, so that nothing is ever mixed.
 Error ReplaceUnlogged(SessionState& state, const CommitFiles& files, const Publication& publication)
     OX_REQUIRES(state.mutex) {
-  if (Error error = files.CheckTargets()) return error;
   if (!DeleteFile(files.metadata)) return SystemError("cannot delete", files.metadata);
   const bool isInPlace = RenameFile(files.stagedContent, files.content);
   if (isInPlace) MarkDecided(state, publication);
@@ -180,6 +181,10 @@ Error FindReplaced(SessionState& state, const Publication& publication) OX_REQUI
 Error Replace(SessionState& state, const Publication& publication, CacheValue& old,
               const EntrySizes& oldSizes) OX_REQUIRES(state.mutex) {
   const CommitFiles files(state.cacheDirectory, publication.share.id, ContentPath(old));
+  // What has bytes is no directory.
+  if (!oldSizes.AreThere()) {
+    if (Error error = files.CheckTargets()) return error;
+  }
   const bool isLogged = state.options.durability != Durability::kNone;
   Error error = isLogged ? ReplaceLogged(state, files, publication)
                          : ReplaceUnlogged(state, files, publication);

@@ -81,12 +81,13 @@ namespace ox::session {
 //
 //                       system calls        of those changing        of those
 //                    new   replacement   names   of a replacement    fsync
-//   kNone             10       22                  5                   0
-//   kProcess          10       22                  5                   0
-//   kPower            15       33                  5                   5
+//   kNone             13       23                  5                   0
+//   kProcess          13       23                  5                   0
+//   kPower            18       32                  5                   4
 //
 // The names: two files made, and three renamed, or one deleted and two renamed. The fsyncs of a
-// replacement: content, metadata, and three times the directory; those of a new entry: content,
+// replacement: content, metadata, and twice the directory, or three times where the file system has
+// no extended attributes; those of a new entry: content,
 // metadata, and once the directory, or twice where a file of that name may have been deleted since
 // the last time. The ones of the directory hold up other threads.
 enum class Durability {
