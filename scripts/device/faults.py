@@ -116,6 +116,7 @@ NOT_ON_CARDS = {
                  "EnumerationTest.AnswersUntil*:FileTest.EveryOperation*:FileTest.InterruptedCalls*:"
                  "FileTest.TheLastDescriptor*:FileTest.TouchesNothing*",
     "session_test": "SessionTest.DeletesFilesOfNoEntryAndKeepsForeignFiles:"
+                    "SessionTest.OneProcessHasASessionForEachDirectory:"
                     "SessionTest.FilesAreTheUsersAloneAndNoOtherProgramInheritsThem",
 }
 
