@@ -1,4 +1,6 @@
 // Finding an entry, opening its content, and making sure that it is what was committed.
+#include "session/fetch.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -7,10 +9,10 @@
 
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
+#include "session/eviction_news.h"
 #include "session/module_text.h"
 #include "session/session_state.h"
 #include "session/text_file.h"
-#include "session/without_exceptions.h"
 #include <oxfilecache/format.h>
 
 namespace ox::session {
@@ -72,6 +74,8 @@ Error ReadMetadata(SessionState& state, CacheValue& value, Finding* finding)
   FetchedEntry& entry = finding->entry;
   entry.metadata = value.GetMetaData().UTF8();
   const auto read = state.cache.TakeMetadataRead();
+  // Somebody deleted it.
+  if (read && read->error == ENOENT) return Damaged(entry.path);
   // A commit writes at least one byte.
   if (!read || read->error != 0 || read->bytes == 0 || read->bytes != entry.metadata.size()) {
     const std::string path = entry.path + format::kMetadataSuffix;
@@ -107,7 +111,12 @@ Error CheckSeal(SessionState& state, const std::string& url, Finding* finding)
   finding->fingerprint = state.known.Fingerprint(url, finding->content, entry.metadata);
   const bool isKnown = state.known.Contains(finding->fingerprint);
   if (isKnown && state.options.check != Check::kAlways) return {};
-  const auto seal = internal::ReadSeal(entry.path + format::kMetadataSuffix);
+  int sealError = 0;
+  const auto seal = internal::ReadSeal(entry.path + format::kMetadataSuffix, &sealError);
+  if (sealError != 0) {
+    errno = sealError;
+    return SystemError("cannot read the seal", entry.path + format::kMetadataSuffix);
+  }
   if (seal && !seal->IsOf(url)) return internal::NoEntry();
   const bool isWhole =
       !seal || (seal->contentBytes == entry.size && seal->HasMetadata(entry.metadata));
@@ -122,8 +131,9 @@ Error CheckSeal(SessionState& state, const std::string& url, Finding* finding)
 
 // The content was deleted, cut or changed by somebody else or a power cut.
 void RemoveDamaged(SessionState& state, CacheValue& value) OX_REQUIRES(state.mutex) {
+  const std::string path = internal::ContentPath(value);
+  state.cache.Evictions().Note(EvictionReason::kDamaged, path, internal::FileSize(path));
   state.cache.Remove(&value);
-  ++state.damaged;
 }
 
 Error Find(SessionState& state, const std::string& url, const OxString& text, Finding* finding)
@@ -167,9 +177,10 @@ Error CheckSum(SessionState& state, const OxString& text, const Finding& finding
   return Damaged(finding.entry.path);
 }
 
-Error FetchEntry(SessionState& state, const std::string& url, Finding* finding) {
+Error FindAndCheck(SessionState& state, const std::string& url, Finding* finding) {
   if (Error invalid = internal::CheckUrl(url)) return invalid;
   const OxString text = internal::ToOxString(url);
+  const internal::EvictionNews news(state);
   {
     const MutexLock lock(state.mutex);
     if (Error error = Find(state, url, text, finding)) return error;
@@ -181,15 +192,32 @@ Error FetchEntry(SessionState& state, const std::string& url, Finding* finding) 
 
 std::optional<FetchedEntry> CacheSession::Fetch(const std::string& url, Error* error) {
   std::optional<FetchedEntry> found;
-  *error = internal::WithoutExceptions([&]() -> Error {
-    Finding finding;
-    Error result = FetchEntry(*state_, url, &finding);
-    if (result.kind == ErrorKind::kDamaged && !state_->options.reportDamaged)
-      return internal::NoEntry();
-    if (!result) found = std::move(finding.entry);
+  *error = internal::Perform(*state_, [&]() -> Error {
+    FetchedEntry entry;
+    Error result = internal::FetchEntry(*state_, url, &entry);
+    if (internal::IsMissing(result)) ++state_->counts.misses;
+    if (result) return result;
+    ++state_->counts.hits;
+    found = std::move(entry);
     return result;
   });
   return found;
 }
 
 }  // namespace ox::session
+
+namespace ox::internal {
+
+bool IsMissing(const Error& error) {
+  return error.kind == ErrorKind::kNotFound || error.kind == ErrorKind::kDamaged;
+}
+
+Error FetchEntry(SessionState& state, const std::string& url, session::FetchedEntry* entry) {
+  session::Finding finding;
+  Error error = session::FindAndCheck(state, url, &finding);
+  if (error.kind == ErrorKind::kDamaged && !state.options.reportDamaged) return NoEntry();
+  if (!error) *entry = std::move(finding.entry);
+  return error;
+}
+
+}  // namespace ox::internal

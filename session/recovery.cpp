@@ -1,15 +1,23 @@
 #include "session/recovery.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <vector>
 
+#include "host/system_calls.h"
 #include "session/commit_files.h"
 #include "session/durable_io.h"
+#include "session/entry_seal.h"
 #include "session/session_names.h"
 #include "session/use_clock.h"
+#include <oxfilecache/descriptor.h>
 
 namespace ox::internal {
+
+using session::EvictionReason;
+
 namespace {
 
 Error Delete(const std::string& path) {
@@ -36,12 +44,25 @@ bool IsOfBlockedCommit(const Survey& survey, const std::string& id) {
                      });
 }
 
+// Whether the content that is there can be the one of this commit. Where that cannot be told it
+// can.
+bool MayBeInPlace(const CommitFiles& files) {
+  if (!FileExists(files.content)) return false;
+  const auto seal = ReadSeal(files.commit);
+  if (!seal) return true;
+  const UniqueFd content(
+      OpenRetrying(AT_FDCWD, files.content.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+  std::uint32_t sum = 0;
+  if (!content.IsOpen() || !SumContent(content.Get(), &sum)) return true;
+  return sum == seal->contentSum;
+}
+
 Error FinishCommit(const std::string& directory, const std::string& entryName,
                    const std::string& id) {
   const CommitFiles files(directory, id, directory + "/" + entryName);
   const bool isContentStaged = FileExists(files.stagedContent);
-  // Both versions of the content are gone: there is nothing to finish.
-  if (!isContentStaged && !FileExists(files.content)) return Delete(files.commit);
+  // Somebody deleted the new content: there is nothing to finish.
+  if (!isContentStaged && !MayBeInPlace(files)) return Delete(files.commit);
   if (files.Finish(isContentStaged, Synchronise::kWherePossible)) return {};
   return SystemError("cannot finish a commit", files.content);
 }
@@ -50,14 +71,16 @@ bool IsAdmissible(const SurveyedEntry& entry, const session::CacheLimits& limits
   return entry.contentBytes > 0 && entry.contentBytes + entry.metadataBytes <= limits.maxEntrySize;
 }
 
+}  // namespace
+
 // Content first: metadata without content is deleted by any scan, content without metadata is not.
-Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry) {
+Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry,
+                  std::optional<EvictionReason> reason, EvictionLog& evictions) {
   const std::string content = directory + "/" + std::string(entry.name);
   if (Error error = Delete(content)) return error;
+  if (reason) evictions.Note(*reason, content, entry.contentBytes);
   return Delete(content + format::kMetadataSuffix);
 }
-
-}  // namespace
 
 Error FinishCommits(const std::string& directory, Survey* survey) {
   if (Error error = SurveyDirectory(directory, survey)) return error;
@@ -111,12 +134,11 @@ void ResetImpossibleTimes(const std::string& directory, Survey* survey) {
 }
 
 Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits,
-                   const AllocationUnit& unit, Survey* survey, std::uint64_t* deleted) {
+                   const AllocationUnit& unit, Survey* survey, EvictionLog& evictions) {
   std::vector<SurveyedEntry>& entries = survey->entries;
   // Those that stay move to the end, in their order.
   auto kept = entries.rbegin();
   std::uint64_t bytes = 0;
-  *deleted = 0;
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
     const std::uint64_t size = unit.OnDisk(entry->contentBytes) +
                                unit.OfMetadata(entry->metadataBytes, entry->metadataBlocks);
@@ -129,8 +151,8 @@ Error TrimToLimits(const std::string& directory, const session::CacheLimits& lim
       *kept++ = *entry;
       continue;
     }
-    if (Error error = DeleteEntry(directory, *entry)) return error;
-    ++*deleted;
+    if (Error error = DeleteEntry(directory, *entry, EvictionReason::kLimits, evictions))
+      return error;
   }
   entries.erase(entries.begin(), kept.base());
   survey->bytes = bytes;
