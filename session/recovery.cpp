@@ -151,8 +151,9 @@ Error TrimToLimits(const std::string& directory, const session::CacheLimits& lim
       *kept++ = *entry;
       continue;
     }
-    if (Error error = DeleteEntry(directory, *entry, EvictionReason::kLimits, evictions))
+    if (Error error = DeleteEntry(directory, *entry, EvictionReason::kLimits, evictions)) {
       return error;
+    }
   }
   entries.erase(entries.begin(), kept.base());
   survey->bytes = bytes;

@@ -72,6 +72,19 @@ bool Store(CacheSession& session, const std::string& url, int version, Ledger* l
   return true;
 }
 
+void Renew(CacheSession& session, const std::string& url, Ledger* ledger) {
+  const int latest = ledger->Latest(url);
+  if (latest == kAbsent) return;
+  const int version = latest + kRenewal;
+  std::string metadata;
+  {
+    const FaultPause pause;
+    metadata = MetadataOf(url, version);
+  }
+  ledger->Begin(url, version);
+  if (!session.SetMetadata(url, metadata)) ledger->Committed(url, version);
+}
+
 void Produce(CacheSession& session, const std::string& url, int version, Ledger* ledger) {
   ledger->Begin(url, version);
   const auto produce = [&](StoreWriter& writer, std::string* metadata) {
@@ -89,19 +102,6 @@ void RemoveByUrl(CacheSession& session, const std::string& url, Ledger* ledger) 
   const auto isUnwanted = [&](const session::ListedEntry& entry) { return entry.url == url; };
   const Error error = session.RemoveIf(isUnwanted, &deleted);
   if (!error && deleted == 1) ledger->IsGone(url);
-}
-
-void Renew(CacheSession& session, const std::string& url, Ledger* ledger) {
-  const int latest = ledger->Latest(url);
-  if (latest == kAbsent) return;
-  const int version = latest + kRenewal;
-  std::string metadata;
-  {
-    const FaultPause pause;
-    metadata = MetadataOf(url, version);
-  }
-  ledger->Begin(url, version);
-  if (!session.SetMetadata(url, metadata)) ledger->Committed(url, version);
 }
 
 void Remove(CacheSession& session, const std::string& url, Ledger* ledger) {

@@ -52,12 +52,12 @@ class Ledger {
 // Stores one version; true when every step succeeded. The ledger learns of each step.
 bool Store(CacheSession& session, const std::string& url, int version, Ledger* ledger);
 
+// Renews the metadata of a URL that was stored with one content alone.
+void Renew(CacheSession& session, const std::string& url, Ledger* ledger);
 // The same through FetchOrStore; the entry may not be there before.
 void Produce(CacheSession& session, const std::string& url, int version, Ledger* ledger);
 // Removes it as the one entry for which a predicate is true. Not where the URL is not known.
 void RemoveByUrl(CacheSession& session, const std::string& url, Ledger* ledger);
-// Renews the metadata of a URL that was stored with one content alone.
-void Renew(CacheSession& session, const std::string& url, Ledger* ledger);
 
 void Remove(CacheSession& session, const std::string& url, Ledger* ledger);
 
