@@ -97,16 +97,19 @@ def run_faults(image, systems, folder, seconds, log):
 
 def run_small(image, systems, folder, seconds, log):
     """The same of a device with little memory, started in 1970. Debian's kernel does not start in 32
-    MiB; of 64 it leaves 25. A simulated flash has no room in that."""
+    MiB, and f2fs not beside it in 64; of 80 it leaves 42. A simulated flash has no room in that."""
     results = {}
     disks = make_disks(systems, folder, "small")
-    with Device(image, disks.values(), memory=64, clock="1970-01-01T00:00:30", log=log,
+    with Device(image, disks.values(), memory=80, clock="1970-01-01T00:00:30", log=log,
                 initramfs="initramfs-small") as device:
         for system, mount in each_mounted(device, disks):
             results[system] = Loaded(device, system, mount).run("true", "true", seconds, 1)
-    return {"64 MiB of memory, 25 of them free, started in 1970": results}
+    return {"80 MiB of memory, 42 of them free, started in 1970": results}
 
 
+# Times in steps of up to two seconds.
+NOT_WITH_COARSE_TIMES = "SessionTest.OneProcessHasASessionForEachDirectory"
+COARSE_TIMES = ("exfat", "vfat", "ubifs")
 # The random histories take minutes and touch no disk.
 TESTS = ("module_test", "binary_contract_test", "host_test", "session_parts_test", "session_test")
 LEFT_OUT = "Model.*"
@@ -129,6 +132,8 @@ def run_tests(image, systems, folder, log):
             passed, failed = 0, []
             for test in TESTS:
                 left_out = LEFT_OUT
+                if system in COARSE_TIMES:
+                    left_out += ":" + NOT_WITH_COARSE_TIMES
                 if "fat" in system and test in NOT_ON_CARDS:
                     left_out += ":" + NOT_ON_CARDS[test]
                 lines = device.run(f"mkdir -p {mount}/t; TMPDIR={mount}/t GTEST_COLOR=no {test} "

@@ -12,7 +12,6 @@ class FileSystem:
     module: str
     options: str = ""
     repair: tuple = ()
-    is_durable: bool = True
 
     def make_image(self, image, mebibytes):
         with open(image, "wb") as file:
@@ -38,10 +37,9 @@ MAKE_EXT4 = ("mkfs.ext4", "-q", "-F", "-E", "lazy_itable_init=0,lazy_journal_ini
 FILE_SYSTEMS = {each.name: each for each in (
     FileSystem("ext4", MAKE_EXT4, "ext4", "data=ordered"),
     FileSystem("ext4-nojournal", (*MAKE_EXT4, "-O", "^has_journal"), "ext4", "",
-               ("e2fsck", "-fy"), is_durable=False),
+               ("e2fsck", "-fy")),
     FileSystem("f2fs", ("mkfs.f2fs", "-q", "-f"), "f2fs"),
-    FileSystem("vfat", ("mkfs.vfat",), "vfat", "", ("fsck.vfat", "-a", "-w"), is_durable=False),
-    FileSystem("vfat-dirsync", ("mkfs.vfat",), "vfat", "dirsync", ("fsck.vfat", "-a", "-w"),
-               is_durable=False),
-    FileSystem("exfat", ("mkfs.exfat",), "exfat", "", ("fsck.exfat", "-y"), is_durable=False),
+    FileSystem("vfat", ("mkfs.vfat",), "vfat", "", ("fsck.vfat", "-a", "-w")),
+    FileSystem("vfat-dirsync", ("mkfs.vfat",), "vfat", "dirsync", ("fsck.vfat", "-a", "-w")),
+    FileSystem("exfat", ("mkfs.exfat",), "exfat", "", ("fsck.exfat", "-y")),
 )}
