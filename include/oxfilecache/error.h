@@ -18,6 +18,7 @@ enum class ErrorKind {
   kInputOutput,      // a system call failed: path and systemError tell which
   kOutOfMemory,      // the other fields may be empty
   kDamaged,          // the entry was not what had been committed, and is deleted
+  kCancelled,        // the caller's own callback ended it
 };
 
 // One error, or success. True in a condition when it is an error:

@@ -107,6 +107,7 @@ ExitStatus StatusOf(ErrorKind kind) {
     case ErrorKind::kModule:
     case ErrorKind::kInputOutput:
     case ErrorKind::kOutOfMemory:
+    case ErrorKind::kCancelled:
       break;
   }
   return ExitStatus::kInputOutput;
