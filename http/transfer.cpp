@@ -59,7 +59,6 @@ void Transfer::SetUp() {
   Set(CURLOPT_URL, request_.url.text.c_str());
   Set(CURLOPT_HTTPHEADER, headers_.get());
   Set(CURLOPT_NOSIGNAL, 1L);
-  Set(CURLOPT_PIPEWAIT, 1L);
   Set(CURLOPT_ERRORBUFFER, message_.data());
   Set(CURLOPT_HEADERFUNCTION, &OnHeader);
   Set(CURLOPT_HEADERDATA, this);

@@ -71,7 +71,7 @@ struct ClientOptions {
   // Where a body goes that is not stored and has no receiver, in a file without a name. Empty:
   // $TMPDIR, otherwise /tmp.
   std::string temporaryDirectory;
-  // Connections to one server at a time. More requests wait, or share one where HTTP/2 allows it.
+  // Connections to one server at a time; more requests wait.
   unsigned connectionsPerServer = 8;
   // Without a stated lifetime, an answer is fresh for a tenth of its age since Last-Modified, at
   // most a day. Off: it is asked for each time.
