@@ -99,9 +99,8 @@ TransferRequest ServerExchange::BuildRequest() {
   toSend.url = request_.url;
   toSend.headers = request_.headers;
   toSend.decode = state_.options.decode;
-  isConditional_ =
-      candidate_.stored && mayAskConditionally_ &&
-      AddConditions(candidate_.stored->answer, !candidate_.isMatching, &toSend.headers);
+  isConditional_ = candidate_.stored && AddConditions(candidate_.stored->answer,
+                                                      !candidate_.isMatching, &toSend.headers);
   // The answer would be about a part of what is asked whether it has changed.
   if (isConditional_) Remove(&toSend.headers, "Range");
   offset_ = 0;
@@ -132,11 +131,8 @@ Result ServerExchange::TakeAnswer(Transfer& transfer, const TransferHead& head, 
 }
 
 Result ServerExchange::TakeNotModified(const TransferHead& head, Error* error) {
+  // One tag was sent, so this is about the stored answer, whatever tag stands in it.
   StoredAnswer& stored = candidate_.stored->answer;
-  if (HasOtherTag(head.headers, stored)) {
-    mayAskConditionally_ = false;
-    return Again();
-  }
   const StoredAnswer before = stored;
   Freshen(head.headers, head.requestTime, head.responseTime, &stored);
   if (!candidate_.isMatching) stored.varied = VariedHeaders(stored.headers, request_.headers);

@@ -37,7 +37,6 @@ class ServerExchange {
   Candidate candidate_;
   DownloadEnd end_;
   // What the next try has to do without.
-  bool mayAskConditionally_ = true;
   bool mayResume_ = true;
   Error whyNotStored_;
   // Of the present try.
