@@ -1,6 +1,8 @@
 #include "http/transfer.h"
 
+#include <algorithm>
 #include <ctime>
+#include <functional>
 #include <new>
 
 namespace ox::internal::http {
@@ -103,7 +105,8 @@ Error Transfer::Start(TransferHead* head) {
   if (Error error = WaitUntil(isMet)) return error;
   const MutexLock lock(mutex_);
   // A limit may be exceeded by the first bytes; what came before does not count then.
-  if (!hasHead_ || (isDone_ && code_ != CURLE_OK && buffer_.empty())) return Explain();
+  if (!hasHead_ || exceeded_ != nullptr || (isDone_ && code_ != CURLE_OK && buffer_.empty()))
+    return Explain();
   *head = head_;
   return {};
 }
@@ -179,6 +182,7 @@ std::size_t Transfer::TakeBody(const char* data, std::size_t bytes) {
 }
 
 std::size_t Transfer::Append(const char* data, std::size_t bytes) {
+  if (exceeded_ != nullptr) return CURL_WRITEFUNC_ERROR;
   const std::uint64_t before = request_.offset + received_;
   if (before > options_.maxBodyBytes || bytes > options_.maxBodyBytes - before) {
     exceeded_ = "the body is larger than allowed";
@@ -206,6 +210,11 @@ void Transfer::TakeHead() {
   curl_header* header = nullptr;
   while ((header = curl_easy_nextheader(handle_.get(), CURLH_HEADER, -1, header)) != nullptr)
     head_.headers.push_back({header->name, header->value});
+  const std::string lengths = Combined(head_.headers, "Content-Length");
+  const auto stated = Members(lengths);
+  if (std::adjacent_find(stated.begin(), stated.end(), std::not_equal_to<>()) != stated.end()) {
+    exceeded_ = "the server states several lengths of the body";
+  }
   if (request_.decode && Find(head_.headers, "Content-Encoding") != nullptr) {
     // What these say holds for the body as it was sent.
     for (const char* name : {"Content-Encoding", "Content-Length", "Content-MD5"})
@@ -231,7 +240,13 @@ void Transfer::OnDone(CURLcode code) {
 
 Error Transfer::Explain() const {
   if (exceeded_ != nullptr) return MakeError(ErrorKind::kInputOutput, exceeded_);
-  if (code_ == CURLE_OUT_OF_MEMORY) return MakeError(ErrorKind::kOutOfMemory, "out of memory");
+  if (code_ == CURLE_OUT_OF_MEMORY && hasHead_) {
+    return MakeError(ErrorKind::kOutOfMemory, "out of memory");
+  }
+  if (code_ == CURLE_OUT_OF_MEMORY) {
+    // What curl says of a line of more than 100 KB too.
+    return MakeError(ErrorKind::kInputOutput, "a header is too long, or memory has run out");
+  }
   const std::string reason = message_[0] != '\0' ? message_.data() : curl_easy_strerror(code_);
   return MakeError(ErrorKind::kInputOutput, reason);
 }
