@@ -20,8 +20,8 @@ HeapCounts CountedHeap();
 // Off until then: the count costs a little on each call.
 void CountHeap(bool isOn);
 
-// Bytes of the heap in use, as the C library rounds them, and the most since ForgetHeapPeak. Counted
-// from the start of the program on.
+// Bytes of the heap in use, as the C library rounds them, and the most since ForgetHeapPeak.
+// Counted from the start of the program on.
 std::size_t HeapInUse();
 std::size_t HeapPeak();
 void ForgetHeapPeak();

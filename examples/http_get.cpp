@@ -10,6 +10,8 @@ int main(int argc, char** argv) {
   if (argc != 3) return std::fputs("usage: http_get DIRECTORY URL\n", stderr), 2;
   ox::session::SessionOptions options;
   options.directory = argv[1];
+  options.limits.maxSize = 64 * 1024 * 1024;
+  options.limits.maxEntries = 1000;
   ox::Error error;
   auto session = ox::session::CacheSession::Open(options, &error);
   auto client = session ? ox::http::Client::Open(*session, {}, &error) : nullptr;

@@ -22,7 +22,7 @@ struct CloseDirectory {
 using DirectoryHandle = std::unique_ptr<DIR, CloseDirectory>;
 
 DirectoryHandle OpenDirectory(const char* path) {
-  const int fd = OpenRetrying(AT_FDCWD, path, O_RDONLY | O_DIRECTORY);
+  const int fd = OpenWithoutTrace(AT_FDCWD, path, O_DIRECTORY);
   if (fd < 0) return nullptr;
   DirectoryHandle directory(fdopendir(fd));
   if (directory == nullptr) close(fd);
@@ -70,7 +70,8 @@ bool ListDirectory(const char* path, std::vector<DirectoryEntry>* entries) {
     }
     const bool isRegular = S_ISREG(status.st_mode);
     listed.push_back({found->d_name, status.st_mtim, S_ISDIR(status.st_mode), isRegular,
-                      isRegular ? static_cast<std::uint64_t>(status.st_size) : 0});
+                      isRegular ? static_cast<std::uint64_t>(status.st_size) : 0,
+                      static_cast<std::uint64_t>(status.st_blocks)});
   }
   if (errno != 0) return false;
   std::sort(listed.begin(), listed.end(), IsOlder);

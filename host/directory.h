@@ -14,7 +14,8 @@ struct DirectoryEntry {
   timespec modified;
   bool isDirectory;
   bool isRegular;
-  std::uint64_t size;  // bytes, 0 for anything but a regular file
+  std::uint64_t size;    // bytes, 0 for anything but a regular file
+  std::uint64_t blocks;  // allocated to it, of 512 bytes
 };
 
 // The entries of a directory without "." and "..", oldest modification first, ties by name; they

@@ -4,20 +4,10 @@
 #include "session/entry_seal.h"
 #include "session/module_text.h"
 #include "session/open_session.h"
-#include "session/utf8.h"
 #include "session/without_exceptions.h"
 #include <oxfilecache/format.h>
 
 namespace ox::internal {
-
-Error CheckUrl(const std::string& url) {
-  if (!url.empty() && IsStrictUtf8(url)) return {};
-  return MakeError(ErrorKind::kInvalidArgument, "the URL is empty, not UTF-8, or contains NUL");
-}
-
-Error NoEntry() {
-  return MakeError(ErrorKind::kNotFound, "no entry of that URL");
-}
 
 bool IsOfOtherUrl(const std::string& contentPath, const std::string& url) {
   const auto seal = ReadSeal(contentPath + format::kMetadataSuffix);
@@ -76,10 +66,6 @@ Error CacheSession::Trim(std::uint64_t* deleted) {
     if (deleted != nullptr) *deleted = cache.Trimmed() - before;
     return error;
   });
-}
-
-const CacheLimits& CacheSession::Limits() const {
-  return state_->limits;
 }
 
 SessionStatistics CacheSession::Statistics() const {

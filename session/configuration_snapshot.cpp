@@ -2,12 +2,12 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include "host/system_calls.h"
+#include "session/text_file.h"
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/format.h>
 
@@ -22,21 +22,7 @@ bool MeansNoFile(int error) {
 
 UniqueFd OpenForReading(const std::string& path) {
   // O_NONBLOCK, so that a FIFO planted under the name cannot hang the device.
-  return UniqueFd(OpenRetrying(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
-}
-
-// Until the text is full or the file ends. False with errno.
-bool ReadText(int fd, std::string* text) {
-  std::size_t done = 0;
-  while (done < text->size()) {
-    const ssize_t part = read(fd, text->data() + done, text->size() - done);
-    if (part < 0 && errno == EINTR) continue;
-    if (part < 0) return false;
-    if (part == 0) break;
-    done += static_cast<std::size_t>(part);
-  }
-  text->resize(done);
-  return true;
+  return UniqueFd(OpenWithoutTrace(AT_FDCWD, path.c_str(), O_NOFOLLOW | O_NONBLOCK));
 }
 
 }  // namespace
@@ -51,7 +37,6 @@ Error ConfigurationSnapshot::Read(const std::string& directory, ConfigurationSna
     return SystemError("cannot read the configuration", snapshot->path_);
   }
   if (!S_ISREG(status.st_mode)) return {};
-  snapshot->text_.assign(format::kTextBytes, '\0');
   if (!ReadText(file.Get(), &snapshot->text_)) {
     return SystemError("cannot read the configuration", snapshot->path_);
   }

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "session/survey.h"
+#include "session/use_clock.h"
 
 namespace ox::internal {
 
@@ -23,12 +24,15 @@ void TotalBounds::Subtract(std::uint64_t bytes, bool isCertain) {
 
 void DiskAccount::Reset(const Survey& survey, std::uint64_t bytesBeingWritten,
                         std::int64_t managerStart) {
-  *this = DiskAccount();
+  *this = DiskAccount(unit_);
   entries_ = survey.entries.size();
-  bytes_ = survey.bytes + bytesBeingWritten;
+  bytes_ = bytesBeingWritten;
   std::uint64_t contentBytes = 0;
-  for (const SurveyedEntry& entry : survey.entries)
+  for (const SurveyedEntry& entry : survey.entries) {
+    bytes_ += unit_.OnDisk(entry.contentBytes) +
+              unit_.OfMetadata(entry.metadataBytes, entry.metadataBlocks);
     contentBytes += entry.contentBytes;
+  }
   total_.Reset(contentBytes);
   managerStart_ = managerStart;
 }
@@ -49,18 +53,18 @@ void DiskAccount::NoteReplaced(std::uint64_t oldBytes) {
 
 // Where the deletion fails, also because the file is missing, the manager leaves the metadata file
 // behind and takes an unknown number of bytes off its total.
-void DiskAccount::NoteContentDeletion(bool isDeleted, std::uint64_t bytes, int error) {
+void DiskAccount::NoteContentDeletion(const struct stat& status, bool isDeleted, int error) {
   if (entries_ > 0) --entries_;
-  NoteDeletion(isDeleted, bytes, error);
+  NoteDeletion(unit_.OnDisk(static_cast<std::uint64_t>(status.st_size)), isDeleted, error);
 }
 
-void DiskAccount::NoteMetadataDeletion(bool isDeleted, std::uint64_t bytes, std::int64_t modified,
-                                       int error) {
-  total_.Subtract(bytes, isDeleted && modified > managerStart_);
-  NoteDeletion(isDeleted, bytes, error);
+void DiskAccount::NoteMetadataDeletion(const struct stat& status, bool isDeleted, int error) {
+  total_.Subtract(static_cast<std::uint64_t>(status.st_size),
+                  isDeleted && ToNanoseconds(status.st_mtim) > managerStart_);
+  NoteDeletion(unit_.OfMetadata(status), isDeleted, error);
 }
 
-void DiskAccount::NoteDeletion(bool isDeleted, std::uint64_t bytes, int error) {
+void DiskAccount::NoteDeletion(std::uint64_t bytes, bool isDeleted, int error) {
   if (isDeleted) {
     // Somebody else may have let the file grow.
     bytes_ -= std::min(bytes_, bytes);

@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+#include "session/allocation_unit.h"
+
 namespace ox::internal {
 
 struct Survey;
@@ -33,12 +35,16 @@ class TotalBounds {
 
 class DiskAccount {
  public:
+  explicit DiskAccount(AllocationUnit unit) : unit_(unit) {}
+
   // What the survey found, plus the files being written. Metadata files newer than `managerStart`
   // (nanoseconds since 1970) are written or touched while the manager runs, so it knows their
   // length. The account is no longer stale.
   void Reset(const Survey& survey, std::uint64_t bytesBeingWritten, std::int64_t managerStart);
 
   std::uint64_t Entries() const { return entries_; }
+  // Bytes are those that the disk gives out; lengths are those of files.
+  const AllocationUnit& Unit() const { return unit_; }
   // Of entries and of files being written.
   std::uint64_t Bytes() const { return bytes_; }
 
@@ -48,16 +54,17 @@ class DiskAccount {
   // The manager has listed a new entry, or given up one that it had listed.
   void NoteCreated(std::uint64_t metadataLength);
   void NoteAbandoned(std::uint64_t metadataLength);
-  // New files have taken the place of an entry's old ones, which had that many bytes.
+  // New files have taken the place of an entry's old ones, which took that many bytes.
   void NoteReplaced(std::uint64_t oldBytes);
 
-  // The manager has tried to delete a file of an entry; `error` is errno where that failed. It
-  // deletes the content of every entry that leaves its list, and the metadata only after that.
-  void NoteContentDeletion(bool isDeleted, std::uint64_t bytes, int error);
-  void NoteMetadataDeletion(bool isDeleted, std::uint64_t bytes, std::int64_t modified, int error);
+  // The manager has tried to delete a file of an entry, which had this status; `error` is errno
+  // where that failed. It deletes the content of every entry that leaves its list, and the metadata
+  // only after that.
+  void NoteContentDeletion(const struct stat& status, bool isDeleted, int error);
+  void NoteMetadataDeletion(const struct stat& status, bool isDeleted, int error);
 
-  // Whether the manager's total stays within 0 and `limit` when it loses `subtracted` bytes, which
-  // it may not have counted, and counts `added` more.
+  // Whether the manager's total stays within 0 and `limit` when it loses a length of `subtracted`,
+  // which it may not have counted, and counts `added` more.
   bool StaysWithin(std::uint64_t subtracted, std::uint64_t added, std::uint64_t limit) const;
 
   // The directory is no longer what the manager takes it for: the manager must be restarted before
@@ -70,8 +77,9 @@ class DiskAccount {
   int DeletionError() const { return deletionError_; }
 
  private:
-  void NoteDeletion(bool isDeleted, std::uint64_t bytes, int error);
+  void NoteDeletion(std::uint64_t bytes, bool isDeleted, int error);
 
+  AllocationUnit unit_;
   std::uint64_t entries_ = 0;
   std::uint64_t bytes_ = 0;
   TotalBounds total_;

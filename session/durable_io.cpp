@@ -41,12 +41,13 @@ void AnnounceFileOperation() {
   if (hook != nullptr) hook();
 }
 
-UniqueFd CreateNewFile(const std::string& path) {
+UniqueFd CreateNewFile(const std::string& path, unsigned int mode) {
   AnnounceFileOperation();
-  return UniqueFd(OpenRetrying(AT_FDCWD, path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW));
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
+  return UniqueFd(OpenRetrying(AT_FDCWD, path.c_str(), kFlags, mode));
 }
 
-bool WriteAll(int fd, const void* data, std::size_t bytes) {
+bool WriteAll(int fd, const void* data, std::size_t bytes, std::size_t* written) {
   AnnounceFileOperation();
   const char* next = static_cast<const char*>(data);
   while (bytes > 0) {
@@ -55,6 +56,7 @@ bool WriteAll(int fd, const void* data, std::size_t bytes) {
     if (part < 0) return false;
     next += part;
     bytes -= static_cast<std::size_t>(part);
+    if (written != nullptr) *written += static_cast<std::size_t>(part);
   }
   return true;
 }
@@ -80,6 +82,10 @@ bool SyncDirectory(const std::string& path) {
   return directory.IsOpen() && Synchronize(directory.Get());
 }
 
+bool MeansNoSpace(int error) {
+  return error == ENOSPC || error == EDQUOT;
+}
+
 bool IsLastingRefusal(int error) {
   return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == EPERM ||
          error == EACCES || error == EBADF || error == ENOTTY;
@@ -90,15 +96,20 @@ bool RenameFile(const std::string& from, const std::string& to) {
   return rename(from.c_str(), to.c_str()) == 0;
 }
 
+bool LinkFile(const std::string& from, const std::string& to) {
+  AnnounceFileOperation();
+  return link(from.c_str(), to.c_str()) == 0;
+}
+
 bool DeleteFile(const std::string& path) {
   AnnounceFileOperation();
   return unlink(path.c_str()) == 0 || errno == ENOENT;
 }
 
-std::uint64_t FileSize(const std::string& path) {
+struct stat StatusOfFile(const std::string& path) {
   struct stat status;
-  if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return 0;
-  return static_cast<std::uint64_t>(status.st_size);
+  if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  return status;
 }
 
 bool FileExists(const std::string& path) {

@@ -3,6 +3,8 @@
 #ifndef OX_SESSION_DURABLE_IO_H_
 #define OX_SESSION_DURABLE_IO_H_
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -17,10 +19,12 @@ using FileOperationHook = void (*)();
 void SetFileOperationHook(FileOperationHook hook);
 void AnnounceFileOperation();
 
-// A new file of mode 0600 for writing; not open when it exists already or cannot be made.
-UniqueFd CreateNewFile(const std::string& path);
+// A new file for writing; not open when it exists already or cannot be made. Others may not read
+// it, unless `mode`, that of open(2), says so.
+UniqueFd CreateNewFile(const std::string& path, unsigned int mode = 0600);
 
-bool WriteAll(int fd, const void* data, std::size_t bytes);
+// False with errno; `written`, unless it is null, grows by what was written.
+bool WriteAll(int fd, const void* data, std::size_t bytes, std::size_t* written = nullptr);
 
 // Nanoseconds since 1970; sets the modification and the access time.
 bool SetFileTime(const std::string& path, std::int64_t time);
@@ -28,16 +32,23 @@ bool SetFileTime(int fd, std::int64_t time);
 
 bool SyncFile(int fd);
 bool SyncDirectory(const std::string& path);
+// The errno of a disk or a quota that is full.
+bool MeansNoSpace(int error);
 // The errno of a refusal that lasts: the file system cannot do this at all, or not for this user.
 bool IsLastingRefusal(int error);
 
 bool RenameFile(const std::string& from, const std::string& to);
+// A second name for the file; EEXIST when there is a file of that name.
+bool LinkFile(const std::string& from, const std::string& to);
 
 // True when there is no such file afterwards.
 bool DeleteFile(const std::string& path);
 
-// Of a regular file, without following a symbolic link; 0 when there is none.
-std::uint64_t FileSize(const std::string& path);
+// Of a regular file, without following a symbolic link; all 0 when there is none.
+struct stat StatusOfFile(const std::string& path);
+inline std::uint64_t FileSize(const std::string& path) {
+  return static_cast<std::uint64_t>(StatusOfFile(path).st_size);
+}
 bool FileExists(const std::string& path);
 // True for a directory itself, not for a symbolic link to one.
 bool IsOwnDirectory(const std::string& path);

@@ -37,7 +37,7 @@ struct Finding {
 };
 
 UniqueFd OpenContent(SessionState& state, const std::string& path) OX_REQUIRES(state.mutex) {
-  const std::string& directory = state.limits.cacheDirectory;
+  const std::string& directory = state.cacheDirectory;
   // O_NONBLOCK, so that a FIFO planted under the name cannot hang the device.
   constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
   return UniqueFd(state.contentDirectory.OpenFile(path.c_str(), directory.size() + 1, kFlags));

@@ -14,9 +14,8 @@ namespace ox::internal {
 // without NUL.
 Error CheckMetadata(const std::string& metadata);
 
-// Makes a new file of that text, time of use (nanoseconds since 1970) and seal, which may be
-// null. Left behind when
-// something fails.
+// Makes a new file of that text, time of use (nanoseconds since 1970) and seal, which may be null.
+// Left behind when something fails.
 Error StageMetadataFile(const std::string& path, const std::string& metadata, std::int64_t time,
                         const EntrySeal* seal, bool isSynchronised);
 

@@ -1,12 +1,11 @@
 #include "session/open_session.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <climits>
 #include <utility>
 
 #include "host/directory.h"
+#include "session/cache_location.h"
+#include "session/configuration_file.h"
 #include "session/directory_lock.h"
 #include "session/durable_io.h"
 #include "session/limits_probe.h"
@@ -88,17 +87,6 @@ Error RefuseToDeleteAll(const SessionOptions& options, const CacheLimits& limits
                             options.directory + "/" + format::kConfigurationFileName);
 }
 
-// The working directory may change while the session is open.
-Error MakeAbsolute(std::string* path) {
-  if (path->empty() || path->front() == '/') return {};
-  char working[PATH_MAX];
-  if (getcwd(working, sizeof working) == nullptr) {
-    return SystemError("cannot tell the working directory", *path);
-  }
-  *path = std::string(working) + "/" + *path;
-  return {};
-}
-
 Error MakeDirectory(std::string* directory) {
   if (directory->empty() || !IsStrictUtf8(*directory)) {
     return MakeError(ErrorKind::kInvalidArgument, "the directory's name is empty or not UTF-8");
@@ -108,6 +96,23 @@ Error MakeDirectory(std::string* directory) {
   return SystemError("cannot make the directory", *directory);
 }
 
+// Where there is a configuration, or anything else under its name, that holds.
+Error MakeConfiguration(const SessionOptions& options) {
+  if (options.limits.maxEntries == 0) return {};
+  CacheLimits limits = options.limits;
+  FillIn(&limits);
+  if (Error error = CheckLimits(limits)) return error;
+  const std::string path = options.directory + "/" + format::kConfigurationFileName;
+  if (FileExists(path)) return {};
+  if (Error error = MakeAbsolute(&limits.cacheDirectory)) return error;
+  return MakeConfigurationFile(options.directory, StagedMetadataName(IdSource().Next()), limits);
+}
+
+AllocationUnit UnitOf(const SessionOptions& options, const std::string& cacheDirectory) {
+  return options.blockSize > 0 ? AllocationUnit(options.blockSize)
+                               : AllocationUnit::Of(cacheDirectory);
+}
+
 }  // namespace
 
 Error OpenSessionState(SessionOptions options, std::unique_ptr<SessionState>* state) {
@@ -115,6 +120,7 @@ Error OpenSessionState(SessionOptions options, std::unique_ptr<SessionState>* st
   if ((error = MakeDirectory(&options.directory))) return error;
   auto module = ModuleHold::Take(options.modulePath, &error);
   if (error) return error;
+  if ((error = MakeConfiguration(options))) return error;
   ConfigurationSnapshot configuration;
   if ((error = ConfigurationSnapshot::Read(options.directory, &configuration))) return error;
   CacheLimits limits;
@@ -129,9 +135,10 @@ Error OpenSessionState(SessionOptions options, std::unique_ptr<SessionState>* st
   if ((error = RefuseToDeleteAll(options, limits))) return error;
   ConfigurationSnapshot::Write(options.directory, limits, &configuration);
 
-  auto opened = std::make_unique<SessionState>(
-      options, std::move(limits), std::move(lock),
-      RunningCache::Foundation{options.directory, std::move(configuration), std::move(module)});
+  RunningCache::Foundation foundation{options.directory, UnitOf(options, limits.cacheDirectory),
+                                      std::move(configuration), std::move(module)};
+  auto opened = std::make_unique<SessionState>(options, std::move(limits), std::move(lock),
+                                               std::move(foundation));
   const MutexLock guard(opened->mutex);
   if ((error = opened->cache.Restart())) return error;
   *state = std::move(opened);

@@ -14,32 +14,36 @@ using session::Durability;
 
 namespace {
 
-// Bytes of the files of an entry, 0 for those that are missing.
+// Of the files of an entry, 0 for those that are missing.
 struct EntrySizes {
-  std::uint64_t content = 0;
-  std::uint64_t metadata = 0;
+  std::uint64_t contentOnDisk = 0;
+  std::uint64_t metadataOnDisk = 0;
+  std::uint64_t metadataLength = 0;
 };
 
-EntrySizes SizesOf(CacheValue* value) {
+EntrySizes SizesOf(CacheValue* value, const AllocationUnit& unit) {
   if (value == nullptr) return {};
   const std::string path = ContentPath(*value);
-  return {FileSize(path), FileSize(path + format::kMetadataSuffix)};
+  const struct stat content = StatusOfFile(path);
+  const struct stat metadata = StatusOfFile(path + format::kMetadataSuffix);
+  return {unit.OnDisk(static_cast<std::uint64_t>(content.st_size)), unit.OfMetadata(metadata),
+          static_cast<std::uint64_t>(metadata.st_size)};
 }
 
 // Room for the new entry, in the cache and in the manager's total. A restart on the way may have
 // taken the old entry away, or lists it anew.
 Error MakeRoom(SessionState& state, const Publication& publication, const EntrySizes& oldSizes,
                CacheValue** old) OX_REQUIRES(state.mutex) {
-  const std::uint64_t oldBytes = oldSizes.content + oldSizes.metadata;
+  const std::uint64_t oldBytes = oldSizes.contentOnDisk + oldSizes.metadataOnDisk;
   if (Error error = state.room.MakeRoomToPublish(publication.share, oldBytes, *old != nullptr)) {
     return error;
   }
-  if (state.cache.Account().StaysWithin(oldSizes.metadata, publication.metadata.Length(),
+  if (state.cache.Account().StaysWithin(oldSizes.metadataLength, publication.metadata.Length(),
                                         state.limits.maxSize)) {
     return {};
   }
   if (Error error = state.cache.Restart()) return error;
-  *old = state.cache.Find(publication.url);
+  *old = state.cache.Find(publication.share.url);
   return {};
 }
 
@@ -53,7 +57,7 @@ void MarkDecided(SessionState& state, const Publication& publication) OX_REQUIRE
 Error RestartAndFind(SessionState& state, const Publication& publication, const Error& error)
     OX_REQUIRES(state.mutex) {
   if (Error restartError = state.cache.Restart()) return restartError;
-  return state.cache.Find(publication.url) != nullptr ? Error{} : error;
+  return state.cache.Find(publication.share.url) != nullptr ? Error{} : error;
 }
 
 // Undoes the renamings of a new entry, the metadata's first: content alone is no entry. What cannot
@@ -94,12 +98,12 @@ Error PutNewInPlace(SessionState& state, const CommitFiles& files) OX_REQUIRES(s
 }
 
 Error PublishNew(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex) {
-  PendingEntry pending = state.cache.Create(publication.url, publication.metadata);
+  PendingEntry pending = state.cache.Create(publication.share.url, publication.metadata);
   if (!pending) {
     state.cache.Account().MarkStale();
     return MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot create the entry");
   }
-  const CommitFiles files(state.limits.cacheDirectory, publication.share.id, ContentPath(*pending));
+  const CommitFiles files(state.cacheDirectory, publication.share.id, ContentPath(*pending));
   if (Error error = PutNewInPlace(state, files)) return error;
   MarkDecided(state, publication);
   if (pending.Commit()) return {};
@@ -166,7 +170,7 @@ Error ReplaceUnlogged(SessionState& state, const CommitFiles& files, const Publi
 
 // Finding it makes the manager read the new metadata, and makes it the one used last.
 Error FindReplaced(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex) {
-  if (state.cache.Find(publication.url) != nullptr) return {};
+  if (state.cache.Find(publication.share.url) != nullptr) return {};
   state.cache.Account().MarkStale();
   return RestartAndFind(
       state, publication,
@@ -175,37 +179,44 @@ Error FindReplaced(SessionState& state, const Publication& publication) OX_REQUI
 
 Error Replace(SessionState& state, const Publication& publication, CacheValue& old,
               const EntrySizes& oldSizes) OX_REQUIRES(state.mutex) {
-  const CommitFiles files(state.limits.cacheDirectory, publication.share.id, ContentPath(old));
+  const CommitFiles files(state.cacheDirectory, publication.share.id, ContentPath(old));
   const bool isLogged = state.options.durability != Durability::kNone;
   Error error = isLogged ? ReplaceLogged(state, files, publication)
                          : ReplaceUnlogged(state, files, publication);
   if (!publication.outcome.isDecided) return error;
   if (error) return isLogged ? RestartAndFind(state, publication, error) : error;
-  state.cache.Account().NoteReplaced(oldSizes.content + oldSizes.metadata);
+  state.cache.Account().NoteReplaced(oldSizes.contentOnDisk + oldSizes.metadataOnDisk);
   return FindReplaced(state, publication);
 }
 
 }  // namespace
 
 Error Publish(SessionState& state, const Publication& publication) {
-  CacheValue* old = state.cache.Find(publication.url);
-  const EntrySizes oldSizes = SizesOf(old);
+  CacheValue* old = state.cache.Find(publication.share.url);
+  const EntrySizes oldSizes = SizesOf(old, state.cache.Account().Unit());
   if (Error error = MakeRoom(state, publication, oldSizes, &old)) return error;
   if (old == nullptr) return PublishNew(state, publication);
   return Replace(state, publication, *old, oldSizes);
 }
 
+void CountMetadataFile(SessionState& state, WriterShare& share, const std::string& path) {
+  const struct stat status = StatusOfFile(path);
+  const AllocationUnit& unit = state.cache.Account().Unit();
+  const std::uint64_t granted = unit.OnDisk(static_cast<std::uint64_t>(status.st_size));
+  state.room.Count(share, unit.OfMetadata(status) - granted);
+}
+
 Error PublishMetadata(SessionState& state, const Publication& publication) {
-  CacheValue* old = state.cache.Find(publication.url);
-  const EntrySizes oldSizes = SizesOf(old);
+  CacheValue* old = state.cache.Find(publication.share.url);
+  const EntrySizes oldSizes = SizesOf(old, state.cache.Account().Unit());
   if (Error error = MakeRoom(state, publication, oldSizes, &old)) return error;
   if (old == nullptr) return NoEntry();
-  const CommitFiles files(state.limits.cacheDirectory, publication.share.id, ContentPath(*old));
+  const CommitFiles files(state.cacheDirectory, publication.share.id, ContentPath(*old));
   if (!RenameFile(files.stagedMetadata, files.metadata)) {
     return SystemError("cannot put the metadata in place", files.metadata);
   }
   MarkDecided(state, publication);
-  state.cache.Account().NoteReplaced(oldSizes.metadata);
+  state.cache.Account().NoteReplaced(oldSizes.metadataOnDisk);
   const bool isSynchronised = state.options.durability == Durability::kPower;
   Error error;
   if (isSynchronised && !SynchroniseDirectory(state, files.directory)) {

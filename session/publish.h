@@ -32,7 +32,6 @@ struct PublishOutcome {
 
 struct Publication {
   WriterShare& share;
-  const OxString& url;
   const OxString& metadata;
   PublishOutcome& outcome;
 };
@@ -41,6 +40,11 @@ struct Publication {
 // synchronised. Success means that the new entry is in place. After an error that leaves the
 // outcome undecided the old entry serves (see Durability::kNone for the exception).
 Error Publish(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex);
+
+// Counts what the disk has given out to a staged metadata file beyond the room granted for its
+// text: a seal may take a block of its own.
+void CountMetadataFile(SessionState& state, WriterShare& share, const std::string& path)
+    OX_REQUIRES(state.mutex);
 
 // The same for the staged metadata alone, in place of the metadata of the entry. kNotFound where it
 // is gone.

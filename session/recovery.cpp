@@ -108,15 +108,18 @@ void ResetImpossibleTimes(const std::string& directory, Survey* survey) {
   std::rotate(entries.begin(), firstImpossible, entries.end());
 }
 
-Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits, Survey* survey,
-                   std::uint64_t* deleted) {
+Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits,
+                   const AllocationUnit& unit, Survey* survey, std::uint64_t* deleted) {
   std::vector<SurveyedEntry> kept;
   std::uint64_t bytes = 0;
   *deleted = 0;
   for (auto entry = survey->entries.rbegin(); entry != survey->entries.rend(); ++entry) {
-    const std::uint64_t size = entry->contentBytes + entry->metadataBytes;
-    if (IsAdmissible(*entry, limits) && kept.size() < limits.maxEntries &&
-        bytes + size <= limits.maxSize) {
+    const std::uint64_t size = unit.OnDisk(entry->contentBytes) +
+                               unit.OfMetadata(entry->metadataBytes, entry->metadataBlocks);
+    // Alone, an entry may take more blocks than the limit of the whole cache has bytes.
+    const bool fits = kept.empty() ? entry->contentBytes + entry->metadataBytes <= limits.maxSize
+                                   : bytes + size <= limits.maxSize;
+    if (fits && IsAdmissible(*entry, limits) && kept.size() < limits.maxEntries) {
       bytes += size;
       kept.push_back(*entry);
       continue;

@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 
+#include "session/allocation_unit.h"
 #include "session/survey.h"
 #include <oxfilecache/session.h>
 
@@ -27,8 +28,8 @@ void ResetImpossibleTimes(const std::string& directory, Survey* survey);
 
 // Deletes the entries that a scan would not admit, choosing so that the most recently used stay,
 // and takes them out of the survey. Their number goes to `deleted`.
-Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits, Survey* survey,
-                   std::uint64_t* deleted);
+Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits,
+                   const AllocationUnit& unit, Survey* survey, std::uint64_t* deleted);
 
 }  // namespace ox::internal
 

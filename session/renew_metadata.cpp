@@ -18,10 +18,10 @@ namespace {
 // A renewal's staged file, deleted and its room given back when it does not come into place.
 class StagedRenewal {
  public:
-  explicit StagedRenewal(SessionState& sessionState) : state_(sessionState) {
+  StagedRenewal(SessionState& sessionState, std::string id, const std::string& url)
+      : share(std::move(id), internal::ToOxString(url)), state_(sessionState) {
     const MutexLock lock(state_.mutex);
-    share.id = state_.ids.Next();
-    path = state_.limits.cacheDirectory + "/" + internal::StagedMetadataName(share.id);
+    path = state_.cacheDirectory + "/" + internal::StagedMetadataName(share.id);
     state_.writers.Add(share);
   }
   ~StagedRenewal() {
@@ -46,14 +46,13 @@ class StagedRenewal {
 struct Renewal {
   const std::string& url;
   const std::string& metadata;
-  const OxString urlText;
   const OxString metadataText;
 };
 
 // Stages what the seal of the entry says, with the new metadata.
 Error Stage(SessionState& state, const Renewal& renewal, StagedRenewal* staged)
     OX_REQUIRES(state.mutex) {
-  core::cache::CacheValue* value = state.cache.Find(renewal.urlText);
+  core::cache::CacheValue* value = state.cache.Find(staged->share.url);
   if (value == nullptr) return internal::NoEntry();
   const std::string path = internal::ContentPath(*value);
   auto seal = internal::ReadSeal(path + format::kMetadataSuffix);
@@ -72,14 +71,29 @@ Error Stage(SessionState& state, const Renewal& renewal, StagedRenewal* staged)
 }
 
 // All under the mutex, so that the content stays the one that the seal is of.
-Error Renew(SessionState& state, const Renewal& renewal) {
-  StagedRenewal staged(state);
-  MutexLock lock(state.mutex);
-  if (Error error = state.cache.EnsureCurrent()) return error;
-  if (Error error = state.room.Grant(lock, staged.share, renewal.metadata.size())) return error;
+Error TryToRenew(SessionState& state, const Renewal& renewal, StagedRenewal& staged)
+    OX_REQUIRES(state.mutex) {
   if (Error error = Stage(state, renewal, &staged)) return error;
-  return internal::PublishMetadata(
-      state, {staged.share, renewal.urlText, renewal.metadataText, staged.outcome});
+  internal::CountMetadataFile(state, staged.share, staged.path);
+  return internal::PublishMetadata(state, {staged.share, renewal.metadataText, staged.outcome});
+}
+
+std::string NextId(SessionState& state) {
+  const MutexLock lock(state.mutex);
+  return state.ids.Next();
+}
+
+Error Renew(SessionState& state, const Renewal& renewal) {
+  for (;;) {
+    StagedRenewal staged(state, NextId(state), renewal.url);
+    MutexLock lock(state.mutex);
+    if (Error error = state.cache.EnsureCurrent()) return error;
+    const std::uint64_t bytes = state.cache.Account().Unit().OnDisk(renewal.metadata.size());
+    if (Error error = state.room.Grant(lock, staged.share, bytes)) return error;
+    Error error = TryToRenew(state, renewal, staged);
+    if (!error || staged.outcome.isDecided) return error;
+    if ((error = state.room.MakeDiskSpace(staged.share, std::move(error)))) return error;
+  }
 }
 
 }  // namespace
@@ -88,8 +102,7 @@ Error CacheSession::SetMetadata(const std::string& url, const std::string& metad
   return internal::WithoutExceptions([&]() -> Error {
     if (Error error = internal::CheckUrl(url)) return error;
     if (Error error = internal::CheckMetadata(metadata)) return error;
-    return Renew(*state_,
-                 {url, metadata, internal::ToOxString(url), internal::ToOxString(metadata)});
+    return Renew(*state_, {url, metadata, internal::ToOxString(metadata)});
   });
 }
 

@@ -1,15 +1,20 @@
 #include "session/room.h"
 
+#include <cerrno>
+
+#include "session/allocation_unit.h"
+#include "session/durable_io.h"
+
 namespace ox::internal {
 
 Error Room::Grant(MutexLock& lock, WriterShare& share, std::uint64_t bytes) {
   share.user = std::this_thread::get_id();
   for (;;) {
     if (Error error = cache_.EnsureCurrent()) return error;
+    if (Error error = KeepFree(share, bytes)) return error;
     const bool isFirst = writers_.ClaimFirst(share);
     if (EvictUntilFits(isFirst ? 0 : bytes)) {
-      share.bytes += bytes;
-      cache_.Account().AddBeingWritten(bytes);
+      Count(share, bytes);
       return {};
     }
     if (isFirst || cache_.Account().IsStale()) return EvictionFailed();
@@ -18,6 +23,11 @@ Error Room::Grant(MutexLock& lock, WriterShare& share, std::uint64_t bytes) {
                        "the entries being written at the same time exceed MAX_CACHE_SIZE");
     }
   }
+}
+
+void Room::Count(WriterShare& share, std::uint64_t bytes) {
+  share.bytes += bytes;
+  cache_.Account().AddBeingWritten(bytes);
 }
 
 void Room::TakeBack(WriterShare& share, std::uint64_t bytes) {
@@ -65,10 +75,45 @@ Error Room::MakeReserve() {
   const std::uint64_t maxSize = std::uint64_t{limits_.maxSize} * 9 / 10;
   const std::uint64_t maxEntries = (std::uint64_t{limits_.maxEntries} * 9 + 9) / 10;
   const DiskAccount& account = cache_.Account();
-  while (account.Entries() > 0 && (CountedBytes() > maxSize || account.Entries() > maxEntries)) {
+  while (account.Entries() > 0 &&
+         (CountedBytes() > maxSize || account.Entries() > maxEntries || !IsFree(0))) {
     if (!cache_.EvictOne()) return EvictionFailed();
   }
   return {};
+}
+
+bool Room::IsFree(std::uint64_t bytes) const {
+  return minFree_ == 0 || FreeBytes(limits_.cacheDirectory) >= minFree_ + bytes;
+}
+
+// Finding the older entry of the URL makes it the last to be evicted.
+std::uint64_t Room::EntriesToSpare(const WriterShare& share) {
+  const bool hasOlder = cache_.Find(share.url) != nullptr;
+  return hasOlder ? 1 : 0;
+}
+
+Error Room::KeepFree(const WriterShare& share, std::uint64_t bytes) {
+  if (IsFree(bytes)) return {};
+  const std::uint64_t spared = EntriesToSpare(share);
+  while (!IsFree(bytes)) {
+    if (cache_.Account().Entries() <= spared) {
+      errno = ENOSPC;
+      return SystemError("less than minFree bytes would be free, and no entry is left to evict",
+                         limits_.cacheDirectory);
+    }
+    if (!cache_.EvictOne()) return EvictionFailed();
+  }
+  return {};
+}
+
+Error Room::MakeDiskSpace(const WriterShare& share, Error failure) {
+  if (!MeansNoSpace(failure.systemError)) return failure;
+  if (Error error = cache_.EnsureCurrent()) return error;
+  if (cache_.Account().Entries() <= EntriesToSpare(share)) {
+    failure.detail += ", and no entry is left to evict";
+    return failure;
+  }
+  return cache_.EvictOne() ? Error{} : EvictionFailed();
 }
 
 }  // namespace ox::internal

@@ -4,6 +4,9 @@
 // limit of the whole cache, all others count within it; so the sum never exceeds the limit by more
 // than one entry, and a lone writer evicts nothing before it commits.
 //
+// Bytes are those that the disk gives out, in whole blocks. Beside the limits, so many of them stay
+// free on the file system as its user wants: where others fill it, entries are evicted.
+//
 // Not locked: the session's mutex guards it.
 #ifndef OX_SESSION_ROOM_H_
 #define OX_SESSION_ROOM_H_
@@ -17,12 +20,15 @@ namespace ox::internal {
 
 class Room {
  public:
-  Room(RunningCache& cache, WriterList& writers, const session::CacheLimits& limits)
-      : cache_(cache), writers_(writers), limits_(limits) {}
+  Room(RunningCache& cache, WriterList& writers, const session::CacheLimits& limits,
+       std::uint64_t minFree)
+      : cache_(cache), writers_(writers), limits_(limits), minFree_(minFree) {}
 
   // Lets the writer use that many more bytes. Evicts entries, and waits for other writers, where
   // they do not fit; kRefused where waiting cannot help.
   Error Grant(MutexLock& lock, WriterShare& share, std::uint64_t bytes);
+  // Counts bytes that are on the disk already.
+  void Count(WriterShare& share, std::uint64_t bytes);
   void TakeBack(WriterShare& share, std::uint64_t bytes);
   // From here on the writer's bytes are an entry's.
   void TurnIntoEntry(WriterShare& share);
@@ -32,10 +38,18 @@ class Room {
   Error MakeRoomToPublish(const WriterShare& share, std::uint64_t replacedBytes,
                           bool isReplacement);
 
-  // Evicts until at most nine tenths of the limits are in use.
+  // Evicts until at most nine tenths of the limits are in use, and enough of the disk is free.
   Error MakeReserve();
 
+  // After a step of this writer failed: evicts an entry where the step failed since the disk or a
+  // quota is full, so that it can be tried again. The failure itself where that was not the reason,
+  // or nothing is left to evict. The older entry of the writer's URL stays.
+  Error MakeDiskSpace(const WriterShare& share, Error failure);
+
  private:
+  bool IsFree(std::uint64_t bytes) const;
+  Error KeepFree(const WriterShare& share, std::uint64_t bytes);
+  std::uint64_t EntriesToSpare(const WriterShare& share);
   bool EvictUntilFits(std::uint64_t bytes);
   std::uint64_t CountedBytes() const;
   Error EvictionFailed() const;
@@ -43,6 +57,7 @@ class Room {
   RunningCache& cache_;
   WriterList& writers_;
   const session::CacheLimits& limits_;
+  const std::uint64_t minFree_;
 };
 
 }  // namespace ox::internal

@@ -14,6 +14,7 @@ RunningCache::RunningCache(Foundation foundation, const session::CacheLimits& li
     : limits_(limits),
       writers_(writers),
       lock_(lock),
+      account_(foundation.unit),
       fileSystem_(std::move(foundation.directory), std::move(foundation.configuration), account_,
                   lock),
       module_(std::move(foundation.module)) {
@@ -61,9 +62,15 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten, &leftovers_)) return error;
   ResetImpossibleTimes(directory, survey);
   std::uint64_t deleted = 0;
-  Error error = TrimToLimits(directory, limits_, survey, &deleted);
+  Error error = TrimToLimits(directory, limits_, account_.Unit(), survey, &deleted);
   trimmed_ += deleted;
   return error;
+}
+
+void RunningCache::UseLimits() {
+  ConfigurationSnapshot configuration;
+  ConfigurationSnapshot::Write(fileSystem_.Directory(), limits_, &configuration);
+  fileSystem_.UseConfiguration(std::move(configuration));
 }
 
 PendingEntry RunningCache::Create(const OxString& url, const OxString& metadata) {

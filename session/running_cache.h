@@ -30,6 +30,7 @@ class RunningCache {
   // What must be known of the cache before it can run.
   struct Foundation {
     std::string directory;  // of the configuration
+    AllocationUnit unit;    // of the cache directory
     ConfigurationSnapshot configuration;
     std::unique_ptr<ModuleHold> module;
   };
@@ -46,6 +47,9 @@ class RunningCache {
   // Finishes interrupted commits, deletes what belongs to no entry and what exceeds the limits, and
   // starts the manager anew. Entries that the old manager lent are gone.
   Error Restart();
+
+  // The limits have changed: they hold from the next restart on.
+  void UseLimits();
 
   // The committed entry of that URL, null when there is none. Lent until the next operation.
   core::cache::CacheValue* Find(const OxString& url) { return (*manager_)->Get(url); }

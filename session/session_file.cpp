@@ -63,12 +63,11 @@ int SessionFile::Delete(int flags) {
   lstat(file_.Path(), &status);
   const bool isDeleted = file_.Delete(flags) != 0;
   const int error = errno;
-  const auto bytes = static_cast<std::uint64_t>(status.st_size);
   if (IsMetadata()) {
-    account.NoteMetadataDeletion(isDeleted, bytes, ToNanoseconds(status.st_mtim), error);
+    account.NoteMetadataDeletion(status, isDeleted, error);
   } else {
     fileSystem_.deletions_.Note(file_.Path());
-    account.NoteContentDeletion(isDeleted, bytes, error);
+    account.NoteContentDeletion(status, isDeleted, error);
   }
   return isDeleted;
 }

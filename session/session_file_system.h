@@ -50,6 +50,13 @@ class SessionFileSystem final : public IFileSystem {
     return std::exchange(metadataRead_, std::nullopt);
   }
 
+  // Of the configuration.
+  const std::string& Directory() const { return directory_; }
+  // What the module reads from now on.
+  void UseConfiguration(ConfigurationSnapshot configuration) {
+    configuration_ = std::move(configuration);
+  }
+
   RecentDeletions& Deletions() { return deletions_; }
 
   // The entries that the manager finds when it starts, in the order of its list; null for none.

@@ -9,6 +9,7 @@
 #include "host/held_directories.h"
 #include "host/mutex.h"
 #include "session/directory_lock.h"
+#include "session/entry_name.h"
 #include "session/known_entries.h"
 #include "session/room.h"
 #include "session/running_cache.h"
@@ -22,17 +23,19 @@ struct SessionState {
   SessionState(session::SessionOptions sessionOptions, session::CacheLimits cacheLimits,
                std::unique_ptr<DirectoryLock> lock, RunningCache::Foundation foundation)
       : options(std::move(sessionOptions)),
-        limits(std::move(cacheLimits)),
+        cacheDirectory(cacheLimits.cacheDirectory),
         directoryLock(std::move(lock)),
+        limits(std::move(cacheLimits)),
         cache(std::move(foundation), limits, writers, *directoryLock),
-        room(cache, writers, limits) {}
+        room(cache, writers, limits, options.minFree) {}
 
   const session::SessionOptions options;
-  const session::CacheLimits limits;
+  const std::string cacheDirectory;
   const std::unique_ptr<DirectoryLock> directoryLock;
 
   // Held during every call of the manager; let go while content is written and synchronised.
   Mutex mutex;
+  session::CacheLimits limits OX_GUARDED_BY(mutex);
   WriterList writers OX_GUARDED_BY(mutex);
   RunningCache cache OX_GUARDED_BY(mutex);
   Room room OX_GUARDED_BY(mutex);
@@ -43,10 +46,6 @@ struct SessionState {
   HeldDirectories contentDirectory OX_GUARDED_BY(mutex);
 };
 
-// kInvalidArgument unless the URL is valid UTF-8, not empty and without NUL.
-Error CheckUrl(const std::string& url);
-// kNotFound.
-Error NoEntry();
 // Whether the entry under this name is known to be another URL's, of the same digest.
 bool IsOfOtherUrl(const std::string& contentPath, const std::string& url);
 

@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "session/crc32c.h"
 #include "session/durable_io.h"
@@ -17,9 +18,7 @@ namespace ox::internal {
 // One entry on its way in.
 struct Staging {
   Staging(SessionState& session, std::string newUrl, std::string newId)
-      : state(session), url(std::move(newUrl)) {
-    share.id = std::move(newId);
-  }
+      : state(session), url(std::move(newUrl)), share(std::move(newId), ToOxString(url)) {}
 
   SessionState& state;
   const std::string url;
@@ -53,32 +52,41 @@ Error InvalidArgument(const char* detail) {
   return MakeError(ErrorKind::kInvalidArgument, detail);
 }
 
-Error CheckCommit(const Staging& staging, const std::string& metadata) {
+std::uint64_t MaxContentBytes(const SessionState& state) OX_REQUIRES(state.mutex) {
+  return std::min(state.limits.maxEntrySize, state.limits.maxSize);
+}
+
+Error CheckCommit(const Staging& staging, const std::string& metadata)
+    OX_REQUIRES(staging.state.mutex) {
   if (staging.outcome.isDecided) return InvalidArgument("the writer is used up");
   if (staging.failure) return staging.failure;
   if (staging.contentBytes == 0) return InvalidArgument("an entry may not be empty");
   if (Error error = internal::CheckMetadata(metadata)) return error;
-  const CacheLimits& limits = staging.state.limits;
   const std::uint64_t bytes = staging.contentBytes + metadata.size();
-  if (bytes <= limits.maxEntrySize && bytes <= limits.maxSize) return {};
+  if (bytes <= MaxContentBytes(staging.state)) return {};
   return MakeError(ErrorKind::kRefused,
                    "content and metadata together exceed the limit of one entry");
+}
+
+// Not tried again: what could not be written is lost.
+Error SynchroniseContent(Staging& staging) {
+  if (staging.state.options.durability != Durability::kPower) return {};
+  if (internal::SyncFile(staging.file.Get())) return {};
+  staging.failure = SystemError("cannot synchronise", staging.contentPath);
+  return staging.failure;
 }
 
 Error StageMetadata(const Staging& staging, const std::string& metadata, std::int64_t time) {
   const internal::EntrySeal seal =
       internal::MakeSeal(staging.url, staging.contentSum, staging.contentBytes, metadata);
   const bool isSynchronised = staging.state.options.durability == Durability::kPower;
-  if (isSynchronised && !internal::SyncFile(staging.file.Get())) {
-    return SystemError("cannot synchronise", staging.contentPath);
-  }
   return internal::StageMetadataFile(staging.metadataPath, metadata, time, &seal, isSynchronised);
 }
 
-Error PublishStaging(Staging& staging, const OxString& url, const OxString& metadata)
-    OX_REQUIRES(staging.state.mutex) {
+Error PublishStaging(Staging& staging, const OxString& metadata) OX_REQUIRES(staging.state.mutex) {
+  internal::CountMetadataFile(staging.state, staging.share, staging.metadataPath);
   if (Error error = staging.state.cache.EnsureCurrent()) return error;
-  return internal::Publish(staging.state, {staging.share, url, metadata, staging.outcome});
+  return internal::Publish(staging.state, {staging.share, metadata, staging.outcome});
 }
 
 // What was written a moment ago need not be read again.
@@ -91,62 +99,91 @@ void NoteKnown(Staging& staging, const std::string& metadata) OX_REQUIRES(stagin
 }
 
 // Room for the metadata, and its time of use.
-Error GrantMetadata(Staging& staging, std::uint64_t bytes, std::int64_t* time) {
-  SessionState& state = staging.state;
-  MutexLock lock(state.mutex);
-  if (Error error = state.room.Grant(lock, staging.share, bytes)) return error;
-  *time = state.cache.Clock().Next();
+Error GrantMetadata(Staging& staging, const std::string& metadata, std::int64_t* time) {
+  MutexLock lock(staging.state.mutex);
+  if (Error error = CheckCommit(staging, metadata)) return error;
+  internal::RunningCache& cache = staging.state.cache;
+  const std::uint64_t bytes = cache.Account().Unit().OnDisk(metadata.size());
+  if (Error error = staging.state.room.Grant(lock, staging.share, bytes)) return error;
+  *time = cache.Clock().Next();
   return {};
 }
 
 // The staged metadata of one try to commit: deleted and its room given back when the try fails.
 class StagedMetadata {
  public:
-  StagedMetadata(Staging& staging, std::uint64_t bytes) : staging_(staging), bytes_(bytes) {}
+  // Before the room for it is granted.
+  explicit StagedMetadata(Staging& staging) : staging_(staging), before_(staging.share.bytes) {}
   ~StagedMetadata() {
     if (staging_.outcome.isDecided || !IsOurs(staging_)) return;
     internal::DeleteFile(staging_.metadataPath);
     const MutexLock lock(staging_.state.mutex);
-    staging_.state.room.TakeBack(staging_.share, bytes_);
+    staging_.state.room.TakeBack(staging_.share, staging_.share.bytes - before_);
   }
   StagedMetadata(const StagedMetadata&) = delete;
   StagedMetadata& operator=(const StagedMetadata&) = delete;
 
  private:
   Staging& staging_;
-  const std::uint64_t bytes_;
+  const std::uint64_t before_;
 };
 
-Error CommitStaging(Staging& staging, const std::string& metadata) {
-  if (Error error = CheckCommit(staging, metadata)) return error;
-  const OxString url = internal::ToOxString(staging.url);
+Error TryToCommit(Staging& staging, const std::string& metadata) {
   const OxString text = internal::ToOxString(metadata);
   std::int64_t time = 0;
-  if (Error error = GrantMetadata(staging, metadata.size(), &time)) return error;
-  const StagedMetadata staged(staging, metadata.size());
+  const StagedMetadata staged(staging);
+  if (Error error = GrantMetadata(staging, metadata, &time)) return error;
   if (Error error = StageMetadata(staging, metadata, time)) return error;
   const MutexLock lock(staging.state.mutex);
-  if (Error error = PublishStaging(staging, url, text)) return error;
+  if (Error error = PublishStaging(staging, text)) return error;
   NoteKnown(staging, metadata);
   return {};
 }
 
-Error WriteStaging(Staging& staging, const void* data, std::size_t bytes) {
+Error MakeDiskSpace(Staging& staging, Error failure) {
+  const MutexLock lock(staging.state.mutex);
+  return staging.state.room.MakeDiskSpace(staging.share, std::move(failure));
+}
+
+Error CommitStaging(Staging& staging, const std::string& metadata) {
+  if (Error error = SynchroniseContent(staging)) return error;
+  for (;;) {
+    Error error = TryToCommit(staging, metadata);
+    if (!error || staging.outcome.isDecided || staging.outcome.mayBeDecided) return error;
+    if ((error = MakeDiskSpace(staging, std::move(error)))) return error;
+  }
+}
+
+Error GrantContent(Staging& staging, std::size_t bytes) {
   SessionState& state = staging.state;
-  const std::uint64_t limit = std::min(state.limits.maxEntrySize, state.limits.maxSize);
-  if (bytes > limit - staging.contentBytes) {
+  MutexLock lock(state.mutex);
+  if (staging.contentBytes + bytes > MaxContentBytes(state)) {
     return MakeError(ErrorKind::kRefused, "the content exceeds the limit of one entry");
   }
-  {
-    MutexLock lock(state.mutex);
-    if (Error error = state.room.Grant(lock, staging.share, bytes)) return error;
-  }
-  if (!internal::WriteAll(staging.file.Get(), data, bytes)) {
-    return SystemError("cannot write", staging.contentPath);
+  const std::uint64_t growth = state.cache.Account().Unit().Growth(staging.contentBytes, bytes);
+  return state.room.Grant(lock, staging.share, growth);
+}
+
+Error WriteStaging(Staging& staging, const void* data, std::size_t bytes) {
+  if (Error error = GrantContent(staging, bytes)) return error;
+  std::size_t done = 0;
+  const auto* next = static_cast<const char*>(data);
+  while (!internal::WriteAll(staging.file.Get(), next + done, bytes - done, &done)) {
+    Error error = SystemError("cannot write", staging.contentPath);
+    if ((error = MakeDiskSpace(staging, std::move(error)))) return error;
   }
   staging.contentSum = internal::ExtendCrc32c(staging.contentSum, data, bytes);
   staging.contentBytes += bytes;
   return {};
+}
+
+Error MakeContentFile(Staging& staging) {
+  for (;;) {
+    staging.file = internal::CreateNewFile(staging.contentPath);
+    if (staging.file.IsOpen()) return {};
+    Error error = SystemError("cannot write", staging.contentPath);
+    if ((error = MakeDiskSpace(staging, std::move(error)))) return error;
+  }
 }
 
 void Drop(Staging& staging) {
@@ -176,23 +213,22 @@ std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* 
   *error = internal::WithoutExceptions([&]() -> Error {
     if (Error invalid = internal::CheckUrl(url)) return invalid;
     SessionState& state = *state_;
-    if (state.limits.maxEntries == 0) {
-      return MakeError(ErrorKind::kRefused, "MAX_CACHE_ENTRIES is missing or 0: the cache is off");
-    }
     std::unique_ptr<StoreWriter> writer;
     {
       const MutexLock lock(state.mutex);
+      if (state.limits.maxEntries == 0) {
+        return MakeError(ErrorKind::kRefused,
+                         "MAX_CACHE_ENTRIES is missing or 0: the cache is off");
+      }
       if (Error failed = state.cache.EnsureCurrent()) return failed;
       auto staging = std::make_unique<Staging>(state, url, state.ids.Next());
-      const std::string& directory = state.limits.cacheDirectory;
+      const std::string& directory = state.cacheDirectory;
       staging->contentPath = directory + "/" + internal::StagedContentName(staging->share.id);
       staging->metadataPath = directory + "/" + internal::StagedMetadataName(staging->share.id);
       writer.reset(new StoreWriter(std::move(staging)));
       state.writers.Add(writer->staging_->share);
     }
-    Staging& staging = *writer->staging_;
-    staging.file = internal::CreateNewFile(staging.contentPath);
-    if (!staging.file.IsOpen()) return SystemError("cannot write", staging.contentPath);
+    if (Error failed = MakeContentFile(*writer->staging_)) return failed;
     opened = std::move(writer);
     return {};
   });

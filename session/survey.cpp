@@ -67,7 +67,8 @@ class Surveyor {
       return;
     }
     content->second.isPaired = true;
-    survey_->entries.push_back({name, content->second.file->size, file.size, file.modified});
+    survey_->entries.push_back(
+        {name, content->second.file->size, file.size, file.blocks, file.modified});
     survey_->bytes += content->second.file->size + file.size;
   }
 

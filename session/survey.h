@@ -13,10 +13,11 @@ namespace ox::internal {
 
 // A content file with its metadata file: what the start-up scan takes for an entry.
 struct SurveyedEntry {
-  std::string name;             // of the content file, without the directory
-  std::uint64_t contentBytes;   // size of the content file
-  std::uint64_t metadataBytes;  // size of the metadata file
-  timespec used;                // time of last use: the metadata file's modification time
+  std::string name;              // of the content file, without the directory
+  std::uint64_t contentBytes;    // size of the content file
+  std::uint64_t metadataBytes;   // size of the metadata file
+  std::uint64_t metadataBlocks;  // allocated to the metadata file, of 512 bytes
+  timespec used;                 // time of last use: the metadata file's modification time
 };
 
 struct Survey {

@@ -6,15 +6,20 @@
 #include <cstdint>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "host/mutex.h"
+#include <oxfilecache/string.h>
 
 namespace ox::internal {
 
-// One writer's part. The writer keeps it; the session's mutex guards all but the ID.
+// One writer's part. The writer keeps it; the session's mutex guards all but ID and URL.
 struct WriterShare {
-  std::string id;           // of the writer's staged files
+  WriterShare(std::string newId, OxString newUrl) : id(std::move(newId)), url(std::move(newUrl)) {}
+
+  const std::string id;     // of the writer's staged files
+  const OxString url;       // of the entry
   std::uint64_t bytes = 0;  // granted and not given back
   std::thread::id user;     // the thread that wrote last
 };

@@ -17,7 +17,7 @@ enum class ErrorKind {
   kModule,           // the shared library cannot be loaded
   kInputOutput,      // a system call failed: path and systemError tell which
   kOutOfMemory,      // the other fields may be empty
-  kDamaged,          // the entry was not what had been committed, and is deleted
+  kDamaged,          // the entry is not what was committed; a session has deleted it
   kCancelled,        // the caller's own callback ended it
 };
 

@@ -2,6 +2,8 @@
 //
 //   ox::session::SessionOptions options;
 //   options.directory = "/var/cache/example";
+//   options.limits.maxSize = 64 * 1024 * 1024;
+//   options.limits.maxEntries = 1000;
 //   ox::Error error;
 //   auto session = ox::session::CacheSession::Open(options, &error);
 //   if (!session) return Report(error.Message());
@@ -10,8 +12,8 @@
 //       (error = writer->Commit("text/html"))) Report(error.Message());
 //   if (auto found = session->Fetch("http://example/", &error)) Serve(found->content.Get());
 //
-// The limits come from "file-cache.conf" in the directory. Without one the cache admits nothing,
-// and Store says kRefused.
+// "file-cache.conf" in the directory keeps the limits from then on. Without it, and without limits
+// in the options, the cache admits nothing, and Store says kRefused.
 //
 // The module's bare interface lends pointers that an eviction invalidates, counts new content as
 // nothing, forgets the order of use at a restart and loses the old entry when an update fails. A
@@ -19,8 +21,9 @@
 //
 // - Store streams into a staging file; until Commit the old entry serves, and after it the new one.
 // - Fetch gives an open content file that stays readable whatever is evicted later.
-// - The bytes on disk (content, metadata and staging files) stay within "MAX_CACHE_SIZE", exceeding
-//   it by at most one entry for a moment. What must go is what was used longest ago.
+// - The bytes on disk (content, metadata and staging files, in whole blocks) stay within
+//   "MAX_CACHE_SIZE", exceeding it by at most one entry for a moment. What must go is what was used
+//   longest ago. A disk that is full makes entries go too.
 // - An entry that fits the limits is never refused, unless other writers keep the room that it
 // needs
 //   (StoreWriter::Write).
@@ -104,6 +107,16 @@ enum class Check {
   kAlways,  // the content's sum at every fetch: also finds a medium that changes bits
 };
 
+// What a cache may hold. "file-cache.conf" keeps it.
+struct CacheLimits {
+  // Bytes of all entries together, counted as the disk gives them out: in whole blocks, content and
+  // metadata each. At least 1,024.
+  std::uint32_t maxSize = 0;
+  std::uint32_t maxEntries = 0;    // 0 admits nothing
+  std::uint32_t maxEntrySize = 0;  // bytes of content and metadata of one entry; at least 1,024
+  std::string cacheDirectory;      // where the entries are; not changed while it is in use
+};
+
 // How a session is opened. Only the directory has to be set.
 struct SessionOptions {
   // Holds "file-cache.conf" and, unless that names another directory, the cache. Made, with mode
@@ -115,6 +128,16 @@ struct SessionOptions {
   // configured to be installed (for a project that takes the sources in: where they are built). A
   // name without "/" is looked for as dlopen(3) does.
   std::string modulePath;
+  // Written to "file-cache.conf" where there is none. Where there is one, that holds, and these do
+  // nothing: CacheSession::SetLimits changes it. A maxEntries of 0 stands for no limits given, a
+  // maxEntrySize of 0 for maxSize, and without a cacheDirectory the entries are in `directory`.
+  CacheLimits limits;
+  // So many bytes of the file system stay free. Where they are not, because others fill it, Store
+  // and SetMetadata evict entries; with none left to evict they are an error.
+  std::uint64_t minFree = 0;
+  // How much of the disk a file takes is counted in blocks of so many bytes. 0: as the file system
+  // says. 1, the lengths of the files themselves, suits one that compresses or packs them.
+  std::uint32_t blockSize = 0;
   Durability durability = Durability::kProcess;
   // A fetch writes the time of use at most this often for each entry: flash wears.
   std::chrono::seconds touchInterval{60};
@@ -126,19 +149,10 @@ struct SessionOptions {
   bool allowDeletingAll = false;
 };
 
-// The module's own reading of "file-cache.conf", as it was when the session was opened: a change of
-// the file counts from the next opening on.
-struct CacheLimits {
-  std::uint32_t maxSize = 0;       // bytes, all entries
-  std::uint32_t maxEntries = 0;    // 0 admits nothing
-  std::uint32_t maxEntrySize = 0;  // bytes, content and metadata of one entry
-  std::string cacheDirectory;      // where the files are
-};
-
 // Counts of one session.
 struct SessionStatistics {
   std::uint64_t entries = 0;   // committed entries
-  std::uint64_t bytes = 0;     // on disk: content, metadata, staging files
+  std::uint64_t bytes = 0;     // on disk, in whole blocks: content, metadata, staging files
   std::uint64_t restarts = 0;  // of the manager since Open
   std::uint64_t trimmed = 0;   // entries deleted since Open began, to make room or by Trim
   // Files deleted since Open began because they belonged to no entry: staged files that a crash
@@ -237,8 +251,12 @@ class CacheSession {
   // and restarts the manager. The number of entries deleted goes to `deleted` unless that is null.
   Error Trim(std::uint64_t* deleted);
 
-  // Valid as long as the session.
-  const CacheLimits& Limits() const;
+  // What holds now. Another program's change of "file-cache.conf" counts from the next opening on.
+  CacheLimits Limits() const;
+  // Replaces "file-cache.conf", comments included, and brings the cache within the new limits at
+  // once. kInvalidArgument for limits that admit nothing, and for another cacheDirectory than the
+  // present one or none. After an error the old limits hold, unless it was the restart that failed.
+  Error SetLimits(const CacheLimits& limits);
   // As of now.
   SessionStatistics Statistics() const;
 

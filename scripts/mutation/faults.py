@@ -120,7 +120,7 @@ def _conditions(code, runs):
 
 def _is_independent(first, second):
     """Two assignments of which neither reads what the other sets: their order says nothing."""
-    if "(" in first + second or " = " not in first or " = " not in second:
+    if "(" in first + second or not all(re.search(r" [-+*|&^]?= ", text) for text in (first, second)):
         return False
     set_first, set_second = first.split(" ")[0], second.split(" ")[0]
     return set_first not in second and set_second not in first

@@ -17,7 +17,7 @@ Test = collections.namedtuple("Test", "name command environment targets inputs")
 _OWN_TEST = {"host": "host_test", "session": "session_test", "check": "hostcheck_test",
              "hostcheck": "hostcheck_test", "oxcache": "tool_test"}
 # These say how large the module is and whether other projects can build it, not whether it works.
-_NO_TEST = {"module_footprint", "subproject", "subproject_fetched"}
+_NO_TEST = {"module_footprint", "subproject", "subproject_readme", "subproject_fetched"}
 DOES_NOT_BUILD = "does not build"
 _SKIPPED = 77
 # Above the largest file that a test makes (a hole of 10 GiB), so that a fault cannot fill the memory.

@@ -86,6 +86,7 @@ TEST_F(StringTest, SequencesCutShortByTheEnd) {
     std::string behind;
     Units units;
   } cases[] = {
+      {"ab", "", {'a', 'b'}},
       {"\xC3", "", {0x40}},
       {"x\xE2\x82", "", {'x', 0x2000}},
       {"\xF1", "", {0xFFFD}},
@@ -208,6 +209,8 @@ TEST_F(StringTest, TakesItselfItsOwnUtf8AndIsTaken) {
   EXPECT_STREQ("abcabcabcabc", text.UTF8());
   const OxString taken(std::move(text));
   EXPECT_EQ(0U, text.Length());
+  text.Append("new");
+  EXPECT_STREQ("new", text.UTF8());
   EXPECT_STREQ("abcabcabcabc", taken.UTF8());
 }
 

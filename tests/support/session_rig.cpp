@@ -45,6 +45,8 @@ std::string Bytes(std::uint64_t seed, std::size_t count) {
 
 SessionOptions OptionsFor(const std::string& directory, Durability durability) {
   SessionOptions options;
+  // Limits of a few bytes are quicker to fill.
+  options.blockSize = 1;
   options.directory = directory;
   options.modulePath = OX_MODULE_PATH;
   options.durability = durability;

@@ -216,13 +216,13 @@ ssize_t pread(int fd, void* buffer, size_t count, off_t offset) {
 ssize_t write(int fd, const void* buffer, size_t count) {
   static auto* const real = Next<ssize_t(int, const void*, size_t)>("write", "write", "write");
   if (IsInterrupted()) return -1;
-  const bool fails = Fails(ENOSPC);
+  const bool fails = Fails(EIO);
   const ssize_t written = real(fd, buffer, fails ? count / 2 : UntilInterrupted(count));
   if (journal != nullptr && written > 0) {
     journal->Written(fd, buffer, static_cast<size_t>(written));
   }
   if (!fails) return written;
-  errno = ENOSPC;
+  errno = EIO;
   return -1;
 }
 

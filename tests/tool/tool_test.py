@@ -374,13 +374,18 @@ class Reports(ToolCase):
                          [name("1"), "2000", "21", "2d", "first line?[2J"])
         statistics = self.report("stat")
         self.assertEqual((statistics["entries"], statistics["largest_entry"]), (7, 3001))
+        block = os.statvfs(self.cache).f_frsize
+        self.assertEqual(statistics["block_size"], block)
+        self.assertEqual(statistics["bytes_on_disk"], block * 13)  # one content is empty
+        self.assertGreater(statistics["free_bytes"], 0)
         self.assertEqual(statistics["bytes"], sum(
             os.path.getsize(self.path("cache", file)) for entry in "123456"
             for file in (name(entry), name(entry) + ".ox_meta")) + 401)
         self.assertEqual(statistics["content_without_metadata"], [name("8")])
         self.assertEqual(statistics["foreign_files"], ["stranger"])
         text = self.run_tool("stat").decode()
-        self.assertRegex(text, r"\ntotal size .*\nentries +\[#{30}\] 233%  7 of 3\nlargest entry ")
+        self.assertRegex(text, r"\ntotal size .*\nentries +\[#{30}\] 233%  7 of 3\n"
+                               r"largest entry .*\ncontents .*, counted in blocks of .*\nfree space ")
         self.assertIn("foreign files:\n  stranger\n", text)
 
     def test_ages_at_their_borders(self):
@@ -395,6 +400,8 @@ class Reports(ToolCase):
         self.assertEqual(ages[1:], ["1m", "59m", "1h", "23h", "1d", "6d", "7d"])
 
     def test_trim_leaves_what_a_start_keeps_and_counts_what_the_opening_deleted(self):
+        self.write("cache/file-cache.conf", b"MAX_CACHE_SIZE=30000\nMAX_CACHE_ENTRIES=3\n"
+                                            b"MAX_CACHE_ENTRY_SIZE=3000\n")
         self.run_tool("trim", says="4 entries and 2 files that belonged to no entry deleted")
         self.run_tool("check")
         statistics = self.report("stat")

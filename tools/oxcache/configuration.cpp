@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <sstream>
 
 #include "host/directory.h"
+#include "session/configuration_file.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/temporary_file.h"
 #include "tools/oxcache/text.h"
@@ -31,27 +31,11 @@ struct Configuration {
   std::string directory;
 };
 
-// The module takes a setting from the first place where its name stands. So no comment may name
-// one, and the directory, whose name may contain one, comes last.
 std::string Text(const Configuration& configuration) {
-  std::ostringstream text;
-  text << "# Limits of this file cache; sizes are in bytes. Only the first 1,024 bytes\n"
-          "# of this file are read. A setting is taken from the first place where its\n"
-          "# name stands, even in a comment.\n"
-          "\n"
-          "# All entries together, with their metadata.\n"
-       << "MAX_CACHE_SIZE=" << configuration.maxSize
-       << "\n\n"
-          "# How many entries. If this setting is 0 or missing, a start deletes all.\n"
-       << "MAX_CACHE_ENTRIES=" << configuration.maxEntries
-       << "\n\n"
-          "# One entry with its metadata.\n"
-       << "MAX_CACHE_ENTRY_SIZE=" << configuration.maxEntrySize << "\n";
-  if (!configuration.directory.empty()) {
-    text << "\n# The directory of the entries. Without it they are beside this file.\n"
-         << "CACHE_DIRECTORY=" << configuration.directory << "\n";
-  }
-  return text.str();
+  return internal::ConfigurationText({static_cast<std::uint32_t>(configuration.maxSize),
+                                      static_cast<std::uint32_t>(configuration.maxEntries),
+                                      static_cast<std::uint32_t>(configuration.maxEntrySize),
+                                      configuration.directory});
 }
 
 // Whole or not at all, power cuts included: a configuration cut short could lack the number of

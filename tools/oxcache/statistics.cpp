@@ -4,12 +4,14 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
+#include "session/allocation_unit.h"
 #include "tools/oxcache/reports.h"
 #include "tools/oxcache/text.h"
 
 namespace ox::tools {
 namespace {
 
+using internal::AllocationUnit;
 using internal::Survey;
 using nlohmann::json;
 using session::CacheLimits;
@@ -47,6 +49,16 @@ std::uint64_t LargestEntry(const Survey& survey) {
   return largest;
 }
 
+// As a session counts them.
+std::uint64_t BytesOnDisk(const Survey& survey, const AllocationUnit& unit) {
+  std::uint64_t bytes = 0;
+  for (const auto& entry : survey.entries) {
+    bytes += unit.OnDisk(entry.contentBytes) +
+             unit.OfMetadata(entry.metadataBytes, entry.metadataBlocks);
+  }
+  return bytes;
+}
+
 // "[######..............]  30%". The bar is full only when nothing is left.
 std::string Bar(std::uint64_t used, std::uint64_t limit) {
   constexpr std::size_t kWidth = 30;
@@ -78,9 +90,13 @@ std::string NamesText(const char* what, const std::vector<std::string>& names) {
 
 std::string Text(const CacheLimits& limits, const Survey& survey) {
   std::string text = "directory     " + WithoutControls(limits.cacheDirectory) + "\n";
-  text += UseLine("total size", survey.bytes, limits.maxSize, SizeText);
+  const auto unit = AllocationUnit::Of(limits.cacheDirectory);
+  text += UseLine("total size", BytesOnDisk(survey, unit), limits.maxSize, SizeText);
   text += UseLine("entries", survey.entries.size(), limits.maxEntries, NumberText);
   text += UseLine("largest entry", LargestEntry(survey), limits.maxEntrySize, SizeText);
+  text += "contents      " + SizeText(survey.bytes) +
+          " with their metadata, counted in blocks of " + SizeText(unit.OnDisk(1)) + "\n";
+  text += "free space    " + SizeText(internal::FreeBytes(limits.cacheDirectory)) + "\n";
   text += "last used:\n";
   for (const AgeClass& age : ByAge(survey)) {
     std::array<char, 64> line;
@@ -100,9 +116,13 @@ json Json(const CacheLimits& limits, const Survey& survey) {
   for (const AgeClass& age : ByAge(survey)) {
     ages.push_back({{"age", age.name}, {"entries", age.entries}, {"bytes", age.bytes}});
   }
+  const auto unit = AllocationUnit::Of(limits.cacheDirectory);
   return {{"limits", LimitsJson(limits)},
           {"entries", survey.entries.size()},
           {"bytes", survey.bytes},
+          {"bytes_on_disk", BytesOnDisk(survey, unit)},
+          {"block_size", unit.OnDisk(1)},
+          {"free_bytes", internal::FreeBytes(limits.cacheDirectory)},
           {"largest_entry", LargestEntry(survey)},
           {"last_used", ages},
           {"content_without_metadata", survey.contentWithoutMetadata},

@@ -1,0 +1,80 @@
+#include "session/entry_listing.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+#include <tuple>
+#include <utility>
+
+#include "session/durable_io.h"
+#include "session/entry_seal.h"
+#include "session/session_names.h"
+#include "session/survey.h"
+#include <oxfilecache/format.h>
+
+namespace ox::internal {
+
+using session::ListedEntry;
+
+namespace {
+
+using EntriesByName = std::map<std::string, ListedEntry>;
+
+// As the recovery will put it in place.
+void AddUnfinished(const std::string& directory, const std::string& commitName,
+                   EntriesByName* entries) {
+  ListedEntry entry;
+  std::string id;
+  if (!ParseCommitFileName(commitName, &entry.name, &id)) return;
+  struct stat metadata;
+  if (lstat((directory + "/" + commitName).c_str(), &metadata) != 0) return;
+  entry.contentBytes = FileSize(directory + "/" + StagedContentName(id));
+  if (entry.contentBytes == 0) entry.contentBytes = FileSize(directory + "/" + entry.name);
+  if (entry.contentBytes == 0) return;
+  entry.metadataName = commitName;
+  entry.metadataBytes = static_cast<std::uint64_t>(metadata.st_size);
+  entry.used = metadata.st_mtim;
+  (*entries)[entry.name] = std::move(entry);
+}
+
+// By name: a listing of a directory that is being changed may show a file twice.
+EntriesByName EntriesIn(const std::string& directory, const Survey& survey) {
+  EntriesByName entries;
+  for (const SurveyedEntry& surveyed : survey.entries) {
+    ListedEntry entry;
+    entry.name = surveyed.name;
+    entry.metadataName = surveyed.name + format::kMetadataSuffix;
+    entry.contentBytes = surveyed.contentBytes;
+    entry.metadataBytes = surveyed.metadataBytes;
+    entry.used = surveyed.used;
+    entries[surveyed.name] = std::move(entry);
+  }
+  for (const std::string& name : survey.staging)
+    AddUnfinished(directory, name, &entries);
+  return entries;
+}
+
+bool IsOlder(const ListedEntry& a, const ListedEntry& b) {
+  return std::tie(a.used.tv_sec, a.used.tv_nsec, a.name) <
+         std::tie(b.used.tv_sec, b.used.tv_nsec, b.name);
+}
+
+}  // namespace
+
+Error ListEntries(const std::string& directory, std::vector<ListedEntry>* list) {
+  list->clear();
+  Survey survey;
+  if (Error error = SurveyDirectory(directory, &survey)) {
+    return error.systemError == ENOENT ? Error{} : error;
+  }
+  for (auto& [name, entry] : EntriesIn(directory, survey)) {
+    if (const auto seal = ReadSeal(directory + "/" + entry.metadataName)) entry.url = seal->url;
+    list->push_back(std::move(entry));
+  }
+  std::sort(list->begin(), list->end(), IsOlder);
+  return {};
+}
+
+}  // namespace ox::internal

@@ -1,0 +1,48 @@
+// The limits of a cache that is in use, and changing them.
+#include "session/configuration_file.h"
+#include "session/session_state.h"
+#include "session/without_exceptions.h"
+
+namespace ox::session {
+
+using internal::MutexLock;
+using internal::SessionState;
+
+namespace {
+
+Error Change(SessionState& state, const CacheLimits& limits) OX_REQUIRES(state.mutex) {
+  if (Error error = internal::CheckLimits(limits)) return error;
+  if (limits.cacheDirectory != state.cacheDirectory) {
+    return MakeError(ErrorKind::kInvalidArgument,
+                     "the cache directory cannot be changed while the cache is in use");
+  }
+  if (Error error = state.cache.EnsureCurrent()) return error;
+  const std::string& directory = state.options.directory;
+  CacheLimits written = limits;
+  if (written.cacheDirectory == directory) written.cacheDirectory.clear();
+  const std::string temporary = internal::StagedMetadataName(state.ids.Next());
+  Error error = internal::ReplaceConfigurationFile(directory, temporary, written);
+  if (error) return error;
+  state.limits = limits;
+  state.cache.UseLimits();
+  return state.cache.Restart();
+}
+
+}  // namespace
+
+CacheLimits CacheSession::Limits() const {
+  const MutexLock lock(state_->mutex);
+  return state_->limits;
+}
+
+Error CacheSession::SetLimits(const CacheLimits& limits) {
+  return internal::WithoutExceptions([&] {
+    const MutexLock lock(state_->mutex);
+    CacheLimits whole = limits;
+    internal::FillIn(&whole);
+    if (whole.cacheDirectory.empty()) whole.cacheDirectory = state_->cacheDirectory;
+    return Change(*state_, whole);
+  });
+}
+
+}  // namespace ox::session
