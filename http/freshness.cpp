@@ -38,20 +38,25 @@ Freshness FreshnessWith(const StoredAnswer& answer, const CacheControl& control,
                         bool heuristic) {
   Freshness freshness;
   freshness.lifetime = std::min(LifetimeOf(answer, control, heuristic), kMaxSeconds);
+  const std::optional<std::int64_t> age = AgeOf(answer, now);
+  freshness.isAgeUnknown = !age;
+  freshness.age = age.value_or(0);
+  return freshness;
+}
+
+}  // namespace
+
+std::optional<std::int64_t> AgeOf(const StoredAnswer& answer, std::int64_t now) {
   const bool hasAge = Find(answer.headers, "Age") != nullptr;
   const auto age = ParseSeconds(Single(answer.headers, "Age").value_or(""));
-  freshness.isAgeUnknown = (hasAge && !age) || answer.responseTime > now;
-  if (freshness.isAgeUnknown) return freshness;
+  if ((hasAge && !age) || answer.responseTime > now) return std::nullopt;
   const std::int64_t date = DateOf(answer, "Date").value_or(answer.responseTime);
   const std::int64_t apparentAge = std::max<std::int64_t>(0, answer.responseTime - date);
   const std::int64_t delay = std::max<std::int64_t>(0, answer.responseTime - answer.requestTime);
   const std::int64_t initialAge =
       std::max(apparentAge, std::min(age.value_or(0), kMaxSeconds) + delay);
-  freshness.age = initialAge + now - answer.responseTime;
-  return freshness;
+  return initialAge + now - answer.responseTime;
 }
-
-}  // namespace
 
 bool IsHeuristicallyCacheable(int status) {
   constexpr std::array<int, 12> kStatuses = {200, 203, 204, 206, 300, 301,

@@ -3,6 +3,7 @@
 #define OX_HTTP_FRESHNESS_H_
 
 #include <cstdint>
+#include <optional>
 
 #include "http/cache_control.h"
 #include "http/stored_answer.h"
@@ -13,10 +14,13 @@ namespace ox::internal::http {
 struct Freshness {
   std::int64_t age = 0;
   std::int64_t lifetime = 0;
-  // Its age cannot be known: Age is unreadable, or it was stored later than now, since the device's
-  // clock was wrong then or is wrong now.
+  // Age is unreadable, or it was stored later than now, since the device's clock was wrong then or
+  // is wrong now.
   bool isAgeUnknown = false;
 };
+
+// Nothing when it cannot be known.
+std::optional<std::int64_t> AgeOf(const StoredAnswer& answer, std::int64_t now);
 
 Freshness FreshnessOf(const StoredAnswer& answer, std::int64_t now, bool heuristic);
 

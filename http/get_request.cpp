@@ -30,14 +30,12 @@ std::optional<ByteRange> AskedRange(const HeaderList& asked, const StoredAnswer&
 
 Answer AnswerOf(const GetRequest& request, StoredEntry stored) {
   Answer answer;
-  const std::int64_t now = std::time(nullptr);
-  const Freshness freshness =
-      FreshnessOf(stored.answer, now, request.state.options.heuristicFreshness);
+  const std::optional<std::int64_t> age = AgeOf(stored.answer, std::time(nullptr));
   answer.status = stored.answer.status;
   answer.url = request.url.text;
   answer.size = stored.answer.bodyBytes;
   answer.headers = std::move(stored.answer.headers);
-  if (!freshness.isAgeUnknown) Set(&answer.headers, "Age", std::to_string(freshness.age));
+  if (age) Set(&answer.headers, "Age", std::to_string(*age));
   answer.content = std::move(stored.entry.content);
   return answer;
 }

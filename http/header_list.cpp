@@ -85,14 +85,14 @@ std::string Combined(const HeaderList& headers, std::string_view name) {
   return all;
 }
 
-std::optional<std::string> Single(const HeaderList& headers, std::string_view name) {
+std::optional<std::string_view> Single(const HeaderList& headers, std::string_view name) {
   const Header* found = nullptr;
   for (const Header& header : headers) {
     if (!SameName(header.name, name)) continue;
     if (found != nullptr) return std::nullopt;
     found = &header;
   }
-  return found != nullptr ? std::optional<std::string>(found->value) : std::nullopt;
+  return found != nullptr ? std::optional<std::string_view>(found->value) : std::nullopt;
 }
 
 void Remove(HeaderList* headers, std::string_view name) {

@@ -33,8 +33,8 @@ std::optional<std::int64_t> ParseSeconds(std::string_view text);
 const Header* Find(const HeaderList& headers, std::string_view name);
 // Values of all lines of that name, joined with ", ".
 std::string Combined(const HeaderList& headers, std::string_view name);
-// The value when there is one such line alone.
-std::optional<std::string> Single(const HeaderList& headers, std::string_view name);
+// The value, in the list, when there is one such line alone.
+std::optional<std::string_view> Single(const HeaderList& headers, std::string_view name);
 void Remove(HeaderList* headers, std::string_view name);
 // In place of all lines of that name.
 void Set(HeaderList* headers, std::string_view name, std::string value);

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdio>
-#include <sstream>
 
 #include <oxfilecache/format.h>
 
@@ -46,6 +46,7 @@ int DigitValue(char c) {
 }
 
 std::string Decoded(std::string_view text) {
+  if (text.find('%') == std::string_view::npos) return std::string(text);
   std::string value;
   for (std::size_t i = 0; i < text.size(); ++i) {
     const int high = text[i] == '%' && i + 2 < text.size() ? DigitValue(text[i + 1]) : -1;
@@ -106,10 +107,13 @@ class Text {
 };
 
 bool AddEssential(const StoredAnswer& answer, const std::string& url, Text* text) {
-  std::ostringstream numbers;
-  numbers << kNumbersLine << kVersion << ' ' << answer.status << ' ' << answer.requestTime << ' '
-          << answer.responseTime << ' ' << answer.bodyBytes << ' ' << answer.wholeBytes << '\n';
-  if (!text->Add(kUrlLine + UrlText(url) + "\n") || !text->Add(numbers.str())) return false;
+  std::string numbers = kNumbersLine + std::to_string(kVersion);
+  for (const std::int64_t number :
+       {std::int64_t{answer.status}, answer.requestTime, answer.responseTime,
+        static_cast<std::int64_t>(answer.bodyBytes), static_cast<std::int64_t>(answer.wholeBytes)})
+    numbers += " " + std::to_string(number);
+  numbers += '\n';
+  if (!text->Add(kUrlLine + UrlText(url) + "\n") || !text->Add(numbers)) return false;
   for (const Header& header : answer.varied)
     if (!text->Add(kVariedMark + Line(header))) return false;
   return text->AddNamed(answer.headers, kEssential);
@@ -130,12 +134,22 @@ bool TakePrefixed(std::string_view* rest, std::string_view prefix, std::string_v
   return true;
 }
 
+// A number and the blank behind it. Streams would do, but take most of the time of a hit.
+template <typename Number>
+bool TakeNumber(std::string_view* text, Number* number) {
+  const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), *number);
+  if (error != std::errc()) return false;
+  text->remove_prefix(static_cast<std::size_t>(end - text->data()));
+  if (!text->empty() && text->front() == ' ') text->remove_prefix(1);
+  return true;
+}
+
 bool ParseNumbers(std::string_view text, StoredAnswer* answer) {
-  std::istringstream numbers{std::string(text)};
   int version = 0;
-  numbers >> version >> answer->status >> answer->requestTime >> answer->responseTime >>
-      answer->bodyBytes >> answer->wholeBytes;
-  return !numbers.fail() && version == kVersion;
+  return TakeNumber(&text, &version) && version == kVersion && TakeNumber(&text, &answer->status) &&
+         TakeNumber(&text, &answer->requestTime) && TakeNumber(&text, &answer->responseTime) &&
+         TakeNumber(&text, &answer->bodyBytes) && TakeNumber(&text, &answer->wholeBytes) &&
+         text.empty();
 }
 
 void ParseHeader(std::string_view line, StoredAnswer* answer) {
@@ -170,6 +184,8 @@ std::optional<StoredAnswer> FromMetadata(const std::string& metadata, const std:
   if (!TakePrefixed(&rest, kNumbersLine, &value) || !ParseNumbers(value, &answer)) {
     return std::nullopt;
   }
+  // With one more for the Age of a hit.
+  answer.headers.reserve(static_cast<std::size_t>(std::count(rest.begin(), rest.end(), '\n')) + 1);
   while (!rest.empty())
     ParseHeader(TakeLine(&rest), &answer);
   return answer;
