@@ -7,8 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
-#include <tuple>
 #include <utility>
 
 #include "host/system_calls.h"
@@ -33,11 +31,6 @@ bool IsSelfOrParent(const char* name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
-bool IsOlder(const DirectoryEntry& a, const DirectoryEntry& b) {
-  return std::tie(a.modified.tv_sec, a.modified.tv_nsec, a.name) <
-         std::tie(b.modified.tv_sec, b.modified.tv_nsec, b.name);
-}
-
 bool IsDirectory(const std::string& path) {
   struct stat status;
   if (stat(path.c_str(), &status) != 0) return false;
@@ -53,29 +46,48 @@ bool MakeOne(const std::string& path, mode_t mode) {
 
 }  // namespace
 
-bool ListDirectory(const char* path, std::vector<DirectoryEntry>* entries) {
+std::string_view NameArena::Add(std::string_view name) {
+  constexpr std::size_t kFirstBlock = 4096;
+  constexpr std::size_t kBlocksOfOneSize = 16;
+  const std::size_t bytes = name.size() + 1;
+  if (bytes > left_) {
+    // Larger ones for more names, so that the last is a small part of all.
+    const std::size_t wanted = kFirstBlock * (1 + blocks_.size() / kBlocksOfOneSize);
+    const std::size_t block = std::max(bytes, wanted);
+    blocks_.emplace_back(new char[block]);
+    next_ = blocks_.back().get();
+    left_ = block;
+  }
+  char* const text = next_;
+  text[name.copy(text, name.size())] = '\0';
+  next_ += bytes;
+  left_ -= bytes;
+  return {text, name.size()};
+}
+
+bool ListDirectory(const char* path, DirectoryListing* listing) {
   const DirectoryHandle directory = OpenDirectory(path);
   if (directory == nullptr) return false;
-  std::vector<DirectoryEntry> listed;
+  DirectoryListing found;
   for (;;) {
     errno = 0;
-    const dirent* found = readdir(directory.get());
-    if (found == nullptr) break;
+    const dirent* file = readdir(directory.get());
+    if (file == nullptr) break;
     struct stat status;
-    if (IsSelfOrParent(found->d_name)) continue;
-    if (fstatat(dirfd(directory.get()), found->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (IsSelfOrParent(file->d_name)) continue;
+    if (fstatat(dirfd(directory.get()), file->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
       // Vanished meanwhile. Whatever else it is, the file may be there.
       if (errno == ENOENT) continue;
       return false;
     }
     const bool isRegular = S_ISREG(status.st_mode);
-    listed.push_back({found->d_name, status.st_mtim, S_ISDIR(status.st_mode), isRegular,
-                      isRegular ? static_cast<std::uint64_t>(status.st_size) : 0,
-                      static_cast<std::uint64_t>(status.st_blocks)});
+    found.entries.push_back({found.names.Add(file->d_name), status.st_mtim,
+                             isRegular ? static_cast<std::uint64_t>(status.st_size) : 0,
+                             static_cast<std::uint64_t>(status.st_blocks), S_ISDIR(status.st_mode),
+                             isRegular});
   }
   if (errno != 0) return false;
-  std::sort(listed.begin(), listed.end(), IsOlder);
-  *entries = std::move(listed);
+  *listing = std::move(found);
   return true;
 }
 

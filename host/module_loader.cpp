@@ -44,6 +44,13 @@ LoadedModule::~LoadedModule() {
 
 std::unique_ptr<LoadedModule> LoadedModule::Load(const std::string& path, IOxKernel& kernel,
                                                  std::string* error) {
+  auto module = LoadFurther(path, kernel, error);
+  if (module != nullptr) SetKernel(&kernel);
+  return module;
+}
+
+std::unique_ptr<LoadedModule> LoadedModule::LoadFurther(const std::string& path, IOxKernel& kernel,
+                                                        std::string* error) {
   LibraryHandle library(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
   if (library == nullptr) {
     *error = dlerror();
@@ -65,7 +72,6 @@ std::unique_ptr<LoadedModule> LoadedModule::Load(const std::string& path, IOxKer
     *error = path + " is loaded already, with another kernel";
     return nullptr;
   }
-  SetKernel(&kernel);
   // Made before the factory, so that nothing can fail between having one and owning it.
   std::unique_ptr<LoadedModule> module(new LoadedModule(std::move(library), unload));
   module->factory_ = load();

@@ -4,9 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "host/directory.h"
@@ -36,6 +38,11 @@ bool IsFileOfTheCache(const struct stat& status) {
 
 std::uint64_t SizeOf(const struct stat& status) {
   return S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
+bool IsOlder(const DirectoryEntry& a, const DirectoryEntry& b) {
+  return std::tie(a.modified.tv_sec, a.modified.tv_nsec, a.name) <
+         std::tie(b.modified.tv_sec, b.modified.tv_nsec, b.name);
 }
 
 }  // namespace
@@ -193,8 +200,10 @@ std::uint64_t PosixFile::Write(std::uint64_t count, const void* source) {
 int PosixFile::EnumerateDirectory(EnumerateCallback callback, void* context, int /*flags*/) {
   // Nothing may be thrown through the module, which stands between here and the host's own code.
   try {
-    std::vector<DirectoryEntry> entries;
-    if (!ListDirectory(Path(), &entries)) return 0;
+    DirectoryListing listing;
+    if (!ListDirectory(Path(), &listing)) return 0;
+    std::vector<DirectoryEntry>& entries = listing.entries;
+    std::sort(entries.begin(), entries.end(), IsOlder);
     std::string path = std::string(Path()) + "/";
     const std::size_t prefixLength = path.size();
     const std::string prefix = path;

@@ -24,9 +24,11 @@ DirectoryLock* firstLock = nullptr;
 
 // Regular and under one name alone: what is written through another name of a file would reach that
 // file.
-bool IsLockFile(int fd) {
+bool IsLockFile(int fd, off_t* bytes) {
   struct stat status;
-  return fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1;
+  if (fstat(fd, &status) != 0) return false;
+  *bytes = status.st_size;
+  return S_ISREG(status.st_mode) && status.st_nlink == 1;
 }
 
 constexpr int kLockFileFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK;
@@ -99,11 +101,14 @@ bool DirectoryLock::Lock(const std::string& path, int flags) {
 // Best effort: the number is for people, and the directory is locked without it.
 void DirectoryLock::WriteHolder(const std::string& lockFile) const {
   const UniqueFd file(OpenRetrying(AT_FDCWD, lockFile.c_str(), kLockFileFlags));
-  if (!file.IsOpen() || !IsLockFile(file.Get())) return;
+  off_t oldBytes = 0;
+  if (!file.IsOpen() || !IsLockFile(file.Get(), &oldBytes)) return;
   const std::string holder = std::to_string(getpid()) + "\n";
-  if (ftruncate(file.Get(), 0) == 0) {
-    static_cast<void>(WriteAll(file.Get(), holder.data(), holder.size()));
-  }
+  const auto bytes = static_cast<off_t>(holder.size());
+  // Not emptied first: ext4 writes a file that was emptied to the medium when it is closed.
+  const bool isWritten = WriteAll(file.Get(), holder.data(), holder.size()) &&
+                         (oldBytes <= bytes || ftruncate(file.Get(), bytes) == 0);
+  static_cast<void>(isWritten);
 }
 
 DirectoryLock::~DirectoryLock() {

@@ -45,11 +45,11 @@ EntriesByName EntriesIn(const std::string& directory, const Survey& survey) {
   for (const SurveyedEntry& surveyed : survey.entries) {
     ListedEntry entry;
     entry.name = surveyed.name;
-    entry.metadataName = surveyed.name + format::kMetadataSuffix;
+    entry.metadataName = entry.name + format::kMetadataSuffix;
     entry.contentBytes = surveyed.contentBytes;
     entry.metadataBytes = surveyed.metadataBytes;
     entry.used = surveyed.used;
-    entries[surveyed.name] = std::move(entry);
+    entries[entry.name] = std::move(entry);
   }
   for (const std::string& name : survey.staging)
     AddUnfinished(directory, name, &entries);

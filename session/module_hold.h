@@ -1,13 +1,17 @@
 // The loaded module, for one session or one look at the limits at a time.
 //
-// Where something else keeps the shared library loaded, it keeps its first kernel too; so the
-// sessions of a process, one after the other, all use the same kernel, which is never destroyed.
+// A module has one kernel and one manager. So each hold has a module to itself: the shared library
+// or, while that is held, a private copy of it.
+//
+// Kernels are kept for later holds and never destroyed. Where something else keeps the shared
+// library loaded, it keeps its first kernel too; and the strings of this program use that one.
 #ifndef OX_SESSION_MODULE_HOLD_H_
 #define OX_SESSION_MODULE_HOLD_H_
 
 #include <memory>
 #include <string>
 
+#include "session/module_copy.h"
 #include <oxfilecache/error.h>
 #include <oxfilecache/host.h>
 
@@ -15,8 +19,8 @@ namespace ox::internal {
 
 class ModuleHold {
  public:
-  // An empty path means the default one. Null and kInUse while another hold exists, kModule when
-  // the library cannot be loaded.
+  // An empty path means the default one. Null and kModule when the library cannot be loaded.
+  // Threads: any.
   static std::unique_ptr<ModuleHold> Take(const std::string& wanted, Error* error);
   ~ModuleHold();
   ModuleHold(const ModuleHold&) = delete;
@@ -27,9 +31,15 @@ class ModuleHold {
   host::LoadedModule& Module() { return *module_; }
 
  private:
-  ModuleHold() = default;
+  struct Seat;
+  class Seats;
+
+  explicit ModuleHold(Seat& seat) : seat_(seat) {}
+  bool Load(const std::string& path, std::string* reason);
+
+  Seat& seat_;
+  ModuleCopy copy_;
   std::unique_ptr<host::LoadedModule> module_;
-  bool isHolder_ = false;
 };
 
 }  // namespace ox::internal

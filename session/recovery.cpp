@@ -50,7 +50,7 @@ bool IsAdmissible(const SurveyedEntry& entry, const session::CacheLimits& limits
 
 // Content first: metadata without content is deleted by any scan, content without metadata is not.
 Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry) {
-  const std::string content = directory + "/" + entry.name;
+  const std::string content = directory + "/" + std::string(entry.name);
   if (Error error = Delete(content)) return error;
   return Delete(content + format::kMetadataSuffix);
 }
@@ -103,32 +103,34 @@ void ResetImpossibleTimes(const std::string& directory, Survey* survey) {
   for (auto entry = firstImpossible; entry != entries.end(); ++entry) {
     entry->used = timespec{};
     // Best effort: this session knows the order either way.
-    SetFileTime(directory + "/" + entry->name + format::kMetadataSuffix, 0);
+    SetFileTime(directory + "/" + std::string(entry->name) + format::kMetadataSuffix, 0);
   }
   std::rotate(entries.begin(), firstImpossible, entries.end());
 }
 
 Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits,
                    const AllocationUnit& unit, Survey* survey, std::uint64_t* deleted) {
-  std::vector<SurveyedEntry> kept;
+  std::vector<SurveyedEntry>& entries = survey->entries;
+  // Those that stay move to the end, in their order.
+  auto kept = entries.rbegin();
   std::uint64_t bytes = 0;
   *deleted = 0;
-  for (auto entry = survey->entries.rbegin(); entry != survey->entries.rend(); ++entry) {
+  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
     const std::uint64_t size = unit.OnDisk(entry->contentBytes) +
                                unit.OfMetadata(entry->metadataBytes, entry->metadataBlocks);
+    const auto count = static_cast<std::size_t>(kept - entries.rbegin());
     // Alone, an entry may take more blocks than the limit of the whole cache has bytes.
-    const bool fits = kept.empty() ? entry->contentBytes + entry->metadataBytes <= limits.maxSize
-                                   : bytes + size <= limits.maxSize;
-    if (fits && IsAdmissible(*entry, limits) && kept.size() < limits.maxEntries) {
+    const bool fits = count == 0 ? entry->contentBytes + entry->metadataBytes <= limits.maxSize
+                                 : bytes + size <= limits.maxSize;
+    if (fits && IsAdmissible(*entry, limits) && count < limits.maxEntries) {
       bytes += size;
-      kept.push_back(*entry);
+      *kept++ = *entry;
       continue;
     }
     if (Error error = DeleteEntry(directory, *entry)) return error;
     ++*deleted;
   }
-  std::reverse(kept.begin(), kept.end());
-  survey->entries = std::move(kept);
+  entries.erase(entries.begin(), kept.base());
   survey->bytes = bytes;
   return {};
 }

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <string_view>
-#include <unordered_map>
+#include <tuple>
 #include <utility>
 
 #include "host/directory.h"
@@ -23,70 +23,107 @@ bool ScanFindsContentOf(std::string_view name) {
                       [](char c) { return static_cast<unsigned char>(c) >= 0x80 || c == '\\'; });
 }
 
-class Surveyor {
- public:
-  Surveyor(const std::string& directory, Survey* survey) : directory_(directory), survey_(survey) {}
+bool IsMetadata(const DirectoryEntry& file) {
+  return !file.isDirectory && format::HasMetadataSuffix(file.name) && ScanLooksAt(file.name);
+}
 
-  Error Run() {
-    if (!ListDirectory(directory_.c_str(), &listed_)) {
-      return SystemError("cannot read the directory", directory_);
+// A file in the order of names. Most comparisons need no more than the first bytes, which lie
+// beside each other here.
+class Named {
+ public:
+  // Less the last `suffix` bytes.
+  Named(const DirectoryEntry& file, std::size_t suffix)
+      : file_(&file), length_(file.name.size() - suffix) {
+    const std::string_view name = Name();
+    for (std::size_t i = 0; i < sizeof start_; ++i) {
+      start_ = start_ << 8 | (i < name.size() ? static_cast<unsigned char>(name[i]) : 0U);
     }
-    for (const DirectoryEntry& file : listed_) {
-      if (!IsMetadata(file)) others_.emplace(file.name, Other{&file, false});
-    }
-    for (const DirectoryEntry& file : listed_) {
-      if (IsMetadata(file)) PairMetadata(file);
-    }
-    for (const DirectoryEntry& file : listed_) {
-      if (!IsMetadata(file)) SortOther(file);
-    }
-    return {};
+  }
+
+  const DirectoryEntry& File() const { return *file_; }
+  std::string_view Name() const { return file_->name.substr(0, length_); }
+
+  bool operator<(const Named& other) const {
+    return start_ != other.start_ ? start_ < other.start_ : Name() < other.Name();
   }
 
  private:
-  // Anything but a metadata file.
-  struct Other {
-    const DirectoryEntry* file;
-    bool isPaired;
-  };
+  std::uint64_t start_ = 0;
+  const DirectoryEntry* file_;
+  std::size_t length_;
+};
 
-  static bool IsMetadata(const DirectoryEntry& file) {
-    return !file.isDirectory && format::HasMetadataSuffix(file.name) && ScanLooksAt(file.name);
+bool IsUsedBefore(const SurveyedEntry& a, const SurveyedEntry& b) {
+  return std::tie(a.used.tv_sec, a.used.tv_nsec, a.name) <
+         std::tie(b.used.tv_sec, b.used.tv_nsec, b.name);
+}
+
+// Pairs the files by sorting their names: each metadata file meets the file that bears its name
+// without the suffix.
+class Surveyor {
+ public:
+  Surveyor(const DirectoryListing& listing, Survey* survey) : survey_(survey) {
+    for (const DirectoryEntry& file : listing.entries) {
+      if (file.isDirectory) directories_.push_back(file.name);
+      if (IsMetadata(file)) {
+        metadata_.emplace_back(file, format::kMetadataSuffixLength);
+      } else {
+        others_.emplace_back(file, 0);
+      }
+    }
+    std::sort(metadata_.begin(), metadata_.end());
+    std::sort(others_.begin(), others_.end());
+    std::sort(directories_.begin(), directories_.end());
   }
 
-  // In the order of the listing, which is the order of use.
-  void PairMetadata(const DirectoryEntry& file) {
-    const std::string name(file.name, 0, file.name.size() - format::kMetadataSuffixLength);
-    if (IsSessionName(name)) {
-      survey_->foreignFiles.push_back(file.name);
-      return;
+  void Run() {
+    survey_->entries.reserve(metadata_.size());
+    auto other = others_.begin();
+    for (const Named& metadata : metadata_) {
+      for (; other != others_.end() && *other < metadata; ++other)
+        SortOther(other->File());
+      const bool isThere = other != others_.end() && other->Name() == metadata.Name();
+      if (Pair(metadata, isThere ? &other->File() : nullptr)) ++other;
     }
-    const auto content = others_.find(name);
-    if (content == others_.end() || !content->second.file->isRegular || !ScanFindsContentOf(name)) {
-      survey_->metadataWithoutContent.push_back(file.name);
-      return;
+    for (; other != others_.end(); ++other)
+      SortOther(other->File());
+    std::sort(survey_->entries.begin(), survey_->entries.end(), IsUsedBefore);
+  }
+
+ private:
+  // True when the two are an entry.
+  bool Pair(const Named& metadata, const DirectoryEntry* content) {
+    const DirectoryEntry& file = metadata.File();
+    const std::string_view name = metadata.Name();
+    if (IsSessionName(std::string(name))) {
+      survey_->foreignFiles.emplace_back(file.name);
+      return false;
     }
-    content->second.isPaired = true;
+    if (content == nullptr || !content->isRegular || !ScanFindsContentOf(name)) {
+      survey_->metadataWithoutContent.emplace_back(file.name);
+      return false;
+    }
+    // Copied, since the listing holds twice as many names and does not live long.
     survey_->entries.push_back(
-        {name, content->second.file->size, file.size, file.blocks, file.modified});
-    survey_->bytes += content->second.file->size + file.size;
+        {survey_->names.Add(name), content->size, file.size, file.blocks, file.modified});
+    survey_->bytes += content->size + file.size;
+    return true;
   }
 
   void SortOther(const DirectoryEntry& file) {
-    if (others_.find(file.name)->second.isPaired || IsPermanentSessionName(file.name)) return;
-    ListOf(file)->push_back(file.name);
+    std::string name(file.name);
+    if (!IsPermanentSessionName(name)) ListOf(file, name)->push_back(std::move(name));
   }
 
-  std::vector<std::string>* ListOf(const DirectoryEntry& file) const {
+  std::vector<std::string>* ListOf(const DirectoryEntry& file, const std::string& name) const {
     if (!file.isRegular) return &survey_->foreignFiles;
-    if (format::IsContentName(file.name)) return &survey_->contentWithoutMetadata;
-    if (IsBlockedCommit(file.name)) return &survey_->blockedCommits;
-    return IsSessionName(file.name) ? &survey_->staging : &survey_->foreignFiles;
+    if (format::IsContentName(name)) return &survey_->contentWithoutMetadata;
+    if (IsBlockedCommit(name)) return &survey_->blockedCommits;
+    return IsSessionName(name) ? &survey_->staging : &survey_->foreignFiles;
   }
 
   bool IsDirectoryName(const std::string& name) const {
-    const auto found = others_.find(name);
-    return found != others_.end() && found->second.file->isDirectory;
+    return std::binary_search(directories_.begin(), directories_.end(), name);
   }
 
   bool IsBlockedCommit(const std::string& name) const {
@@ -96,17 +133,22 @@ class Surveyor {
            (IsDirectoryName(entryName) || IsDirectoryName(entryName + format::kMetadataSuffix));
   }
 
-  const std::string& directory_;
   Survey* survey_;
-  std::vector<DirectoryEntry> listed_;
-  std::unordered_map<std::string_view, Other> others_;
+  std::vector<Named> metadata_;
+  std::vector<Named> others_;
+  std::vector<std::string_view> directories_;
 };
 
 }  // namespace
 
 Error SurveyDirectory(const std::string& directory, Survey* survey) {
   *survey = Survey();
-  return Surveyor(directory, survey).Run();
+  DirectoryListing listing;
+  if (!ListDirectory(directory.c_str(), &listing)) {
+    return SystemError("cannot read the directory", directory);
+  }
+  Surveyor(listing, survey).Run();
+  return {};
 }
 
 }  // namespace ox::internal

@@ -5,15 +5,17 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "host/directory.h"
 #include <oxfilecache/error.h>
 
 namespace ox::internal {
 
 // A content file with its metadata file: what the start-up scan takes for an entry.
 struct SurveyedEntry {
-  std::string name;              // of the content file, without the directory
+  std::string_view name;         // of the content file, without the directory; the survey's
   std::uint64_t contentBytes;    // size of the content file
   std::uint64_t metadataBytes;   // size of the metadata file
   std::uint64_t metadataBlocks;  // allocated to the metadata file, of 512 bytes
@@ -30,6 +32,7 @@ struct Survey {
   // Everything else but the session's and the module's own files.
   std::vector<std::string> foreignFiles;
   std::uint64_t bytes = 0;  // of all entries, content and metadata
+  NameArena names;          // of the entries
 };
 
 // kInputOutput when the directory, or a file in it, cannot be looked at.

@@ -107,6 +107,14 @@ class LoadedModule {
   // given.
   static std::unique_ptr<LoadedModule> Load(const std::string& path, IOxKernel& kernel,
                                             std::string* error);
+  // As Load, but leaves this program's own strings with the kernel that they have (SetKernel). For
+  // a further copy of the module beside the first: a library from another file, with a kernel of
+  // its own. Each kernel must take back the memory that another one gave, as those of PosixKernel
+  // do.
+  //
+  // Threads: any.
+  static std::unique_ptr<LoadedModule> LoadFurther(const std::string& path, IOxKernel& kernel,
+                                                   std::string* error);
   // Destroys the factory and closes the library. Every ManagerReference must be gone.
   ~LoadedModule();
   LoadedModule(const LoadedModule&) = delete;

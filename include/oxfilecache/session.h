@@ -42,8 +42,11 @@
 // parent. Its copies of a session and of writers are not for use: Fetch, Remove, Trim, Write and
 // Commit are errors there (kInUse). Destroying them is allowed and does nothing to the cache.
 //
-// The module keeps its kernel and its one manager for the whole process, so a process has at most
-// one session open at a time.
+// A process may have any number of sessions open, one for each directory. A module has one manager,
+// so each session beside the first loads a copy of the module of its own, some tens of kilobytes
+// that stay in memory until it is closed. That takes memfd_create(2), which Linux has since 3.17,
+// and /proc. A program that loads the module itself as well (LoadedModule) cannot open a session
+// meanwhile (kModule), unless the session gets another file of the module.
 #ifndef OXFILECACHE_SESSION_H_
 #define OXFILECACHE_SESSION_H_
 
@@ -214,9 +217,10 @@ class StoreWriter {
 class CacheSession {
  public:
   // Null and an error when the directory cannot be used, the module not loaded (kModule), another
-  // process has the cache (kInUse, with its process number), or the configuration would delete what
-  // is there (kConfiguration): when it admits no entry, or names a cache directory that the module
-  // would misread. A configuration that cannot be read whole is kInputOutput.
+  // process or session has the cache (kInUse, with the number of the process), or the configuration
+  // would delete what is there (kConfiguration): when it admits no entry, or names a cache
+  // directory that the module would misread. A configuration that cannot be read whole is
+  // kInputOutput.
   //
   // Finishes commits that a crash interrupted, deletes staged files and files without their
   // counterpart, and brings the cache within its limits. A file that this user may not delete
@@ -268,7 +272,7 @@ class CacheSession {
 // Reads the limits the way the module does, without scanning, deleting or making anything: the real
 // module is started over a file system that shows it the configuration and an empty directory. An
 // empty modulePath means the default, as in SessionOptions.
-// kModule or kInputOutput on failure. Not while a session is open in this process.
+// kModule or kInputOutput on failure. Threads: any, also while sessions are open.
 Error ReadLimits(const std::string& directory, const std::string& modulePath, CacheLimits* limits);
 
 }  // namespace ox::session

@@ -119,8 +119,10 @@ TEST_F(FileTest, TheLastDescriptorIsTheFiles) {
   const rlimit one = {1, before.rlim_max};
   setrlimit(RLIMIT_NOFILE, &one);
   BoundFile file(fileSystem_, scratch_ / "file");
+  char byte;
   EXPECT_EQ(13U, file->GetSize());
-  EXPECT_TRUE(file->Open(File::kOpenRead));
+  EXPECT_TRUE(file->Open(File::kOpenRead) && file->Read(1, &byte) == 1);
+  EXPECT_TRUE(file->Open(File::kOpenWrite) && file->Write(1, "x") == 1);
   file->Close();
   setrlimit(RLIMIT_NOFILE, &before);
   fileSystem_.CloseDirectories();

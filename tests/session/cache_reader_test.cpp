@@ -23,16 +23,6 @@ using session::Check;
 
 constexpr char kUrl[] = "http://host/a";
 
-std::unique_ptr<CacheReader> OpenReader(const std::string& directory, Check check = Check::kOnce) {
-  session::ReaderOptions options;
-  options.directory = directory;
-  options.check = check;
-  Error error;
-  auto reader = CacheReader::Open(options, &error);
-  EXPECT_FALSE(error) << error.Message();
-  return reader;
-}
-
 std::string Read(const CacheReader& reader, const std::string& url) {
   Error error;
   const auto found = reader.Fetch(url, &error);
@@ -106,7 +96,6 @@ TEST_F(CacheReaderTest, SeesWhatAnOpeningWouldPutInPlace) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    const ScratchDirectory copy;
     auto session = OpenSession(OptionsFor(directory_.Path()));
     ASSERT_FALSE(Store(*session, kUrl, "old", "old m"));
     Error error;
@@ -123,35 +112,6 @@ TEST_F(CacheReaderTest, SeesWhatAnOpeningWouldPutInPlace) {
     session->Remove(kUrl);
     fs::remove(path);
     fs::remove(path + "x");
-  }
-}
-
-TEST_F(CacheReaderTest, WhatIsNotWhatWasCommittedIsToldAndStays) {
-  const struct {
-    const char* what;
-    std::function<void(const std::string&)> damage;
-    bool needsSum;
-  } cases[] = {
-      {"content cut", [](auto& path) { fs::resize_file(path, 4); }, false},
-      {"content emptied", [](auto& path) { fs::resize_file(path, 0); }, false},
-      {"content changed", [](auto& path) { WriteWhole(path, "Content"); }, true},
-      {"metadata changed", [](auto& path) { WriteWhole(path + ".ox_meta", "Metadata"); }, false},
-  };
-  auto session = OpenSession(OptionsFor(directory_.Path()));
-  for (const auto& c : cases) {
-    for (const Check check : {Check::kNever, Check::kOnce, Check::kAlways}) {
-      SCOPED_TRACE(c.what);
-      ASSERT_FALSE(Store(*session, kUrl, "content", "metadata"));
-      const auto reader = OpenReader(directory_.Path(), check);
-      Error error;
-      const auto before = reader->Fetch(kUrl, &error);
-      ASSERT_TRUE(before);
-      c.damage(before->path);
-      const bool isFound = reader->Fetch(kUrl, &error).has_value();
-      EXPECT_EQ(isFound, c.needsSum && check == Check::kNever);
-      EXPECT_EQ(error.kind, isFound ? ErrorKind::kNone : ErrorKind::kDamaged);
-      EXPECT_TRUE(fs::exists(before->path));
-    }
   }
 }
 

@@ -19,7 +19,7 @@ namespace {
 std::vector<std::string> NamesInOrderOfUse(const ScratchDirectory& directory) {
   std::vector<std::string> names;
   for (const internal::SurveyedEntry& entry : Look(directory.Path()).entries)
-    names.push_back(entry.name);
+    names.emplace_back(entry.name);
   return names;
 }
 

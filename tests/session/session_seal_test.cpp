@@ -101,7 +101,7 @@ void Flip(const std::string& path) {
   std::filesystem::last_write_time(path, time);
 }
 
-TEST_F(SessionSealTest, WhatIsNotWhatWasCommittedIsDeletedAndNeverServed) {
+TEST_F(SessionSealTest, WhatIsNotWhatWasCommittedIsNeverServedAndASessionDeletesIt) {
   const struct {
     const char* what;
     std::function<void(const std::string&)> damage;
@@ -123,12 +123,19 @@ TEST_F(SessionSealTest, WhatIsNotWhatWasCommittedIsDeletedAndNeverServed) {
         Open();
         ASSERT_FALSE(Store(*session_, kUrl, "content", "metadata"));
         const std::string path = PathOf(kUrl);
+        const auto reader = OpenReader(directory_.Path(), check);
+        ASSERT_TRUE(reader->Fetch(kUrl, &error_));
         if (isReopened) session_.reset();
         c.damage(path);
-        if (isReopened) Open();
-        const auto found = session_->Fetch(kUrl, &error_);
         const bool isFound = c.isFoundWithoutSum || check != Check::kNever;
-        EXPECT_EQ(!found, isFound);
+        // A reader tells, and deletes nothing.
+        const bool isThere = std::filesystem::exists(path);
+        EXPECT_EQ(!reader->Fetch(kUrl, &error_), isFound);
+        EXPECT_TRUE(!isFound ||
+                    error_.kind == (isThere ? ErrorKind::kDamaged : ErrorKind::kNotFound));
+        EXPECT_EQ(std::filesystem::exists(path), isThere);
+        if (isReopened) Open();
+        EXPECT_EQ(!session_->Fetch(kUrl, &error_), isFound);
         if (!isFound) continue;
         const bool wasThere = session_->Statistics().damaged == 1;
         EXPECT_EQ(error_.kind, isReopened && wasThere ? ErrorKind::kDamaged : ErrorKind::kNotFound);

@@ -5,11 +5,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <map>
+#include <thread>
 #include <utility>
+#include <vector>
 
 #include "tests/support/session_rig.h"
 
@@ -185,6 +188,28 @@ TEST_F(SessionTest, OnlyOneProcessHasTheCacheAndTheOthersLearnWhich) {
   waitpid(child, nullptr, 0);
   const auto session = OpenSession(options_);
   EXPECT_EQ(OpenError().kind, ErrorKind::kInUse);
+}
+
+// Each thread opens, fills and closes a cache of its own, again and again beside the others.
+TEST_F(SessionTest, OneProcessHasASessionForEachDirectory) {
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 3; ++thread) {
+    threads.emplace_back([thread] {
+      const CacheDirectory directory({65536, 5, 8192});
+      for (int first = 0; first < 80; first += 8) {
+        const auto session = OpenSession(OptionsFor(directory.Path()));
+        const auto content = [thread](int number) { return Bytes(thread * 1000 + number, 500); };
+        for (int number = first; number < first + 8; ++number) {
+          EXPECT_FALSE(Store(*session, std::to_string(number), content(number), "m"));
+          const int older = std::max(number - 2, 0);
+          EXPECT_EQ(Fetch(*session, std::to_string(older)), content(older) + "|m");
+        }
+        EXPECT_EQ(session->Statistics().bytes, DiskUse(directory.Path()));
+      }
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
 }
 
 TEST_F(SessionTest, DeletesFilesOfNoEntryAndKeepsForeignFiles) {

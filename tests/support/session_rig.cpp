@@ -62,6 +62,17 @@ std::unique_ptr<CacheSession> OpenSession(const SessionOptions& options) {
   std::abort();
 }
 
+std::unique_ptr<session::CacheReader> OpenReader(const std::string& directory,
+                                                 session::Check check) {
+  session::ReaderOptions options;
+  options.directory = directory;
+  options.check = check;
+  Error error;
+  auto reader = session::CacheReader::Open(options, &error);
+  EXPECT_FALSE(error) << error.Message();
+  return reader;
+}
+
 internal::Survey Look(const std::string& directory) {
   internal::Survey survey;
   EXPECT_FALSE(internal::SurveyDirectory(directory, &survey));

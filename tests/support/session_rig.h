@@ -9,6 +9,7 @@
 
 #include "session/survey.h"
 #include "tests/support/scratch_directory.h"
+#include <oxfilecache/reader.h>
 #include <oxfilecache/session.h>
 
 namespace ox::testing {
@@ -42,6 +43,9 @@ SessionOptions OptionsFor(const std::string& directory, Durability = Durability:
 
 // Ends the program where none can be opened: without it nothing that follows means anything.
 std::unique_ptr<CacheSession> OpenSession(const SessionOptions& options);
+
+std::unique_ptr<session::CacheReader> OpenReader(const std::string& directory,
+                                                 session::Check = session::Check::kOnce);
 
 internal::Survey Look(const std::string& directory);
 

@@ -31,6 +31,14 @@ class ToolCase(unittest.TestCase):
         with open(self.path(name), "rb") as file:
             return file.read()
 
+    def snapshot(self):
+        listing = {}
+        for directory, _, files in os.walk(self.scratch):
+            for path in [directory] + [os.path.join(directory, file) for file in files]:
+                status = os.lstat(path)
+                listing[path] = (status.st_ino, status.st_mode, status.st_size, status.st_mtime_ns)
+        return listing
+
     def run_tool(self, *words, stdin=b"", status=DONE, says=None, directory=None, **more):
         """Runs the tool and returns its standard output; checks its status and messages."""
         environment = dict(os.environ, XDG_CACHE_HOME=self.path("xdg"), no_proxy="*")

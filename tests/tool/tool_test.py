@@ -7,6 +7,7 @@ import shutil
 import signal
 import subprocess
 import threading
+import time
 import unittest
 
 from tool_case import DONE, INPUT_OUTPUT, NOT_DONE, TOOL, USAGE, ToolCase
@@ -110,13 +111,45 @@ class Entries(ToolCase):
         os.close(full)
         os.close(without_reader)
 
-    def test_a_cache_that_another_process_has_is_left_alone(self):
+    def test_a_cache_that_another_process_has_is_read_and_left_alone(self):
         self.run_tool("put", "abc", stdin=b"1")
         lock = os.open(self.cache, os.O_RDONLY)
         fcntl.flock(lock, fcntl.LOCK_EX)
-        self.run_tool("get", "abc", status=NOT_DONE, says="has the cache")
-        self.assertIn(NAME_OF_ABC.encode(), self.run_tool("ls"))
-        os.close(lock)
+        before = self.snapshot()
+        self.assertEqual(self.run_tool("get", "abc", says="has the cache.*without"), b"1")
+        self.run_tool("get", "absent", status=NOT_DONE, says="no entry")
+        for report in ("ls", "stat"):
+            self.run_tool(report, says=f"^oxcache: process {os.getpid()} has the cache")
+        self.run_tool("rm", "abc", status=NOT_DONE, says="has the cache")
+        start = time.monotonic()
+        self.run_tool("rm", "abc", "--wait", "1", status=NOT_DONE, says="; waiting\n.*has the cache")
+        self.assertGreaterEqual(time.monotonic() - start, 1)
+        self.assertEqual(self.snapshot(), before)
+        with subprocess.Popen([TOOL, "--dir", self.cache, "--wait", "60", "rm", "abc"],
+                              stderr=subprocess.PIPE) as waiting:
+            self.assertIn(b"; waiting", waiting.stderr.readline())
+            os.close(lock)
+            self.assertEqual((waiting.stderr.read(), waiting.wait()), (b"", DONE))
+        self.run_tool("ls", says="^$")
+
+    def test_a_read_only_mount_is_read(self):
+        self.run_tool("put", "abc", stdin=b"1")
+        mount = ["unshare", "-rm", "sh", "-ec",
+                 'mount --bind "$1" "$1"; mount -o remount,ro,bind "$1"; shift; "$@"', "sh",
+                 self.cache]
+        if subprocess.run([*mount, "true"], check=False).returncode:
+            self.skipTest("nothing can be mounted here")
+        for words, status, out in ((["get", "abc"], DONE, b"^1$"),
+                                   (["get", "absent"], NOT_DONE, b"^$"),
+                                   (["ls", "--json"], DONE, b'"url":"abc"'),
+                                   (["stat"], DONE, b"entries .* 1 of "),
+                                   (["rm", "abc"], INPUT_OUTPUT, b"^$")):
+            with self.subTest(words):
+                done = subprocess.run([*mount, TOOL, "--dir", self.cache, *words],
+                                      capture_output=True, check=False)
+                self.assertEqual(done.returncode, status, done.stderr)
+                self.assertRegex(done.stdout, out)
+                self.assertIn(b"Read-only file system", done.stderr)
 
     def test_streams_are_not_held_in_memory(self):
         self.run_tool("init", "--max-size", "100M", "--max-entry-size", "100M")
@@ -278,14 +311,6 @@ class Reports(ToolCase):
         self.age -= 1000
         used = os.stat(path).st_mtime - self.age
         os.utime(path, (used, used))
-
-    def snapshot(self):
-        listing = {}
-        for directory, _, files in os.walk(self.scratch):
-            for path in [directory] + [os.path.join(directory, file) for file in files]:
-                status = os.lstat(path)
-                listing[path] = (status.st_ino, status.st_mode, status.st_size, status.st_mtime_ns)
-        return listing
 
     def test_reports_change_nothing_and_print_no_control_characters(self):
         for directory in ("cache", "cache-without-limits", "absent"):

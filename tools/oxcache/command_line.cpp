@@ -26,6 +26,16 @@ CLI::Validator NotEmpty() {
       [](const std::string& text) { return text.empty() ? "the name is empty" : ""; }, "");
 }
 
+// Without this check 010 would be read as an octal number.
+CLI::Validator Decimal() {
+  return CLI::Validator(
+      [](const std::string& text) {
+        const bool isDecimal = text == "0" || (!text.empty() && text[0] >= '1' && text[0] <= '9');
+        return isDecimal ? "" : "a decimal number without leading zeros is needed";
+      },
+      "");
+}
+
 void AddGlobalOptions(CLI::App& app, GlobalOptions* options) {
   app.add_option("--dir", options->directory,
                  "Directory of file-cache.conf (default: oxcache in the user's cache directory)")
@@ -43,16 +53,12 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions* options) {
       ->type_name("");
   app.add_flag("--force", options->force,
                "init: overwrite; other commands: open the cache even if that deletes all entries");
-}
-
-// Without this check 010 would be read as an octal number.
-CLI::Validator Decimal() {
-  return CLI::Validator(
-      [](const std::string& text) {
-        const bool isDecimal = text == "0" || (!text.empty() && text[0] >= '1' && text[0] <= '9');
-        return isDecimal ? "" : "a decimal number without leading zeros is needed";
-      },
-      "");
+  app.add_option_function<std::uint32_t>(
+         "--wait",
+         [options](const std::uint32_t& seconds) { options->wait = std::chrono::seconds(seconds); },
+         "How long to wait for another process that has the cache (default: not at all)")
+      ->check(Decimal())
+      ->type_name("SECONDS");
 }
 
 CLI::Option* AddSize(CLI::App& app, const char* name, std::optional<std::uint64_t>* size,

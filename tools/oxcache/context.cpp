@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <thread>
 #include <utility>
 
 #include "session/module_location.h"
@@ -26,6 +27,8 @@ using internal::Survey;
 using session::CacheLimits;
 using session::CacheSession;
 using session::SessionOptions;
+
+constexpr std::chrono::milliseconds kBetweenOpenings{100};
 
 // The parent of a file system's root is in another file system or, for "/", the same directory.
 bool IsRootOfFileSystem(const std::string& directory) {
@@ -124,8 +127,20 @@ CacheSession* Context::Session(Purpose purpose, Error* error) {
   if (session_ != nullptr) return session_.get();
   *error = purpose == Purpose::kStore ? PrepareToStore() : RequireCache();
   if (*error) return nullptr;
-  session_ = CacheSession::Open(ForSession(options_), error);
+  session_ = OpenSession(error);
   return session_.get();
+}
+
+// Tries as long as the user is willing to wait for another process.
+std::unique_ptr<CacheSession> Context::OpenSession(Error* error) const {
+  const auto start = std::chrono::steady_clock::now();
+  for (bool isTold = false;; isTold = true) {
+    auto session = CacheSession::Open(ForSession(options_), error);
+    if (session != nullptr || error->kind != ErrorKind::kInUse) return session;
+    if (std::chrono::steady_clock::now() - start >= options_.wait) return nullptr;
+    if (!isTold) Tell(error->Message() + "; waiting");
+    std::this_thread::sleep_for(kBetweenOpenings);
+  }
 }
 
 // A directory without a configuration gets the default one. With entries in it that is an error,
@@ -143,7 +158,7 @@ Error Context::PrepareToStore() {
     }
     if (!survey.entries.empty()) {
       Error error;
-      if (CacheSession::Open(ForSession(options_), &error) == nullptr) return error;
+      if (OpenSession(&error) == nullptr) return error;
     }
     return WriteDefaultConfiguration(options_.directory);
   }

@@ -2,6 +2,7 @@
 #ifndef OX_TOOLS_OXCACHE_CONTEXT_H_
 #define OX_TOOLS_OXCACHE_CONTEXT_H_
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -16,6 +17,8 @@ struct GlobalOptions {
   std::string modulePath;  // empty: looked for
   session::Durability durability = session::Durability::kProcess;
   bool force = false;
+  // For another process that has the cache.
+  std::chrono::seconds wait{0};
 };
 
 class Context {
@@ -55,6 +58,7 @@ class Context {
 
  private:
   Error PrepareToStore();
+  std::unique_ptr<session::CacheSession> OpenSession(Error* error) const;
   Error RequireCache();
   std::string InitCommand(const session::CacheLimits& limits) const;
   std::string Hint(ErrorKind kind);

@@ -5,6 +5,7 @@
 
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/text.h"
+#include "tools/oxcache/without_session.h"
 #include <oxfilecache/format.h>
 
 namespace ox::tools {
@@ -91,6 +92,16 @@ Error WriteOut(const GetOptions& options, session::FetchedEntry entry) {
   return error ? error : output->Commit();
 }
 
+// From the session or, where it cannot be had, without it.
+std::optional<session::FetchedEntry> Find(Context& context, const std::string& url, Error* error) {
+  CacheSession* session = context.Session(Context::Purpose::kUse, error);
+  if (session != nullptr) return session->Fetch(url, error);
+  if (!LeavesReading(*error)) return std::nullopt;
+  context.Tell(error->Message() + "; read without the session, so this does not count as a use");
+  const auto reader = OpenReader(context, error);
+  return reader != nullptr ? reader->Fetch(url, error) : std::nullopt;
+}
+
 }  // namespace
 
 ExitStatus Put(Context& context, const PutOptions& options) {
@@ -107,9 +118,7 @@ ExitStatus Put(Context& context, const PutOptions& options) {
 
 ExitStatus Get(Context& context, const GetOptions& options) {
   Error error;
-  CacheSession* session = context.Session(Context::Purpose::kUse, &error);
-  if (session == nullptr) return context.Fail(error);
-  auto entry = session->Fetch(options.url, &error);
+  auto entry = Find(context, options.url, &error);
   if (entry) error = WriteOut(options, std::move(*entry));
   return error ? context.Fail(error) : ExitStatus::kDone;
 }

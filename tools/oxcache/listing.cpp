@@ -7,25 +7,25 @@
 #include "tools/oxcache/reports.h"
 #include "tools/oxcache/second_look.h"
 #include "tools/oxcache/text.h"
+#include "tools/oxcache/without_session.h"
 #include <oxfilecache/format.h>
 
 namespace ox::tools {
 namespace {
 
-using internal::Survey;
-using internal::SurveyedEntry;
 using nlohmann::json;
 using session::CacheLimits;
+using session::ListedEntry;
 
 struct Listed {
-  SurveyedEntry entry;
+  ListedEntry entry;
   std::string metadata;
   Error problem;  // why the metadata could not be read
 };
 
 void TakeMetadata(const std::string& directory, Listed* listed) {
   listed->problem =
-      ReadMetadata(directory, listed->entry.name, format::kTextBytes, &listed->metadata);
+      ReadMetadata(directory, listed->entry.metadataName, format::kTextBytes, &listed->metadata);
 }
 
 bool IsGone(const Listed& listed) {
@@ -33,9 +33,10 @@ bool IsGone(const Listed& listed) {
 }
 
 // The most recently used first. An entry that another process deletes meanwhile is left out.
-std::vector<Listed> ReadEntries(const std::string& directory, const Survey& survey) {
+std::vector<Listed> ReadEntries(const std::string& directory,
+                                const std::vector<ListedEntry>& entries) {
   std::vector<Listed> list;
-  for (auto entry = survey.entries.rbegin(); entry != survey.entries.rend(); ++entry) {
+  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
     list.push_back({*entry, "", {}});
     TakeMetadata(directory, &list.back());
   }
@@ -50,8 +51,9 @@ std::vector<Listed> ReadEntries(const std::string& directory, const Survey& surv
 }
 
 json EntryJson(const Listed& listed) {
-  const SurveyedEntry& entry = listed.entry;
+  const ListedEntry& entry = listed.entry;
   json object = {{"name", entry.name},
+                 {"url", entry.url.empty() ? json() : json(entry.url)},
                  {"size", entry.contentBytes},
                  {"metadata_bytes", entry.metadataBytes},
                  {"age", AgeSeconds(entry.used)},
@@ -65,7 +67,7 @@ json EntryJson(const Listed& listed) {
 }
 
 std::string EntryLine(const Listed& listed) {
-  const SurveyedEntry& entry = listed.entry;
+  const ListedEntry& entry = listed.entry;
   return FirstLine(entry.name) + " " + Padded(std::to_string(entry.contentBytes), 10) + " " +
          Padded(std::to_string(entry.metadataBytes), 4) + " " +
          Padded(AgeText(AgeSeconds(entry.used)), 4) + " " +
@@ -75,10 +77,13 @@ std::string EntryLine(const Listed& listed) {
 }  // namespace
 
 ExitStatus List(Context& context, bool asJson) {
-  CacheLimits limits;
-  Survey survey;
-  if (Error error = context.Inspect(&limits, &survey)) return context.Fail(error);
-  const std::vector<Listed> entries = ReadEntries(limits.cacheDirectory, survey);
+  Error error;
+  const auto reader = OpenReader(context, &error);
+  if (reader == nullptr) return context.Fail(error);
+  const std::vector<ListedEntry> found = reader->List(&error);
+  if (error) return context.Fail(error);
+  const std::vector<Listed> entries = ReadEntries(reader->CacheDirectory(), found);
+  TellWhyNoSession(context, reader->CacheDirectory());
   std::string text;
   json list = json::array();
   for (const Listed& listed : entries) {
@@ -116,12 +121,11 @@ std::string JsonLine(const json& value) {
   return value.dump(-1, ' ', true, json::error_handler_t::replace) + "\n";
 }
 
-Error ReadMetadata(const std::string& directory, const std::string& entryName, std::size_t capacity,
+Error ReadMetadata(const std::string& directory, const std::string& file, std::size_t capacity,
                    std::string* metadata) {
   metadata->clear();
   Error error;
-  const auto input =
-      Input::OpenEntryFile(directory + "/" + entryName + format::kMetadataSuffix, &error);
+  const auto input = Input::OpenEntryFile(directory + "/" + file, &error);
   if (input == nullptr) return error;
   std::vector<char> piece(capacity);
   std::size_t bytes = 0;

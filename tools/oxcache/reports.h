@@ -23,8 +23,8 @@ nlohmann::json LimitsJson(const session::CacheLimits& limits);
 // Bytes that are not UTF-8 become U+FFFD.
 std::string JsonLine(const nlohmann::json& json);
 
-// An entry's metadata as it is on disk, at most `capacity` bytes.
-Error ReadMetadata(const std::string& directory, const std::string& entryName, std::size_t capacity,
+// The metadata in a file as it is on disk, at most `capacity` bytes.
+Error ReadMetadata(const std::string& directory, const std::string& file, std::size_t capacity,
                    std::string* metadata);
 
 }  // namespace ox::tools

@@ -7,6 +7,7 @@
 #include "session/allocation_unit.h"
 #include "tools/oxcache/reports.h"
 #include "tools/oxcache/text.h"
+#include "tools/oxcache/without_session.h"
 
 namespace ox::tools {
 namespace {
@@ -138,6 +139,7 @@ ExitStatus ShowStatistics(Context& context, bool asJson) {
   CacheLimits limits;
   Survey survey;
   if (Error error = context.Inspect(&limits, &survey)) return context.Fail(error);
+  TellWhyNoSession(context, limits.cacheDirectory);
   return context.Print(asJson ? JsonLine(Json(limits, survey)) : Text(limits, survey));
 }
 

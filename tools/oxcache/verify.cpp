@@ -62,12 +62,13 @@ class Verifier {
   }
 
   void VerifyEntry(const SurveyedEntry& entry) {
-    if (!format::IsContentName(entry.name)) {
-      Add(entry.name, "the name is not 32 digits 0-9 and A-F, so no URL leads to it");
+    const std::string name(entry.name);
+    if (!format::IsContentName(name)) {
+      Add(name, "the name is not 32 digits 0-9 and A-F, so no URL leads to it");
     }
-    if (IsWanted(entry.name)) VerifyContent(entry.name);
-    const std::string metadataName = entry.name + format::kMetadataSuffix;
-    if (IsWanted(metadataName)) VerifyMetadata(entry.name, metadataName);
+    if (IsWanted(name)) VerifyContent(name);
+    const std::string metadataName = name + format::kMetadataSuffix;
+    if (IsWanted(metadataName)) VerifyMetadata(metadataName);
   }
 
   void VerifyContent(const std::string& name) {
@@ -100,9 +101,9 @@ class Verifier {
     }
   }
 
-  void VerifyMetadata(const std::string& entryName, const std::string& name) {
+  void VerifyMetadata(const std::string& name) {
     std::string metadata;
-    if (Error error = ReadMetadata(directory_, entryName, format::kTextBytes + 1, &metadata)) {
+    if (Error error = ReadMetadata(directory_, name, format::kTextBytes + 1, &metadata)) {
       return Add(name, error.Message());
     }
     if (metadata.empty()) Add(name, "empty metadata");
