@@ -58,6 +58,12 @@ class Condition {
     return condition_.wait_for(lock.lock_, time, std::move(isMet));
   }
 
+  // The same for as long as it takes.
+  template <typename Predicate>
+  void Wait(MutexLock& lock, Predicate isMet) OX_NO_THREAD_SAFETY_ANALYSIS {
+    condition_.wait(lock.lock_, std::move(isMet));
+  }
+
   void NotifyAll() { condition_.notify_all(); }
 
  private:

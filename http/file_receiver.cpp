@@ -3,9 +3,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 #include "session/durable_io.h"
@@ -13,11 +12,18 @@
 namespace ox::internal::http {
 namespace {
 
-// That of the file that is replaced; otherwise what others may read, as of any new file. umask(2)
-// can only be asked by changing it, which other threads would notice.
-mode_t ModeFor(const std::string& path) {
+constexpr int kTries = 100;
+
+// In the directory of the path, and not given a second time by this process.
+std::string NextName(const std::string& path) {
+  static std::atomic<unsigned> number{0};
+  return path + "." + std::to_string(getpid()) + "-" + std::to_string(++number) + ".part";
+}
+
+// A private file that is replaced stays private.
+bool TakeMode(int file, const std::string& path) {
   struct stat status {};
-  return stat(path.c_str(), &status) == 0 ? status.st_mode & 0777U : 0644U;
+  return stat(path.c_str(), &status) != 0 || fchmod(file, status.st_mode & 0777U) == 0;
 }
 
 }  // namespace
@@ -33,11 +39,15 @@ Error FileReceiver::OnBegin() {
     const bool isEmpty = ftruncate(file_.Get(), 0) == 0 && lseek(file_.Get(), 0, SEEK_SET) == 0;
     return isEmpty ? Error{} : SystemError("cannot write", path_);
   }
-  std::string name = path_ + ".XXXXXX";
-  file_.Reset(mkostemp(name.data(), O_CLOEXEC));
-  if (!file_.IsOpen()) return SystemError("cannot make a temporary file for", path_);
-  temporaryPath_ = std::move(name);
-  return {};
+  // Another process that was killed may have left a file of such a name.
+  for (int tries = 0; tries < kTries && !file_.IsOpen(); ++tries) {
+    temporaryPath_ = NextName(path_);
+    file_.Reset(open(temporaryPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (!file_.IsOpen() && errno != EEXIST) break;
+  }
+  if (file_.IsOpen()) return {};
+  temporaryPath_.clear();
+  return SystemError("cannot make a temporary file for", path_);
 }
 
 Error FileReceiver::OnData(const void* data, std::size_t bytes) {
@@ -46,7 +56,7 @@ Error FileReceiver::OnData(const void* data, std::size_t bytes) {
 
 Error FileReceiver::PutInPlace() {
   if (temporaryPath_.empty()) return {};
-  if (fchmod(file_.Get(), ModeFor(path_)) != 0) return SystemError("cannot write", path_);
+  if (!TakeMode(file_.Get(), path_)) return SystemError("cannot write", path_);
   // Some file systems report only now that there was no room.
   if (close(file_.Release()) != 0 && errno != EINTR) return SystemError("cannot write", path_);
   if (!RenameFile(temporaryPath_, path_)) {

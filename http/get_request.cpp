@@ -64,8 +64,8 @@ Error TimeLeft(Deadline deadline, std::chrono::milliseconds* left) {
 }
 
 Error MakeGetRequest(GetRequest* request) {
-  const Error error = MakeRequestHeaders(request->state.options, request->url,
-                                         request->options.headers, &request->headers);
+  Error error = MakeRequestHeaders(request->state.options, request->url, request->options.headers,
+                                   &request->headers);
   request->control = ParseCacheControl(request->headers);
   if (request->options.refresh) request->control.noCache = true;
   return error;

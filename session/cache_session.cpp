@@ -2,6 +2,7 @@
 #include <cerrno>
 
 #include "session/entry_seal.h"
+#include "session/eviction_news.h"
 #include "session/module_text.h"
 #include "session/open_session.h"
 #include "session/without_exceptions.h"
@@ -23,8 +24,10 @@ using internal::MutexLock;
 CacheSession::CacheSession() = default;
 CacheSession::~CacheSession() {
   // In a forked child the manager is the parent's: its locks may be held by threads that are not
-  // there, and it would delete files.
-  if (state_ != nullptr && !state_->directoryLock->IsHeld()) static_cast<void>(state_.release());
+  // there, and it would delete files. So it is never destroyed.
+  if (state_ != nullptr && !state_->directoryLock->IsHeld()) {
+    state_->itself = state_;
+  }
 }
 
 std::unique_ptr<CacheSession> CacheSession::Open(const SessionOptions& options, Error* error) {
@@ -32,7 +35,9 @@ std::unique_ptr<CacheSession> CacheSession::Open(const SessionOptions& options, 
   *error = internal::WithoutExceptions([&] {
     std::unique_ptr<CacheSession> session(new CacheSession);
     Error result = internal::OpenSessionState(options, &session->state_);
-    if (!result) opened = std::move(session);
+    if (result) return result;
+    const internal::EvictionNews news(*session->state_);
+    opened = std::move(session);
     return result;
   });
   return opened;
@@ -42,6 +47,7 @@ Error CacheSession::Remove(const std::string& url) {
   return internal::WithoutExceptions([&]() -> Error {
     if (Error error = internal::CheckUrl(url)) return error;
     const OxString text = internal::ToOxString(url);
+    const internal::EvictionNews news(*state_);
     const MutexLock lock(state_->mutex);
     internal::RunningCache& cache = state_->cache;
     if (Error error = cache.EnsureCurrent()) return error;
@@ -51,28 +57,46 @@ Error CacheSession::Remove(const std::string& url) {
     if (internal::IsOfOtherUrl(path, url)) return internal::NoEntry();
     cache.Remove(value);
     const bool isGone = !cache.Account().IsStale() || cache.Account().DeletionError() == ENOENT;
-    return isGone ? Error{} : cache.DeletionFailed("cannot delete", path);
+    if (!isGone) return cache.DeletionFailed("cannot delete", path);
+    ++state_->counts.removed;
+    return {};
   });
 }
 
 Error CacheSession::Trim(std::uint64_t* deleted) {
   return internal::WithoutExceptions([&] {
+    const internal::EvictionNews news(*state_);
     const MutexLock lock(state_->mutex);
     internal::RunningCache& cache = state_->cache;
-    const std::uint64_t before = cache.Trimmed();
+    const std::uint64_t before = cache.Evictions().Trimmed();
     Error error = cache.EnsureCurrent();
     if (!error) error = state_->room.MakeReserve();
     if (!error) error = cache.Restart();
-    if (deleted != nullptr) *deleted = cache.Trimmed() - before;
+    if (deleted != nullptr) *deleted = cache.Evictions().Trimmed() - before;
     return error;
   });
 }
 
 SessionStatistics CacheSession::Statistics() const {
+  const internal::SessionCounts& counts = state_->counts;
+  SessionStatistics statistics;
+  statistics.hits = counts.hits;
+  statistics.misses = counts.misses;
+  statistics.stores = counts.stores;
+  statistics.renewals = counts.renewals;
+  statistics.removed = counts.removed;
   const MutexLock lock(state_->mutex);
   internal::RunningCache& cache = state_->cache;
-  return {cache.Account().Entries(), cache.Account().Bytes(), cache.Restarts(),
-          cache.Trimmed(),           cache.Leftovers(),       state_->damaged};
+  statistics.entries = cache.Account().Entries();
+  statistics.bytes = cache.Account().Bytes();
+  statistics.restarts = cache.Restarts();
+  statistics.leftovers = cache.Leftovers();
+  const internal::EvictionLog& evictions = cache.Evictions();
+  statistics.trimmed = evictions.Trimmed();
+  for (std::size_t reason = 0; reason < kEvictionReasons; ++reason)
+    statistics.evictions[reason] = evictions.Count(static_cast<EvictionReason>(reason));
+  statistics.damaged = evictions.Count(EvictionReason::kDamaged);
+  return statistics;
 }
 
 }  // namespace ox::session

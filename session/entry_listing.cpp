@@ -11,7 +11,6 @@
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
 #include "session/session_names.h"
-#include "session/survey.h"
 #include <oxfilecache/format.h>
 
 namespace ox::internal {
@@ -34,6 +33,7 @@ void AddUnfinished(const std::string& directory, const std::string& commitName,
   if (entry.contentBytes == 0) entry.contentBytes = FileSize(directory + "/" + entry.name);
   if (entry.contentBytes == 0) return;
   entry.metadataName = commitName;
+  entry.url = SealedUrl(directory + "/" + commitName);
   entry.metadataBytes = static_cast<std::uint64_t>(metadata.st_size);
   entry.used = metadata.st_mtim;
   (*entries)[entry.name] = std::move(entry);
@@ -43,13 +43,7 @@ void AddUnfinished(const std::string& directory, const std::string& commitName,
 EntriesByName EntriesIn(const std::string& directory, const Survey& survey) {
   EntriesByName entries;
   for (const SurveyedEntry& surveyed : survey.entries) {
-    ListedEntry entry;
-    entry.name = surveyed.name;
-    entry.metadataName = entry.name + format::kMetadataSuffix;
-    entry.contentBytes = surveyed.contentBytes;
-    entry.metadataBytes = surveyed.metadataBytes;
-    entry.used = surveyed.used;
-    entries[entry.name] = std::move(entry);
+    entries.insert_or_assign(std::string(surveyed.name), ToListed(directory, surveyed));
   }
   for (const std::string& name : survey.staging)
     AddUnfinished(directory, name, &entries);
@@ -63,6 +57,22 @@ bool IsOlder(const ListedEntry& a, const ListedEntry& b) {
 
 }  // namespace
 
+std::string SealedUrl(const std::string& metadataPath) {
+  const auto seal = ReadSeal(metadataPath);
+  return seal ? seal->url : std::string();
+}
+
+ListedEntry ToListed(const std::string& directory, const SurveyedEntry& entry) {
+  const std::string name(entry.name);
+  const std::string metadataName = name + format::kMetadataSuffix;
+  return {SealedUrl(directory + "/" + metadataName),
+          name,
+          metadataName,
+          entry.contentBytes,
+          entry.metadataBytes,
+          entry.used};
+}
+
 Error ListEntries(const std::string& directory, std::vector<ListedEntry>* list) {
   list->clear();
   Survey survey;
@@ -70,7 +80,6 @@ Error ListEntries(const std::string& directory, std::vector<ListedEntry>* list) 
     return error.systemError == ENOENT ? Error{} : error;
   }
   for (auto& [name, entry] : EntriesIn(directory, survey)) {
-    if (const auto seal = ReadSeal(directory + "/" + entry.metadataName)) entry.url = seal->url;
     list->push_back(std::move(entry));
   }
   std::sort(list->begin(), list->end(), IsOlder);

@@ -1,4 +1,6 @@
 // Finding an entry, opening its content, and making sure that it is what was committed.
+#include "session/fetch.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -7,6 +9,7 @@
 
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
+#include "session/eviction_news.h"
 #include "session/module_text.h"
 #include "session/session_state.h"
 #include "session/without_exceptions.h"
@@ -109,8 +112,9 @@ Error CheckSeal(SessionState& state, const std::string& url, Finding* finding)
 
 // The content was deleted, cut or changed by somebody else or a power cut.
 void RemoveDamaged(SessionState& state, CacheValue& value) OX_REQUIRES(state.mutex) {
+  const std::string path = internal::ContentPath(value);
+  state.cache.Evictions().Note(EvictionReason::kDamaged, path, internal::FileSize(path));
   state.cache.Remove(&value);
-  ++state.damaged;
 }
 
 Error Find(SessionState& state, const std::string& url, const OxString& text, Finding* finding)
@@ -154,9 +158,10 @@ Error CheckSum(SessionState& state, const OxString& text, const Finding& finding
   return Damaged(finding.entry.path);
 }
 
-Error FetchEntry(SessionState& state, const std::string& url, Finding* finding) {
+Error FindAndCheck(SessionState& state, const std::string& url, Finding* finding) {
   if (Error invalid = internal::CheckUrl(url)) return invalid;
   const OxString text = internal::ToOxString(url);
+  const internal::EvictionNews news(state);
   {
     const MutexLock lock(state.mutex);
     if (Error error = Find(state, url, text, finding)) return error;
@@ -168,15 +173,32 @@ Error FetchEntry(SessionState& state, const std::string& url, Finding* finding) 
 
 std::optional<FetchedEntry> CacheSession::Fetch(const std::string& url, Error* error) {
   std::optional<FetchedEntry> found;
-  *error = internal::WithoutExceptions([&]() -> Error {
-    Finding finding;
-    Error result = FetchEntry(*state_, url, &finding);
-    if (result.kind == ErrorKind::kDamaged && !state_->options.reportDamaged)
-      return internal::NoEntry();
-    if (!result) found = std::move(finding.entry);
+  *error = internal::WithoutExceptions([&] {
+    FetchedEntry entry;
+    Error result = internal::FetchEntry(*state_, url, &entry);
+    if (internal::IsMissing(result)) ++state_->counts.misses;
+    if (result) return result;
+    ++state_->counts.hits;
+    found = std::move(entry);
     return result;
   });
   return found;
 }
 
 }  // namespace ox::session
+
+namespace ox::internal {
+
+bool IsMissing(const Error& error) {
+  return error.kind == ErrorKind::kNotFound || error.kind == ErrorKind::kDamaged;
+}
+
+Error FetchEntry(SessionState& state, const std::string& url, session::FetchedEntry* entry) {
+  session::Finding finding;
+  Error error = session::FindAndCheck(state, url, &finding);
+  if (error.kind == ErrorKind::kDamaged && !state.options.reportDamaged) return NoEntry();
+  if (!error) *entry = std::move(finding.entry);
+  return error;
+}
+
+}  // namespace ox::internal

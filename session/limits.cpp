@@ -1,6 +1,6 @@
 // The limits of a cache that is in use, and changing them.
 #include "session/configuration_file.h"
-#include "session/session_state.h"
+#include "session/eviction_news.h"
 #include "session/without_exceptions.h"
 
 namespace ox::session {
@@ -37,6 +37,7 @@ CacheLimits CacheSession::Limits() const {
 
 Error CacheSession::SetLimits(const CacheLimits& limits) {
   return internal::WithoutExceptions([&] {
+    const internal::EvictionNews news(*state_);
     const MutexLock lock(state_->mutex);
     CacheLimits whole = limits;
     internal::FillIn(&whole);

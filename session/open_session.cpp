@@ -115,7 +115,7 @@ AllocationUnit UnitOf(const SessionOptions& options, const std::string& cacheDir
 
 }  // namespace
 
-Error OpenSessionState(SessionOptions options, std::unique_ptr<SessionState>* state) {
+Error OpenSessionState(SessionOptions options, std::shared_ptr<SessionState>* state) {
   Error error;
   if ((error = MakeDirectory(&options.directory))) return error;
   auto module = ModuleHold::Take(options.modulePath, &error);
@@ -137,7 +137,7 @@ Error OpenSessionState(SessionOptions options, std::unique_ptr<SessionState>* st
 
   RunningCache::Foundation foundation{options.directory, UnitOf(options, limits.cacheDirectory),
                                       std::move(configuration), std::move(module)};
-  auto opened = std::make_unique<SessionState>(options, std::move(limits), std::move(lock),
+  auto opened = std::make_shared<SessionState>(options, std::move(limits), std::move(lock),
                                                std::move(foundation));
   const MutexLock guard(opened->mutex);
   if ((error = opened->cache.Restart())) return error;

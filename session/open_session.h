@@ -9,7 +9,7 @@
 namespace ox::internal {
 
 // Everything that a session checks and makes before its first operation. Throws std::bad_alloc.
-Error OpenSessionState(session::SessionOptions options, std::unique_ptr<SessionState>* state);
+Error OpenSessionState(session::SessionOptions options, std::shared_ptr<SessionState>* state);
 
 }  // namespace ox::internal
 

@@ -10,6 +10,9 @@
 #include "session/use_clock.h"
 
 namespace ox::internal {
+
+using session::EvictionReason;
+
 namespace {
 
 Error Delete(const std::string& path) {
@@ -48,14 +51,16 @@ bool IsAdmissible(const SurveyedEntry& entry, const session::CacheLimits& limits
   return entry.contentBytes > 0 && entry.contentBytes + entry.metadataBytes <= limits.maxEntrySize;
 }
 
+}  // namespace
+
 // Content first: metadata without content is deleted by any scan, content without metadata is not.
-Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry) {
+Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry,
+                  std::optional<EvictionReason> reason, EvictionLog& evictions) {
   const std::string content = directory + "/" + std::string(entry.name);
   if (Error error = Delete(content)) return error;
+  if (reason) evictions.Note(*reason, content, entry.contentBytes);
   return Delete(content + format::kMetadataSuffix);
 }
-
-}  // namespace
 
 Error FinishCommits(const std::string& directory, Survey* survey) {
   if (Error error = SurveyDirectory(directory, survey)) return error;
@@ -109,12 +114,11 @@ void ResetImpossibleTimes(const std::string& directory, Survey* survey) {
 }
 
 Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits,
-                   const AllocationUnit& unit, Survey* survey, std::uint64_t* deleted) {
+                   const AllocationUnit& unit, Survey* survey, EvictionLog& evictions) {
   std::vector<SurveyedEntry>& entries = survey->entries;
   // Those that stay move to the end, in their order.
   auto kept = entries.rbegin();
   std::uint64_t bytes = 0;
-  *deleted = 0;
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
     const std::uint64_t size = unit.OnDisk(entry->contentBytes) +
                                unit.OfMetadata(entry->metadataBytes, entry->metadataBlocks);
@@ -127,8 +131,8 @@ Error TrimToLimits(const std::string& directory, const session::CacheLimits& lim
       *kept++ = *entry;
       continue;
     }
-    if (Error error = DeleteEntry(directory, *entry)) return error;
-    ++*deleted;
+    if (Error error = DeleteEntry(directory, *entry, EvictionReason::kLimits, evictions))
+      return error;
   }
   entries.erase(entries.begin(), kept.base());
   survey->bytes = bytes;

@@ -4,9 +4,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "session/allocation_unit.h"
+#include "session/eviction_log.h"
 #include "session/survey.h"
 #include <oxfilecache/session.h>
 
@@ -23,13 +25,17 @@ Error DeleteLeftovers(const std::string& directory, const Survey& survey,
                       const std::function<bool(const std::string& id)>& isBeingWritten,
                       std::uint64_t* deleted);
 
+// Deletes the files of an entry, and notes it as evicted where there is a reason.
+Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry,
+                  std::optional<session::EvictionReason> reason, EvictionLog& evictions);
+
 // Entries whose time of use is impossible become the least recently used ones, on disk too.
 void ResetImpossibleTimes(const std::string& directory, Survey* survey);
 
 // Deletes the entries that a scan would not admit, choosing so that the most recently used stay,
-// and takes them out of the survey. Their number goes to `deleted`.
+// and takes them out of the survey.
 Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits,
-                   const AllocationUnit& unit, Survey* survey, std::uint64_t* deleted);
+                   const AllocationUnit& unit, Survey* survey, EvictionLog& evictions);
 
 }  // namespace ox::internal
 

@@ -1,6 +1,7 @@
 // Replacing the metadata of an entry.
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
+#include "session/eviction_news.h"
 #include "session/metadata_file.h"
 #include "session/module_text.h"
 #include "session/publish.h"
@@ -102,7 +103,10 @@ Error CacheSession::SetMetadata(const std::string& url, const std::string& metad
   return internal::WithoutExceptions([&]() -> Error {
     if (Error error = internal::CheckUrl(url)) return error;
     if (Error error = internal::CheckMetadata(metadata)) return error;
-    return Renew(*state_, {url, metadata, internal::ToOxString(metadata)});
+    const internal::EvictionNews news(*state_);
+    Error error = Renew(*state_, {url, metadata, internal::ToOxString(metadata)});
+    if (!error) ++state_->counts.renewals;
+    return error;
   });
 }
 

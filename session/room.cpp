@@ -74,10 +74,14 @@ Error Room::MakeRoomToPublish(const WriterShare& share, std::uint64_t replacedBy
 Error Room::MakeReserve() {
   const std::uint64_t maxSize = std::uint64_t{limits_.maxSize} * 9 / 10;
   const std::uint64_t maxEntries = (std::uint64_t{limits_.maxEntries} * 9 + 9) / 10;
+  return EvictDownTo(maxSize, maxEntries);
+}
+
+Error Room::EvictDownTo(std::uint64_t bytes, std::uint64_t entries) {
   const DiskAccount& account = cache_.Account();
   while (account.Entries() > 0 &&
-         (CountedBytes() > maxSize || account.Entries() > maxEntries || !IsFree(0))) {
-    if (!cache_.EvictOne()) return EvictionFailed();
+         (CountedBytes() > bytes || account.Entries() > entries || !IsFree(0))) {
+    if (!cache_.EvictOne(session::EvictionReason::kTrim)) return EvictionFailed();
   }
   return {};
 }

@@ -40,6 +40,8 @@ class Room {
 
   // Evicts until at most nine tenths of the limits are in use, and enough of the disk is free.
   Error MakeReserve();
+  // Evicts until at most so many bytes and entries are there.
+  Error EvictDownTo(std::uint64_t bytes, std::uint64_t entries);
 
   // After a step of this writer failed: evicts an entry where the step failed since the disk or a
   // quota is full, so that it can be tried again. The failure itself where that was not the reason,

@@ -61,10 +61,7 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   const auto isBeingWritten = [this](const std::string& id) { return writers_.Contains(id); };
   if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten, &leftovers_)) return error;
   ResetImpossibleTimes(directory, survey);
-  std::uint64_t deleted = 0;
-  Error error = TrimToLimits(directory, limits_, account_.Unit(), survey, &deleted);
-  trimmed_ += deleted;
-  return error;
+  return TrimToLimits(directory, limits_, account_.Unit(), survey, Evictions());
 }
 
 void RunningCache::UseLimits() {
@@ -93,16 +90,15 @@ void RunningCache::Abandon(CacheValue* value, std::uint64_t metadataLength) {
 
 // The manager itself chooses: lowering its limit by one entry makes it evict the one that was used
 // longest ago.
-bool RunningCache::EvictOne() {
+bool RunningCache::EvictOne(session::EvictionReason reason) {
+  const EvictionLog::Cause cause(Evictions(), reason);
   const std::uint64_t bytes = account_.Bytes();
   const unsigned long oneLess = static_cast<unsigned long>(account_.Entries() - 1);
   const unsigned long limit = limits_.maxEntries;
   (*manager_)->SetMaxEntries(oneLess);
   (*manager_)->SetMaxEntries(limit);
   if (account_.Bytes() == bytes) account_.MarkStale();
-  if (account_.IsStale()) return false;
-  ++trimmed_;
-  return true;
+  return !account_.IsStale();
 }
 
 Error RunningCache::DeletionFailed(const char* detail, const std::string& path) const {

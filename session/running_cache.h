@@ -58,20 +58,19 @@ class RunningCache {
   void Remove(core::cache::CacheValue* value) { (*manager_)->Remove(value); }
 
   // Deletes the entry that was used longest ago. False, and the account stale, when that fails.
-  bool EvictOne();
+  bool EvictOne(session::EvictionReason reason = session::EvictionReason::kRoom);
   // The error of an eviction or a removal that failed.
   Error DeletionFailed(const char* detail, const std::string& path) const;
 
   DiskAccount& Account() { return account_; }
   UseClock& Clock() { return clock_; }
   RecentDeletions& Deletions() { return fileSystem_.Deletions(); }
+  EvictionLog& Evictions() { return fileSystem_.Evictions(); }
   // How reading the metadata of the entry found last went.
   std::optional<MetadataRead> TakeMetadataRead() { return fileSystem_.TakeMetadataRead(); }
 
   // Of the manager since the first start.
   std::uint64_t Restarts() const { return starts_ - 1; }
-  // Entries evicted, and entries that a restart deleted.
-  std::uint64_t Trimmed() const { return trimmed_; }
   // Files that belonged to no entry and were deleted.
   std::uint64_t Leftovers() const { return leftovers_; }
 
@@ -90,7 +89,6 @@ class RunningCache {
   SessionFileSystem fileSystem_;
   std::unique_ptr<ModuleHold> module_;
   std::uint64_t starts_ = 0;
-  std::uint64_t trimmed_ = 0;
   std::uint64_t leftovers_ = 0;
   // Last, so that it is given back before anything that the manager uses.
   std::optional<host::ManagerReference> manager_;

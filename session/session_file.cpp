@@ -68,6 +68,9 @@ int SessionFile::Delete(int flags) {
   } else {
     fileSystem_.deletions_.Note(file_.Path());
     account.NoteContentDeletion(status, isDeleted, error);
+    if (isDeleted) {
+      fileSystem_.evictions_.NoteDeletion(file_.Path(), static_cast<std::uint64_t>(status.st_size));
+    }
   }
   return isDeleted;
 }

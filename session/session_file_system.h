@@ -20,6 +20,7 @@
 #include "session/configuration_snapshot.h"
 #include "session/directory_lock.h"
 #include "session/disk_account.h"
+#include "session/eviction_log.h"
 #include "session/recent_deletions.h"
 #include "session/survey.h"
 #include <oxfilecache/file_system.h>
@@ -58,6 +59,7 @@ class SessionFileSystem final : public IFileSystem {
   }
 
   RecentDeletions& Deletions() { return deletions_; }
+  EvictionLog& Evictions() { return evictions_; }
 
   // The entries that the manager finds when it starts, in the order of its list; null for none.
   // They must outlive the start.
@@ -79,6 +81,7 @@ class SessionFileSystem final : public IFileSystem {
   const DirectoryLock& lock_;
   std::optional<MetadataRead> metadataRead_;
   RecentDeletions deletions_;
+  EvictionLog evictions_;
   const std::vector<SurveyedEntry>* shownEntries_ = nullptr;
   // Of the shown entry that the module is looking at.
   std::string shownContent_;

@@ -2,6 +2,7 @@
 #ifndef OX_SESSION_SESSION_STATE_H_
 #define OX_SESSION_SESSION_STATE_H_
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <utility>
@@ -11,8 +12,10 @@
 #include "session/directory_lock.h"
 #include "session/entry_name.h"
 #include "session/known_entries.h"
+#include "session/productions.h"
 #include "session/room.h"
 #include "session/running_cache.h"
+#include "session/session_counts.h"
 #include "session/session_names.h"
 #include "session/writer_list.h"
 #include <oxfilecache/session.h>
@@ -27,11 +30,19 @@ struct SessionState {
         directoryLock(std::move(lock)),
         limits(std::move(cacheLimits)),
         cache(std::move(foundation), limits, writers, *directoryLock),
-        room(cache, writers, limits, options.minFree) {}
+        room(cache, writers, limits, options.minFree) {
+    if (options.onEviction) cache.Evictions().KeepNews(hasEvictionNews);
+  }
 
   const session::SessionOptions options;
   const std::string cacheDirectory;
   const std::unique_ptr<DirectoryLock> directoryLock;
+
+  SessionCounts counts;
+  Productions productions;
+  std::atomic<bool> hasEvictionNews{false};
+  // Set where this must never be destroyed.
+  std::shared_ptr<SessionState> itself;
 
   // Held during every call of the manager; let go while content is written and synchronised.
   Mutex mutex;
@@ -41,7 +52,6 @@ struct SessionState {
   Room room OX_GUARDED_BY(mutex);
   IdSource ids OX_GUARDED_BY(mutex);
   KnownEntries known OX_GUARDED_BY(mutex){ids.Secret()};
-  std::uint64_t damaged OX_GUARDED_BY(mutex) = 0;  // entries, since the session was opened
   // For opening content.
   HeldDirectories contentDirectory OX_GUARDED_BY(mutex);
 };

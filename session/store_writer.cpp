@@ -7,6 +7,7 @@
 #include "session/crc32c.h"
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
+#include "session/eviction_news.h"
 #include "session/metadata_file.h"
 #include "session/module_text.h"
 #include "session/publish.h"
@@ -17,9 +18,14 @@ namespace ox::internal {
 
 // One entry on its way in.
 struct Staging {
-  Staging(SessionState& session, std::string newUrl, std::string newId)
-      : state(session), url(std::move(newUrl)), share(std::move(newId), ToOxString(url)) {}
+  Staging(const std::shared_ptr<SessionState>& openSession, std::string newUrl, std::string newId)
+      : session(openSession),
+        state(*openSession),
+        url(std::move(newUrl)),
+        share(std::move(newId), ToOxString(url)) {}
 
+  // Gone once the session is closed. Each call of the writer holds it while it uses the state.
+  const std::weak_ptr<SessionState> session;
   SessionState& state;
   const std::string url;
   std::string contentPath;
@@ -38,6 +44,7 @@ struct Staging {
 namespace ox::session {
 
 using internal::MutexLock;
+using internal::PublishOutcome;
 using internal::SessionState;
 using internal::Staging;
 
@@ -50,6 +57,10 @@ bool IsOurs(const Staging& staging) {
 
 Error InvalidArgument(const char* detail) {
   return MakeError(ErrorKind::kInvalidArgument, detail);
+}
+
+Error Closed() {
+  return InvalidArgument("the session of the writer is closed");
 }
 
 std::uint64_t MaxContentBytes(const SessionState& state) OX_REQUIRES(state.mutex) {
@@ -136,6 +147,7 @@ Error TryToCommit(Staging& staging, const std::string& metadata) {
   if (Error error = StageMetadata(staging, metadata, time)) return error;
   const MutexLock lock(staging.state.mutex);
   if (Error error = PublishStaging(staging, text)) return error;
+  ++staging.state.counts.stores;
   NoteKnown(staging, metadata);
   return {};
 }
@@ -186,9 +198,20 @@ Error MakeContentFile(Staging& staging) {
   }
 }
 
+// The name of a staged file is never used again, so this one may be deleted without the lock. Kept
+// where a start may need it to finish a commit.
+void DropClosed(const Staging& staging) {
+  const PublishOutcome& outcome = staging.outcome;
+  if (staging.file.IsOpen() && !outcome.isDecided && !outcome.mayBeDecided) {
+    internal::DeleteFile(staging.contentPath);
+  }
+}
+
 void Drop(Staging& staging) {
+  const auto session = staging.session.lock();
+  if (session == nullptr) return DropClosed(staging);
   if (staging.outcome.isDecided || !IsOurs(staging)) return;
-  SessionState& state = staging.state;
+  SessionState& state = *session;
   const MutexLock lock(state.mutex);
   if (staging.outcome.mayBeDecided) {
     // The restart deletes the content, once the directory is on the medium as it is.
@@ -213,6 +236,7 @@ std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* 
   *error = internal::WithoutExceptions([&]() -> Error {
     if (Error invalid = internal::CheckUrl(url)) return invalid;
     SessionState& state = *state_;
+    const internal::EvictionNews news(state);
     std::unique_ptr<StoreWriter> writer;
     {
       const MutexLock lock(state.mutex);
@@ -221,7 +245,7 @@ std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* 
                          "MAX_CACHE_ENTRIES is missing or 0: the cache is off");
       }
       if (Error failed = state.cache.EnsureCurrent()) return failed;
-      auto staging = std::make_unique<Staging>(state, url, state.ids.Next());
+      auto staging = std::make_unique<Staging>(state_, url, state.ids.Next());
       const std::string& directory = state.cacheDirectory;
       staging->contentPath = directory + "/" + internal::StagedContentName(staging->share.id);
       staging->metadataPath = directory + "/" + internal::StagedMetadataName(staging->share.id);
@@ -237,6 +261,9 @@ std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* 
 
 Error StoreWriter::Write(const void* data, std::size_t bytes) {
   return internal::WithoutExceptions([&]() -> Error {
+    const auto session = staging_->session.lock();
+    if (session == nullptr) return Closed();
+    const internal::EvictionNews news(*session);
     if (staging_->outcome.isDecided) return InvalidArgument("the writer is used up");
     if (!staging_->failure) staging_->failure = WriteStaging(*staging_, data, bytes);
     return staging_->failure;
@@ -244,7 +271,12 @@ Error StoreWriter::Write(const void* data, std::size_t bytes) {
 }
 
 Error StoreWriter::Commit(const std::string& metadata) {
-  return internal::WithoutExceptions([&] { return CommitStaging(*staging_, metadata); });
+  return internal::WithoutExceptions([&] {
+    const auto session = staging_->session.lock();
+    if (session == nullptr) return Closed();
+    const internal::EvictionNews news(*session);
+    return CommitStaging(*staging_, metadata);
+  });
 }
 
 }  // namespace ox::session

@@ -18,6 +18,7 @@ enum class ErrorKind {
   kInputOutput,      // a system call failed: path and systemError tell which
   kOutOfMemory,      // the other fields may be empty
   kDamaged,          // the entry is not what was committed; a session has deleted it
+  kProducer,         // the producer of FetchOrStore threw an exception
   kCancelled,        // the caller's own callback ended it
 };
 

@@ -24,14 +24,13 @@
 #ifndef OXFILECACHE_READER_H_
 #define OXFILECACHE_READER_H_
 
-#include <cstdint>
-#include <ctime>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include <oxfilecache/error.h>
+#include <oxfilecache/listed_entry.h>
 #include <oxfilecache/session.h>
 
 namespace ox::internal {
@@ -50,18 +49,6 @@ struct ReaderOptions {
   std::string cacheDirectory;
   // As for a session. What kOnce has looked at is kept in the reader, for about 8,000 entries.
   Check check = Check::kOnce;
-};
-
-// What a listing tells of an entry.
-struct ListedEntry {
-  // Empty where it is not known: there is no seal (see Check), or it had no room for the URL.
-  std::string url;
-  std::string name;  // of the content file, without the directory
-  std::string
-      metadataName;  // of the metadata's file: of a commit that is not finished, another one
-  std::uint64_t contentBytes = 0;
-  std::uint64_t metadataBytes = 0;
-  timespec used{};  // last use, as far as sessions have noted it
 };
 
 // Threads: every function from any thread, but for the destructor.

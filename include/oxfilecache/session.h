@@ -36,7 +36,7 @@
 // it first; it may not be null.
 //
 // Threads: every function of a session from any thread. A StoreWriter and a FetchedEntry belong to
-// one thread at a time; writers must be gone before their session is.
+// one thread at a time.
 //
 // Processes: a child made with fork has no part in the lock, also when it lives longer than its
 // parent. Its copies of a session and of writers are not for use: Fetch, Remove, Trim, Write and
@@ -50,15 +50,21 @@
 #ifndef OXFILECACHE_SESSION_H_
 #define OXFILECACHE_SESSION_H_
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/error.h>
+#include <oxfilecache/eviction.h>
+#include <oxfilecache/listed_entry.h>
 
 namespace ox::internal {
 struct SessionState;
@@ -148,8 +154,23 @@ struct SessionOptions {
   // What Fetch says of an entry that was not what had been committed: kDamaged in place of
   // kNotFound. It is deleted either way.
   bool reportDamaged = false;
+  // Called for each entry that the session evicts, at the end of the call that did it, on the
+  // caller's thread and with none of the session's locks held: it may use the session, but not
+  // destroy it, and must not throw. What Open evicts it tells before Open returns. Calls of several
+  // threads may overlap. Where memory runs out an eviction may be counted and not told.
+  std::function<void(const Eviction&)> onEviction;
   // Open although the configuration admits no entry and the cache holds some, which deletes them.
   bool allowDeletingAll = false;
+};
+
+// Down to where TrimTo deletes. What is not set does not matter.
+struct TrimTarget {
+  std::optional<std::uint64_t> bytes;  // on disk, in whole blocks
+  std::optional<std::uint64_t> entries;
+  // Entries go that were not used for at least so long. Uses are noted each touchInterval, so one
+  // may have been used later by that much. By the device's clock: where that starts at 1970 at each
+  // boot, nothing is old.
+  std::optional<std::chrono::seconds> unusedFor;
 };
 
 // Counts of one session.
@@ -157,11 +178,20 @@ struct SessionStatistics {
   std::uint64_t entries = 0;   // committed entries
   std::uint64_t bytes = 0;     // on disk, in whole blocks: content, metadata, staging files
   std::uint64_t restarts = 0;  // of the manager since Open
-  std::uint64_t trimmed = 0;   // entries deleted since Open began, to make room or by Trim
+  // Since Open began, by EvictionReason.
+  std::array<std::uint64_t, kEvictionReasons> evictions{};
+  std::uint64_t trimmed = 0;  // of these all but the damaged ones
+  std::uint64_t damaged = 0;  // entries deleted since they were not what was committed
   // Files deleted since Open began because they belonged to no entry: staged files that a crash
   // left, content without metadata, metadata without content.
   std::uint64_t leftovers = 0;
-  std::uint64_t damaged = 0;  // entries deleted since Open since they were not what was committed
+  // Since Open: fetches that gave an entry, and that found none or a damaged one; commits; metadata
+  // that was replaced; and entries that the program had deleted.
+  std::uint64_t hits = 0;
+  std::uint64_t misses = 0;
+  std::uint64_t stores = 0;
+  std::uint64_t renewals = 0;
+  std::uint64_t removed = 0;
 };
 
 // A found entry. It owns the open file and has copies of the texts, so it stays good after the
@@ -173,10 +203,19 @@ struct FetchedEntry {
   std::string path;        // of the content file, for messages; do not open it again
 };
 
+// A found entry, all of it in memory.
+struct WholeEntry {
+  std::string content;
+  std::string metadata;  // exactly what was committed
+};
+
 // One entry on its way in, from CacheSession::Store. Destroying it without a successful Commit
 // leaves the older entry of its URL as it was; what was evicted for its bytes stays evicted.
 //
-// Threads: one at a time. It must be gone before its session is.
+// Once the session is destroyed, Write and Commit are errors (kInvalidArgument). A call that is
+// under way then on another thread comes to its end, and only after that the directory is free.
+//
+// Threads: one at a time.
 class StoreWriter {
  public:
   ~StoreWriter();
@@ -205,6 +244,10 @@ class StoreWriter {
   explicit StoreWriter(std::unique_ptr<internal::Staging> staging);
   std::unique_ptr<internal::Staging> staging_;
 };
+
+// Makes the entry that FetchOrStore did not find: writes the content and says the metadata, which
+// FetchOrStore then commits. An error of it is FetchOrStore's.
+using Producer = std::function<Error(StoreWriter& writer, std::string* metadata)>;
 
 // A cache in use. The object owns the loaded module, the manager and the lock.
 //
@@ -242,6 +285,31 @@ class CacheSession {
   // can be removed and replaced.
   std::optional<FetchedEntry> Fetch(const std::string& url, Error* error);
 
+  // Fetches the entry, or has it produced, stored and fetched. Of many callers at a time, one has
+  // its producer run, and the others wait for that and get the entry, or the error. Calls for other
+  // URLs go on meanwhile: no lock is held. A call runs its producer once at most, on its own
+  // thread; kNotFound where the entry was evicted or removed before it could be fetched.
+  //
+  // The producer may use the session, also FetchOrStore for other URLs. kInvalidArgument where
+  // producers would wait for each other in a circle, as one does that asks for its own URL. An
+  // exception that it throws becomes kProducer; std::bad_alloc becomes kOutOfMemory. What the
+  // limits refuse is produced and not returned: kRefused.
+  std::optional<FetchedEntry> FetchOrStore(const std::string& url, const Producer& producer,
+                                           Error* error);
+
+  // Store, Write and Commit in one.
+  Error StoreWhole(const std::string& url, std::string_view content, const std::string& metadata);
+  // Fetch, and the content read into memory: kOutOfMemory where it does not fit there.
+  std::optional<WholeEntry> FetchWhole(const std::string& url, Error* error);
+
+  // Whether there is an entry of that URL. No use of it: neither its time nor the order of eviction
+  // changes. Looks at names, sizes and URL alone, so a Fetch may still find the entry damaged.
+  bool Contains(const std::string& url, Error* error);
+
+  // The entries, in the order of the times of use on disk, least recently used first. Nobody can
+  // use the session meanwhile: reads the directory and each entry's URL.
+  std::vector<ListedEntry> List(Error* error);
+
   // Replaces the metadata of an entry and leaves its content alone: one renaming, so that whatever
   // happens the old metadata or the new one is there. Counts as a use of the entry. The limits of
   // metadata and the guarantees of the session's durability are those of StoreWriter::Commit.
@@ -251,9 +319,21 @@ class CacheSession {
   // Deletes the entry. kNotFound when there is none; kInputOutput when its files cannot be deleted.
   Error Remove(const std::string& url);
 
+  // Deletes all entries that are there when it is called. Their number goes to `deleted`, also
+  // after an error, unless that is null. What is being written meanwhile is not concerned.
+  Error Clear(std::uint64_t* deleted);
+
+  // Deletes the entries for which the predicate is true; otherwise as Clear. The predicate is asked
+  // on this thread and with no lock held. It must not throw. An entry that is replaced after the
+  // predicate was asked stays. Both end with a restart of the manager, as Trim does.
+  Error RemoveIf(const std::function<bool(const ListedEntry&)>& isUnwanted, std::uint64_t* deleted);
+
   // Brings the cache to 90 % of its limits as a full cache would, deletes what belongs to no entry,
   // and restarts the manager. The number of entries deleted goes to `deleted` unless that is null.
   Error Trim(std::uint64_t* deleted);
+
+  // The same down to a target.
+  Error TrimTo(const TrimTarget& target, std::uint64_t* deleted);
 
   // What holds now. Another program's change of "file-cache.conf" counts from the next opening on.
   CacheLimits Limits() const;
@@ -266,7 +346,8 @@ class CacheSession {
 
  private:
   CacheSession();
-  std::unique_ptr<internal::SessionState> state_;
+  Error ProduceOrWait(const std::string& url, const Producer& producer, bool* hasProduced);
+  std::shared_ptr<internal::SessionState> state_;  // shared with calls of writers alone
 };
 
 // Reads the limits the way the module does, without scanning, deleting or making anything: the real

@@ -324,7 +324,7 @@ TEST_F(HttpTest, CallersCancelAndLimitTheTime) {
   options.onProgress = [&calls](const http::Progress&) { return ++calls < 3; };
   for (const char* path : {"/head", "/body"}) {
     calls = 0;
-    EXPECT_EQ(Get(server.Url(path), options), "error 10") << path;
+    EXPECT_EQ(Get(server.Url(path), options), "error 11") << path;
   }
   options.onProgress = nullptr;
   options.totalTimeout = 300ms;

@@ -50,13 +50,16 @@ void History(Cache& cache) {
   CacheSession& session = *cache.session;
   Error error;
   session.Fetch(kKept, &error);
+  RemoveByUrl(session, kRemoved, &cache.ledger);
+  Store(session, kRemoved, 2, &cache.ledger);
   static_cast<void>(session.Trim(nullptr));
   cache.Replace(2);
-  Store(session, kNew, 1, &cache.ledger);
+  Produce(session, kNew, 1, &cache.ledger);
   Write(session, kKept, "given up", &error);
   Remove(session, kRemoved, &cache.ledger);
   cache.Replace(3);
   session.Fetch(kNew, &error);
+  session.List(&error);
 }
 
 struct Sweep {

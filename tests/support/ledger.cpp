@@ -71,6 +71,25 @@ bool Store(CacheSession& session, const std::string& url, int version, Ledger* l
   return true;
 }
 
+void Produce(CacheSession& session, const std::string& url, int version, Ledger* ledger) {
+  ledger->Begin(url, version);
+  const auto produce = [&](StoreWriter& writer, std::string* metadata) {
+    *metadata = MetadataOf(url, version);
+    const std::string content = ContentOf(url, version);
+    return writer.Write(content.data(), content.size());
+  };
+  Error error;
+  if (session.FetchOrStore(url, produce, &error)) ledger->Committed(url, version);
+}
+
+void RemoveByUrl(CacheSession& session, const std::string& url, Ledger* ledger) {
+  ledger->MayBeGone(url);
+  std::uint64_t deleted = 0;
+  const auto isUnwanted = [&](const session::ListedEntry& entry) { return entry.url == url; };
+  const Error error = session.RemoveIf(isUnwanted, &deleted);
+  if (!error && deleted == 1) ledger->IsGone(url);
+}
+
 void Remove(CacheSession& session, const std::string& url, Ledger* ledger) {
   ledger->MayBeGone(url);
   if (!session.Remove(url)) ledger->IsGone(url);

@@ -44,6 +44,11 @@ class Ledger {
 // Stores one version; true when every step succeeded. The ledger learns of each step.
 bool Store(CacheSession& session, const std::string& url, int version, Ledger* ledger);
 
+// The same through FetchOrStore; the entry may not be there before.
+void Produce(CacheSession& session, const std::string& url, int version, Ledger* ledger);
+// Removes it as the one entry for which a predicate is true. Not where the URL is not known.
+void RemoveByUrl(CacheSession& session, const std::string& url, Ledger* ledger);
+
 void Remove(CacheSession& session, const std::string& url, Ledger* ledger);
 
 // Which version a fetch gives: kAbsent when there is none, -1 for a failed fetch and for bytes that

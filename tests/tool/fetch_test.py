@@ -1,6 +1,7 @@
 """Drives "oxcache fetch" against a server in this process, which answers by the first folder of a URL."""
 
 import http.server
+import json
 import os
 import pty
 import re
@@ -167,6 +168,15 @@ class Fetches(ToolCase):
             self.assertEqual(self.read("files/" + os.path.basename(path)), content)
         self.assertEqual(self.read("files/file0-2"), b"same name")
         self.assertEqual(len(os.listdir(self.path("files"))), len(urls))
+
+    def test_urls_come_back_as_they_were_given(self):
+        url = self.serve("fresh/file", b"content")
+        told = json.loads(self.run_tool("fetch", "--json", "-o", "out", url))
+        self.assertEqual((told["url"], told["outcome"], told["status"], told["file"]),
+                         (url, "MISS", 200, "out"))
+        odd = url + "\x1b[31m"
+        told = json.loads(self.run_tool("fetch", "--json", odd, status=USAGE, says=r"\$'http.*\\x1b"))
+        self.assertEqual((told["url"], told["outcome"]), (odd, "FAILED"))
 
     def test_what_breaks_off_leaves_the_old_entry_and_no_file(self):
         for folder in ("short", "chunked"):

@@ -413,6 +413,28 @@ class Reports(ToolCase):
                                r"largest entry .*\ncontents .*, counted in blocks of .*\nfree space ")
         self.assertIn("foreign files:\n  stranger\n", text)
 
+    def test_trim_to_a_target_and_clear(self):
+        shutil.rmtree(self.cache)
+        self.run_tool("init")
+        self.run_tool("batch", stdin=b"".join(
+            b"put %c %s\n" % (url, self.write("ten", b"x" * 10).encode()) for url in b"abcdefgh"))
+        size = self.report("stat")["bytes_on_disk"]
+        old = self.path("cache", self.report("ls")[0]["name"] + ".ox_meta")
+        os.utime(old, (1, 1))
+        for words, says in (("--older-than 1d", "1 entry"), ("--older-than 1h", "0 entries"),
+                            ("--to-entries 7 --to 1G", "0 entries"),
+                            ("--to-entries 6", "1 entry"), (f"--to {size // 8 * 5}", "1 entry")):
+            self.run_tool("trim", *words.split(), says=f"^oxcache: {says} deleted")
+        for age in ("1", "1w", "-1s", "010s"):
+            self.run_tool("trim", "--older-than", age, status=USAGE)
+        self.run_tool("clear", says="5 entries deleted")
+        self.run_tool("put", "a", self.path("ten"))
+        metrics = self.run_tool("stat", "--metrics").decode()
+        self.assertRegex(metrics, r'\noxfilecache_entries{cache=".*/cache"} 1\n(.*\n)*# EOF\n$')
+        lines = self.run_tool("batch", stdin=b"get a\nstat --metrics\nclear", says="1 entry deleted")
+        self.assertRegex(lines.decode(), r'\noxfilecache_hits_total{cache=".*"} 1\n')
+        self.assertEqual(self.run_tool("ls"), b"")
+
     def test_ages_at_their_borders(self):
         shutil.rmtree(self.cache)
         for digit, border in enumerate((604800, 86400, 3600, 60)):

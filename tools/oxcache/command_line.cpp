@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "tools/oxcache/batch.h"
+#include "tools/oxcache/bulk_commands.h"
 #include "tools/oxcache/reports.h"
 
 namespace ox::tools {
@@ -168,8 +169,38 @@ void AddFetch(CLI::App& app, FetchOptions* options, bool* json) {
   AddFetchNetwork(*fetch, options);
 }
 
-void AddReport(CLI::App& app, const char* name, const char* help, bool* json) {
-  app.add_subcommand(name, help)->add_flag("--json", *json, "As JSON");
+CLI::App* AddReport(CLI::App& app, const char* name, const char* help, bool* json) {
+  CLI::App* report = app.add_subcommand(name, help);
+  report->add_flag("--json", *json, "As JSON");
+  return report;
+}
+
+void AddStatistics(CLI::App& app, Invocation* invocation) {
+  CLI::App* stat = AddReport(
+      app, "stat", "Show the use of the limits, entries by age, files that belong to no entry",
+      &invocation->json);
+  stat->add_flag("--metrics", invocation->metrics, "Use and limits as OpenMetrics text")
+      ->excludes("--json");
+}
+
+void AddTrim(CLI::App& app, session::TrimTarget* target) {
+  CLI::App* trim = app.add_subcommand(
+      "trim", "Delete what was used longest ago, down to 90 % of the limits or to a target");
+  AddSize(*trim, "--to", &target->bytes, "All entries together, as in 8M");
+  trim->add_option_function<std::uint64_t>(
+          "--to-entries", [target](const std::uint64_t& number) { target->entries = number; },
+          "Number of entries")
+      ->check(Decimal())
+      ->type_name("N");
+  trim->add_option_function<std::int64_t>(
+          "--older-than",
+          [target](const std::int64_t& age) { target->unusedFor = std::chrono::seconds(age); },
+          "What was not used for so long, as in 90s, 30m, 12h or 7d")
+      ->transform(CLI::AsNumberWithUnit(
+          std::map<std::string, std::int64_t>{{"s", 1}, {"m", 60}, {"h", 3600}, {"d", 86400}},
+          CLI::AsNumberWithUnit::UNIT_REQUIRED))
+      ->transform(Decimal())
+      ->type_name("AGE");
 }
 
 CLI::Option* AddCommands(CLI::App& app, Invocation* invocation) {
@@ -180,11 +211,10 @@ CLI::Option* AddCommands(CLI::App& app, Invocation* invocation) {
   AddReport(app, "ls", "List entries: name, size, metadata bytes, age, first line of the metadata",
             &invocation->json);
   AddReport(app, "limits", "Show the limits as the module reads them", &invocation->json);
-  AddReport(app, "stat",
-            "Show the use of the limits, entries by age, files that belong to no entry",
-            &invocation->json);
+  AddStatistics(app, invocation);
   AddReport(app, "verify", "Read every entry and show what is wrong", &invocation->json);
-  app.add_subcommand("trim", "Delete what was used longest ago, down to 90 % of the limits");
+  AddTrim(app, &invocation->trim);
+  app.add_subcommand("clear", "Delete all entries");
   AddFetch(app, &invocation->fetch, &invocation->json);
   return putFile;
 }
@@ -240,11 +270,13 @@ ExitStatus Run(Context& context, const Invocation& invocation) {
   if (command == "put") return Put(context, invocation.put);
   if (command == "get") return Get(context, invocation.get);
   if (command == "rm") return Remove(context, invocation.removeUrl);
-  if (command == "trim") return Trim(context);
+  if (command == "trim") return Trim(context, invocation.trim);
+  if (command == "clear") return Clear(context);
   if (command == "fetch") return Fetch(context, invocation.fetch, invocation.json);
   if (command == "batch") return Batch(context);
   if (command == "ls") return List(context, invocation.json);
   if (command == "limits") return ShowLimits(context, invocation.json);
+  if (command == "stat" && invocation.metrics) return ShowMetrics(context);
   if (command == "stat") return ShowStatistics(context, invocation.json);
   if (command == "check") return Check(context, invocation.json);
   return Verify(context, invocation.json);

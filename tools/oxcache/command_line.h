@@ -21,7 +21,9 @@ struct Invocation {
   InitOptions init;
   PutOptions put;
   GetOptions get;
+  bool metrics = false;
   std::string removeUrl;
+  session::TrimTarget trim;
   FetchOptions fetch;
 };
 

@@ -110,6 +110,7 @@ ExitStatus StatusOf(ErrorKind kind) {
     case ErrorKind::kModule:
     case ErrorKind::kInputOutput:
     case ErrorKind::kOutOfMemory:
+    case ErrorKind::kProducer:
     case ErrorKind::kCancelled:
       break;
   }

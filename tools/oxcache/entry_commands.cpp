@@ -130,23 +130,4 @@ ExitStatus Remove(Context& context, const std::string& url) {
   return error ? context.Fail(error) : ExitStatus::kDone;
 }
 
-ExitStatus Trim(Context& context) {
-  Error error;
-  // Opening the session may delete entries too, so that the cache is within its limits.
-  const bool isOpen = context.HasSession();
-  CacheSession* session = context.Session(Context::Purpose::kUse, &error);
-  if (session == nullptr) return context.Fail(error);
-  const session::SessionStatistics before =
-      isOpen ? session->Statistics() : session::SessionStatistics();
-  if (error = session->Trim(nullptr); error) return context.Fail(error);
-  const session::SessionStatistics after = session->Statistics();
-  std::string deleted = EntriesText(after.trimmed - before.trimmed);
-  if (const auto leftovers = after.leftovers - before.leftovers; leftovers > 0) {
-    deleted += " and " + std::to_string(leftovers) + (leftovers == 1 ? " file" : " files") +
-               " that belonged to no entry";
-  }
-  context.Tell(deleted + " deleted");
-  return ExitStatus::kDone;
-}
-
 }  // namespace ox::tools

@@ -1,4 +1,4 @@
-// Commands on single entries, and "trim".
+// Commands on single entries.
 #ifndef OX_TOOLS_OXCACHE_ENTRY_COMMANDS_H_
 #define OX_TOOLS_OXCACHE_ENTRY_COMMANDS_H_
 
@@ -25,7 +25,6 @@ struct GetOptions {
 ExitStatus Put(Context& context, const PutOptions& options);
 ExitStatus Get(Context& context, const GetOptions& options);
 ExitStatus Remove(Context& context, const std::string& url);
-ExitStatus Trim(Context& context);
 
 }  // namespace ox::tools
 

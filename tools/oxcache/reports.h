@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "session/allocation_unit.h"
 #include "session/survey.h"
 #include "tools/oxcache/context.h"
 
@@ -13,10 +14,14 @@ namespace ox::tools {
 ExitStatus List(Context& context, bool json);
 ExitStatus ShowLimits(Context& context, bool json);
 ExitStatus ShowStatistics(Context& context, bool json);
+ExitStatus ShowMetrics(Context& context);
 // What the next start of the module would delete, and why. kNotDone when it would delete anything.
 ExitStatus Check(Context& context, bool json);
 // kNotDone when something is wrong.
 ExitStatus Verify(Context& context, bool json);
+
+// Of all entries, as a session counts them.
+std::uint64_t BytesOnDisk(const internal::Survey& survey, const internal::AllocationUnit& unit);
 
 nlohmann::json LimitsJson(const session::CacheLimits& limits);
 // One line of ASCII: other characters are escaped, so that no control character reaches a terminal.

@@ -4,7 +4,6 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
-#include "session/allocation_unit.h"
 #include "tools/oxcache/reports.h"
 #include "tools/oxcache/text.h"
 #include "tools/oxcache/without_session.h"
@@ -48,16 +47,6 @@ std::uint64_t LargestEntry(const Survey& survey) {
     largest = std::max(largest, entry.contentBytes + entry.metadataBytes);
   }
   return largest;
-}
-
-// As a session counts them.
-std::uint64_t BytesOnDisk(const Survey& survey, const AllocationUnit& unit) {
-  std::uint64_t bytes = 0;
-  for (const auto& entry : survey.entries) {
-    bytes += unit.OnDisk(entry.contentBytes) +
-             unit.OfMetadata(entry.metadataBytes, entry.metadataBlocks);
-  }
-  return bytes;
 }
 
 // "[######..............]  30%". The bar is full only when nothing is left.
@@ -134,6 +123,15 @@ json Json(const CacheLimits& limits, const Survey& survey) {
 }
 
 }  // namespace
+
+std::uint64_t BytesOnDisk(const Survey& survey, const AllocationUnit& unit) {
+  std::uint64_t bytes = 0;
+  for (const auto& entry : survey.entries) {
+    bytes += unit.OnDisk(entry.contentBytes) +
+             unit.OfMetadata(entry.metadataBytes, entry.metadataBlocks);
+  }
+  return bytes;
+}
 
 ExitStatus ShowStatistics(Context& context, bool asJson) {
   CacheLimits limits;

@@ -1,0 +1,16 @@
+// The part of the metrics that needs no session.
+#ifndef OX_SESSION_METRICS_H_
+#define OX_SESSION_METRICS_H_
+
+#include <string>
+
+#include <oxfilecache/metrics.h>
+
+namespace ox::internal {
+
+// What is in a cache and what may be, without what a session has done. Throws std::bad_alloc.
+std::string GaugesText(const std::vector<session::NamedStatistics>& caches);
+
+}  // namespace ox::internal
+
+#endif
