@@ -22,7 +22,7 @@ function(ox_compile target)
   target_compile_definitions(${target} PUBLIC _FILE_OFFSET_BITS=64 _TIME_BITS=64)
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wconversion -Wshadow
     $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety>
-    $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>)
+    $<$<BOOL:${OX_WARNINGS_ARE_ERRORS}>:-Werror>)
 endfunction()
 
 # Programs whose time goes into system calls: built often, so built fast.

@@ -1,5 +1,5 @@
-# What is installed and where, and the Debian packages made of it: "oxfilecache" for those who run
-# the cache, "oxfilecache-dev" for those who build against it.
+# What is installed and where. The component "module" is what a device needs, "tools" the programs for a
+# shell, and "development" what one builds against. A further library joins "development".
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -18,23 +18,23 @@ set(OX_DOC_DIRECTORY ${CMAKE_INSTALL_DATAROOTDIR}/doc)
 set(OX_ZSH_DIRECTORY ${CMAKE_INSTALL_DATAROOTDIR}/zsh/site-functions
     CACHE STRING "Where zsh looks for completions, relative to CMAKE_INSTALL_PREFIX")
 
-install(TARGETS ox_file_cache LIBRARY DESTINATION ${OX_MODULE_DIRECTORY} COMPONENT runtime)
+install(TARGETS ox_file_cache LIBRARY DESTINATION ${OX_MODULE_DIRECTORY} COMPONENT module)
 foreach(tool oxcache oxhostcheck)
   if(TARGET ${tool})
-    install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+    install(TARGETS ${tool} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
     install(FILES ${PROJECT_SOURCE_DIR}/docs/man/${tool}.1
-            DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT runtime)
+            DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
     install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/ox.bash RENAME ${tool}
             DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions
-            COMPONENT runtime)
+            COMPONENT tools)
   endif()
 endforeach()
 if(TARGET oxcache)
   install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/_oxcache DESTINATION ${OX_ZSH_DIRECTORY}
-          COMPONENT runtime)
+          COMPONENT tools)
 endif()
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${OX_DOC_DIRECTORY}/oxfilecache
-        COMPONENT runtime FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${OX_DOC_DIRECTORY}/oxfilecache-dev
+        COMPONENT development FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE)
 
 # What is not among these headers may change at any time.
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/oxfilecache
@@ -96,38 +96,13 @@ string(REGEX REPLACE "\n[ \n]*\n" "\n.\n" OX_LICENSE " ${OX_LICENSE}")
 string(REPLACE "\n" "\n " OX_LICENSE "${OX_LICENSE}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/OxInstallCopyright.txt.in
                ${PROJECT_BINARY_DIR}/copyright @ONLY)
-foreach(package "oxfilecache;runtime" "oxfilecache-dev;development")
+foreach(package "oxfilecache;module" "oxfilecache-dev;development" "oxfilecache-tools;tools")
   list(GET package 0 name)
   list(GET package 1 component)
   install(FILES ${PROJECT_BINARY_DIR}/copyright
           DESTINATION ${OX_DOC_DIRECTORY}/${name} COMPONENT ${component})
 endforeach()
 
-if(NOT PROJECT_IS_TOP_LEVEL)
-  return()
+if(OX_DEBIAN_PACKAGES)
+  include(OxDebian)
 endif()
-set(CPACK_GENERATOR DEB)
-set(CPACK_VERBATIM_VARIABLES ON)
-set(CPACK_STRIP_FILES ON)
-set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
-    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
-set(CPACK_COMPONENTS_ALL runtime development)
-set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
-set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_PACKAGE_NAME oxfilecache)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Persistent file cache for embedded devices")
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
-    "The loadable module, the oxcache tool and the check of hosts, oxhostcheck.")
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
-    "Headers, static libraries of the Linux host kit, CMake package and pkg-config file.")
-if(NOT DEFINED CPACK_PACKAGE_CONTACT)
-  set(CPACK_PACKAGE_CONTACT "OxFileCache maintainers <maintainers@oxfilecache.invalid>")
-endif()
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME oxfilecache)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME oxfilecache-dev)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "oxfilecache (= ${PROJECT_VERSION})")
-include(CPack)

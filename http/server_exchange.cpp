@@ -205,7 +205,7 @@ Result ServerExchange::TakeBody(Transfer& transfer, const TransferHead& head, Er
     whyNotStored_ = target.WhyNotStored();
     return Again();
   }
-  return Received(std::move(answer), std::move(shown), target);
+  return Received(answer, std::move(shown), target);
 }
 
 Error ServerExchange::WhyNotKept(const StoredAnswer& answer, std::uint64_t bodyBytes) const {
@@ -266,7 +266,7 @@ void ServerExchange::Commit(const StoredAnswer& answer, BodyTarget& target) {
   target.Commit(*metadata);
 }
 
-Result ServerExchange::Received(StoredAnswer answer, HeaderList shown, BodyTarget& target) {
+Result ServerExchange::Received(const StoredAnswer& answer, HeaderList shown, BodyTarget& target) {
   Answer result;
   result.status = answer.status;
   result.url = request_.url.text;

@@ -28,7 +28,7 @@ class ServerExchange {
   void KeepPart(StoredAnswer answer, std::uint64_t wholeBytes, BodyTarget& target);
   void Commit(const StoredAnswer& answer, BodyTarget& target);
   void ForgetOutdated(int status);
-  Result Received(StoredAnswer answer, HeaderList shown, BodyTarget& target);
+  Result Received(const StoredAnswer& answer, HeaderList shown, BodyTarget& target);
   Result WithoutServer(Error why, Error* error);
   Result Again();
 

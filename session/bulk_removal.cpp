@@ -10,7 +10,6 @@
 #include "session/eviction_news.h"
 #include "session/recovery.h"
 #include "session/use_clock.h"
-#include "session/without_exceptions.h"
 
 namespace ox::session {
 
@@ -123,7 +122,7 @@ Error CacheSession::Clear(std::uint64_t* deleted) {
 Error CacheSession::RemoveIf(const std::function<bool(const ListedEntry&)>& isUnwanted,
                              std::uint64_t* deleted) {
   Give(0, deleted);
-  return internal::WithoutExceptions([&]() -> Error {
+  return internal::Perform(*state_, [&]() -> Error {
     const internal::EvictionNews news(*state_);
     Survey survey;
     std::vector<Seen> seen;
@@ -140,7 +139,7 @@ Error CacheSession::RemoveIf(const std::function<bool(const ListedEntry&)>& isUn
 }
 
 Error CacheSession::TrimTo(const TrimTarget& target, std::uint64_t* deleted) {
-  return internal::WithoutExceptions([&] {
+  return internal::Perform(*state_, [&]() -> Error {
     const internal::EvictionNews news(*state_);
     const MutexLock lock(state_->mutex);
     const internal::EvictionLog& evictions = state_->cache.Evictions();

@@ -44,7 +44,7 @@ std::unique_ptr<CacheSession> CacheSession::Open(const SessionOptions& options, 
 }
 
 Error CacheSession::Remove(const std::string& url) {
-  return internal::WithoutExceptions([&]() -> Error {
+  return internal::Perform(*state_, [&]() -> Error {
     if (Error error = internal::CheckUrl(url)) return error;
     const OxString text = internal::ToOxString(url);
     const internal::EvictionNews news(*state_);
@@ -64,7 +64,7 @@ Error CacheSession::Remove(const std::string& url) {
 }
 
 Error CacheSession::Trim(std::uint64_t* deleted) {
-  return internal::WithoutExceptions([&] {
+  return internal::Perform(*state_, [&]() -> Error {
     const internal::EvictionNews news(*state_);
     const MutexLock lock(state_->mutex);
     internal::RunningCache& cache = state_->cache;
@@ -78,6 +78,7 @@ Error CacheSession::Trim(std::uint64_t* deleted) {
 }
 
 SessionStatistics CacheSession::Statistics() const {
+  if (!state_->directoryLock->IsHeld()) return {};
   const internal::SessionCounts& counts = state_->counts;
   SessionStatistics statistics;
   statistics.hits = counts.hits;

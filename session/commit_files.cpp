@@ -31,7 +31,12 @@ bool CommitFiles::Finish(bool isContentStaged, Synchronise synchronise) const {
   if (synchronise != Synchronise::kNever && !SyncDirectory(directory)) {
     if (synchronise == Synchronise::kAlways || !IsLastingRefusal(errno)) return false;
   }
-  return RenameFile(commit, metadata);
+  if (RenameFile(commit, metadata)) return true;
+  const int error = errno;
+  // Somebody deleted the commit file. The old metadata would pass for that of the new content.
+  if (error == ENOENT) DeleteFile(metadata);
+  errno = error;
+  return false;
 }
 
 }  // namespace ox::internal

@@ -1,7 +1,7 @@
 #include "session/configuration_file.h"
 
 #include <cerrno>
-#include <sstream>
+#include <string>
 
 #include "session/durable_io.h"
 #include <oxfilecache/descriptor.h>
@@ -63,24 +63,30 @@ void FillIn(CacheLimits* limits) {
 // The module takes a setting from the first place where its name stands. So no comment may name
 // one, and the directory, whose name may contain one, comes last.
 std::string ConfigurationText(const CacheLimits& limits) {
-  std::ostringstream text;
-  text << "# Limits of this file cache; sizes are in bytes. Only the first 1,024 bytes\n"
-          "# of this file are read. A setting is taken from the first place where its\n"
-          "# name stands, even in a comment.\n"
-          "\n"
-          "# All entries together, with their metadata.\n"
-       << "MAX_CACHE_SIZE=" << limits.maxSize
-       << "\n\n"
-          "# How many entries. If this setting is 0 or missing, a start deletes all.\n"
-       << "MAX_CACHE_ENTRIES=" << limits.maxEntries
-       << "\n\n"
-          "# One entry with its metadata.\n"
-       << "MAX_CACHE_ENTRY_SIZE=" << limits.maxEntrySize << "\n";
+  // No stream: it would go on without memory, and the text would be cut.
+  std::string text =
+      "# Limits of this file cache; sizes are in bytes. Only the first 1,024 bytes\n"
+      "# of this file are read. A setting is taken from the first place where its\n"
+      "# name stands, even in a comment.\n"
+      "\n"
+      "# All entries together, with their metadata.\n"
+      "MAX_CACHE_SIZE=" +
+      std::to_string(limits.maxSize) +
+      "\n\n"
+      "# How many entries. If this setting is 0 or missing, a start deletes all.\n"
+      "MAX_CACHE_ENTRIES=" +
+      std::to_string(limits.maxEntries) +
+      "\n\n"
+      "# One entry with its metadata.\n"
+      "MAX_CACHE_ENTRY_SIZE=" +
+      std::to_string(limits.maxEntrySize) + "\n";
   if (!limits.cacheDirectory.empty()) {
-    text << "\n# The directory of the entries. Without it they are beside this file.\n"
-         << "CACHE_DIRECTORY=" << limits.cacheDirectory << "\n";
+    text +=
+        "\n# The directory of the entries. Without it they are beside this file.\n"
+        "CACHE_DIRECTORY=" +
+        limits.cacheDirectory + "\n";
   }
-  return text.str();
+  return text;
 }
 
 Error CheckLimits(const CacheLimits& limits) {

@@ -119,6 +119,8 @@ DirectoryLock::~DirectoryLock() {
     *lock = next_;
     break;
   }
+  // A child that is being forked at this moment may still have its copy open.
+  flock(fd_, LOCK_UN);
   close(fd_);
 }
 
@@ -128,10 +130,13 @@ bool DirectoryLock::LeadsToLocked() const {
          status.st_ino == inode_;
 }
 
+Error DirectoryLock::CheckHeld() const {
+  if (IsHeld()) return {};
+  return MakeError(ErrorKind::kInUse, "the session belongs to the process that opened it");
+}
+
 Error DirectoryLock::Check(bool isNow) {
-  if (!IsHeld()) {
-    return MakeError(ErrorKind::kInUse, "the session belongs to the process that opened it");
-  }
+  if (Error error = CheckHeld()) return error;
   const std::time_t now = CoarseSeconds();
   if (!isNow && now == checkedAt_) return {};
   if (!LeadsToLocked()) {

@@ -28,6 +28,8 @@ class DirectoryLock {
   Error Take(const std::string& directory);
 
   bool IsHeld() const { return fd_ >= 0; }
+  // An error in a forked child.
+  Error CheckHeld() const;
 
   // An error when the path no longer leads to what was locked, or in a forked child. The path is
   // looked at once a second; `isNow` looks in any case.

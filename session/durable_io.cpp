@@ -114,7 +114,7 @@ struct stat StatusOfFile(const std::string& path) {
 
 bool FileExists(const std::string& path) {
   struct stat status;
-  return lstat(path.c_str(), &status) == 0;
+  return lstat(path.c_str(), &status) == 0 || errno != ENOENT;
 }
 
 bool IsOwnDirectory(const std::string& path) {

@@ -49,6 +49,7 @@ struct stat StatusOfFile(const std::string& path);
 inline std::uint64_t FileSize(const std::string& path) {
   return static_cast<std::uint64_t>(StatusOfFile(path).st_size);
 }
+// Also true where the system does not say.
 bool FileExists(const std::string& path);
 // True for a directory itself, not for a symbolic link to one.
 bool IsOwnDirectory(const std::string& path);

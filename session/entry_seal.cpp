@@ -55,16 +55,24 @@ bool SetAttribute(int file, const std::string& value) {
 // Longer ones were not made by us on any file system that Linux has.
 constexpr std::size_t kLongestSeal = 65536;
 
+bool MeansNoSeal(int error) {
+  return error == ENODATA || error == ERANGE || error == E2BIG || IsLastingRefusal(error);
+}
+
 template <typename Get>
-std::optional<EntrySeal> ReadWith(const Get& get) {
+std::optional<EntrySeal> ReadWith(const Get& get, int* error) {
+  if (error != nullptr) *error = 0;
   std::array<char, 512> shortBuffer;
   ssize_t bytes = get(shortBuffer.data(), shortBuffer.size());
   if (bytes >= 0) return DecodeSeal({shortBuffer.data(), static_cast<std::size_t>(bytes)});
-  if (errno != ERANGE) return std::nullopt;
-  std::string longBuffer(kLongestSeal, '\0');
-  bytes = get(longBuffer.data(), longBuffer.size());
-  if (bytes < 0) return std::nullopt;
-  return DecodeSeal({longBuffer.data(), static_cast<std::size_t>(bytes)});
+  std::string longBuffer;
+  if (errno == ERANGE) {
+    longBuffer.resize(kLongestSeal);
+    bytes = get(longBuffer.data(), longBuffer.size());
+  }
+  if (bytes >= 0) return DecodeSeal({longBuffer.data(), static_cast<std::size_t>(bytes)});
+  if (error != nullptr && !MeansNoSeal(errno)) *error = errno;
+  return std::nullopt;
 }
 
 }  // namespace
@@ -132,16 +140,18 @@ bool WriteSeal(int metadataFile, const EntrySeal& seal) {
   return IsLastingRefusal(errno) || MeansNoRoom(errno);
 }
 
-std::optional<EntrySeal> ReadSeal(const std::string& metadataPath) {
-  return ReadWith([&](char* buffer, std::size_t bytes) {
+std::optional<EntrySeal> ReadSeal(const std::string& metadataPath, int* error) {
+  const auto get = [&](char* buffer, std::size_t bytes) {
     return lgetxattr(metadataPath.c_str(), kSealAttribute, buffer, bytes);
-  });
+  };
+  return ReadWith(get, error);
 }
 
-std::optional<EntrySeal> ReadSeal(int metadataFile) {
-  return ReadWith([&](char* buffer, std::size_t bytes) {
+std::optional<EntrySeal> ReadSeal(int metadataFile, int* error) {
+  const auto get = [&](char* buffer, std::size_t bytes) {
     return fgetxattr(metadataFile, kSealAttribute, buffer, bytes);
-  });
+  };
+  return ReadWith(get, error);
 }
 
 bool SumContent(int file, std::uint32_t* sum) {

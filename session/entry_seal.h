@@ -52,9 +52,10 @@ std::optional<EntrySeal> DecodeSeal(std::string_view bytes);
 // Sets the seal of an open metadata file. A file system that has no room for the URL gets the
 // digest, one without extended attributes nothing. False with errno when it should have worked.
 bool WriteSeal(int metadataFile, const EntrySeal& seal);
-// Empty when the file has none.
-std::optional<EntrySeal> ReadSeal(const std::string& metadataPath);
-std::optional<EntrySeal> ReadSeal(int metadataFile);
+// Empty when the file has none. Also when it is missing, or its seal cannot be read just now:
+// `error`, unless null, is then that errno and otherwise 0.
+std::optional<EntrySeal> ReadSeal(const std::string& metadataPath, int* error = nullptr);
+std::optional<EntrySeal> ReadSeal(int metadataFile, int* error = nullptr);
 
 // The sum of the whole content of an open file, without moving its position. False with errno.
 bool SumContent(int file, std::uint32_t* sum);

@@ -12,7 +12,7 @@
 #include "session/eviction_news.h"
 #include "session/module_text.h"
 #include "session/session_state.h"
-#include "session/without_exceptions.h"
+#include "session/text_file.h"
 #include <oxfilecache/format.h>
 
 namespace ox::session {
@@ -59,15 +59,29 @@ void NoteUse(SessionState& state, const Finding& finding) OX_REQUIRES(state.mute
   internal::SetFileTime(finding.entry.path + format::kMetadataSuffix, now);
 }
 
+// No commit writes nothing, or a NUL. A power cut leaves both where a file's length has reached the
+// medium before its bytes.
+bool LacksItsBytes(const std::string& path) {
+  if (!S_ISREG(internal::StatusOfFile(path).st_mode)) return false;
+  const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  std::string text;
+  return file.IsOpen() && internal::ReadText(file.Get(), &text) &&
+         (text.empty() || text.find('\0') != text.npos);
+}
+
 Error ReadMetadata(SessionState& state, CacheValue& value, Finding* finding)
     OX_REQUIRES(state.mutex) {
   FetchedEntry& entry = finding->entry;
   entry.metadata = value.GetMetaData().UTF8();
   const auto read = state.cache.TakeMetadataRead();
+  // Somebody deleted it.
+  if (read && read->error == ENOENT) return Damaged(entry.path);
   // A commit writes at least one byte.
   if (!read || read->error != 0 || read->bytes == 0 || read->bytes != entry.metadata.size()) {
+    const std::string path = entry.path + format::kMetadataSuffix;
+    if (LacksItsBytes(path)) return Damaged(entry.path);
     errno = read ? read->error : 0;
-    return SystemError("cannot read the metadata whole", entry.path + format::kMetadataSuffix);
+    return SystemError("cannot read the metadata whole", path);
   }
   finding->lastUse = read->modified;
   return {};
@@ -97,7 +111,12 @@ Error CheckSeal(SessionState& state, const std::string& url, Finding* finding)
   finding->fingerprint = state.known.Fingerprint(url, finding->content, entry.metadata);
   const bool isKnown = state.known.Contains(finding->fingerprint);
   if (isKnown && state.options.check != Check::kAlways) return {};
-  const auto seal = internal::ReadSeal(entry.path + format::kMetadataSuffix);
+  int sealError = 0;
+  const auto seal = internal::ReadSeal(entry.path + format::kMetadataSuffix, &sealError);
+  if (sealError != 0) {
+    errno = sealError;
+    return SystemError("cannot read the seal", entry.path + format::kMetadataSuffix);
+  }
   if (seal && !seal->IsOf(url)) return internal::NoEntry();
   const bool isWhole =
       !seal || (seal->contentBytes == entry.size && seal->HasMetadata(entry.metadata));
@@ -173,7 +192,7 @@ Error FindAndCheck(SessionState& state, const std::string& url, Finding* finding
 
 std::optional<FetchedEntry> CacheSession::Fetch(const std::string& url, Error* error) {
   std::optional<FetchedEntry> found;
-  *error = internal::WithoutExceptions([&] {
+  *error = internal::Perform(*state_, [&]() -> Error {
     FetchedEntry entry;
     Error result = internal::FetchEntry(*state_, url, &entry);
     if (internal::IsMissing(result)) ++state_->counts.misses;

@@ -1,7 +1,6 @@
 // The limits of a cache that is in use, and changing them.
 #include "session/configuration_file.h"
 #include "session/eviction_news.h"
-#include "session/without_exceptions.h"
 
 namespace ox::session {
 
@@ -31,12 +30,13 @@ Error Change(SessionState& state, const CacheLimits& limits) OX_REQUIRES(state.m
 }  // namespace
 
 CacheLimits CacheSession::Limits() const {
+  if (!state_->directoryLock->IsHeld()) return {};
   const MutexLock lock(state_->mutex);
   return state_->limits;
 }
 
 Error CacheSession::SetLimits(const CacheLimits& limits) {
-  return internal::WithoutExceptions([&] {
+  return internal::Perform(*state_, [&]() -> Error {
     const internal::EvictionNews news(*state_);
     const MutexLock lock(state_->mutex);
     CacheLimits whole = limits;

@@ -21,6 +21,8 @@ class ProbeFileSystem final : public IFileSystem {
     askedDirectory_.reserve(PATH_MAX);
   }
 
+  // False when the module was not told the directory, and takes it for empty.
+  bool HasMemory() const { return hasMemory_; }
   // The directory that the module wanted to scan.
   const std::string& AskedDirectory() const { return askedDirectory_; }
 
@@ -28,7 +30,8 @@ class ProbeFileSystem final : public IFileSystem {
   void DestroyFile(os::filesystem::File* file) override { delete static_cast<ProbeFile*>(file); }
   int GetDefaultDirectory(OxString& out) override {
     out = directory_.c_str();
-    return !out.IsEmpty();
+    hasMemory_ = !out.IsEmpty();
+    return hasMemory_;
   }
 
  private:
@@ -71,6 +74,7 @@ class ProbeFileSystem final : public IFileSystem {
   const std::string& directory_;
   const ConfigurationSnapshot& configuration_;
   std::string askedDirectory_;
+  bool hasMemory_ = true;
 };
 
 }  // namespace
@@ -80,7 +84,9 @@ Error ProbeLimits(ModuleHold& hold, const std::string& directory,
   ProbeFileSystem fileSystem(directory, configuration);
   hold.UseFileSystem(fileSystem);
   const host::ManagerReference manager(hold.Module());
-  if (!manager) return MakeError(ErrorKind::kOutOfMemory, "no memory for the cache manager");
+  if (!manager || !fileSystem.HasMemory()) {
+    return MakeError(ErrorKind::kOutOfMemory, "no memory for the cache manager");
+  }
   limits->maxSize = static_cast<std::uint32_t>(manager->GetMaxSize());
   limits->maxEntries = static_cast<std::uint32_t>(manager->GetMaxEntries());
   limits->maxEntrySize = static_cast<std::uint32_t>(manager->GetMaxCacheValueSize());

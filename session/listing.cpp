@@ -2,7 +2,6 @@
 #include "session/durable_io.h"
 #include "session/entry_listing.h"
 #include "session/eviction_news.h"
-#include "session/without_exceptions.h"
 #include <oxfilecache/format.h>
 
 namespace ox::session {
@@ -11,7 +10,7 @@ using internal::MutexLock;
 
 std::vector<ListedEntry> CacheSession::List(Error* error) {
   std::vector<ListedEntry> list;
-  *error = internal::WithoutExceptions([&]() -> Error {
+  *error = internal::Perform(*state_, [&]() -> Error {
     const std::string& directory = state_->cacheDirectory;
     const internal::EvictionNews news(*state_);
     const MutexLock lock(state_->mutex);
@@ -30,7 +29,7 @@ std::vector<ListedEntry> CacheSession::List(Error* error) {
 
 // The manager cannot be asked: finding an entry makes it the one used last.
 bool CacheSession::Contains(const std::string& url, Error* error) {
-  *error = internal::WithoutExceptions([&]() -> Error {
+  *error = internal::Perform(*state_, [&]() -> Error {
     if (Error invalid = internal::CheckUrl(url)) return invalid;
     const std::string path = state_->cacheDirectory + "/" + internal::ContentName(url);
     const internal::EvictionNews news(*state_);

@@ -1,13 +1,18 @@
 #include "session/recovery.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <vector>
 
+#include "host/system_calls.h"
 #include "session/commit_files.h"
 #include "session/durable_io.h"
+#include "session/entry_seal.h"
 #include "session/session_names.h"
 #include "session/use_clock.h"
+#include <oxfilecache/descriptor.h>
 
 namespace ox::internal {
 
@@ -19,13 +24,15 @@ Error Delete(const std::string& path) {
   return DeleteFile(path) ? Error{} : SystemError("cannot delete", path);
 }
 
-// What this user may not delete, for example in a directory with the sticky bit, stays.
+// What this user may not delete, for example in a directory with the sticky bit, stays. So does all
+// on a file system that has turned read-only: what is there can still be fetched.
 Error DeleteLeftover(const std::string& path, std::uint64_t* deleted) {
   if (DeleteFile(path)) {
     ++*deleted;
     return {};
   }
-  return IsLastingRefusal(errno) ? Error{} : SystemError("cannot delete", path);
+  const bool stays = IsLastingRefusal(errno) || errno == EROFS;
+  return stays ? Error{} : SystemError("cannot delete", path);
 }
 
 bool IsOfBlockedCommit(const Survey& survey, const std::string& id) {
@@ -37,12 +44,25 @@ bool IsOfBlockedCommit(const Survey& survey, const std::string& id) {
                      });
 }
 
+// Whether the content that is there can be the one of this commit. Where that cannot be told it
+// can.
+bool MayBeInPlace(const CommitFiles& files) {
+  if (!FileExists(files.content)) return false;
+  const auto seal = ReadSeal(files.commit);
+  if (!seal) return true;
+  const UniqueFd content(
+      OpenRetrying(AT_FDCWD, files.content.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
+  std::uint32_t sum = 0;
+  if (!content.IsOpen() || !SumContent(content.Get(), &sum)) return true;
+  return sum == seal->contentSum;
+}
+
 Error FinishCommit(const std::string& directory, const std::string& entryName,
                    const std::string& id) {
   const CommitFiles files(directory, id, directory + "/" + entryName);
   const bool isContentStaged = FileExists(files.stagedContent);
-  // Both versions of the content are gone: there is nothing to finish.
-  if (!isContentStaged && !FileExists(files.content)) return Delete(files.commit);
+  // Somebody deleted the new content: there is nothing to finish.
+  if (!isContentStaged && !MayBeInPlace(files)) return Delete(files.commit);
   if (files.Finish(isContentStaged, Synchronise::kWherePossible)) return {};
   return SystemError("cannot finish a commit", files.content);
 }
@@ -131,8 +151,9 @@ Error TrimToLimits(const std::string& directory, const session::CacheLimits& lim
       *kept++ = *entry;
       continue;
     }
-    if (Error error = DeleteEntry(directory, *entry, EvictionReason::kLimits, evictions))
+    if (Error error = DeleteEntry(directory, *entry, EvictionReason::kLimits, evictions)) {
       return error;
+    }
   }
   entries.erase(entries.begin(), kept.base());
   survey->bytes = bytes;

@@ -1,4 +1,6 @@
 // Replacing the metadata of an entry.
+#include <cerrno>
+
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
 #include "session/eviction_news.h"
@@ -6,7 +8,6 @@
 #include "session/module_text.h"
 #include "session/publish.h"
 #include "session/session_state.h"
-#include "session/without_exceptions.h"
 #include <oxfilecache/format.h>
 
 namespace ox::session {
@@ -26,7 +27,8 @@ class StagedRenewal {
     state_.writers.Add(share);
   }
   ~StagedRenewal() {
-    if (outcome.isDecided) return;
+    // In a forked child the file is the parent's.
+    if (outcome.isDecided || !state_.directoryLock->IsHeld()) return;
     const MutexLock lock(state_.mutex);
     if (isMade) internal::DeleteFile(path);
     state_.room.TakeBack(share, share.bytes);
@@ -56,8 +58,14 @@ Error Stage(SessionState& state, const Renewal& renewal, StagedRenewal* staged)
   core::cache::CacheValue* value = state.cache.Find(staged->share.url);
   if (value == nullptr) return internal::NoEntry();
   const std::string path = internal::ContentPath(*value);
-  auto seal = internal::ReadSeal(path + format::kMetadataSuffix);
-  if (seal && !seal->IsOf(renewal.url)) return internal::NoEntry();
+  int sealError = 0;
+  auto seal = internal::ReadSeal(path + format::kMetadataSuffix, &sealError);
+  if (sealError == ENOENT || (seal && !seal->IsOf(renewal.url))) return internal::NoEntry();
+  // Without it the renewed entry would never be checked again.
+  if (sealError != 0) {
+    errno = sealError;
+    return SystemError("cannot read the seal", path + format::kMetadataSuffix);
+  }
   const std::uint64_t contentBytes = internal::FileSize(path);
   if (contentBytes == 0) return internal::NoEntry();
   if (contentBytes + renewal.metadata.size() > state.limits.maxEntrySize) {
@@ -100,7 +108,7 @@ Error Renew(SessionState& state, const Renewal& renewal) {
 }  // namespace
 
 Error CacheSession::SetMetadata(const std::string& url, const std::string& metadata) {
-  return internal::WithoutExceptions([&]() -> Error {
+  return internal::Perform(*state_, [&]() -> Error {
     if (Error error = internal::CheckUrl(url)) return error;
     if (Error error = internal::CheckMetadata(metadata)) return error;
     const internal::EvictionNews news(*state_);

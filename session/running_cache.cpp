@@ -4,6 +4,7 @@
 
 #include "session/recovery.h"
 #include "session/survey.h"
+#include "session/use_order.h"
 
 namespace ox::internal {
 
@@ -61,7 +62,11 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   const auto isBeingWritten = [this](const std::string& id) { return writers_.Contains(id); };
   if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten, &leftovers_)) return error;
   ResetImpossibleTimes(directory, survey);
-  return TrimToLimits(directory, limits_, account_.Unit(), survey, Evictions());
+  if (Error error = TrimToLimits(directory, limits_, account_.Unit(), survey, Evictions())) {
+    return error;
+  }
+  SettleUseOrder(directory, *survey);
+  return {};
 }
 
 void RunningCache::UseLimits() {

@@ -66,7 +66,8 @@ bool ParseCommitFileName(const std::string& name, std::string* entryName, std::s
 }
 
 bool IsPermanentSessionName(const std::string& name) {
-  return name == kLockFileName || name == format::kConfigurationFileName;
+  return name == kLockFileName || name == kUseOrderFileName ||
+         name == format::kConfigurationFileName;
 }
 
 bool IsSessionName(const std::string& name) {

@@ -6,6 +6,7 @@
 //   NAME.ID.commit     the metadata of a decided commit: its content is ox-ID.part or, once that is
 //                      gone, already in NAME
 //   ox-session.lock    who has the directory
+//   ox-session.order   the order of use on the way through an image (use_order.h)
 //
 // NAME is the content file's name, ID is unique for all time: were it used twice, a stale commit
 // file could claim another's half-written content after a power cut.
@@ -20,6 +21,7 @@
 namespace ox::internal {
 
 constexpr char kLockFileName[] = "ox-session.lock";
+constexpr char kUseOrderFileName[] = "ox-session.order";
 
 inline std::string StagedContentName(const std::string& id) {
   return "ox-" + id + ".part";
@@ -37,7 +39,7 @@ std::string StagingId(const std::string& name);
 // True, with both parts, when the name is one of a commit file.
 bool ParseCommitFileName(const std::string& name, std::string* entryName, std::string* id);
 
-// The lock file and the configuration, which stay.
+// The lock file, the order of use and the configuration, which belong to no entry.
 bool IsPermanentSessionName(const std::string& name);
 // Any of the names above.
 bool IsSessionName(const std::string& name);

@@ -17,6 +17,7 @@
 #include "session/running_cache.h"
 #include "session/session_counts.h"
 #include "session/session_names.h"
+#include "session/without_exceptions.h"
 #include "session/writer_list.h"
 #include <oxfilecache/session.h>
 
@@ -55,6 +56,14 @@ struct SessionState {
   // For opening content.
   HeldDirectories contentDirectory OX_GUARDED_BY(mutex);
 };
+
+// Runs an operation, a step that returns an Error. In a forked child it is not begun: a thread that
+// is not there may hold the mutex.
+template <typename Step>
+Error Perform(const SessionState& state, Step step) {
+  if (Error error = state.directoryLock->CheckHeld()) return error;
+  return WithoutExceptions(step);
+}
 
 // Whether the entry under this name is known to be another URL's, of the same digest.
 bool IsOfOtherUrl(const std::string& contentPath, const std::string& url);

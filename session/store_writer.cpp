@@ -12,7 +12,6 @@
 #include "session/module_text.h"
 #include "session/publish.h"
 #include "session/session_state.h"
-#include "session/without_exceptions.h"
 
 namespace ox::internal {
 
@@ -233,7 +232,7 @@ StoreWriter::~StoreWriter() {
 
 std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* error) {
   std::unique_ptr<StoreWriter> opened;
-  *error = internal::WithoutExceptions([&]() -> Error {
+  *error = internal::Perform(*state_, [&]() -> Error {
     if (Error invalid = internal::CheckUrl(url)) return invalid;
     SessionState& state = *state_;
     const internal::EvictionNews news(state);
@@ -260,9 +259,9 @@ std::unique_ptr<StoreWriter> CacheSession::Store(const std::string& url, Error* 
 }
 
 Error StoreWriter::Write(const void* data, std::size_t bytes) {
-  return internal::WithoutExceptions([&]() -> Error {
-    const auto session = staging_->session.lock();
-    if (session == nullptr) return Closed();
+  const auto session = staging_->session.lock();
+  if (session == nullptr) return Closed();
+  return internal::Perform(*session, [&]() -> Error {
     const internal::EvictionNews news(*session);
     if (staging_->outcome.isDecided) return InvalidArgument("the writer is used up");
     if (!staging_->failure) staging_->failure = WriteStaging(*staging_, data, bytes);
@@ -271,9 +270,9 @@ Error StoreWriter::Write(const void* data, std::size_t bytes) {
 }
 
 Error StoreWriter::Commit(const std::string& metadata) {
-  return internal::WithoutExceptions([&] {
-    const auto session = staging_->session.lock();
-    if (session == nullptr) return Closed();
+  const auto session = staging_->session.lock();
+  if (session == nullptr) return Closed();
+  return internal::Perform(*session, [&] {
     const internal::EvictionNews news(*session);
     return CommitStaging(*staging_, metadata);
   });

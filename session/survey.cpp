@@ -7,6 +7,7 @@
 
 #include "host/directory.h"
 #include "session/session_names.h"
+#include "session/use_order.h"
 #include <oxfilecache/format.h>
 
 namespace ox::internal {
@@ -52,11 +53,6 @@ class Named {
   const DirectoryEntry* file_;
   std::size_t length_;
 };
-
-bool IsUsedBefore(const SurveyedEntry& a, const SurveyedEntry& b) {
-  return std::tie(a.used.tv_sec, a.used.tv_nsec, a.name) <
-         std::tie(b.used.tv_sec, b.used.tv_nsec, b.name);
-}
 
 // Pairs the files by sorting their names: each metadata file meets the file that bears its name
 // without the suffix.
@@ -141,6 +137,11 @@ class Surveyor {
 
 }  // namespace
 
+bool IsUsedBefore(const SurveyedEntry& a, const SurveyedEntry& b) {
+  return std::tie(a.used.tv_sec, a.used.tv_nsec, a.name) <
+         std::tie(b.used.tv_sec, b.used.tv_nsec, b.name);
+}
+
 Error SurveyDirectory(const std::string& directory, Survey* survey) {
   *survey = Survey();
   DirectoryListing listing;
@@ -148,6 +149,7 @@ Error SurveyDirectory(const std::string& directory, Survey* survey) {
     return SystemError("cannot read the directory", directory);
   }
   Surveyor(listing, survey).Run();
+  ReadUseOrder(directory, survey);
   return {};
 }
 

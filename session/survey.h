@@ -19,8 +19,12 @@ struct SurveyedEntry {
   std::uint64_t contentBytes;    // size of the content file
   std::uint64_t metadataBytes;   // size of the metadata file
   std::uint64_t metadataBlocks;  // allocated to the metadata file, of 512 bytes
-  timespec used;                 // time of last use: the metadata file's modification time
+  // Of the last use: the metadata file's modification time, or what stands in for it (use_order.h).
+  timespec used;
 };
+
+// The order of the entries in a survey.
+bool IsUsedBefore(const SurveyedEntry& a, const SurveyedEntry& b);
 
 struct Survey {
   std::vector<SurveyedEntry> entries;               // least recently used first
@@ -31,8 +35,9 @@ struct Survey {
   std::vector<std::string> blockedCommits;
   // Everything else but the session's and the module's own files.
   std::vector<std::string> foreignFiles;
-  std::uint64_t bytes = 0;  // of all entries, content and metadata
-  NameArena names;          // of the entries
+  std::uint64_t bytes = 0;   // of all entries, content and metadata
+  NameArena names;           // of the entries
+  bool isOrderKept = false;  // the times of use are from the file of use_order.h
 };
 
 // kInputOutput when the directory, or a file in it, cannot be looked at.

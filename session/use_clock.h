@@ -28,7 +28,9 @@ class UseClock {
   void StayAbove(std::int64_t time);
 
  private:
-  std::int64_t last_ = 0;
+  // Never before 3 January 1980: cards keep no earlier day than the first of that year, local time,
+  // after which all times would be alike.
+  std::int64_t last_ = 315705600000000000;
   std::int64_t bootTimeOfLast_;
 };
 

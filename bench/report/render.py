@@ -1,4 +1,5 @@
 """Fills the report's template with the tables of one run."""
+import itertools
 import re
 
 NAMES = {
@@ -83,6 +84,21 @@ class Report:
         return ((far["subject_times"]["median_ns"] - near["subject_times"]["median_ns"])
                 / (entries - 50))
 
+    @staticmethod
+    def own_part(opening):
+        return (opening["open_ms"] - opening["module_alone_ms"]) / opening["bare_scan_ms"]
+
+    def opening_table(self):
+        rows = []
+        for one in self.results.get("openings", ()):
+            rows.append([f"{one['entries']:,}", seconds(one['bare_scan_ms'] * 1e6),
+                         seconds(one['module_alone_ms'] * 1e6), seconds(one['open_ms'] * 1e6),
+                         f"{one['ratio']:.2f}", f"{self.own_part(one):.2f}",
+                         f"{one['module_heap_bytes'] / 1e6:.1f}",
+                         f"{(one['heap_peak_bytes'] - one['module_heap_bytes']) / 1e6:.1f}"])
+        return table(["N", "bare scan", "module alone", "opening", "opening to scan",
+                      "less the module, to scan", "MB of the module", "MB on top"], rows)
+
     def goals(self):
         """(what, the figure wanted, the figure measured)."""
         goals = []
@@ -98,6 +114,17 @@ class Report:
         for entries in (200, 1000):
             goals.append((f"store and commit on disk, N = {entries:,}", 1.2,
                           self.ratio("linux-host", "store", entries, "disk")))
+        for entries, where in itertools.product((200, 1000), ("tmpfs", "disk")):
+            goals.append((f"start-up until the first hit, session, {where}, N = {entries:,}", 1.6,
+                          self.ratio("session", "start-up", entries, where)))
+        goals.append(("start-up until the first hit, session against bare, N = 10,000", 1.15,
+                      self.ratio("session", "start-up", 10000, base="linux-host")))
+        for one in self.results.get("openings", ()):
+            text = f"opening a session against the bare scan, N = {one['entries']:,}"
+            goals.append((text, 2.0, one["ratio"]))
+            goals.append((text + ", less what the module takes alone", 2.0, self.own_part(one)))
+            goals.append((f"MB on top of the module's at an opening, N = {one['entries']:,}", 20.0,
+                          (one["heap_peak_bytes"] - one["module_heap_bytes"]) / 1e6))
         for entries in (200, 1000):
             goals.append((f"fetch with content, session against bare, N = {entries:,}", 1.25,
                           self.ratio("session", "content", entries, base="linux-host")))
@@ -288,5 +315,6 @@ def render(template, results):
         "memory": report.memory_table,
         "parts": report.parts,
         "failures": report.failures,
+        "openings": report.opening_table,
     }
     return re.sub(r"@([a-z_]+)@", lambda match: pieces[match.group(1)](), template)

@@ -61,6 +61,18 @@ def parts(build):
             if run.get("aggregate_name") == "median"}
 
 
+def openings(build, directory):
+    """Openings of large caches, beside a bare scan of the same directory."""
+    results = []
+    for entries in cases.LARGE:
+        print(f"Opening {entries:,} entries ...", flush=True)
+        with tempfile.TemporaryDirectory(dir=directory) as scratch:
+            done = subprocess.run([os.path.join(build, "oxbench_scale"), "--directory", scratch,
+                                   "--entries", str(entries)], capture_output=True, text=True, check=True)
+        results.append(json.loads(done.stdout))
+    return results
+
+
 def run_all(options):
     directories = {"tmpfs": options.tmpfs, "disk": options.disk}
     results = {"machine": machine.describe(options.source, {"tmpfs": options.tmpfs_is,
@@ -82,6 +94,7 @@ def run_all(options):
     results["counts"] = [one for subject in cases.counted(available)
                          for one in count(options.build, subject, 200, options.tmpfs)]
     results["parts_ns"] = parts(options.build)
+    results["openings"] = openings(options.build, options.tmpfs)
     results["failures"] = failures
     results["seconds"] = round(time.monotonic() - start)
     results["machine"]["Load after the run"] = " ".join(f"{load:.2f}" for load in os.getloadavg())

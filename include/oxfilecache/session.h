@@ -39,8 +39,9 @@
 // one thread at a time.
 //
 // Processes: a child made with fork has no part in the lock, also when it lives longer than its
-// parent. Its copies of a session and of writers are not for use: Fetch, Remove, Trim, Write and
-// Commit are errors there (kInUse). Destroying them is allowed and does nothing to the cache.
+// parent. Its copies of a session and of writers are not for use: every operation is an error there
+// (kInUse), and Statistics and Limits give zeros. Destroying them is allowed and does nothing to
+// the cache.
 //
 // A process may have any number of sessions open, one for each directory. A module has one manager,
 // so each session beside the first loads a copy of the module of its own, some tens of kilobytes
@@ -96,7 +97,8 @@ enum class Durability {
   kProcess,
   // So does a power cut, and once Commit returned the new entry is on the medium. Where the file
   // system cannot synchronise a file or a directory, Commit is an error (kInputOutput): there is
-  // no weaker commit in its place.
+  // no weaker commit in its place. It takes a file system whose directories survive the cut: ext4
+  // with its journal, f2fs, UBIFS; not vfat, exFAT or ext4 without a journal.
   kPower,
 };
 

@@ -55,7 +55,7 @@ class Hostile : public ::testing::Test {
   // Works as if nothing were wrong with kUrl.
   void UseAll(CacheSession& session) {
     EXPECT_EQ(1, FetchVersion(session, kOther, &error_)) << error_.Message();
-    EXPECT_FALSE(session.Fetch(kUrl, &error_));
+    EXPECT_NE(1, FetchVersion(session, kUrl, &error_));
     const bool isStored = Store(session, kUrl, 2, &ledger_);
     const int found = FetchVersion(session, kUrl, &error_);
     EXPECT_TRUE(isStored ? found == 2 : found != 2) << found << error_.Message();
@@ -78,6 +78,7 @@ struct Plant {
 
 bool Put(const Plant& plant, const std::string& path) {
   if (plant.type == S_IFLNK) return symlink(plant.target.c_str(), path.c_str()) == 0;
+  if (plant.type == S_IFREG) return link(plant.target.c_str(), path.c_str()) == 0;
   if (plant.type == S_IFDIR) return mkdir(path.c_str(), 0700) == 0;
   return mknod(path.c_str(), plant.type | 0600, makedev(1, 5)) == 0;  // /dev/zero never ends
 }
@@ -89,6 +90,7 @@ TEST_F(Hostile, FilesPlantedUnderTheNamesOfAnEntry) {
   for (const Plant& plant : {Plant{"link to a file", S_IFLNK, Outside()},
                              {"link to nothing", S_IFLNK, "/nowhere/at/all"},
                              {"link to itself", S_IFLNK, path},
+                             {"another name of a file", S_IFREG, Outside()},
                              {"directory", S_IFDIR, ""},
                              {"FIFO", S_IFIFO, ""},
                              {"device", S_IFCHR, ""}}) {
@@ -136,6 +138,7 @@ TEST_F(Hostile, ConfigurationsThatAdmitNoEntryOrCannotBeRead) {
       [&] { WriteWhole(configuration, "MAX_CACHE_SIZE=65536\n"); },
       [&] { WriteWhole(configuration, "MAX_CACHE_ENTRIES=0\n"); },
       [&] { EXPECT_EQ(0, symlink("/nowhere", configuration.c_str())); },
+      [&] { EXPECT_EQ(0, link(Outside().c_str(), configuration.c_str())); },
       [] {},  // missing
   };
   for (const auto& replace : replacements) {

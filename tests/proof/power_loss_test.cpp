@@ -180,6 +180,8 @@ void StoreReplaceRemove(CacheSession& session, Ledger& ledger) {
   ledger.MayBeGone("http://a/2");  // a removal is not synchronised
   static_cast<void>(session.Remove("http://a/2"));
   Store(session, "http://a/2", 3, &ledger);
+  Store(session, "http://a/3", 1, &ledger);
+  Renew(session, "http://a/3", &ledger);
   Store(session, "http://a/1", 4, &ledger);
 }
 
@@ -189,6 +191,7 @@ void CrowdedHistory(CacheSession& session, Ledger& ledger) {
   const auto other = Write(session, "http://b/other", "half of it", &error);
   for (int i = 1; i <= 6; ++i)
     Store(session, "http://b/" + std::to_string(i % 4), i, &ledger);
+  Renew(session, "http://b/3", &ledger);
   static_cast<void>(session.Trim(nullptr));
   Store(session, "http://b/0", 9, &ledger);
 }

@@ -1,33 +1,82 @@
-// Every allocation and every system call of a session fails in turn, once and from there on.
-// Nothing may crash, leak a descriptor, or serve anything but whole versions. Once calls succeed
-// again, the session that met the fault works again, and so does the next one.
+// Every allocation, every system call and every change of a session is disturbed in turn: it fails,
+// once, from there on or for ever, files are deleted before it, or the process forks. Nothing may
+// crash, hang, leak a descriptor, or serve anything but whole versions, and no entry may be lost.
+// Afterwards the session that was disturbed works again, and so does the next one.
+#include <fnmatch.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <functional>
 #include <memory>
+#include <new>
 
+#include "session/crc32c.h"
+#include "session/durable_io.h"
+#include "session/entry_seal.h"
+#include "session/metadata_file.h"
 #include "tests/support/ledger.h"
 #include "tests/support/system_calls.h"
 
 namespace ox::testing {
 namespace {
 
+using Mode = FaultDriver::Mode;
+
 const std::string kKept = "http://host/kept";
 const std::string kReplaced = "http://host/replaced";
 const std::string kRemoved = "http://host/removed";
 const std::string kNew = "http://host/new";
-const std::string kUrls[] = {kKept, kReplaced, kRemoved, kNew};
+const std::string kInterrupted = "http://host/interrupted";
+const std::string kUrls[] = {kKept, kReplaced, kRemoved, kNew, kInterrupted};
+
+// The changes that a session makes to its directory, and what happens just before one of them.
+struct Cache;
+FaultDriver changes;
+std::function<void(Cache&)> beforeChange;
+Cache* current = nullptr;
 
 struct Cache {
   explicit Cache(Durability durability) : options(OptionsFor(scratch.Path(), durability)) {
+    current = this;
+    internal::SetFileOperationHook([] {
+      if (changes.Next()) beforeChange(*current);
+    });
     session = OpenSession(options);
-    for (const std::string& url : {kKept, kReplaced, kRemoved})
+    for (const std::string& url : {kKept, kReplaced, kRemoved, kInterrupted})
       EXPECT_TRUE(Store(*session, url, 1, &ledger));
+    LeaveBehind(session->Fetch(kInterrupted, &error)->path);
     session.reset();
+  }
+  // What killed processes leave: half a file, and a commit that has to be finished.
+  void LeaveBehind(const std::string& content) {
+    WriteWhole(scratch / "ox-0123456789abcdef-1.part", "half");
+    const std::string bytes = ContentOf(kInterrupted, 5);
+    const std::string metadata = MetadataOf(kInterrupted, 5);
+    const auto seal =
+        internal::MakeSeal(kInterrupted, internal::ExtendCrc32c(0, bytes.data(), bytes.size()),
+                           bytes.size(), metadata);
+    WriteWhole(scratch / "ox-0123456789abcdef-2.part", bytes);
+    EXPECT_FALSE(internal::StageMetadataFile(content + ".0123456789abcdef-2.commit", metadata, 0,
+                                             &seal, false));
+    ledger.Committed(kInterrupted, 5);
+    // Made anew by the opening.
+    std::filesystem::remove(scratch / "file-cache.conf");
+    options.limits = {100000, 9, 65536, ""};
   }
   void Open() {
     session.reset();
     session = CacheSession::Open(options, &error);
+    if (error.kind != ErrorKind::kConfiguration) return;
+    // It was deleted: it is never made or read in part.
+    const FaultPause pause;
+    EXPECT_EQ("(missing)", ReadWhole(scratch / "file-cache.conf")) << error.Message();
   }
   // At the lowest durability the old entry may go with a failed commit.
   void Replace(int version) {
@@ -42,10 +91,9 @@ struct Cache {
   std::unique_ptr<CacheSession> session;
 };
 
-// Every operation of the session, with a recovery at its start. No restart of the manager at the
-// end, which would hide what a fault leaves behind.
-void History(Cache& cache) {
-  cache.Open();
+// Every operation of the session. No restart of the manager at the end, which would hide what a
+// fault leaves behind.
+void Operate(Cache& cache) {
   if (cache.session == nullptr) return;
   CacheSession& session = *cache.session;
   Error error;
@@ -53,122 +101,260 @@ void History(Cache& cache) {
   RemoveByUrl(session, kRemoved, &cache.ledger);
   Store(session, kRemoved, 2, &cache.ledger);
   static_cast<void>(session.Trim(nullptr));
+  static_cast<void>(session.SetLimits(cache.options.limits));
   cache.Replace(2);
   Produce(session, kNew, 1, &cache.ledger);
   Write(session, kKept, "given up", &error);
+  Renew(session, kKept, &cache.ledger);
   Remove(session, kRemoved, &cache.ledger);
   cache.Replace(3);
   session.Fetch(kNew, &error);
   session.List(&error);
 }
 
-struct Sweep {
-  int cases = 0;
-  int entriesLost = 0;
-};
-
-// The session that met the fault goes on, has all entries, and takes every URL at once.
-void GoOn(Cache& cache) {
-  ASSERT_EQ("", cache.ledger.Check(*cache.session));
-  for (const std::string& url : kUrls) {
-    ASSERT_TRUE(Store(*cache.session, url, 9, &cache.ledger)) << url;
-  }
+// With a recovery at its start.
+void History(Cache& cache) {
+  cache.Open();
+  Operate(cache);
 }
 
-// Another session takes over and finds what was there; only where a call that looks at the
-// directory failed may it be less.
-void StartAnew(Cache& cache, bool mayLose, Sweep* sweep) {
+// Empty when another session finds that every operation of the history has succeeded.
+std::string WhatFailed(Cache& cache) {
   cache.Open();
+  if (cache.session == nullptr) return cache.error.Message();
+  Ledger strict;
+  strict.Committed(kKept, 1 + kRenewal);
+  strict.Committed(kInterrupted, 5);
+  strict.Committed(kReplaced, 3);
+  strict.Committed(kNew, 1);
+  strict.IsGone(kRemoved);
+  return strict.Check(*cache.session);
+}
+
+bool AllHaveSeals(const Cache& cache) {
+  const internal::Survey survey = Look(cache.scratch.Path());
+  return std::all_of(
+      survey.entries.begin(), survey.entries.end(), [&](const internal::SurveyedEntry& entry) {
+        return internal::ReadSeal(cache.scratch / std::string(entry.name) + ".ox_meta").has_value();
+      });
+}
+
+// All entries are there, and every URL can be stored at once.
+void GoOn(Cache& cache) {
   ASSERT_NE(nullptr, cache.session) << cache.error.Message();
-  if (mayLose) {
-    sweep->entriesLost += cache.ledger.Check(*cache.session).empty() ? 0 : 1;
-    cache.ledger.AnyMayBeGone();
-  }
   ASSERT_EQ("", cache.ledger.Check(*cache.session));
   for (const std::string& url : kUrls)
     ASSERT_TRUE(Store(*cache.session, url, 9, &cache.ledger)) << url;
+  ASSERT_EQ("", cache.ledger.Check(*cache.session));
 }
 
 void CheckAtLast(Cache& cache) {
-  ASSERT_EQ("", cache.ledger.Check(*cache.session));
   cache.Open();
-  ASSERT_NE(nullptr, cache.session) << cache.error.Message();
-  EXPECT_EQ("", cache.ledger.Check(*cache.session));
-  EXPECT_EQ(4U, cache.session->Statistics().entries);
+  ASSERT_NO_FATAL_FAILURE(GoOn(cache));
+  EXPECT_EQ(5U, cache.session->Statistics().entries);
   EXPECT_EQ(DiskUse(cache.scratch.Path()), cache.session->Statistics().bytes);
 }
 
-struct Fault {
-  FaultDriver& driver;
-  std::uint64_t call;
-  FaultDriver::Mode mode;
-};
-
-// True when the history met its fault.
-bool FailOne(const Fault& fault, Durability durability, bool mayLose, bool goesOn, Sweep* sweep) {
-  const auto descriptors = OpenDescriptors();
-  Cache cache(durability);
-  fault.driver.Arm(fault.call, fault.mode);
-  History(cache);
-  const bool reached = fault.driver.WasReached();
-  fault.driver.Disarm();
+// The session that was disturbed goes on, or another takes over.
+void CheckBoth(Cache& cache, bool goesOn) {
   if (goesOn && cache.session != nullptr) {
-    GoOn(cache);
-  } else {
-    StartAnew(cache, mayLose, sweep);
+    ASSERT_NO_FATAL_FAILURE(GoOn(cache));
   }
-  if (!::testing::Test::HasFailure()) CheckAtLast(cache);
-  cache.session.reset();
-  EXPECT_EQ(descriptors, OpenDescriptors());
-  ++sweep->cases;
-  return reached;
+  CheckAtLast(cache);
 }
 
-void FailEachInEveryWay(FaultDriver& faults, const char* what, bool mayLose) {
-  const bool isLongRun = std::getenv("OX_PROVE") != nullptr;
-  Sweep sweep;
+bool IsLongRun() {
+  return std::getenv("OX_PROVE") != nullptr;
+}
+
+// For k = 1, 2, ... until `reaches` says that the k-th call, allocation or change did not happen
+// any more. Gives the number of cases.
+using Case = std::function<bool(Durability durability, Mode mode, std::uint64_t k)>;
+int ForEach(std::initializer_list<Mode> modes, const Case& reaches) {
+  int cases = 0;
   for (const auto durability : {Durability::kNone, Durability::kProcess, Durability::kPower}) {
-    for (const auto mode : {FaultDriver::Mode::kOnce, FaultDriver::Mode::kFromThereOn}) {
-      std::uint64_t k = 1;
-      for (bool isReached = true; isReached; ++k) {
-        for (const bool goesOn : {false, true}) {
-          if (!isLongRun && goesOn == (k % 2 == 0)) continue;
-          isReached = FailOne({faults, k, mode}, durability, mayLose, goesOn, &sweep);
-          ASSERT_FALSE(::testing::Test::HasFailure()) << "call " << k;
-        }
+    for (const auto mode : modes) {
+      bool isReached = true;
+      for (std::uint64_t k = 1; isReached; ++k) {
+        if (!IsLongRun() && (k + static_cast<unsigned>(durability)) % 2 == 0) continue;
+        ++cases;
+        SCOPED_TRACE(::testing::Message() << "durability " << int(durability) << ", call " << k);
+        alarm(20);  // whatever hangs fails
+        isReached = reaches(durability, mode, k);
+        if (::testing::Test::HasFailure()) return cases;
       }
     }
   }
-  std::printf("%d failed %s; an entry was gone afterwards in %d cases\n", sweep.cases, what,
-              sweep.entriesLost);
+  alarm(0);
+  return cases;
+}
+
+// Fails or disturbs each in turn; where `mayLose`, files of entries go on the way.
+int DisturbEach(FaultDriver& driver, std::initializer_list<Mode> modes, bool mayLose) {
+  return ForEach(modes, [&](Durability durability, Mode mode, std::uint64_t k) {
+    bool isReached = false;
+    for (const bool goesOn : {false, true}) {
+      if (!IsLongRun() && goesOn == (k % 2 == 0)) continue;
+      const auto descriptors = OpenDescriptors();
+      {
+        Cache cache(durability);
+        driver.Arm(k, mode);
+        History(cache);
+        isReached = driver.WasReached();
+        driver.Disarm();
+        if (mayLose) cache.ledger.AnyMayBeGone();
+        EXPECT_TRUE(AllHaveSeals(cache));
+        CheckBoth(cache, goesOn);
+      }
+      EXPECT_EQ(descriptors, OpenDescriptors());
+    }
+    return isReached;
+  });
 }
 
 TEST(SessionFaults, AtEveryAllocation) {
-  FailEachInEveryWay(allocationFaults, "allocations", false);
+  std::printf("%d failed allocations\n",
+              DisturbEach(allocationFaults, {Mode::kOnce, Mode::kFromThereOn}, false));
 }
 
 TEST(SessionFaults, AtEverySystemCall) {
-  FailEachInEveryWay(callFaults, "system calls", true);
+  std::printf("%d failed system calls\n",
+              DisturbEach(callFaults, {Mode::kOnce, Mode::kFromThereOn}, false));
 }
 
-TEST(SessionFaults, InterruptedCallsAreTriedAgain) {
-  std::uint64_t k = 1;
-  for (bool isReached = true; isReached; ++k) {
-    Cache cache(Durability::kPower);
-    callInterrupts.Arm(k, FaultDriver::Mode::kOnce);
+TEST(SessionFaults, InterruptedAndShortCallsGoOn) {
+  const int cases = ForEach({Mode::kOnce}, [](Durability durability, Mode mode, std::uint64_t k) {
+    Cache cache(durability);
+    areTransfersShort = k == 1;
+    callInterrupts.Arm(k, mode);
     History(cache);
-    isReached = callInterrupts.WasReached();
+    const bool isReached = callInterrupts.WasReached();
     callInterrupts.Disarm();
-    Ledger strict;
-    strict.Committed(kKept, 1);
-    strict.Committed(kReplaced, 3);
-    strict.Committed(kNew, 1);
-    strict.IsGone(kRemoved);
-    cache.Open();
-    ASSERT_NE(nullptr, cache.session) << cache.error.Message();
-    ASSERT_EQ("", strict.Check(*cache.session)) << "call " << k;
+    EXPECT_EQ("", WhatFailed(cache));
+    areTransfersShort = false;
+    return isReached;
+  });
+  std::printf("%d interrupted system calls\n", cases - 3);
+}
+
+// For the whole life of a session, and for one that was opened before.
+TEST(SessionFaults, WhatTheSystemNeverDoes) {
+  const struct {
+    const char* call;
+    bool isDispensable;  // a refusal that lasts keeps nothing from succeeding
+  } cases[] = {{"create", false},   {"list", false},      {"open", false},     {"read", false},
+               {"pread", false},    {"write", false},     {"ftruncate", true}, {"fsync", true},
+               {"rename", false},   {"link", true},       {"unlinkat", false}, {"utimensat", true},
+               {"futimens", true},  {"fstatat", false},   {"mkdir", true},     {"fdopendir", false},
+               {"readdir", false},  {"flock", false},     {"fsetxattr", true}, {"fgetxattr", true},
+               {"lgetxattr", true}, {"faccessat", false}, {"getrandom", true}, {"lseek", true}};
+  int lives = 0;
+  for (const auto& [call, isDispensable] : cases) {
+    for (const int error : {EINVAL, EPERM, ENOSYS, EOPNOTSUPP, EIO, ENOSPC}) {
+      SCOPED_TRACE(std::string(call) + ": " + std::strerror(error));
+      lives += ForEach({Mode::kOnce}, [&](Durability durability, Mode /*mode*/, std::uint64_t k) {
+        const bool isOpenBefore = k == 1;
+        Cache cache(durability);
+        if (isOpenBefore) cache.Open();
+        refusal = {{call}, error};
+        if (!isOpenBefore) cache.Open();
+        Operate(cache);
+        cache.session.reset();
+        refusal = {};
+        // Entries were evicted, in vain.
+        if (error == ENOSPC) cache.ledger.AnyMayBeGone();
+        const bool mayLackSeals = std::strstr(call, "xattr") != nullptr && error != EIO;
+        EXPECT_TRUE(mayLackSeals || AllHaveSeals(cache));
+        if (isDispensable && internal::IsLastingRefusal(error)) {
+          // No commit is weaker than it says.
+          const bool mustFail = durability == Durability::kPower && std::strcmp(call, "fsync") == 0;
+          EXPECT_EQ(mustFail, !WhatFailed(cache).empty());
+        }
+        CheckAtLast(cache);
+        return isOpenBefore;
+      });
+    }
   }
-  std::printf("%d interrupted system calls\n", static_cast<int>(k - 2));
+  std::printf("%d lives with a call refused\n", lives);
+}
+
+TEST(SessionFaults, FilesDeletedAtEveryChange) {
+  const struct {
+    const char* pattern;
+    bool mayLose;
+  } cases[] = {{"ox-*.part", false},       {"ox-*.meta", false},
+               {"*.commit", false},        {"ox-session.lock", false},
+               {"file-cache.conf", false}, {"????????????????????????????????", true},
+               {"*.ox_meta", true},        {"*", true}};
+  int deletions = 0;
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.pattern);
+    beforeChange = [&](Cache& cache) {
+      for (const auto& file : std::filesystem::directory_iterator(cache.scratch.Path())) {
+        if (fnmatch(test.pattern, file.path().filename().c_str(), 0) != 0) continue;
+        std::filesystem::remove(file.path());
+      }
+      // Of a commit that is not finished before, the old entry serves.
+      cache.ledger.Begin(kInterrupted, 1);
+      // Without its commit file a replacement can neither be finished nor undone.
+      cache.ledger.MayBeGone(kInterrupted);
+      cache.ledger.MayBeGone(kReplaced);
+    };
+    deletions += DisturbEach(changes, {Mode::kOnce}, test.mayLose);
+  }
+  std::printf("%d deletions of files of the cache\n", deletions);
+}
+
+// In a child that another thread has made: it touches nothing, and waits for no thread that is not
+// there.
+bool IsOfNoUse(std::unique_ptr<CacheSession> session) {
+  if (session == nullptr) return true;
+  Error errors[6];
+  session->Store(kNew, &errors[0]);
+  session->Fetch(kKept, &errors[1]);
+  errors[2] = session->SetMetadata(kKept, "child");
+  errors[3] = session->Remove(kKept);
+  errors[4] = session->Trim(nullptr);
+  errors[5] = session->SetLimits({2000, 2, 2000, ""});
+  return session->Statistics().entries == 0 &&
+         std::all_of(std::begin(errors), std::end(errors),
+                     [](const Error& error) { return error.kind == ErrorKind::kInUse; });
+}
+
+// In a child that has the memory of the operation itself and unwinds it.
+[[noreturn]] void Unwind() {
+  std::set_terminate([] { _exit(0); });  // in the module and in destructors
+  throw std::bad_alloc();
+}
+
+TEST(SessionFaults, ForksAtEveryChange) {
+  int forks = 0;
+  const pid_t parent = getpid();
+  for (const bool isUnwound : {false, true}) {
+    beforeChange = [&](Cache& cache) {
+      const pid_t child = fork();
+      if (child == 0) {
+        alarm(5);
+        if (isUnwound) Unwind();
+        _exit(IsOfNoUse(std::move(cache.session)) ? 0 : 1);
+      }
+      int status = 0;
+      waitpid(child, &status, 0);
+      EXPECT_EQ(0, status);
+    };
+    forks += ForEach({Mode::kOnce}, [&](Durability durability, Mode mode, std::uint64_t k) {
+      Cache cache(durability);
+      changes.Arm(k, mode);
+      History(cache);
+      cache.session.reset();
+      if (getpid() != parent) _exit(0);
+      const bool isReached = changes.WasReached();
+      changes.Disarm();
+      EXPECT_EQ("", WhatFailed(cache));
+      return isReached;
+    });
+  }
+  std::printf("%d forks\n", forks - 6);
 }
 
 }  // namespace

@@ -52,8 +52,8 @@ class Load {
     for (std::thread& thread : running)
       thread.join();
     Measure();
-    std::printf("%d stored, %d given up, %d found, %d not found, none refused\n", stored_.load(),
-                dropped_.load(), found_.load(), missed_.load());
+    std::printf("%d stored, %d renewed, %d given up, %d found, %d not found, none refused\n",
+                stored_.load(), renewed_.load(), dropped_.load(), found_.load(), missed_.load());
     std::printf("disk use at most %d of %d + %d bytes, measured %d times\n",
                 static_cast<int>(mostOnDisk_), static_cast<int>(limits_.size),
                 static_cast<int>(limits_.entrySize), measurements_);
@@ -82,8 +82,10 @@ class Load {
         StoreOne(own, version, choice < 5);
       } else if (choice < 90) {
         FetchOne(pick(kUrls));
-      } else if (choice < 95) {
+      } else if (choice < 93) {
         RemoveOne(own, version);
+      } else if (choice < 96) {
+        RenewOne(own);
       } else if (!blockedUrl_.empty()) {
         Error error;
         auto writer = Do([&] { return Write(session_, blockedUrl_, "content", &error); });
@@ -126,8 +128,20 @@ class Load {
     const int oldest = oldest_[Index(url)];
     Error error;
     const int found = Do([&] { return FetchVersion(session_, UrlOf(url), &error); });
-    EXPECT_TRUE(found == kAbsent || found >= oldest) << found << error.Message();
+    EXPECT_TRUE(found == kAbsent || found % kRenewal >= oldest) << found << error.Message();
     ++(found != kAbsent ? found_ : missed_);
+  }
+
+  void RenewOne(int url) {
+    const int version = progress_.done[Index(url)] + kRenewal;
+    if (version == kRenewal) return;
+    progress_.begun[Index(url)] = version;
+    const Error error =
+        Do([&] { return session_.SetMetadata(UrlOf(url), MetadataOf(UrlOf(url), version)); });
+    EXPECT_TRUE(!error || error.kind == ErrorKind::kNotFound) << error.Message();
+    // What was evicted meanwhile stays gone.
+    progress_.done[Index(url)] = error ? kAbsent : version;
+    if (!error) ++renewed_;
   }
 
   void RemoveOne(int url, int version) {
@@ -157,7 +171,7 @@ class Load {
   std::string blockedUrl_;
   std::array<std::atomic<int>, kUrls> oldest_{};  // version that a fetch may give
   std::shared_mutex calls_;
-  std::atomic<int> stored_{0}, dropped_{0}, found_{0}, missed_{0};
+  std::atomic<int> stored_{0}, renewed_{0}, dropped_{0}, found_{0}, missed_{0};
   std::uint64_t mostOnDisk_ = 0;
   int measurements_ = 0;
 };

@@ -77,23 +77,26 @@ TEST(SessionNames, OnlyWholeNamesOfItsOwnFilesCount) {
 
 TEST(UseClock, OnlyEverGrows) {
   constexpr std::int64_t kSecond = 1000000000;
-  deviceTime = 100 * kSecond;
+  constexpr std::int64_t kStart = 315705600 * kSecond;  // 3 January 1980
+  deviceTime = kStart + 100 * kSecond;
   bootTime = 50 * kSecond;
   UseClock clock;
-  EXPECT_EQ(clock.Next(), 100 * kSecond);
-  EXPECT_EQ(clock.Next(), 100 * kSecond + 1) << "both clocks stand still";
-  deviceTime = 200 * kSecond;
-  EXPECT_EQ(clock.Next(), 200 * kSecond);
-  deviceTime = 10 * kSecond;
-  EXPECT_EQ(clock.Next(), 200 * kSecond + 1) << "set back";
+  EXPECT_EQ(clock.Next(), kStart + 100 * kSecond);
+  EXPECT_EQ(clock.Next(), kStart + 100 * kSecond + 1) << "both clocks stand still";
+  deviceTime = kStart + 200 * kSecond;
+  EXPECT_EQ(clock.Next(), kStart + 200 * kSecond);
+  deviceTime = kStart + 10 * kSecond;
+  EXPECT_EQ(clock.Next(), kStart + 200 * kSecond + 1) << "set back";
   bootTime += 5 * kSecond;
-  EXPECT_EQ(clock.Next(), 205 * kSecond + 1) << "intervals go on";
-  clock.StayAbove(150 * kSecond);
-  EXPECT_EQ(clock.Next(), 205 * kSecond + 2) << "was above already";
+  EXPECT_EQ(clock.Next(), kStart + 205 * kSecond + 1) << "intervals go on";
+  clock.StayAbove(kStart + 150 * kSecond);
+  EXPECT_EQ(clock.Next(), kStart + 205 * kSecond + 2) << "was above already";
   bootTime += 5 * kSecond;
-  clock.StayAbove(300 * kSecond);
+  clock.StayAbove(kStart + 300 * kSecond);
   bootTime += 2 * kSecond;
-  EXPECT_EQ(clock.Next(), 302 * kSecond) << "counts from the time given";
+  EXPECT_EQ(clock.Next(), kStart + 302 * kSecond) << "counts from the time given";
+  deviceTime = 0;
+  EXPECT_EQ(UseClock().Next(), kStart + 1) << "no card keeps an earlier time";
 }
 
 TEST(UseClock, TimesBefore1970) {

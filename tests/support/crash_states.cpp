@@ -3,11 +3,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <set>
 
+#include "session/entry_seal.h"
 #include "session/use_clock.h"
 #include "tests/support/scratch_directory.h"
 
@@ -28,9 +30,10 @@ DiskFile Fallen(const DiskFile& certain, const DiskFile& latest, std::uint64_t f
     case 1:
       return certain;
     case 2:
-      return {latest.bytes.substr(0, latest.bytes.size() / 2 / kBlock * kBlock), latest.time};
+      return {latest.bytes.substr(0, latest.bytes.size() / 2 / kBlock * kBlock), latest.time,
+              latest.seal};
     default:
-      return {std::string(latest.bytes.size(), '\0'), certain.time};
+      return {std::string(latest.bytes.size(), '\0'), certain.time, certain.seal};
   }
 }
 
@@ -55,8 +58,12 @@ DiskImage ReadImage(const std::string& directory) {
   for (const auto& entry : std::filesystem::directory_iterator(directory)) {
     struct stat status;
     EXPECT_EQ(0, lstat(entry.path().c_str(), &status));
-    image[entry.path().filename()] = {ReadWhole(entry.path()),
-                                      internal::ToNanoseconds(status.st_mtim)};
+    char seal[4096];
+    const ssize_t bytes =
+        lgetxattr(entry.path().c_str(), internal::kSealAttribute, seal, sizeof seal);
+    image[entry.path().filename()] = {
+        ReadWhole(entry.path()), internal::ToNanoseconds(status.st_mtim),
+        std::string(seal, bytes > 0 ? static_cast<std::size_t>(bytes) : 0)};
   }
   return image;
 }
@@ -68,6 +75,9 @@ void WriteImage(const DiskImage& image, const std::string& directory) {
     const timespec time = internal::ToTimespec(file.time);
     const timespec times[2] = {time, time};
     EXPECT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
+    if (file.seal.empty()) continue;
+    EXPECT_EQ(
+        0, setxattr(path.c_str(), internal::kSealAttribute, file.seal.data(), file.seal.size(), 0));
   }
 }
 
@@ -95,6 +105,9 @@ CrashStates::Moment CrashStates::At(std::size_t cut) const {
         break;
       case Kind::kSetTime:
         file.latest.time = operation.time;
+        break;
+      case Kind::kSetSeal:
+        file.latest.seal = operation.bytes;
         break;
       case Kind::kSyncFile:
         file.certain = file.latest;

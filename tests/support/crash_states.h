@@ -11,6 +11,7 @@
 #include <map>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "tests/support/system_calls.h"
@@ -20,12 +21,15 @@ namespace ox::testing {
 struct DiskFile {
   std::string bytes;
   std::int64_t time = 0;
+  std::string seal;  // its extended attribute, empty for none
+
+  auto Parts() const { return std::tie(bytes, time, seal); }
 };
 inline bool operator<(const DiskFile& a, const DiskFile& b) {
-  return a.bytes != b.bytes ? a.bytes < b.bytes : a.time < b.time;
+  return a.Parts() < b.Parts();
 }
 inline bool operator==(const DiskFile& a, const DiskFile& b) {
-  return a.bytes == b.bytes && a.time == b.time;
+  return a.Parts() == b.Parts();
 }
 
 // By name.

@@ -6,7 +6,8 @@
 
 namespace ox::testing {
 
-std::string ContentOf(const std::string& url, int version) {
+std::string ContentOf(const std::string& url, int versionOfBoth) {
+  const int version = versionOfBoth % kRenewal;
   std::string content = url + "#" + std::to_string(version) + "#";
   // Some are shorter than a block of the disk, some longer.
   const std::size_t bytes = content.size() + 1 + static_cast<std::size_t>(version) * 397 % 2000;
@@ -69,6 +70,19 @@ bool Store(CacheSession& session, const std::string& url, int version, Ledger* l
   if (writer->Commit(metadata)) return false;
   ledger->Committed(url, version);
   return true;
+}
+
+void Renew(CacheSession& session, const std::string& url, Ledger* ledger) {
+  const int latest = ledger->Latest(url);
+  if (latest == kAbsent) return;
+  const int version = latest + kRenewal;
+  std::string metadata;
+  {
+    const FaultPause pause;
+    metadata = MetadataOf(url, version);
+  }
+  ledger->Begin(url, version);
+  if (!session.SetMetadata(url, metadata)) ledger->Committed(url, version);
 }
 
 void Produce(CacheSession& session, const std::string& url, int version, Ledger* ledger) {

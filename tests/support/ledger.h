@@ -15,6 +15,8 @@
 namespace ox::testing {
 
 constexpr int kAbsent = 0;  // the version of what is not there
+// Added to a version for each renewal of its metadata; the content stays.
+constexpr int kRenewal = 1 << 24;
 
 std::string ContentOf(const std::string& url, int version);
 std::string MetadataOf(const std::string& url, int version);
@@ -33,6 +35,12 @@ class Ledger {
   // Called whenever something else is allowed.
   std::function<void()> onChange;
 
+  // The latest version that may be there.
+  int Latest(const std::string& url) const {
+    const auto versions = allowed_.find(url);
+    return versions == allowed_.end() ? kAbsent : *versions->second.rbegin();
+  }
+
   // Fetches every URL of the ledger, and one that was never stored. Empty when all is as allowed,
   // otherwise what is not.
   std::string Check(CacheSession& session) const;
@@ -44,6 +52,8 @@ class Ledger {
 // Stores one version; true when every step succeeded. The ledger learns of each step.
 bool Store(CacheSession& session, const std::string& url, int version, Ledger* ledger);
 
+// Renews the metadata of a URL that was stored with one content alone.
+void Renew(CacheSession& session, const std::string& url, Ledger* ledger);
 // The same through FetchOrStore; the entry may not be there before.
 void Produce(CacheSession& session, const std::string& url, int version, Ledger* ledger);
 // Removes it as the one entry for which a predicate is true. Not where the URL is not known.

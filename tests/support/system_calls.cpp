@@ -4,9 +4,12 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
@@ -19,16 +22,24 @@ namespace ox::testing {
 
 FaultDriver callFaults;
 FaultDriver callInterrupts;
+Refusal refusal;
+bool areTransfersShort = false;
 int commonOpenFlags = ~0;
 
 namespace {
 
 Journal* journal = nullptr;
 
-bool Fails(int error) {
-  if (!callFaults.Next()) return false;
-  errno = error;
+bool Fails(const char* call, int error) {
+  const bool isRefused = refusal.calls.count(call) != 0;
+  if (!isRefused && !callFaults.Next()) return false;
+  errno = isRefused ? refusal.error : error;
   return true;
+}
+
+const char* KindOfOpening(int flags) {
+  if ((flags & O_CREAT) != 0) return "create";
+  return (flags & O_DIRECTORY) != 0 ? "list" : "open";
 }
 
 bool IsInterrupted() {
@@ -38,6 +49,7 @@ bool IsInterrupted() {
 }
 
 std::size_t UntilInterrupted(std::size_t count) {
+  if (areTransfersShort) return std::min<std::size_t>(count, 7);
   return count > 1 && callInterrupts.Next() ? count / 2 : count;
 }
 
@@ -58,6 +70,11 @@ std::string PathOf(int fd) {
 std::string FullPath(int directory, const char* path) {
   if (directory == AT_FDCWD || path[0] == '/') return path;
   return PathOf(directory) + "/" + path;
+}
+
+bool IsMissing(int directory, const char* path) {
+  const FaultPause pause;
+  return faccessat(directory, path, F_OK, 0) != 0;
 }
 
 // Passed only when a file may be made.
@@ -128,6 +145,13 @@ void Journal::Renamed(const std::string& from, const std::string& to) {
   names_.erase(name);
 }
 
+void Journal::Linked(const std::string& from, const std::string& to) {
+  const std::string name = NameOf(to);
+  if (name.empty()) return;
+  names_[name] = names_[NameOf(from)];
+  Add(FileOperation::Kind::kCreate, names_[name]).name = name;
+}
+
 void Journal::Deleted(const std::string& path) {
   const std::string name = NameOf(path);
   if (name.empty()) return;
@@ -143,6 +167,13 @@ void Journal::TimeSet(const std::string& path, std::int64_t time) {
 void Journal::TimeSet(int fd, std::int64_t time) {
   const auto open = open_.find(fd);
   if (open != open_.end()) Add(FileOperation::Kind::kSetTime, open->second.file).time = time;
+}
+
+void Journal::SealSet(int fd, const void* bytes, std::size_t count) {
+  const auto open = open_.find(fd);
+  if (open == open_.end()) return;
+  Add(FileOperation::Kind::kSetSeal, open->second.file)
+      .bytes.assign(static_cast<const char*>(bytes), count);
 }
 
 void Journal::Synchronised(int fd) {
@@ -165,7 +196,9 @@ using ox::testing::commonOpenFlags;
 using ox::testing::Fails;
 using ox::testing::FullPath;
 using ox::testing::IsInterrupted;
+using ox::testing::IsMissing;
 using ox::testing::journal;
+using ox::testing::KindOfOpening;
 using ox::testing::Next;
 using ox::testing::TakeMode;
 using ox::testing::UntilInterrupted;
@@ -174,13 +207,13 @@ extern "C" {
 
 int openat(int directory, const char* path, int flags, ...) {
   static auto* const real = Next<int(int, const char*, int, ...)>("openat", "openat64", "openat64");
-  if (Fails(EMFILE) || IsInterrupted()) return -1;
+  if (Fails(KindOfOpening(flags), EMFILE) || IsInterrupted()) return -1;
   commonOpenFlags &= flags;
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = TakeMode(flags, arguments);
   va_end(arguments);
-  const bool isNew = (flags & O_CREAT) != 0 && faccessat(directory, path, F_OK, 0) != 0;
+  const bool isNew = (flags & O_CREAT) != 0 && IsMissing(directory, path);
   const int fd = real(directory, path, flags, mode);
   if (fd >= 0 && journal != nullptr && (flags & O_ACCMODE) != O_RDONLY) {
     journal->Created(FullPath(directory, path), fd, isNew, (flags & O_TRUNC) != 0);
@@ -204,52 +237,62 @@ int close(int fd) {
 
 ssize_t read(int fd, void* buffer, size_t count) {
   static auto* const real = Next<ssize_t(int, void*, size_t)>("read", "read", "read");
-  if (Fails(EIO) || IsInterrupted()) return -1;
+  if (Fails("read", EIO) || IsInterrupted()) return -1;
   return real(fd, buffer, UntilInterrupted(count));
 }
 
 ssize_t pread(int fd, void* buffer, size_t count, off_t offset) {
   static auto* const real = Next<ssize_t(int, void*, size_t, off_t)>("pread", "pread64", "pread64");
-  return Fails(EIO) || IsInterrupted() ? -1 : real(fd, buffer, UntilInterrupted(count), offset);
+  return Fails("pread", EIO) || IsInterrupted() ? -1
+                                                : real(fd, buffer, UntilInterrupted(count), offset);
 }
 
 ssize_t write(int fd, const void* buffer, size_t count) {
   static auto* const real = Next<ssize_t(int, const void*, size_t)>("write", "write", "write");
   if (IsInterrupted()) return -1;
-  const bool fails = Fails(EIO);
+  const bool fails = Fails("write", EIO);
+  const int failure = errno;
   const ssize_t written = real(fd, buffer, fails ? count / 2 : UntilInterrupted(count));
   if (journal != nullptr && written > 0) {
     journal->Written(fd, buffer, static_cast<size_t>(written));
   }
   if (!fails) return written;
-  errno = EIO;
+  errno = failure;
   return -1;
 }
 
 int ftruncate(int fd, off_t length) noexcept {
   static auto* const real = Next<int(int, off_t)>("ftruncate", "ftruncate64", "ftruncate64");
-  if (Fails(EIO)) return -1;
+  if (Fails("ftruncate", EIO)) return -1;
   if (journal != nullptr) journal->Emptied(fd);
   return real(fd, length);
 }
 
 int fsync(int fd) {
-  if (Fails(EIO) || IsInterrupted()) return -1;
+  if (Fails("fsync", EIO) || IsInterrupted()) return -1;
   if (journal != nullptr) journal->Synchronised(fd);
   return 0;  // power is cut in simulation only: thousands of cases need not wait for the disk
 }
 
 int rename(const char* from, const char* to) noexcept {
   static auto* const real = Next<int(const char*, const char*)>("rename", "rename", "rename");
-  if (Fails(EIO)) return -1;
+  if (Fails("rename", EIO)) return -1;
   const int result = real(from, to);
   if (result == 0 && journal != nullptr) journal->Renamed(from, to);
   return result;
 }
 
+int link(const char* from, const char* to) noexcept {
+  static auto* const real = Next<int(const char*, const char*)>("link", "link", "link");
+  if (Fails("link", EIO)) return -1;
+  const int result = real(from, to);
+  if (result == 0 && journal != nullptr) journal->Linked(from, to);
+  return result;
+}
+
 int unlinkat(int directory, const char* path, int flags) noexcept {
   static auto* const real = Next<int(int, const char*, int)>("unlinkat", "unlinkat", "unlinkat");
-  if (Fails(EIO)) return -1;
+  if (Fails("unlinkat", EIO)) return -1;
   const int result = real(directory, path, flags);
   if (result == 0 && journal != nullptr) journal->Deleted(FullPath(directory, path));
   return result;
@@ -262,14 +305,14 @@ int unlink(const char* path) noexcept {
 int utimensat(int directory, const char* path, const timespec times[2], int flags) noexcept {
   static auto* const real =
       Next<int(int, const char*, const timespec*, int)>("utimensat", "utimensat", "__utimensat64");
-  if (Fails(EIO)) return -1;
+  if (Fails("utimensat", EIO)) return -1;
   if (journal != nullptr) journal->TimeSet(path, ToNanoseconds(times[1]));
   return real(directory, path, times, flags);
 }
 
 int futimens(int fd, const timespec times[2]) noexcept {
   static auto* const real = Next<int(int, const timespec*)>("futimens", "futimens", "__futimens64");
-  if (Fails(EIO)) return -1;
+  if (Fails("futimens", EIO)) return -1;
   if (journal != nullptr) journal->TimeSet(fd, ToNanoseconds(times[1]));
   return real(fd, times);
 }
@@ -277,7 +320,7 @@ int futimens(int fd, const timespec times[2]) noexcept {
 int fstatat(int directory, const char* path, struct stat* status, int flags) noexcept {
   static auto* const real =
       Next<int(int, const char*, struct stat*, int)>("fstatat", "fstatat64", "__fstatat64_time64");
-  return Fails(EIO) ? -1 : real(directory, path, status, flags);
+  return Fails("fstatat", EIO) ? -1 : real(directory, path, status, flags);
 }
 
 int stat(const char* path, struct stat* status) noexcept {
@@ -294,22 +337,60 @@ int fstat(int fd, struct stat* status) noexcept {
 
 int mkdir(const char* path, mode_t mode) noexcept {
   static auto* const real = Next<int(const char*, mode_t)>("mkdir", "mkdir", "mkdir");
-  return Fails(ENOSPC) ? -1 : real(path, mode);
+  return Fails("mkdir", ENOSPC) ? -1 : real(path, mode);
 }
 
 DIR* fdopendir(int fd) {
   static auto* const real = Next<DIR*(int)>("fdopendir", "fdopendir", "fdopendir");
-  return Fails(ENOMEM) ? nullptr : real(fd);
+  return Fails("fdopendir", ENOMEM) ? nullptr : real(fd);
 }
 
 dirent* readdir(DIR* directory) {
   static auto* const real = Next<dirent*(DIR*)>("readdir", "readdir64", "readdir64");
-  return Fails(EIO) ? nullptr : real(directory);
+  return Fails("readdir", EIO) ? nullptr : real(directory);
 }
 
 int flock(int fd, int operation) noexcept {
   static auto* const real = Next<int(int, int)>("flock", "flock", "flock");
-  return Fails(ENOLCK) ? -1 : real(fd, operation);
+  return Fails("flock", ENOLCK) ? -1 : real(fd, operation);
+}
+
+int fsetxattr(int fd, const char* name, const void* value, size_t bytes, int flags) noexcept {
+  static auto* const real =
+      Next<int(int, const char*, const void*, size_t, int)>("fsetxattr", "fsetxattr", "fsetxattr");
+  if (Fails("fsetxattr", EIO)) return -1;
+  const int result = real(fd, name, value, bytes, flags);
+  if (result == 0 && journal != nullptr) journal->SealSet(fd, value, bytes);
+  return result;
+}
+
+ssize_t fgetxattr(int fd, const char* name, void* value, size_t bytes) noexcept {
+  static auto* const real =
+      Next<ssize_t(int, const char*, void*, size_t)>("fgetxattr", "fgetxattr", "fgetxattr");
+  return Fails("fgetxattr", EIO) ? -1 : real(fd, name, value, bytes);
+}
+
+ssize_t lgetxattr(const char* path, const char* name, void* value, size_t bytes) noexcept {
+  static auto* const real =
+      Next<ssize_t(const char*, const char*, void*, size_t)>("lgetxattr", "lgetxattr", "lgetxattr");
+  return Fails("lgetxattr", EIO) ? -1 : real(path, name, value, bytes);
+}
+
+off_t lseek(int fd, off_t offset, int origin) noexcept {
+  static auto* const real = Next<off_t(int, off_t, int)>("lseek", "lseek64", "lseek64");
+  return Fails("lseek", EIO) ? -1 : real(fd, offset, origin);
+}
+
+int faccessat(int directory, const char* path, int mode, int flags) noexcept {
+  static auto* const real =
+      Next<int(int, const char*, int, int)>("faccessat", "faccessat", "faccessat");
+  return Fails("faccessat", EIO) ? -1 : real(directory, path, mode, flags);
+}
+
+ssize_t getrandom(void* buffer, size_t bytes, unsigned flags) {
+  static auto* const real =
+      Next<ssize_t(void*, size_t, unsigned)>("getrandom", "getrandom", "getrandom");
+  return Fails("getrandom", EAGAIN) ? -1 : real(buffer, bytes, flags);
 }
 
 }  // extern "C"

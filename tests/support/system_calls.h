@@ -21,6 +21,16 @@ extern FaultDriver callFaults;
 // Interrupts the calls that signals interrupt, before their work or, where they read or write, in
 // the middle of it. Whoever calls them must try again or go on.
 extern FaultDriver callInterrupts;
+// What is refused whenever it is asked for, as by a file system, a sandbox or a card that cannot do
+// it: functions by their names, but for openings, which are "create", "list" for directories, or
+// "open".
+struct Refusal {
+  std::set<std::string> calls;
+  int error = 0;
+};
+extern Refusal refusal;
+// Reads and writes do at most seven bytes.
+extern bool areTransfersShort;
 // The flags that every opening since it was set had in common.
 extern int commonOpenFlags;
 // Fails the allocations of C++ and of the kernel.
@@ -34,6 +44,7 @@ struct FileOperation {
     kRename,    // name, newName
     kDelete,    // name
     kSetTime,   // file, time
+    kSetSeal,   // file, bytes
     kSyncFile,  // file
     kSyncDirectory,
   };
@@ -65,9 +76,11 @@ class Journal {
   void Written(int fd, const void* bytes, std::size_t count);
   void Emptied(int fd);
   void Renamed(const std::string& from, const std::string& to);
+  void Linked(const std::string& from, const std::string& to);
   void Deleted(const std::string& path);
   void TimeSet(const std::string& path, std::int64_t time);
   void TimeSet(int fd, std::int64_t time);
+  void SealSet(int fd, const void* bytes, std::size_t count);
   void Synchronised(int fd);
   void Closed(int fd) { open_.erase(fd); }
 

@@ -190,6 +190,30 @@ class Batches(ToolCase):
         self.assertEqual(out, b'say "hi" \\nm1')
 
 
+class Images(ToolCase):
+    def order(self, directory):
+        return [entry["metadata"] for entry in reversed(self.report("ls", directory=directory))]
+
+    def test_a_frozen_order_outlives_equal_times_and_counts_once(self):
+        order = list("cadb")
+        for url in order:
+            self.run_tool("put", url, "--meta", url, stdin=b"1")
+        for entry in self.report("ls"):
+            used = 1_000_000_000 + order.index(entry["metadata"])
+            os.utime(self.path("cache", entry["name"] + ".ox_meta"), (used, used))
+        self.run_tool("freeze", says="4 entries")
+        for time in (0, 2_000_000_000):
+            copy = self.path(f"copy-{time}")
+            shutil.copytree(self.cache, copy)
+            for file in os.scandir(copy):
+                os.utime(file, (time, time))
+            self.assertEqual(self.order(copy), order)
+            self.run_tool("get", "a", directory=copy)
+            self.assertEqual(self.order(copy), list("cdba"))
+            self.assertNotIn("ox-session.order", os.listdir(copy))
+            self.run_tool("verify", directory=copy)
+
+
 class Configurations(ToolCase):
     def test_init_writes_what_the_module_reads_back(self):
         far = "elsewhere/MAX_CACHE_SIZE=5"

@@ -253,6 +253,8 @@ Parsed ParseProgram(int argc, char** argv, Invocation* invocation) {
   AddInit(app, &invocation->init);
   AddCommands(app, invocation);
   AddReport(app, "check", "Show what a start would delete, and why", &invocation->json);
+  app.add_subcommand("freeze",
+                     "Keep the order of use in a file, for an image that changes files' times");
   app.add_subcommand("batch", "Run commands from standard input, one a line, in one session");
   return ParseWith(app, invocation, [&] { app.parse(argc, argv); });
 }
@@ -272,6 +274,7 @@ ExitStatus Run(Context& context, const Invocation& invocation) {
   if (command == "rm") return Remove(context, invocation.removeUrl);
   if (command == "trim") return Trim(context, invocation.trim);
   if (command == "clear") return Clear(context);
+  if (command == "freeze") return Freeze(context);
   if (command == "fetch") return Fetch(context, invocation.fetch, invocation.json);
   if (command == "batch") return Batch(context);
   if (command == "ls") return List(context, invocation.json);

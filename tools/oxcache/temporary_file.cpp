@@ -30,7 +30,7 @@ std::uint64_t RandomNumber() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
   auto number = static_cast<std::uint64_t>(now.tv_nsec);
-  static_cast<void>(getrandom(&number, sizeof number, GRND_NONBLOCK));
+  [[maybe_unused]] const ssize_t bytes = getrandom(&number, sizeof number, GRND_NONBLOCK);
   return number;
 }
 
