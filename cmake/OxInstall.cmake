@@ -43,6 +43,14 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/oxfilecache
 install(TARGETS ox_runtime ox_host ox_session ox_hostcheck EXPORT OxFileCacheTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
         INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+if(TARGET ox_http)
+  # By itself, since a program without libcurl can use all the rest.
+  install(TARGETS ox_http EXPORT OxFileCacheHttpTargets
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
+          INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(EXPORT OxFileCacheHttpTargets NAMESPACE OxFileCache:: DESTINATION ${OX_CONFIG_DIRECTORY}
+          COMPONENT development)
+endif()
 install(EXPORT OxFileCacheTargets NAMESPACE OxFileCache:: DESTINATION ${OX_CONFIG_DIRECTORY}
         COMPONENT development)
 
@@ -63,10 +71,17 @@ file(RELATIVE_PATH OX_PREFIX_FROM_PKGCONFIG /prefix/${OX_PKGCONFIG_DIRECTORY} /p
 string(REGEX REPLACE "/$" "" OX_PREFIX_FROM_PKGCONFIG ${OX_PREFIX_FROM_PKGCONFIG})
 configure_file(${PROJECT_SOURCE_DIR}/cmake/oxfilecache.pc.in
                ${PROJECT_BINARY_DIR}/oxfilecache.pc @ONLY)
+if(TARGET ox_http)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/oxfilecache-http.pc.in
+                 ${PROJECT_BINARY_DIR}/oxfilecache-http.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/oxfilecache-http.pc DESTINATION ${OX_PKGCONFIG_DIRECTORY}
+          COMPONENT development)
+endif()
 install(FILES ${PROJECT_BINARY_DIR}/oxfilecache.pc DESTINATION ${OX_PKGCONFIG_DIRECTORY}
         COMPONENT development)
 
-install(FILES ${PROJECT_SOURCE_DIR}/examples/smallest_host.cpp
+install(FILES ${PROJECT_SOURCE_DIR}/examples/http_get.cpp
+              ${PROJECT_SOURCE_DIR}/examples/smallest_host.cpp
               ${PROJECT_SOURCE_DIR}/examples/session_threads.cpp
               ${PROJECT_SOURCE_DIR}/examples/posix_host_library.cpp
         DESTINATION ${OX_DOC_DIRECTORY}/oxfilecache-dev/examples COMPONENT development)

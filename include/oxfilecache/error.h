@@ -19,6 +19,7 @@ enum class ErrorKind {
   kOutOfMemory,      // the other fields may be empty
   kDamaged,          // the entry is not what was committed; a session has deleted it
   kProducer,         // the producer of FetchOrStore threw an exception
+  kCancelled,        // the caller's own callback ended it
 };
 
 // One error, or success. True in a condition when it is an error:

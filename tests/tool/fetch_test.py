@@ -1,8 +1,10 @@
 """Drives "oxcache fetch" against a server in this process, which answers by the first folder of a URL."""
 
 import http.server
+import json
 import os
 import pty
+import re
 import signal
 import socket
 import subprocess
@@ -20,10 +22,10 @@ MODIFIED = "Mon, 05 Jan 2026 10:00:00 GMT"
 FOLDERS = {
     "fresh": {"Cache-Control": "public, max-age=3600"},
     "expires": {"Expires": formatdate(4e9, usegmt=True)},
-    "plain": {}, "date-only": {},
+    "plain": {"Cache-Control": "max-age=0"}, "date-only": {"Cache-Control": "max-age=0"}, "aged": {},
     "no-cache": {"Cache-Control": "no-cache, max-age=3600"},
     "no-store": {"Cache-Control": "private, No-Store"},
-    "moved": {"Location": "/fresh/file"}, "away": {"Location": "file:///etc/passwd"},
+    "moved": {"Location": "/fresh/moved"}, "away": {"Location": "file:///etc/passwd"},
     "broken": {}, "hanging": {"Content-Length": "1000"}, "huge": {"Content-Length": str(2**63 - 1)},
     "short": {"Cache-Control": "max-age=3600", "Content-Length": "100000"},
     "chunked": {"Cache-Control": "max-age=3600", "Transfer-Encoding": "chunked"},
@@ -85,12 +87,13 @@ class Fetches(ToolCase):
                  ("plain", [("MISS", 200), ("REVALIDATED", 304)]),
                  ("no-cache", [("MISS", 200), ("REVALIDATED", 304)]),
                  ("date-only", [("MISS", 200), ("REVALIDATED", 304)]),
-                 ("moved", [("MISS", 200), ("REPLACED", 200)]),
+                 ("aged", [("MISS", 200), ("HIT", None)]),
+                 ("moved", [("MISS", 200), ("HIT", 302)]),
                  ("no-store", [("UNCACHED", 200), ("UNCACHED", 200)])]
         for where, answers in cases:
             content = where.encode() * 20000
             url = self.serve(where + "/file", content)
-            self.serve("fresh/file", content)
+            self.serve("fresh/moved", content)
             for says, status in answers:
                 with self.subTest((where, says)):
                     self.server.statuses.append(None)
@@ -102,8 +105,8 @@ class Fetches(ToolCase):
         url = self.serve("plain/file", b"old")
         self.run_tool("fetch", url)
         self.assertRegex(self.run_tool("get", url, "--meta").decode(),
-                         r'URL: http.*\nFresh-Until: 0\nETag: ".*"\nLast-Modified: .* GMT\n'
-                         "Content-Type: text/html\n$")
+                         r'URL: http.*\nHTTP: 1 200 \d+ \d+ 3 0\n(.*\n)*ETag: ".*"\n'
+                         r"Last-Modified: .* GMT\nContent-Type: text/html\n")
         self.serve("plain/file", b"new content")
         self.assertEqual(self.run_tool("fetch", url, says="REPLACED"), b"new content")
         self.server.files.clear()
@@ -114,12 +117,16 @@ class Fetches(ToolCase):
         self.run_tool("put", url, stdin=b"of another time")
         self.assertEqual(self.run_tool("fetch", url, says="UNCACHED"), b"secret")
         self.run_tool("get", url, status=NOT_DONE)
+        # Stored long ago, then "later than now" by a clock that is wrong: neither is fresh.
         url = self.serve("fresh/file", b"content")
         self.run_tool("fetch", url, says="MISS")
-        outdated = self.run_tool("get", url, "--meta").replace(b"Fresh-Until: ", b"Fresh-Until: -")
-        self.run_tool("put", url, "--meta", outdated, stdin=b"content")
-        for says in ("REVALIDATED", "HIT"):
-            self.assertEqual(self.run_tool("fetch", url, says=says), b"content")
+        metadata = self.run_tool("get", url, "--meta")
+        for times in (b" 200 1000 1000 ", b" 200 9000000000 9000000000 "):
+            wrong = re.sub(rb" 200 \d+ \d+ ", times, metadata)
+            self.run_tool("put", url, "--meta", wrong, stdin=b"content")
+            self.assertEqual(self.run_tool("fetch", url, "--offline", says="STALE"), b"content")
+            for says in ("REVALIDATED", "HIT"):
+                self.assertEqual(self.run_tool("fetch", url, says=says), b"content")
 
     def test_failures(self):
         with socket.socket() as unused:
@@ -129,22 +136,22 @@ class Fetches(ToolCase):
                      (NOT_DONE, "503", [self.url("broken/x")]),
                      (INPUT_OUTPUT, "connect", [closed]),
                      (USAGE, "FAILED ftp", ["ftp://127.0.0.1/x"]),
-                     (INPUT_OUTPUT, "FAILED.*file", [self.url("away")]),
+                     (INPUT_OUTPUT, "FAILED.*no http", [self.url("away")]),
                      (USAGE, "directory", ["-o", "-", closed, closed])]
             for status, says, words in cases:
                 with self.subTest(words):
                     self.run_tool("fetch", *words, status=status, says=says)
         self.assertEqual(self.report("ls"), [])
 
-    def test_what_is_too_large_or_empty_is_delivered_but_not_stored(self):
+    def test_what_is_too_large_is_delivered_but_not_stored(self):
         self.run_tool("init", "--max-entry-size", "64K")
         large = self.serve("plain/large", b"x" * 100000)
-        empty = self.serve("plain/empty", b"")
         self.assertEqual(self.run_tool("fetch", large, says="UNCACHED.*65536"), b"x" * 100000)
-        self.run_tool("fetch", empty, "-o", "out", says="UNCACHED")
-        self.assertEqual(self.read("out"), b"")
-        self.run_tool("fetch", large, large, status=NOT_DONE, says="FAILED.*65536")
+        self.run_tool("fetch", large, large, status=NOT_DONE, says="UNCACHED.*65536")
         self.assertEqual(self.report("ls"), [])
+        for says in ("MISS", "HIT"):
+            self.run_tool("fetch", self.serve("fresh/empty", b""), "-o", "out", says=says)
+            self.assertEqual(self.read("out"), b"")
 
     def test_several_at_a_time(self):
         contents = {f"fresh/{i % 5}/file{i}": os.urandom(50000 + i) for i in range(24)}
@@ -153,12 +160,23 @@ class Fetches(ToolCase):
         absent = self.url("fresh/absent")
         for outcome, more in (("MISS", ["-j", "8"]), ("HIT", ["-o", "files"])):
             out = self.run_tool("fetch", *more, *urls, absent, status=NOT_DONE).decode()
-            self.assertEqual(sorted(out.splitlines()),
+            lines = [line.split(" -> ") for line in out.splitlines()]
+            self.assertEqual(sorted(line[0] for line in lines),
                              sorted([f"{outcome} {url}" for url in urls] + ["FAILED " + absent]))
+            self.assertEqual(sum(len(line) == 2 for line in lines), len(urls) if "-o" in more else 0)
         for path, content in contents.items():
             self.assertEqual(self.read("files/" + os.path.basename(path)), content)
         self.assertEqual(self.read("files/file0-2"), b"same name")
         self.assertEqual(len(os.listdir(self.path("files"))), len(urls))
+
+    def test_urls_come_back_as_they_were_given(self):
+        url = self.serve("fresh/file", b"content")
+        told = json.loads(self.run_tool("fetch", "--json", "-o", "out", url))
+        self.assertEqual((told["url"], told["outcome"], told["status"], told["file"]),
+                         (url, "MISS", 200, "out"))
+        odd = url + "\x1b[31m"
+        told = json.loads(self.run_tool("fetch", "--json", odd, status=USAGE, says=r"\$'http.*\\x1b"))
+        self.assertEqual((told["url"], told["outcome"]), (odd, "FAILED"))
 
     def test_what_breaks_off_leaves_the_old_entry_and_no_file(self):
         for folder in ("short", "chunked"):

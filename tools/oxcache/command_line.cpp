@@ -123,7 +123,30 @@ void AddGet(CLI::App& app, GetOptions* options) {
   get->add_flag("--meta", options->metadata, "The metadata instead of the content");
 }
 
-void AddFetch(CLI::App& app, FetchOptions* options) {
+void AddFetchNetwork(CLI::App& fetch, FetchOptions* options) {
+  fetch
+      .add_option("-H,--header", options->headers, "Header to send, as \"Name: value\"; repeatable")
+      ->type_name("LINE")
+      ->allow_extra_args(false);
+  fetch
+      .add_option("--cacert", options->caFile, "Authorities to trust instead of the system's (PEM)")
+      ->check(NotEmpty())
+      ->type_name("FILE");
+  fetch.add_option("--cert", options->certificateFile, "Client certificate (PEM)")
+      ->check(NotEmpty())
+      ->type_name("FILE");
+  fetch.add_option("--key", options->keyFile, "Its private key, when it is in another file")
+      ->check(NotEmpty())
+      ->type_name("FILE");
+  fetch.add_option("--proxy", options->proxy, "Proxy to use, as in http://proxy:3128")
+      ->check(NotEmpty())
+      ->type_name("URL");
+  fetch.add_option("--timeout", options->seconds, "Longest time for each URL (default: none)")
+      ->check(CLI::Range(0.001, 1e6))
+      ->type_name("SECONDS");
+}
+
+void AddFetch(CLI::App& app, FetchOptions* options, bool* json) {
   CLI::App* fetch =
       app.add_subcommand("fetch", "Get URLs through the cache, from the web if needed");
   fetch->add_option("url", options->urls, "http or https")->required()->type_name("");
@@ -136,6 +159,14 @@ void AddFetch(CLI::App& app, FetchOptions* options) {
       ->check(CLI::Range(1, 64))
       ->capture_default_str();
   fetch->add_flag("-q,--quiet", options->quiet, "Neither status lines nor progress");
+  CLI::Option* offline =
+      fetch->add_flag("--offline", options->offline, "Only from the cache, stale or not");
+  fetch->add_flag("--refresh", options->refresh, "Ask the server even for what is fresh")
+      ->excludes(offline);
+  fetch->add_flag("--stale-if-error", options->staleIfError,
+                  "From the cache, however old, when the server fails");
+  fetch->add_flag("--json", *json, "Status lines as JSON on standard output");
+  AddFetchNetwork(*fetch, options);
 }
 
 CLI::App* AddReport(CLI::App& app, const char* name, const char* help, bool* json) {
@@ -184,7 +215,7 @@ CLI::Option* AddCommands(CLI::App& app, Invocation* invocation) {
   AddReport(app, "verify", "Read every entry and show what is wrong", &invocation->json);
   AddTrim(app, &invocation->trim);
   app.add_subcommand("clear", "Delete all entries");
-  AddFetch(app, &invocation->fetch);
+  AddFetch(app, &invocation->fetch, &invocation->json);
   return putFile;
 }
 
@@ -244,7 +275,7 @@ ExitStatus Run(Context& context, const Invocation& invocation) {
   if (command == "trim") return Trim(context, invocation.trim);
   if (command == "clear") return Clear(context);
   if (command == "freeze") return Freeze(context);
-  if (command == "fetch") return Fetch(context, invocation.fetch);
+  if (command == "fetch") return Fetch(context, invocation.fetch, invocation.json);
   if (command == "batch") return Batch(context);
   if (command == "ls") return List(context, invocation.json);
   if (command == "limits") return ShowLimits(context, invocation.json);

@@ -111,6 +111,7 @@ ExitStatus StatusOf(ErrorKind kind) {
     case ErrorKind::kInputOutput:
     case ErrorKind::kOutOfMemory:
     case ErrorKind::kProducer:
+    case ErrorKind::kCancelled:
       break;
   }
   return ExitStatus::kInputOutput;

@@ -1,73 +1,83 @@
 #include "tools/oxcache/fetch.h"
 
-#include <curl/curl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cctype>
-#include <set>
+#include <chrono>
+#include <cstdlib>
+#include <nlohmann/json.hpp>
 #include <system_error>
 #include <thread>
-#include <utility>
 
 #include "host/directory.h"
 #include "tools/oxcache/fetch_job.h"
 #include "tools/oxcache/fetch_progress.h"
+#include "tools/oxcache/fetch_target.h"
+#include "tools/oxcache/reports.h"
 #include "tools/oxcache/text.h"
 
 namespace ox::tools {
 namespace {
 
-using session::CacheSession;
-
-struct Target {
-  std::string url;
-  std::string output;  // empty: the cache only
-};
-
-// The last part of the URL's path as a file name.
-std::string FileName(const std::string& url) {
-  std::string path = url.substr(0, url.find_first_of("?#"));
-  const std::size_t host = path.find("://");
-  const std::size_t start = path.find('/', host == std::string::npos ? 0 : host + 3);
-  path = start == std::string::npos ? "" : path.substr(path.rfind('/') + 1);
-  std::replace_if(
-      path.begin(), path.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '_');
-  return path.empty() || path == "." || path == ".." ? "index" : path;
+// "Name: value", as curl takes it too.
+Error ParseHeader(const std::string& line, http::Header* header) {
+  const std::size_t colon = line.find(':');
+  if (colon == std::string::npos) {
+    return MakeError(ErrorKind::kInvalidArgument, "a header is needed as \"Name: value\"");
+  }
+  const std::size_t start = line.find_first_not_of(" \t", colon + 1);
+  header->name = line.substr(0, colon);
+  header->value = start == std::string::npos ? "" : line.substr(start);
+  return {};
 }
 
-// Each URL gets a file of its own: a name that is taken gets a number.
-std::string UniqueName(const std::string& name, std::set<std::string>* taken) {
-  std::string unique = name;
-  for (unsigned number = 2; !taken->insert(unique).second; ++number) {
-    unique = name + "-" + std::to_string(number);
+Error RequestOptionsOf(const FetchOptions& options, http::RequestOptions* request) {
+  for (const std::string& line : options.headers) {
+    http::Header header;
+    if (Error error = ParseHeader(line, &header)) return error;
+    request->headers.push_back(std::move(header));
   }
-  return unique;
+  request->offline = options.offline;
+  request->refresh = options.refresh;
+  request->staleIfError = options.staleIfError;
+  request->totalTimeout = std::chrono::milliseconds(static_cast<long>(options.seconds * 1000));
+  return {};
 }
 
-std::vector<Target> TargetsOf(const FetchOptions& options) {
-  std::vector<Target> targets;
-  if (options.urls.size() == 1) {
-    targets.push_back({options.urls[0], options.output.empty() ? "-" : options.output});
-    return targets;
-  }
-  std::set<std::string> taken;
-  for (const std::string& url : options.urls) {
-    const std::string name = UniqueName(FileName(url), &taken);
-    targets.push_back({url, options.output.empty() ? "" : options.output + "/" + name});
-  }
-  return targets;
+http::ClientOptions ClientOptionsOf(const FetchOptions& options) {
+  http::ClientOptions client;
+  client.userAgent = "oxcache";
+  client.caFile = options.caFile;
+  client.certificateFile = options.certificateFile;
+  client.keyFile = options.keyFile;
+  client.proxy = options.proxy;
+  client.connectionsPerServer = std::max(options.jobs, 1U);
+  // The program ends as soon as it has its answers.
+  client.refreshInBackground = false;
+  return client;
+}
+
+std::string JsonOf(const FetchTarget& target, const FetchResult& result) {
+  nlohmann::json json = {{"url", target.url}, {"outcome", result.outcome}, {"bytes", result.bytes}};
+  if (result.status != 0) json["status"] = result.status;
+  const bool hasFile = !target.output.empty() && target.output != "-" && !result.isFailure;
+  if (hasFile) json["file"] = target.output;
+  if (result.reason) json["reason"] = result.reason.Message();
+  return JsonLine(json);
 }
 
 // Several downloads at a time, each on a thread.
 class Fetcher {
  public:
-  Fetcher(Context& context, CacheSession& session, const FetchOptions& options)
+  Fetcher(Context& context, http::Client& client, const http::RequestOptions& request,
+          const FetchOptions& options, bool json)
       : context_(context),
-        session_(session),
+        client_(client),
+        request_(request),
         options_(options),
-        targets_(TargetsOf(options)),
+        json_(json),
+        targets_(TargetsOf(options, json)),
         progress_(targets_.size(), HasRoomForProgress()) {}
 
   ExitStatus Run() {
@@ -90,72 +100,82 @@ class Fetcher {
     for (;;) {
       const std::size_t index = next_.fetch_add(1);
       if (index >= targets_.size() || isStopped_) return;
-      const Target& target = targets_[index];
-      FetchJob job(session_, target.url, target.output,
-                   [this, index](std::uint64_t received, std::uint64_t total) {
-                     progress_.Update(index, received, total);
-                   });
-      const FetchResult result = job.Run();
-      progress_.Finish(index);
-      progress_.Interrupt([&] { Report(target.url, result); });
+      http::RequestOptions request = request_;
+      request.onProgress = [this, index](const http::Progress& now) {
+        progress_.Update(index, now.received, now.total);
+        return true;
+      };
+      const FetchResult result = FetchOne(client_, targets_[index], request);
+      progress_.Finish(index, result.bytes);
+      progress_.Interrupt([&] { Report(targets_[index], result); });
     }
   }
 
-  // Standard error is a terminal on which no content appears.
+  // Standard error is a terminal that can erase a line, and on which no content appears.
   bool HasRoomForProgress() const {
+    const char* terminal = std::getenv("TERM");
+    const bool isDumb = terminal == nullptr || std::string_view(terminal) == "dumb";
     const bool isContentShown = targets_[0].output == "-" && isatty(STDOUT_FILENO) != 0;
-    return !options_.quiet && !isContentShown && isatty(STDERR_FILENO) != 0;
+    return !options_.quiet && !isDumb && !isContentShown && isatty(STDERR_FILENO) != 0;
   }
 
   // Called by one thread at a time.
-  void Report(const std::string& url, const FetchResult& result) {
+  void Report(const FetchTarget& target, const FetchResult& result) {
     if (context_.NoteLostReader(result.reason)) isStopped_ = true;
     if (isStopped_) return;
-    const bool isFailed = std::string_view(result.outcome) == "FAILED";
-    const std::string why = result.reason ? ": " + result.reason.Message() : "";
-    const std::string line = std::string(result.outcome) + " " + FirstLine(url);
-    ExitStatus status = isFailed ? StatusOf(result.reason.kind) : ExitStatus::kDone;
-    if (targets_.size() > 1 && !options_.quiet) {
-      status = Worse(status, context_.Print(line + "\n"));
-      isStopped_ = context_.HasLostReader();
+    const bool isSingle = targets_.size() == 1;
+    ExitStatus status = result.isFailure ? StatusOf(result.reason.kind) : ExitStatus::kDone;
+    const std::string line = std::string(result.outcome) + " " + Quoted(target.url);
+    if (json_) {
+      status = Worse(status, context_.Print(JsonOf(target, result) + "\n"));
+    } else if (!isSingle && !options_.quiet) {
+      const bool hasFile = !target.output.empty() && !result.isFailure;
+      const std::string where = hasFile ? " -> " + Quoted(target.output) : "";
+      status = Worse(status, context_.Print(line + where + "\n"));
     }
-    if (isFailed || (!options_.quiet && (targets_.size() == 1 || result.reason))) {
-      context_.Tell(line + why);
+    if (context_.HasLostReader()) isStopped_ = true;
+    const bool isWorthTelling = !options_.quiet && !json_ && (isSingle || result.reason);
+    if (result.isFailure || isWorthTelling) {
+      context_.Tell(line + (result.reason ? ": " + result.reason.Message() : ""));
     }
     worst_ = Worse(worst_, status);
   }
 
   Context& context_;
-  CacheSession& session_;
+  http::Client& client_;
+  const http::RequestOptions& request_;
   const FetchOptions& options_;
-  const std::vector<Target> targets_;
+  const bool json_;
+  const std::vector<FetchTarget> targets_;
   FetchProgress progress_;
   std::atomic<std::size_t> next_{0};
   std::atomic<bool> isStopped_{false};  // nobody reads the output any more
   ExitStatus worst_ = ExitStatus::kDone;
 };
 
-Error PrepareOutput(const FetchOptions& options) {
-  if (options.urls.size() == 1 || options.output.empty()) return {};
-  if (options.output == "-") {
+Error PrepareOutput(const FetchOptions& options, bool json) {
+  if (options.output == "-" && (json || options.urls.size() > 1)) {
     return MakeError(ErrorKind::kInvalidArgument,
-                     "several URLs need a directory for --output, not standard output");
+                     json ? "standard output is for the report, so --output needs a file"
+                          : "several URLs need a directory for --output, not standard output");
   }
+  if (options.urls.size() == 1 || options.output.empty()) return {};
   if (internal::MakeDirectories(options.output)) return {};
   return SystemError("cannot make the directory", options.output);
 }
 
 }  // namespace
 
-ExitStatus Fetch(Context& context, const FetchOptions& options) {
-  if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
-    return context.Fail(MakeError(ErrorKind::kInputOutput, "libcurl cannot be started"));
-  }
-  if (Error error = PrepareOutput(options)) return context.Fail(error);
-  Error error;
-  CacheSession* session = context.Session(Context::Purpose::kStore, &error);
+ExitStatus Fetch(Context& context, const FetchOptions& options, bool json) {
+  http::RequestOptions request;
+  Error error = RequestOptionsOf(options, &request);
+  if (!error) error = PrepareOutput(options, json);
+  if (error) return context.Fail(error);
+  session::CacheSession* session = context.Session(Context::Purpose::kStore, &error);
   if (session == nullptr) return context.Fail(error);
-  return Fetcher(context, *session, options).Run();
+  const auto client = http::Client::Open(*session, ClientOptionsOf(options), &error);
+  if (client == nullptr) return context.Fail(error);
+  return Fetcher(context, *client, request, options, json).Run();
 }
 
 }  // namespace ox::tools

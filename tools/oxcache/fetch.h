@@ -14,9 +14,18 @@ struct FetchOptions {
   std::string output;  // empty: standard output for one URL, nothing for several
   unsigned jobs = 4;
   bool quiet = false;
+  std::vector<std::string> headers;  // "Name: value"
+  std::string caFile;
+  std::string certificateFile;  // with its key
+  std::string keyFile;          // empty: in certificateFile
+  std::string proxy;
+  double seconds = 0;  // for each URL; 0: no limit
+  bool offline = false;
+  bool refresh = false;
+  bool staleIfError = false;
 };
 
-ExitStatus Fetch(Context& context, const FetchOptions& options);
+ExitStatus Fetch(Context& context, const FetchOptions& options, bool json);
 
 }  // namespace ox::tools
 

@@ -1,5 +1,8 @@
 #include "tools/oxcache/fetch_progress.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <limits>
@@ -19,8 +22,14 @@ std::uint64_t SaturatedSum(std::uint64_t a, std::uint64_t b) {
              : a + b;
 }
 
+std::size_t TerminalWidth() {
+  constexpr std::size_t kUsualWidth = 80;
+  winsize size{};
+  const bool isKnown = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1;
+  return isKnown ? size.ws_col : kUsualWidth;
+}
+
 std::size_t FilledWidth(std::uint64_t received, std::uint64_t total) {
-  if (total == 0) return 0;
   const double share = static_cast<double>(received) / static_cast<double>(total);
   return std::min(kBarWidth, static_cast<std::size_t>(share * kBarWidth));
 }
@@ -40,9 +49,9 @@ void FetchProgress::Update(std::size_t file, std::uint64_t received, std::uint64
   if (isShown_ && Clock::now() - drawn_ >= kDrawInterval) Draw();
 }
 
-void FetchProgress::Finish(std::size_t file) {
+void FetchProgress::Finish(std::size_t file, std::uint64_t bytes) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  files_[file].isFinished = true;
+  files_[file] = {bytes, bytes, true};
 }
 
 void FetchProgress::Erase() {
@@ -60,19 +69,29 @@ void FetchProgress::Draw() {
 std::string FetchProgress::Line() const {
   std::uint64_t received = 0;
   std::uint64_t total = 0;
+  std::size_t finished = 0;
+  bool isTotalKnown = true;
   for (const File& file : files_) {
+    const bool isUnknown = !file.isFinished && file.received > 0 && file.total == 0;
+    isTotalKnown = isTotalKnown && !isUnknown;
     received = SaturatedSum(received, file.received);
     total = SaturatedSum(total, std::max(file.received, file.total));
+    finished += file.isFinished ? 1 : 0;
   }
-  const auto finished =
-      std::count_if(files_.begin(), files_.end(), [](const File& file) { return file.isFinished; });
   const double seconds =
       std::max(0.001, std::chrono::duration<double>(Clock::now() - start_).count());
   const auto speed = static_cast<std::uint64_t>(static_cast<double>(received) / seconds);
-  const std::size_t filled = FilledWidth(received, total);
-  return "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] " +
-         std::to_string(finished) + "/" + std::to_string(files_.size()) + " files, " +
-         SizeText(received) + " of " + SizeText(total) + ", " + SizeText(speed) + "/s";
+  std::string text = std::to_string(finished) + "/" + std::to_string(files_.size()) + " files, " +
+                     SizeText(received) + (isTotalKnown ? " of " + SizeText(total) : "") + ", " +
+                     SizeText(speed) + "/s";
+  // The last column stays free: a terminal may begin a new line there.
+  const std::size_t width = TerminalWidth() - 1;
+  const std::size_t bar = kBarWidth + sizeof "[] " - 1;
+  if (isTotalKnown && total > 0 && text.size() + bar <= width) {
+    const std::size_t filled = FilledWidth(received, total);
+    text = "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] " + text;
+  }
+  return text.substr(0, width);
 }
 
 }  // namespace ox::tools

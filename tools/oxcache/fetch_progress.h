@@ -20,7 +20,8 @@ class FetchProgress {
 
   // Bytes of one file; `total` is 0 while unknown.
   void Update(std::size_t file, std::uint64_t received, std::uint64_t total);
-  void Finish(std::size_t file);
+  // With the bytes that it had in the end.
+  void Finish(std::size_t file, std::uint64_t bytes);
   // Removes the line and calls `write`, which prints something. The next update draws it again.
   template <typename Write>
   void Interrupt(Write write) {

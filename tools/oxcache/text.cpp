@@ -94,6 +94,28 @@ std::string WithoutControls(const std::string& text) {
   return shown;
 }
 
+std::string Quoted(const std::string& text) {
+  std::string quoted;
+  bool isHarmless = !text.empty() && text.find(' ') == std::string::npos;
+  for (std::size_t i = 0; i < text.size();) {
+    const std::string character = CharacterAt(text, i);
+    if (character.empty() || IsControl(character)) {
+      isHarmless = false;
+      // One byte after another: a control character may have two.
+      std::array<char, 8> digits;
+      const unsigned byte = static_cast<unsigned char>(text[i]);
+      std::snprintf(digits.data(), digits.size(), "\\x%02x", byte);
+      quoted += digits.data();
+      ++i;
+      continue;
+    }
+    if (character == "'" || character == "\\") quoted += '\\';
+    quoted += character;
+    i += character.size();
+  }
+  return isHarmless ? text : "$'" + quoted + "'";
+}
+
 bool IsPlain(std::string_view text) {
   return std::all_of(text.begin(), text.end(), IsPlainCharacter);
 }

@@ -33,6 +33,10 @@ std::string FirstLine(std::string_view text);
 // With "?" for control characters and for bytes that are not UTF-8, for paths in messages.
 std::string WithoutControls(const std::string& text);
 
+// A word as it is when it is harmless on a terminal; otherwise as bash takes it, $'...', with
+// control characters and bytes that are not UTF-8 as \xNN.
+std::string Quoted(const std::string& text);
+
 // Whether every byte is printable ASCII.
 bool IsPlain(std::string_view text);
 

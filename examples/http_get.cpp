@@ -1,0 +1,30 @@
+// Writes what a URL leads to, through a cache.
+//   http_get DIRECTORY URL
+#include <unistd.h>
+
+#include <cstdio>
+
+#include <oxfilecache/http.h>
+
+int main(int argc, char** argv) {
+  if (argc != 3) return std::fputs("usage: http_get DIRECTORY URL\n", stderr), 2;
+  ox::session::SessionOptions options;
+  options.directory = argv[1];
+  options.limits.maxSize = 64 * 1024 * 1024;
+  options.limits.maxEntries = 1000;
+  ox::Error error;
+  auto session = ox::session::CacheSession::Open(options, &error);
+  auto client = session ? ox::http::Client::Open(*session, {}, &error) : nullptr;
+  ox::http::RequestOptions request;
+  request.staleIfError = true;  // an old copy is better than none
+  auto answer = client ? client->Get(argv[2], request, &error) : std::nullopt;
+  if (!answer) return std::fprintf(stderr, "%s\n", error.Message().c_str()), 3;
+
+  const bool isStored = answer->outcome != ox::http::Outcome::kUncached;
+  std::fprintf(stderr, "%d, %s, %llu bytes\n", answer->status, isStored ? "stored" : "not stored",
+               static_cast<unsigned long long>(answer->size));
+  char piece[4096];
+  for (ssize_t bytes; (bytes = read(answer->content.Get(), piece, sizeof piece)) > 0;)
+    std::fwrite(piece, 1, static_cast<std::size_t>(bytes), stdout);
+  return answer->status / 100 == 2 ? 0 : 1;
+}

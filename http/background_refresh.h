@@ -1,0 +1,51 @@
+// The thread that refreshes what was served stale.
+#ifndef OX_HTTP_BACKGROUND_REFRESH_H_
+#define OX_HTTP_BACKGROUND_REFRESH_H_
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "host/mutex.h"
+#include "http/url.h"
+#include <oxfilecache/http.h>
+
+namespace ox::internal::http {
+
+// Threads: any.
+class BackgroundRefresh {
+ public:
+  // Called on the thread. The options' onProgress says no once this object is to be destroyed.
+  using Refresh = std::function<void(const Url&, const ox::http::RequestOptions&)>;
+
+  explicit BackgroundRefresh(Refresh refresh);
+  ~BackgroundRefresh();
+  BackgroundRefresh(const BackgroundRefresh&) = delete;
+  BackgroundRefresh& operator=(const BackgroundRefresh&) = delete;
+
+  // The same URL once more while it waits is nothing new. What does not fit into the queue, or
+  // finds no thread, is left to the next request.
+  void Add(const Url& url, const ox::http::RequestOptions& options);
+
+ private:
+  struct Job {
+    Url url;
+    ox::http::RequestOptions options;
+  };
+
+  bool EnsureThread() OX_REQUIRES(mutex_);
+  void Run();
+
+  const Refresh refresh_;
+  std::atomic<bool> isEnding_{false};
+  Mutex mutex_;
+  Condition changed_;
+  std::deque<Job> jobs_ OX_GUARDED_BY(mutex_);
+  std::thread thread_ OX_GUARDED_BY(mutex_);
+};
+
+}  // namespace ox::internal::http
+
+#endif

@@ -1,0 +1,125 @@
+#include "http/get_request.h"
+
+#include <unistd.h>
+
+#include <ctime>
+#include <utility>
+
+#include "http/byte_range.h"
+#include "http/request_headers.h"
+#include "http/unnamed_file.h"
+#include "http/validation.h"
+#include "http/vary.h"
+
+namespace ox::internal::http {
+namespace {
+
+using ox::http::Answer;
+
+constexpr int kOk = 200;
+constexpr int kPartialContent = 206;
+constexpr int kNotModified = 304;
+
+std::optional<ByteRange> AskedRange(const HeaderList& asked, const StoredAnswer& answer) {
+  const Header* range = Find(asked, "Range");
+  if (range == nullptr || answer.status != kOk) return std::nullopt;
+  const Header* ifRange = Find(asked, "If-Range");
+  if (ifRange != nullptr && ifRange->value != StrongValidator(answer)) return std::nullopt;
+  return ParseRange(range->value, answer.bodyBytes);
+}
+
+Answer AnswerOf(const GetRequest& request, StoredEntry stored) {
+  Answer answer;
+  const std::optional<std::int64_t> age = AgeOf(stored.answer, std::time(nullptr));
+  answer.status = stored.answer.status;
+  answer.url = request.url.text;
+  answer.size = stored.answer.bodyBytes;
+  answer.headers = std::move(stored.answer.headers);
+  if (age) Set(&answer.headers, "Age", std::to_string(*age));
+  answer.content = std::move(stored.entry.content);
+  return answer;
+}
+
+Error GiveToReceiver(const Answer& answer, ox::http::BodyReceiver& receiver) {
+  if (Error error = receiver.OnBegin()) return error;
+  return ReadAll(
+      answer.content.Get(), answer.size,
+      [&receiver](const char* data, std::size_t bytes) { return receiver.OnData(data, bytes); });
+}
+
+}  // namespace
+
+Deadline DeadlineOf(const ox::http::RequestOptions& options) {
+  const bool hasLimit = options.totalTimeout.count() > 0;
+  return hasLimit ? std::chrono::steady_clock::now() + options.totalTimeout : Deadline::max();
+}
+
+Error TimeLeft(Deadline deadline, std::chrono::milliseconds* left) {
+  *left = {};
+  if (deadline == Deadline::max()) return {};
+  *left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline -
+                                                                std::chrono::steady_clock::now());
+  if (left->count() > 0) return {};
+  return MakeError(ErrorKind::kInputOutput, "the time for this request is over");
+}
+
+Error MakeGetRequest(GetRequest* request) {
+  Error error = MakeRequestHeaders(request->state.options, request->url, request->options.headers,
+                                   &request->headers);
+  request->control = ParseCacheControl(request->headers);
+  if (request->options.refresh) request->control.noCache = true;
+  return error;
+}
+
+Candidate FindCandidate(const GetRequest& request) {
+  Candidate candidate;
+  auto found = FindStored(request.state.session, request.url.text, &candidate.isThere);
+  if (!found) return candidate;
+  const bool isMatching = MatchesVary(found->answer, request.headers);
+  if (found->IsPart()) {
+    if (isMatching) candidate.part = std::move(found);
+    return candidate;
+  }
+  candidate.isMatching = isMatching;
+  if (isMatching) {
+    candidate.reuse = JudgeReuse(found->answer, request.control, std::time(nullptr),
+                                 request.state.options.heuristicFreshness);
+  }
+  candidate.stored = std::move(found);
+  return candidate;
+}
+
+bool MayReplaceServer(const GetRequest& request, const Candidate& candidate) {
+  const Reuse& reuse = candidate.reuse;
+  return candidate.stored && candidate.isMatching &&
+         (reuse.onError || (request.options.staleIfError && reuse.mayBeStale));
+}
+
+Result DeliverStored(const GetRequest& request, StoredEntry stored, ox::http::Outcome outcome,
+                     Error reason, Error* error) {
+  const HeaderList& asked = request.options.headers;
+  const bool isNotModified = HasConditions(asked) && IsNotModified(stored.answer, asked);
+  const auto range = AskedRange(asked, stored.answer);
+  Answer answer = AnswerOf(request, std::move(stored));
+  answer.outcome = outcome;
+  answer.reason = std::move(reason);
+  if (isNotModified) {
+    answer.status = kNotModified;
+    answer.size = 0;
+    answer.content.Reset();
+    return answer;
+  }
+  if (range) {
+    answer.status = kPartialContent;
+    answer.size = range->bytes;
+    Set(&answer.headers, "Content-Range", ContentRange(*range));
+    lseek(answer.content.Get(), static_cast<off_t>(range->first), SEEK_SET);
+  }
+  if (request.options.receiver != nullptr && answer.status / 100 == 2) {
+    *error = GiveToReceiver(answer, *request.options.receiver);
+    if (*error) return std::nullopt;
+  }
+  return answer;
+}
+
+}  // namespace ox::internal::http

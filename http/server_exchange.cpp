@@ -1,0 +1,319 @@
+#include "http/server_exchange.h"
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <utility>
+
+#include "http/byte_range.h"
+#include "http/freshness.h"
+#include "http/storability.h"
+#include "http/unnamed_file.h"
+#include "http/validation.h"
+#include "http/vary.h"
+
+namespace ox::internal::http {
+namespace {
+
+using ox::http::Answer;
+using ox::http::Outcome;
+using Kind = DownloadEnd::Kind;
+
+constexpr int kMaxTries = 4;
+constexpr int kOk = 200;
+constexpr int kPartialContent = 206;
+constexpr int kNotModified = 304;
+constexpr int kRangeNotSatisfiable = 416;
+constexpr int kFirstError = 400;
+
+bool IsServerFailure(int status) {
+  constexpr std::array<int, 4> kStatuses = {500, 502, 503, 504};
+  return std::find(kStatuses.begin(), kStatuses.end(), status) != kStatuses.end();
+}
+
+Error NotStored(std::string why) {
+  return MakeError(ErrorKind::kRefused, std::move(why));
+}
+
+bool HasOtherTag(const HeaderList& news, const StoredAnswer& stored) {
+  const Header* now = Find(news, "ETag");
+  const Header* then = Find(stored.headers, "ETag");
+  return now != nullptr && then != nullptr && now->value != then->value;
+}
+
+// Whether a renewal has anything to tell that a later request could use. Flash wears.
+bool IsWorthWriting(const StoredAnswer& before, const StoredAnswer& after, bool heuristic) {
+  const CacheControl control = ParseCacheControl(after.headers);
+  const Freshness freshness = FreshnessOf(after, after.responseTime, heuristic);
+  if (freshness.lifetime > 0 || control.staleIfError || control.staleWhileRevalidate) return true;
+  const auto lasting = [](HeaderList headers) {
+    for (const char* name : {"Age", "Date"})
+      Remove(&headers, name);
+    std::sort(headers.begin(), headers.end(), [](const Header& a, const Header& b) {
+      return std::tie(a.name, a.value) < std::tie(b.name, b.value);
+    });
+    return headers;
+  };
+  const HeaderList old = lasting(before.headers);
+  const HeaderList now = lasting(after.headers);
+  return !std::equal(old.begin(), old.end(), now.begin(), now.end(),
+                     [](const Header& a, const Header& b) {
+                       return SameName(a.name, b.name) && a.value == b.value;
+                     });
+}
+
+}  // namespace
+
+ServerExchange::ServerExchange(const GetRequest& request, Candidate candidate)
+    : request_(request), state_(request.state), candidate_(std::move(candidate)) {}
+
+Result ServerExchange::Run(Error* error) {
+  for (int tries = 0; tries < kMaxTries; ++tries) {
+    isAgain_ = false;
+    *error = {};
+    Result result = Try(error);
+    if (!isAgain_) return result;
+  }
+  *error = MakeError(ErrorKind::kInputOutput, "the server's answers contradict each other");
+  return std::nullopt;
+}
+
+Result ServerExchange::Again() {
+  isAgain_ = true;
+  return std::nullopt;
+}
+
+Result ServerExchange::Try(Error* error) {
+  ox::http::RequestOptions options = request_.options;
+  *error = TimeLeft(request_.deadline, &options.totalTimeout);
+  if (*error) return WithoutServer(*error, error);
+  const TransferRequest toSend = BuildRequest();
+  Transfer transfer(*state_.loop, state_.options, options, toSend);
+  TransferHead head;
+  *error = transfer.Start(&head);
+  return *error ? WithoutServer(*error, error) : TakeAnswer(transfer, head, error);
+}
+
+TransferRequest ServerExchange::BuildRequest() {
+  TransferRequest toSend;
+  toSend.url = request_.url;
+  toSend.headers = request_.headers;
+  toSend.decode = state_.options.decode;
+  isConditional_ = candidate_.stored && AddConditions(candidate_.stored->answer,
+                                                      !candidate_.isMatching, &toSend.headers);
+  // The answer would be about a part of what is asked whether it has changed.
+  if (isConditional_) Remove(&toSend.headers, "Range");
+  offset_ = 0;
+  const bool isPlain = !HasConditions(toSend.headers) && Find(toSend.headers, "Range") == nullptr;
+  if (!candidate_.part || !mayResume_ || !isPlain) return toSend;
+  offset_ = candidate_.part->answer.bodyBytes;
+  toSend.offset = offset_;
+  Set(&toSend.headers, "Range", "bytes=" + std::to_string(offset_) + "-");
+  Set(&toSend.headers, "If-Range", StrongValidator(candidate_.part->answer));
+  Set(&toSend.headers, "Accept-Encoding", "identity");
+  return toSend;
+}
+
+Result ServerExchange::TakeAnswer(Transfer& transfer, const TransferHead& head, Error* error) {
+  if (head.status == kNotModified && isConditional_) return TakeNotModified(head, error);
+  if (IsServerFailure(head.status) && MayReplaceServer(request_, candidate_)) {
+    return WithoutServer(
+        MakeError(ErrorKind::kInputOutput, "the server answered " + std::to_string(head.status)),
+        error);
+  }
+  if (offset_ > 0 && (head.status == kPartialContent || head.status == kRangeNotSatisfiable) &&
+      !TakeUpPart(head)) {
+    mayResume_ = false;
+    return Again();
+  }
+  if (head.status != kPartialContent) offset_ = 0;
+  return TakeBody(transfer, head, error);
+}
+
+Result ServerExchange::TakeNotModified(const TransferHead& head, Error* error) {
+  // One tag was sent, so this is about the stored answer, whatever tag stands in it.
+  StoredAnswer& stored = candidate_.stored->answer;
+  const StoredAnswer before = stored;
+  Freshen(head.headers, head.requestTime, head.responseTime, &stored);
+  if (!candidate_.isMatching) stored.varied = VariedHeaders(stored.headers, request_.headers);
+  end_.kind = Kind::kStored;
+  Error reason;
+  const auto metadata = ToMetadata(stored, request_.url.text);
+  if (ParseCacheControl(stored.headers).noStore) {
+    state_.session.Remove(request_.url.text);
+    end_.kind = Kind::kNotUsed;
+  } else if (!metadata) {
+    reason = NotStored("its new headers do not fit into an entry");
+  } else if (!candidate_.isMatching ||
+             IsWorthWriting(before, stored, state_.options.heuristicFreshness)) {
+    reason = state_.session.SetMetadata(request_.url.text, *metadata);
+  }
+  return DeliverStored(request_, std::move(*candidate_.stored), Outcome::kRevalidated,
+                       std::move(reason), error);
+}
+
+// Whether the answer is the rest of the stored part.
+bool ServerExchange::TakeUpPart(const TransferHead& head) {
+  StoredAnswer& part = candidate_.part->answer;
+  const auto range = ParseContentRange(Single(head.headers, "Content-Range").value_or(""));
+  const bool isRest = head.status == kPartialContent && range && range->first == offset_ &&
+                      range->first + range->bytes == part.wholeBytes &&
+                      (range->total == 0 || range->total == part.wholeBytes) &&
+                      !HasOtherTag(head.headers, part);
+  if (isRest) Freshen(head.headers, head.requestTime, head.responseTime, &part);
+  return isRest;
+}
+
+Result ServerExchange::TakeBody(Transfer& transfer, const TransferHead& head, Error* error) {
+  StoredAnswer answer;
+  HeaderList shown;
+  if (offset_ > 0) {
+    answer = candidate_.part->answer;
+    shown = answer.headers;
+  } else {
+    answer.status = head.status;
+    answer.headers = KeptHeaders(head.headers);
+    answer.requestTime = head.requestTime;
+    answer.responseTime = head.responseTime;
+    shown = head.headers;
+    RemoveConnectionHeaders(&shown);
+  }
+  const std::uint64_t wholeBytes = offset_ > 0 ? answer.wholeBytes : head.bodyBytes;
+  answer.wholeBytes = 0;
+  answer.varied = VariedHeaders(answer.headers, request_.headers);
+  const bool isSuccess = answer.status / 100 == 2;
+  BodyTarget target(isSuccess ? request_.options.receiver : nullptr,
+                    state_.options.temporaryDirectory);
+  if (Error why = WhyNotKept(answer, wholeBytes)) {
+    target.GiveUpEntry(std::move(why));
+  } else {
+    target.OpenEntry(state_.session, request_.url.text);
+  }
+  *error = CopyBody(transfer, target);
+  if (target.IsLost()) {
+    whyNotStored_ = target.WhyNotStored();
+    return Again();
+  }
+  if (transferError_) {
+    KeepPart(std::move(answer), wholeBytes, target);
+    return WithoutServer(std::exchange(transferError_, {}), error);
+  }
+  if (*error) return std::nullopt;
+  answer.bodyBytes = target.Received();
+  if (target.IsStored()) Commit(answer, target);
+  if (target.IsLost()) {
+    whyNotStored_ = target.WhyNotStored();
+    return Again();
+  }
+  return Received(answer, std::move(shown), target);
+}
+
+Error ServerExchange::WhyNotKept(const StoredAnswer& answer, std::uint64_t bodyBytes) const {
+  if (whyNotStored_) return whyNotStored_;
+  const char* why = WhyNotStored(answer.status, answer.headers, request_.headers);
+  if (why != nullptr) return NotStored(why);
+  const std::uint32_t limit = state_.session.Limits().maxEntrySize;
+  if (bodyBytes > limit) {
+    return NotStored(std::to_string(bodyBytes) + " bytes are above the limit of one entry, " +
+                     std::to_string(limit));
+  }
+  const Freshness freshness =
+      FreshnessOf(answer, answer.responseTime, state_.options.heuristicFreshness);
+  if (answer.status >= kFirstError && freshness.lifetime <= freshness.age) {
+    return NotStored("an error without a lifetime is not kept");
+  }
+  StoredAnswer longest = answer;
+  longest.bodyBytes = limit;
+  if (!ToMetadata(longest, request_.url.text)) {
+    return NotStored("its headers do not fit into an entry");
+  }
+  return {};
+}
+
+// What ends the transfer itself goes to `transferError_`.
+Error ServerExchange::CopyBody(Transfer& transfer, BodyTarget& target) {
+  const auto write = [&target](const char* data, std::size_t bytes) {
+    return target.Write(data, bytes);
+  };
+  if (Error error = target.Begin()) return error;
+  if (offset_ > 0) {
+    if (Error error = ReadAll(candidate_.part->entry.content.Get(), offset_, write)) return error;
+  }
+  std::string piece;
+  do {
+    transferError_ = transfer.Read(&piece);
+    if (transferError_) return {};
+    if (Error error = write(piece.data(), piece.size())) return error;
+  } while (!piece.empty());
+  return {};
+}
+
+// So that a later request can have the rest alone. It takes the place of nothing that is whole.
+void ServerExchange::KeepPart(StoredAnswer answer, std::uint64_t wholeBytes, BodyTarget& target) {
+  const bool isInTheWay = candidate_.isThere && !candidate_.part;
+  answer.bodyBytes = target.Received();
+  answer.wholeBytes = wholeBytes;
+  if (isInTheWay || !target.IsStored() || answer.status != kOk || answer.bodyBytes == 0 ||
+      answer.bodyBytes >= wholeBytes || StrongValidator(answer).empty()) {
+    return;
+  }
+  if (const auto metadata = ToMetadata(answer, request_.url.text)) target.Commit(*metadata);
+}
+
+void ServerExchange::Commit(const StoredAnswer& answer, BodyTarget& target) {
+  const auto metadata = ToMetadata(answer, request_.url.text);
+  if (!metadata) return target.GiveUpEntry(NotStored("its headers do not fit into an entry"));
+  target.Commit(*metadata);
+}
+
+Result ServerExchange::Received(const StoredAnswer& answer, HeaderList shown, BodyTarget& target) {
+  Answer result;
+  result.status = answer.status;
+  result.url = request_.url.text;
+  result.headers = std::move(shown);
+  result.size = answer.bodyBytes;
+  if (!target.IsStored()) {
+    ForgetOutdated(answer.status);
+    end_.kind = Kind::kNotUsed;
+    result.outcome = Outcome::kUncached;
+    result.reason = target.WhyNotStored();
+    result.content = target.TakeFile();
+    return result;
+  }
+  end_.kind = Kind::kStored;
+  result.outcome = candidate_.isThere && !candidate_.part ? Outcome::kReplaced : Outcome::kMiss;
+  Error gone;
+  auto entry = state_.session.Fetch(request_.url.text, &gone);
+  if (entry) {
+    result.content = std::move(entry->content);
+  } else if (request_.options.receiver == nullptr) {
+    // Evicted at once.
+    whyNotStored_ = gone;
+    return Again();
+  }
+  return result;
+}
+
+// An answer that was not stored has made the stored one outdated. After an error, or when the
+// request forbade storing, what is stored stays.
+void ServerExchange::ForgetOutdated(int status) {
+  const bool isNews = status < kFirstError && status != kNotModified && status != kPartialContent;
+  if (candidate_.isThere && isNews && !request_.control.noStore) {
+    state_.session.Remove(request_.url.text);
+  }
+}
+
+Result ServerExchange::WithoutServer(Error why, Error* error) {
+  const bool isServers = why.kind == ErrorKind::kInputOutput;
+  end_.kind = isServers ? Kind::kFailed : Kind::kGivenUp;
+  end_.error = why;
+  if (!isServers || !MayReplaceServer(request_, candidate_)) {
+    *error = std::move(why);
+    return std::nullopt;
+  }
+  *error = {};
+  return DeliverStored(request_, std::move(*candidate_.stored), Outcome::kStale, std::move(why),
+                       error);
+}
+
+}  // namespace ox::internal::http

@@ -1,0 +1,51 @@
+// A GET that goes to the server, and what becomes of the answer.
+#ifndef OX_HTTP_SERVER_EXCHANGE_H_
+#define OX_HTTP_SERVER_EXCHANGE_H_
+
+#include "http/body_target.h"
+#include "http/get_request.h"
+#include "http/transfer.h"
+
+namespace ox::internal::http {
+
+class ServerExchange {
+ public:
+  ServerExchange(const GetRequest& request, Candidate candidate);
+
+  Result Run(Error* error);
+  // What it means for others who wait for the same URL.
+  const DownloadEnd& End() const { return end_; }
+
+ private:
+  Result Try(Error* error);
+  TransferRequest BuildRequest();
+  Result TakeAnswer(Transfer& transfer, const TransferHead& head, Error* error);
+  Result TakeNotModified(const TransferHead& head, Error* error);
+  bool TakeUpPart(const TransferHead& head);
+  Result TakeBody(Transfer& transfer, const TransferHead& head, Error* error);
+  Error WhyNotKept(const StoredAnswer& answer, std::uint64_t bodyBytes) const;
+  Error CopyBody(Transfer& transfer, BodyTarget& target);
+  void KeepPart(StoredAnswer answer, std::uint64_t wholeBytes, BodyTarget& target);
+  void Commit(const StoredAnswer& answer, BodyTarget& target);
+  void ForgetOutdated(int status);
+  Result Received(const StoredAnswer& answer, HeaderList shown, BodyTarget& target);
+  Result WithoutServer(Error why, Error* error);
+  Result Again();
+
+  const GetRequest& request_;
+  ClientState& state_;
+  Candidate candidate_;
+  DownloadEnd end_;
+  // What the next try has to do without.
+  bool mayResume_ = true;
+  Error whyNotStored_;
+  // Of the present try.
+  bool isConditional_ = false;
+  std::uint64_t offset_ = 0;  // bytes of the part that is stored
+  Error transferError_;
+  bool isAgain_ = false;
+};
+
+}  // namespace ox::internal::http
+
+#endif

@@ -1,0 +1,47 @@
+// Which URLs are being asked for, so that several callers of one need one download.
+#ifndef OX_HTTP_SHARED_DOWNLOADS_H_
+#define OX_HTTP_SHARED_DOWNLOADS_H_
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "host/mutex.h"
+#include <oxfilecache/error.h>
+
+namespace ox::internal::http {
+
+// How a download ended, for those who waited for it.
+struct DownloadEnd {
+  enum class Kind {
+    kStored,   // the answer is in the cache
+    kNotUsed,  // the answer was for its caller alone
+    kFailed,   // the server gave none; `error` says why
+    kGivenUp,  // for a reason of the caller: another one has to try
+  } kind = Kind::kGivenUp;
+  Error error;
+};
+
+class SharedDownloads {
+ public:
+  struct Download {
+    bool isDone = false;
+    DownloadEnd end;
+  };
+
+  // The download of a URL that is under way; null when the caller is to do it, and to call End.
+  std::shared_ptr<Download> Join(const std::string& url);
+  void End(const std::string& url, const DownloadEnd& end);
+  // False when the time was over first.
+  bool WaitFor(Download& download, std::chrono::milliseconds time, DownloadEnd* end);
+
+ private:
+  Mutex mutex_;
+  Condition ended_;
+  std::map<std::string, std::shared_ptr<Download>> downloads_ OX_GUARDED_BY(mutex_);
+};
+
+}  // namespace ox::internal::http
+
+#endif

@@ -1,0 +1,54 @@
+#include "http/storability.h"
+
+#include <algorithm>
+#include <array>
+
+#include "http/freshness.h"
+#include "http/vary.h"
+
+namespace ox::internal::http {
+namespace {
+
+// Those whose meaning for a cache this one knows.
+bool IsUnderstood(int status) {
+  constexpr std::array<int, 16> kStatuses = {200, 203, 204, 300, 301, 302, 303, 307,
+                                             308, 404, 405, 410, 414, 500, 501, 503};
+  return std::find(kStatuses.begin(), kStatuses.end(), status) != kStatuses.end();
+}
+
+bool MayBeStoredByItself(int status, const CacheControl& control, const HeaderList& answer) {
+  return control.isPublic || control.isPrivate || control.maxAge ||
+         Find(answer, "Expires") != nullptr || IsHeuristicallyCacheable(status);
+}
+
+// A cache of one user may keep such answers, but several people may use a device.
+bool MayBeStoredWithAuthorization(const CacheControl& control) {
+  return control.isPublic || control.mustRevalidate || control.hasSharedMaxAge;
+}
+
+}  // namespace
+
+const char* WhyNotStored(int status, const HeaderList& answer, const HeaderList& request) {
+  const CacheControl control = ParseCacheControl(answer);
+  if (ParseCacheControl(request).noStore) return "the request forbids storing it";
+  if (status == 206 || status == 304) return "it is a part of an answer";
+  if (control.mustUnderstand && !IsUnderstood(status)) return "its status is not understood";
+  if (control.noStore && !control.mustUnderstand) return "the server forbids storing it";
+  if (!MayBeStoredByItself(status, control, answer)) {
+    return "answers of its status are stored only with a lifetime";
+  }
+  if (Find(request, "Authorization") != nullptr && !MayBeStoredWithAuthorization(control)) {
+    return "it was given to an authorized user";
+  }
+  if (VariesBySecret(answer, request)) return "it varies by a password or a cookie";
+  return nullptr;
+}
+
+HeaderList KeptHeaders(HeaderList headers) {
+  RemoveConnectionHeaders(&headers);
+  for (const std::string& name : ParseCacheControl(headers).unkeptNames)
+    Remove(&headers, name);
+  return headers;
+}
+
+}  // namespace ox::internal::http
