@@ -23,7 +23,6 @@ void* __wrap_malloc(std::size_t bytes) {
 
 }  // extern "C"
 
-// Those of arrays call these.
 void* operator new(std::size_t bytes) {
   void* block = allocationFaults.Next() ? nullptr : __real_malloc(bytes);
   if (block == nullptr) throw std::bad_alloc();
@@ -34,10 +33,27 @@ void* operator new(std::size_t bytes, const std::nothrow_t& /*tag*/) noexcept {
   return allocationFaults.Next() ? nullptr : __real_malloc(bytes);
 }
 
+// Under AddressSanitizer those of arrays do not call the ones above.
+void* operator new[](std::size_t bytes) {
+  return operator new(bytes);
+}
+
+void* operator new[](std::size_t bytes, const std::nothrow_t& tag) noexcept {
+  return operator new(bytes, tag);
+}
+
 void operator delete(void* block) noexcept {
   std::free(block);
 }
 
+void operator delete[](void* block) noexcept {
+  std::free(block);
+}
+
 void operator delete(void* block, std::size_t /*bytes*/) noexcept {
+  std::free(block);
+}
+
+void operator delete[](void* block, std::size_t /*bytes*/) noexcept {
   std::free(block);
 }
