@@ -54,7 +54,8 @@ std::string_view NameArena::Add(std::string_view name) {
     // Larger ones for more names, so that the last is a small part of all.
     const std::size_t wanted = kFirstBlock * (1 + blocks_.size() / kBlocksOfOneSize);
     const std::size_t block = std::max(bytes, wanted);
-    blocks_.emplace_back(new char[block]);
+    std::unique_ptr<char[]> made(new char[block]);
+    blocks_.push_back(std::move(made));
     next_ = blocks_.back().get();
     left_ = block;
   }
