@@ -1,18 +1,14 @@
 #include "session/recovery.h"
 
-#include <fcntl.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <vector>
 
-#include "host/system_calls.h"
 #include "session/commit_files.h"
+#include "session/content_in_place.h"
 #include "session/durable_io.h"
-#include "session/entry_seal.h"
 #include "session/session_names.h"
 #include "session/use_clock.h"
-#include <oxfilecache/descriptor.h>
 
 namespace ox::internal {
 
@@ -44,25 +40,18 @@ bool IsOfBlockedCommit(const Survey& survey, const std::string& id) {
                      });
 }
 
-// Whether the content that is there can be the one of this commit. Where that cannot be told it
-// can.
-bool MayBeInPlace(const CommitFiles& files) {
-  if (!FileExists(files.content)) return false;
-  const auto seal = ReadSeal(files.commit);
-  if (!seal) return true;
-  const UniqueFd content(
-      OpenRetrying(AT_FDCWD, files.content.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
-  std::uint32_t sum = 0;
-  if (!content.IsOpen() || !SumContent(content.Get(), &sum)) return true;
-  return sum == seal->contentSum;
-}
-
 Error FinishCommit(const std::string& directory, const std::string& entryName,
                    const std::string& id) {
   const CommitFiles files(directory, id, directory + "/" + entryName);
   const bool isContentStaged = FileExists(files.stagedContent);
-  // Somebody deleted the new content: there is nothing to finish.
-  if (!isContentStaged && !MayBeInPlace(files)) return Delete(files.commit);
+  if (!isContentStaged) {
+    bool isInPlace = false;
+    if (!IsContentInPlace(files.commit, files.content, &isInPlace)) {
+      return SystemError("cannot tell whether a commit is in place", files.content);
+    }
+    // Somebody deleted the new content: there is nothing to finish.
+    if (!isInPlace) return Delete(files.commit);
+  }
   if (files.Finish(isContentStaged, Synchronise::kWherePossible)) return {};
   return SystemError("cannot finish a commit", files.content);
 }

@@ -222,6 +222,21 @@ TEST(SessionFaults, AtEverySystemCall) {
               DisturbEach(callFaults, {Mode::kOnce, Mode::kFromThereOn}, false));
 }
 
+// A power cut kept the commit file and not the name of the new content: the old entry stays.
+TEST(SessionFaults, AtEverySystemCallOnACommitWithoutItsContent) {
+  ForEach({Mode::kOnce, Mode::kFromThereOn}, [](Durability durability, Mode mode, std::uint64_t k) {
+    Cache cache(durability);
+    std::filesystem::remove(cache.scratch / "ox-0123456789abcdef-2.part");
+    cache.ledger.Committed(kInterrupted, 1);
+    callFaults.Arm(k, mode);
+    cache.Open();
+    const bool isReached = callFaults.WasReached();
+    callFaults.Disarm();
+    CheckAtLast(cache);
+    return isReached;
+  });
+}
+
 TEST(SessionFaults, InterruptedAndShortCallsGoOn) {
   const int cases = ForEach({Mode::kOnce}, [](Durability durability, Mode mode, std::uint64_t k) {
     Cache cache(durability);
