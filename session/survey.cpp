@@ -126,7 +126,8 @@ class Surveyor {
     std::string entryName;
     std::string id;
     return ParseCommitFileName(name, &entryName, &id) &&
-           (IsDirectoryName(entryName) || IsDirectoryName(entryName + format::kMetadataSuffix));
+           (IsDirectoryName(entryName) || IsDirectoryName(entryName + format::kMetadataSuffix) ||
+            IsDirectoryName(StagedContentName(id)));
   }
 
   Survey* survey_;

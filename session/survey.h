@@ -31,7 +31,8 @@ struct Survey {
   std::vector<std::string> contentWithoutMetadata;  // names of the form of a content file
   std::vector<std::string> metadataWithoutContent;
   std::vector<std::string> staging;  // a session's own unfinished files
-  // Commit files that cannot be finished, because a directory stands under a name of their entry.
+  // Commit files that cannot be finished, because a directory stands under a name of their entry or
+  // of their staged content.
   std::vector<std::string> blockedCommits;
   // Everything else but the session's and the module's own files.
   std::vector<std::string> foreignFiles;

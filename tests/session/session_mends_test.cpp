@@ -81,6 +81,11 @@ TEST_F(SessionMends, PlantedNamesAreNeverEntriesAndKeepNothingFromOpening) {
         planted.push_back(path);
       }
     }
+    if (isDirectory) {
+      planted.push_back(cache / "ox-" + id + ".part");
+      fs::create_directory(planted.back());
+      WriteWhole(content + "." + id + ".commit", "planted");
+    }
     EXPECT_EQ("old|o", Fetch(*Open(), kOld));
     for (int i = 0; i < 9; ++i)
       EXPECT_FALSE(Store(*Open(), kNew + std::to_string(i), "x", "x"));
