@@ -23,6 +23,8 @@ namespace {
 
 constexpr std::int64_t kSecond = 1000000000;
 constexpr std::int64_t kStep = 2;  // seconds: what FAT keeps
+// A number, a space, a name of up to 255 bytes and a line feed take less.
+constexpr std::uint64_t kLongestLine = 300;
 
 using Times = std::unordered_map<std::string, std::int64_t>;
 
@@ -46,10 +48,12 @@ std::string TextOf(const Survey& survey) {
   return text;
 }
 
-bool ReadWhole(const std::string& path, std::string* text) {
+// A file of more bytes was not made for these entries, and need not fit into the memory.
+bool ReadWhole(const std::string& path, std::uint64_t mostBytes, std::string* text) {
   const UniqueFd file(OpenRetrying(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
   struct stat status;
   if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+  if (static_cast<std::uint64_t>(status.st_size) > mostBytes) return false;
   char piece[4096];
   for (;;) {
     const ssize_t bytes = read(file.Get(), piece, sizeof piece);
@@ -88,7 +92,8 @@ Error KeepUseOrder(const std::string& directory, const Survey& survey) {
 
 void ReadUseOrder(const std::string& directory, Survey* survey) {
   std::string text;
-  if (!ReadWhole(PathOf(directory), &text)) return;
+  const std::uint64_t mostBytes = survey->entries.size() * kLongestLine;
+  if (!ReadWhole(PathOf(directory), mostBytes, &text)) return;
   const Times times = Parse(text);
   for (SurveyedEntry& entry : survey->entries) {
     const auto found = times.find(std::string(entry.name));

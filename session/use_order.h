@@ -19,7 +19,7 @@ namespace ox::internal {
 Error KeepUseOrder(const std::string& directory, const Survey& survey);
 
 // Gives the entries in the file its times and sorts them anew. Does nothing where there is no such
-// file or it cannot be read.
+// file, it cannot be read, or it is longer than one for these entries can be.
 void ReadUseOrder(const std::string& directory, Survey* survey);
 
 // Sets the files' times as surveyed, then deletes the file. Where times cannot be set, as in a

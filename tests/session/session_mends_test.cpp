@@ -113,6 +113,15 @@ TEST_F(SessionMends, ACommitThatADirectoryBlocksIsFinishedOnceThatIsGone) {
   EXPECT_EQ("staged", ReadWhole(cache / name));
 }
 
+TEST_F(SessionMends, AnOrderOfUseThatIsTooLongIsNotRead) {
+  StoreOld();
+  for (const bool isTooLong : {false, true}) {
+    WriteWhole(cache / "ox-session.order", "1 somebody's\n");
+    if (isTooLong) fs::resize_file(cache / "ox-session.order", 1000000);
+    EXPECT_EQ(!isTooLong, Look(cache.Path()).isOrderKept);
+  }
+}
+
 TEST_F(SessionMends, ARelativeDirectoryStaysTheSame) {
   StoreOld();
   const fs::path before = fs::current_path();
