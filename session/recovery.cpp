@@ -56,6 +56,26 @@ Error FinishCommit(const std::string& directory, const std::string& entryName,
   return SystemError("cannot finish a commit", files.content);
 }
 
+// A commit that this user may not finish, as in a directory with the sticky bit, waits for another
+// opening. Where its content is in place, the metadata beside it is that of the old content, and
+// the two are no entry.
+void SetAside(const std::string& directory, const std::string& name, Survey* survey) {
+  survey->blockedCommits.push_back(name);
+  std::string entryName;
+  std::string id;
+  ParseCommitFileName(name, &entryName, &id);
+  const CommitFiles files(directory, id, directory + "/" + entryName);
+  if (FileExists(files.stagedContent)) return;
+  bool isInPlace = false;
+  if (IsContentInPlace(files.commit, files.content, &isInPlace) && !isInPlace) return;
+  std::vector<SurveyedEntry>& entries = survey->entries;
+  const auto entry = std::find_if(entries.begin(), entries.end(),
+                                  [&](const SurveyedEntry& e) { return e.name == entryName; });
+  if (entry == entries.end()) return;
+  survey->bytes -= entry->contentBytes + entry->metadataBytes;
+  entries.erase(entry);
+}
+
 bool IsAdmissible(const SurveyedEntry& entry, const session::CacheLimits& limits) {
   return entry.contentBytes > 0 && entry.contentBytes + entry.metadataBytes <= limits.maxEntrySize;
 }
@@ -74,14 +94,22 @@ Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry,
 Error FinishCommits(const std::string& directory, Survey* survey) {
   if (Error error = SurveyDirectory(directory, survey)) return error;
   bool isChanged = false;
+  std::vector<std::string> refused;
   for (const std::string& name : survey->staging) {
     std::string entryName;
     std::string id;
     if (!ParseCommitFileName(name, &entryName, &id)) continue;
-    if (Error error = FinishCommit(directory, entryName, id)) return error;
     isChanged = true;
+    Error error = FinishCommit(directory, entryName, id);
+    if (!error) continue;
+    if (!IsLastingRefusal(error.systemError)) return error;
+    refused.push_back(name);
   }
-  return isChanged ? SurveyDirectory(directory, survey) : Error{};
+  if (!isChanged) return {};
+  if (Error error = SurveyDirectory(directory, survey)) return error;
+  for (const std::string& name : refused)
+    SetAside(directory, name, survey);
+  return {};
 }
 
 Error DeleteLeftovers(const std::string& directory, const Survey& survey,
@@ -140,9 +168,9 @@ Error TrimToLimits(const std::string& directory, const session::CacheLimits& lim
       *kept++ = *entry;
       continue;
     }
-    if (Error error = DeleteEntry(directory, *entry, EvictionReason::kLimits, evictions)) {
-      return error;
-    }
+    Error error = DeleteEntry(directory, *entry, EvictionReason::kLimits, evictions);
+    // What this user may not delete stays, and is no entry of this cache.
+    if (error && !IsLastingRefusal(error.systemError)) return error;
   }
   entries.erase(entries.begin(), kept.base());
   survey->bytes = bytes;

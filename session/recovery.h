@@ -14,7 +14,9 @@
 
 namespace ox::internal {
 
-// Finishes every commit that was decided and not put in place, then surveys the directory.
+// Finishes every commit that was decided and not put in place, then surveys the directory. A commit
+// that this user may not finish counts as blocked; where only its content is in place, the survey
+// leaves that entry out.
 Error FinishCommits(const std::string& directory, Survey* survey);
 
 // Deletes the files that belong to no entry: content without metadata, metadata without content,
@@ -33,7 +35,7 @@ Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry,
 void ResetImpossibleTimes(const std::string& directory, Survey* survey);
 
 // Deletes the entries that a scan would not admit, choosing so that the most recently used stay,
-// and takes them out of the survey.
+// and takes them out of the survey, also those that this user may not delete.
 Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits,
                    const AllocationUnit& unit, Survey* survey, EvictionLog& evictions);
 

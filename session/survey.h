@@ -32,7 +32,7 @@ struct Survey {
   std::vector<std::string> metadataWithoutContent;
   std::vector<std::string> staging;  // a session's own unfinished files
   // Commit files that cannot be finished, because a directory stands under a name of their entry or
-  // of their staged content.
+  // of their staged content, or because this user may not (recovery.h).
   std::vector<std::string> blockedCommits;
   // Everything else but the session's and the module's own files.
   std::vector<std::string> foreignFiles;

@@ -19,6 +19,7 @@
 
 #include "session/crc32c.h"
 #include "session/durable_io.h"
+#include "session/entry_name.h"
 #include "session/entry_seal.h"
 #include "session/metadata_file.h"
 #include "tests/support/ledger.h"
@@ -291,6 +292,32 @@ TEST(SessionFaults, WhatTheSystemNeverDoes) {
     }
   }
   std::printf("%d lives with a call refused\n", lives);
+}
+
+// A commit at each of its stages, and a pair that is no entry.
+TEST(SessionFaults, WhatMayNotBeChangedKeepsNothingFromOpening) {
+  enum { kIsStaged, kIsInPlace, kIsLost };
+  const int expected[] = {1, kAbsent, 1};
+  for (const int stage : {kIsStaged, kIsInPlace, kIsLost}) {
+    Cache cache(Durability::kProcess);
+    Configure(cache.scratch, {100000, 9, 65536});
+    WriteWhole(cache.scratch / "junk", "");
+    WriteWhole(cache.scratch / "junk.ox_meta", "");
+    const std::string content = cache.scratch / internal::ContentName(kInterrupted);
+    const std::string staged = cache.scratch / "ox-0123456789abcdef-2.part";
+    if (stage == kIsInPlace) std::filesystem::rename(staged, content);
+    if (stage == kIsLost) {
+      std::filesystem::remove(staged);
+      cache.ledger.Committed(kInterrupted, 1);
+    }
+    refusal = {{"rename", "unlinkat"}, EPERM};
+    cache.Open();
+    EXPECT_TRUE(cache.session != nullptr &&
+                FetchVersion(*cache.session, kInterrupted, &cache.error) == expected[stage])
+        << stage << cache.error.Message();
+    refusal = {};
+    CheckAtLast(cache);
+  }
 }
 
 TEST(SessionFaults, FilesDeletedAtEveryChange) {
