@@ -12,9 +12,11 @@
 #include <memory>
 #include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "host/system_calls.h"
+#include "session/content_in_place.h"
 #include "session/entry_name.h"
 #include "session/session_names.h"
 #include <oxfilecache/format.h>
@@ -62,16 +64,41 @@ class Look {
   // What a commit file asks for.
   Error TakeUnfinished(const std::string& id, CommittedPair* pair, Outcome* outcome) const {
     const std::string commit = CommitFileName(name_, id);
-    if (Error error = Open(commit, &pair->metadata)) return error;
-    if (Error error = Open(StagedContentName(id), &pair->content)) return error;
+    CommittedPair unfinished;
+    if (Error error = Open(commit, &unfinished.metadata)) return error;
+    if (Error error = Open(StagedContentName(id), &unfinished.content)) return error;
+    *outcome = Outcome::kChanged;
+    if (!unfinished.metadata.IsOpen()) return {};
+    if (!unfinished.content.IsOpen()) return TakeWithoutStaged(commit, unfinished, pair, outcome);
+    if (LeadsTo(commit, unfinished.metadata)) *outcome = Outcome::kFound;
+    *pair = std::move(unfinished);
+    return {};
+  }
+
+  // The content is in place, or it is lost and the old pair stays. NAME must still lead to what was
+  // opened before the commit file was seen: it may be the content of before.
+  Error TakeWithoutStaged(const std::string& commit, CommittedPair& unfinished, CommittedPair* pair,
+                          Outcome* outcome) const {
     if (!pair->content.IsOpen()) {
       if (Error error = Open(name_, &pair->content)) return error;
+      if (!pair->content.IsOpen()) *outcome = Outcome::kNone;
+      return {};
     }
-    if (!pair->metadata.IsOpen() || !LeadsTo(commit, pair->metadata)) {
-      *outcome = Outcome::kChanged;
-    } else if (pair->content.IsOpen()) {
-      *outcome = Outcome::kFound;
+    if (!LeadsTo(name_, pair->content)) return {};
+    bool isInPlace = false;
+    if (!IsContentInPlace(unfinished.metadata.Get(), pair->content.Get(), &isInPlace)) {
+      return SystemError("cannot read the content", path_ + "/" + name_);
     }
+    if (!LeadsTo(commit, unfinished.metadata)) return {};
+    if (isInPlace) {
+      pair->metadata = std::move(unfinished.metadata);
+    } else if (!pair->metadata.IsOpen()) {
+      *outcome = Outcome::kNone;
+      return {};
+    } else if (!LeadsTo(name_ + format::kMetadataSuffix, pair->metadata)) {
+      return {};
+    }
+    *outcome = Outcome::kFound;
     return {};
   }
 

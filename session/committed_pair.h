@@ -5,8 +5,10 @@
 // staged content becomes NAME, the commit file becomes NAME.ox_meta (commit_files.h). So
 //
 // - where a commit file is seen, the pair is the one that a recovery would put in place: the commit
-//   file with the staged content or, once that is gone, with NAME;
-// - where none is, the pair is NAME with NAME.ox_meta. Both are opened, then commit files are
+//   file with the staged content or, once that is gone, with NAME, unless that is other content
+//   (content_in_place.h);
+// - where none is, or its content is lost, the pair is NAME with NAME.ox_meta. Both are opened,
+// then commit files are
 //   sought, then NAME.ox_meta must still lead to the file that was opened. Content of a later
 //   commit comes into place only after its commit file is made, or after NAME.ox_meta is deleted;
 //   so it was not NAME yet when it was opened, or one of the two is seen.

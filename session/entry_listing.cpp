@@ -8,6 +8,7 @@
 #include <tuple>
 #include <utility>
 
+#include "session/content_in_place.h"
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
 #include "session/session_names.h"
@@ -30,7 +31,12 @@ void AddUnfinished(const std::string& directory, const std::string& commitName,
   struct stat metadata;
   if (lstat((directory + "/" + commitName).c_str(), &metadata) != 0) return;
   entry.contentBytes = FileSize(directory + "/" + StagedContentName(id));
-  if (entry.contentBytes == 0) entry.contentBytes = FileSize(directory + "/" + entry.name);
+  if (entry.contentBytes == 0) {
+    const std::string content = directory + "/" + entry.name;
+    bool isInPlace = false;
+    if (!IsContentInPlace(directory + "/" + commitName, content, &isInPlace) || !isInPlace) return;
+    entry.contentBytes = FileSize(content);
+  }
   if (entry.contentBytes == 0) return;
   entry.metadataName = commitName;
   entry.url = SealedUrl(directory + "/" + commitName);

@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "session/cache_location.h"
+#include "session/metadata_file.h"
 #include "session/session_names.h"
 #include "tests/support/session_rig.h"
 #include <oxfilecache/reader.h>
@@ -86,6 +87,12 @@ TEST_F(CacheReaderTest, SeesWhatAnOpeningWouldPutInPlace) {
          fs::remove(content);
          WriteWhole(content + "." + id + ".commit", "new m");
        }},
+      {"decided, the new content lost",
+       [&](auto& content) {
+         const auto seal = internal::MakeSeal(kUrl, 1, 3, "new m");
+         ASSERT_FALSE(
+             internal::StageMetadataFile(content + "." + id + ".commit", "new m", 0, &seal, false));
+       }},
       {"content alone", [](auto& content) { fs::remove(content + ".ox_meta"); }},
       {"metadata alone", [](auto& content) { fs::remove(content); }},
       {"a link",
@@ -105,10 +112,12 @@ TEST_F(CacheReaderTest, SeesWhatAnOpeningWouldPutInPlace) {
     const auto reader = OpenReader(directory_.Path());
     const std::string seen = Read(*reader, kUrl);
     const auto list = reader->List(&error);
+    const auto listed = list.empty() ? "" : ReadWhole(directory_ / list.front().metadataName);
     session = OpenSession(OptionsFor(directory_.Path()));
     const std::string found = Fetch(*session, kUrl);
     EXPECT_TRUE(seen == found || (std::string("a link") == c.what && found == kNotThere)) << seen;
     EXPECT_EQ(list.size(), session->Statistics().entries);
+    EXPECT_EQ(listed, list.empty() ? "" : found.substr(found.find('|') + 1));
     session->Remove(kUrl);
     fs::remove(path);
     fs::remove(path + "x");
