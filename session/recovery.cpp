@@ -20,15 +20,18 @@ Error Delete(const std::string& path) {
   return DeleteFile(path) ? Error{} : SystemError("cannot delete", path);
 }
 
-// What this user may not delete, for example in a directory with the sticky bit, stays. So does all
+// What this user may not change, for example in a directory with the sticky bit, stays. So does all
 // on a file system that has turned read-only: what is there can still be fetched.
+bool MeansItStays(int error) {
+  return IsLastingRefusal(error) || error == EROFS;
+}
+
 Error DeleteLeftover(const std::string& path, std::uint64_t* deleted) {
   if (DeleteFile(path)) {
     ++*deleted;
     return {};
   }
-  const bool stays = IsLastingRefusal(errno) || errno == EROFS;
-  return stays ? Error{} : SystemError("cannot delete", path);
+  return MeansItStays(errno) ? Error{} : SystemError("cannot delete", path);
 }
 
 bool IsOfBlockedCommit(const Survey& survey, const std::string& id) {
@@ -56,9 +59,8 @@ Error FinishCommit(const std::string& directory, const std::string& entryName,
   return SystemError("cannot finish a commit", files.content);
 }
 
-// A commit that this user may not finish, as in a directory with the sticky bit, waits for another
-// opening. Where its content is in place, the metadata beside it is that of the old content, and
-// the two are no entry.
+// A commit that this user may not finish, or not yet, waits for another start. Where its content is
+// in place, the metadata beside it is that of the old content, and the two are no entry.
 void SetAside(const std::string& directory, const std::string& name, Survey* survey) {
   survey->blockedCommits.push_back(name);
   std::string entryName;
@@ -94,6 +96,7 @@ Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry,
 Error FinishCommits(const std::string& directory, Survey* survey) {
   if (Error error = SurveyDirectory(directory, survey)) return error;
   bool isChanged = false;
+  bool isReadOnly = false;
   std::vector<std::string> refused;
   for (const std::string& name : survey->staging) {
     std::string entryName;
@@ -102,13 +105,15 @@ Error FinishCommits(const std::string& directory, Survey* survey) {
     isChanged = true;
     Error error = FinishCommit(directory, entryName, id);
     if (!error) continue;
-    if (!IsLastingRefusal(error.systemError)) return error;
+    if (!MeansItStays(error.systemError)) return error;
+    isReadOnly = isReadOnly || error.systemError == EROFS;
     refused.push_back(name);
   }
   if (!isChanged) return {};
   if (Error error = SurveyDirectory(directory, survey)) return error;
   for (const std::string& name : refused)
     SetAside(directory, name, survey);
+  survey->isReadOnly = isReadOnly;
   return {};
 }
 
@@ -126,7 +131,7 @@ Error DeleteLeftovers(const std::string& directory, const Survey& survey,
     if (id.empty() || isBeingWritten(id) || IsOfBlockedCommit(survey, id)) continue;
     // The medium may still hold a commit file that was taken back; without its content it would
     // pass for one whose content is in place.
-    if (!isSynchronised && !SyncDirectory(directory) && !IsLastingRefusal(errno)) {
+    if (!isSynchronised && !SyncDirectory(directory) && !MeansItStays(errno)) {
       return SystemError("cannot synchronise", directory);
     }
     isSynchronised = true;
@@ -170,7 +175,7 @@ Error TrimToLimits(const std::string& directory, const session::CacheLimits& lim
     }
     Error error = DeleteEntry(directory, *entry, EvictionReason::kLimits, evictions);
     // What this user may not delete stays, and is no entry of this cache.
-    if (error && !IsLastingRefusal(error.systemError)) return error;
+    if (error && !MeansItStays(error.systemError)) return error;
   }
   entries.erase(entries.begin(), kept.base());
   survey->bytes = bytes;

@@ -15,8 +15,8 @@
 namespace ox::internal {
 
 // Finishes every commit that was decided and not put in place, then surveys the directory. A commit
-// that this user may not finish counts as blocked; where only its content is in place, the survey
-// leaves that entry out.
+// counts as blocked that this user may not finish, or that a file system which has turned read-only
+// keeps from being finished; where only its content is in place, the survey leaves that entry out.
 Error FinishCommits(const std::string& directory, Survey* survey);
 
 // Deletes the files that belong to no entry: content without metadata, metadata without content,

@@ -53,6 +53,8 @@ Error RunningCache::Restart() {
   ++starts_;
   // The scan deletes nothing unless somebody else changed the directory meanwhile.
   if (account_.Entries() != survey.entries.size()) account_.MarkStale();
+  // Once it can be, a commit that waits is finished before anything newer is stored.
+  if (survey.isReadOnly) account_.MarkStale();
   return {};
 }
 

@@ -39,6 +39,7 @@ struct Survey {
   std::uint64_t bytes = 0;   // of all entries, content and metadata
   NameArena names;           // of the entries
   bool isOrderKept = false;  // the times of use are from the file of use_order.h
+  bool isReadOnly = false;   // commits wait for the file system to be writable again
 };
 
 // kInputOutput when the directory, or a file in it, cannot be looked at.

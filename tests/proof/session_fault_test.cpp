@@ -299,24 +299,27 @@ TEST(SessionFaults, WhatMayNotBeChangedKeepsNothingFromOpening) {
   enum { kIsStaged, kIsInPlace, kIsLost };
   const int expected[] = {1, kAbsent, 1};
   for (const int stage : {kIsStaged, kIsInPlace, kIsLost}) {
-    Cache cache(Durability::kProcess);
-    Configure(cache.scratch, {100000, 9, 65536});
-    WriteWhole(cache.scratch / "junk", "");
-    WriteWhole(cache.scratch / "junk.ox_meta", "");
-    const std::string content = cache.scratch / internal::ContentName(kInterrupted);
-    const std::string staged = cache.scratch / "ox-0123456789abcdef-2.part";
-    if (stage == kIsInPlace) std::filesystem::rename(staged, content);
-    if (stage == kIsLost) {
-      std::filesystem::remove(staged);
-      cache.ledger.Committed(kInterrupted, 1);
+    for (const int error : {EPERM, EROFS}) {
+      Cache cache(Durability::kProcess);
+      Configure(cache.scratch, {100000, 9, 65536});
+      WriteWhole(cache.scratch / "junk", "");
+      WriteWhole(cache.scratch / "junk.ox_meta", "");
+      const std::string content = cache.scratch / internal::ContentName(kInterrupted);
+      const std::string staged = cache.scratch / "ox-0123456789abcdef-2.part";
+      if (stage == kIsInPlace) std::filesystem::rename(staged, content);
+      if (stage == kIsLost) {
+        std::filesystem::remove(staged);
+        cache.ledger.Committed(kInterrupted, 1);
+      }
+      refusal = {{"rename", "unlinkat", "fsync"}, error};
+      cache.Open();
+      EXPECT_TRUE(cache.session != nullptr &&
+                  FetchVersion(*cache.session, kInterrupted, &cache.error) == expected[stage])
+          << stage << std::strerror(error) << cache.error.Message();
+      refusal = {};
+      // Writable again, the commit is finished before anything is stored over it.
+      CheckBoth(cache, error == EROFS);
     }
-    refusal = {{"rename", "unlinkat"}, EPERM};
-    cache.Open();
-    EXPECT_TRUE(cache.session != nullptr &&
-                FetchVersion(*cache.session, kInterrupted, &cache.error) == expected[stage])
-        << stage << cache.error.Message();
-    refusal = {};
-    CheckAtLast(cache);
   }
 }
 
