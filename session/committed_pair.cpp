@@ -156,11 +156,11 @@ class Look {
     }
   }
 
-  // As a listing orders them (host/directory.h).
-  std::tuple<std::time_t, long, std::string> AgeOf(const std::string& name) const {
+  // As a survey orders them (survey.cpp).
+  std::tuple<std::time_t, long, std::size_t, std::string> AgeOf(const std::string& name) const {
     struct stat status {};
     fstatat(directory_.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW);
-    return {status.st_mtim.tv_sec, status.st_mtim.tv_nsec, name};
+    return {status.st_mtim.tv_sec, status.st_mtim.tv_nsec, name.size(), name};
   }
 
   const std::string& path_;

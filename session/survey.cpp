@@ -84,9 +84,21 @@ class Surveyor {
     for (; other != others_.end(); ++other)
       SortOther(other->File());
     std::sort(survey_->entries.begin(), survey_->entries.end(), IsUsedBefore);
+    std::sort(staging_.begin(), staging_.end(), IsMadeBefore);
+    for (const DirectoryEntry* file : staging_)
+      survey_->staging.emplace_back(file->name);
   }
 
  private:
+  // Of one time, as coarse file systems give it, the later ID of a session is the longer one.
+  static bool IsMadeBefore(const DirectoryEntry* a, const DirectoryEntry* b) {
+    const auto age = [](const DirectoryEntry& file) {
+      return std::make_tuple(file.modified.tv_sec, file.modified.tv_nsec, file.name.size(),
+                             file.name);
+    };
+    return age(*a) < age(*b);
+  }
+
   // True when the two are an entry.
   bool Pair(const Named& metadata, const DirectoryEntry* content) {
     const DirectoryEntry& file = metadata.File();
@@ -108,14 +120,20 @@ class Surveyor {
 
   void SortOther(const DirectoryEntry& file) {
     std::string name(file.name);
-    if (!IsPermanentSessionName(name)) ListOf(file, name)->push_back(std::move(name));
+    if (IsPermanentSessionName(name)) return;
+    if (std::vector<std::string>* list = ListOf(file, name)) {
+      list->push_back(std::move(name));
+    } else {
+      staging_.push_back(&file);
+    }
   }
 
+  // Null for a staged file: these are put in order first.
   std::vector<std::string>* ListOf(const DirectoryEntry& file, const std::string& name) const {
     if (!file.isRegular) return &survey_->foreignFiles;
     if (format::IsContentName(name)) return &survey_->contentWithoutMetadata;
     if (IsBlockedCommit(name)) return &survey_->blockedCommits;
-    return IsSessionName(name) ? &survey_->staging : &survey_->foreignFiles;
+    return IsSessionName(name) ? nullptr : &survey_->foreignFiles;
   }
 
   bool IsDirectoryName(const std::string& name) const {
@@ -133,6 +151,7 @@ class Surveyor {
   Survey* survey_;
   std::vector<Named> metadata_;
   std::vector<Named> others_;
+  std::vector<const DirectoryEntry*> staging_;
   std::vector<std::string_view> directories_;
 };
 

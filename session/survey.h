@@ -30,7 +30,8 @@ struct Survey {
   std::vector<SurveyedEntry> entries;               // least recently used first
   std::vector<std::string> contentWithoutMetadata;  // names of the form of a content file
   std::vector<std::string> metadataWithoutContent;
-  std::vector<std::string> staging;  // a session's own unfinished files
+  // A session's own unfinished files, in the order in which they were made.
+  std::vector<std::string> staging;
   // Commit files that cannot be finished, because a directory stands under a name of their entry or
   // of their staged content, or because this user may not (recovery.h).
   std::vector<std::string> blockedCommits;

@@ -93,6 +93,15 @@ TEST_F(CacheReaderTest, SeesWhatAnOpeningWouldPutInPlace) {
          ASSERT_FALSE(
              internal::StageMetadataFile(content + "." + id + ".commit", "new m", 0, &seal, false));
        }},
+      {"decided twice",
+       [&](auto& content) {
+         for (const std::string count : {"9", "10"}) {
+           const std::string twice = "0123456789abcdef-" + count;
+           WriteWhole(directory_ / ("ox-" + twice + ".part"), "new " + count);
+           WriteWhole(content + "." + twice + ".commit", "new m" + count);
+           SetModified(content + "." + twice + ".commit", 1000000000 + std::stoi(count));
+         }
+       }},
       {"content alone", [](auto& content) { fs::remove(content + ".ox_meta"); }},
       {"metadata alone", [](auto& content) { fs::remove(content); }},
       {"a link",
