@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "host/system_calls.h"
 #include "session/durable_io.h"
@@ -38,13 +39,16 @@ std::int64_t EvenSeconds(const timespec& time) {
 
 // From the most recent use on, so that none lies later than it did.
 std::string TextOf(const Survey& survey) {
-  std::string text;
+  std::vector<std::int64_t> times;
   std::int64_t bound = INT64_MAX;
   for (auto entry = survey.entries.rbegin(); entry != survey.entries.rend(); ++entry) {
-    const std::int64_t seconds = std::min(EvenSeconds(entry->used), bound - kStep);
-    bound = seconds;
-    text.insert(0, std::to_string(seconds) + " " + std::string(entry->name) + "\n");
+    bound = std::min(EvenSeconds(entry->used), bound - kStep);
+    times.push_back(bound);
   }
+  std::string text;
+  auto time = times.rbegin();
+  for (const SurveyedEntry& entry : survey.entries)
+    text += std::to_string(*time++) + " " + std::string(entry.name) + "\n";
   return text;
 }
 
