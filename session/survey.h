@@ -37,10 +37,11 @@ struct Survey {
   std::vector<std::string> blockedCommits;
   // Everything else but the session's and the module's own files.
   std::vector<std::string> foreignFiles;
-  std::uint64_t bytes = 0;   // of all entries, content and metadata
-  NameArena names;           // of the entries
-  bool isOrderKept = false;  // the times of use are from the file of use_order.h
-  bool isReadOnly = false;   // commits wait for the file system to be writable again
+  std::uint64_t bytes = 0;     // of all entries, content and metadata
+  NameArena names;             // of the entries
+  bool isOrderKept = false;    // the times of use are from the file of use_order.h
+  bool isOrderToStay = false;  // which was written anew where times cannot be set
+  bool isReadOnly = false;     // commits wait for the file system to be writable again
 };
 
 // kInputOutput when the directory, or a file in it, cannot be looked at.

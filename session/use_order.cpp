@@ -52,18 +52,24 @@ std::string TextOf(const Survey& survey) {
   return text;
 }
 
+struct Order {
+  std::string text;
+  std::int64_t modified = 0;
+};
+
 // A file of more bytes was not made for these entries, and need not fit into the memory.
-bool ReadWhole(const std::string& path, std::uint64_t mostBytes, std::string* text) {
+bool ReadWhole(const std::string& path, std::uint64_t mostBytes, Order* order) {
   const UniqueFd file(OpenRetrying(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK));
   struct stat status;
   if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
   if (static_cast<std::uint64_t>(status.st_size) > mostBytes) return false;
+  order->modified = ToNanoseconds(status.st_mtim);
   char piece[4096];
   for (;;) {
     const ssize_t bytes = read(file.Get(), piece, sizeof piece);
     if (bytes == 0) return true;
     if (bytes < 0 && errno != EINTR) return false;
-    if (bytes > 0) text->append(piece, static_cast<std::size_t>(bytes));
+    if (bytes > 0) order->text.append(piece, static_cast<std::size_t>(bytes));
   }
 }
 
@@ -79,10 +85,7 @@ Times Parse(const std::string& text) {
   return times;
 }
 
-}  // namespace
-
-Error KeepUseOrder(const std::string& directory, const Survey& survey) {
-  const std::string text = TextOf(survey);
+Error Keep(const std::string& directory, const std::string& text) {
   const std::string path = PathOf(directory);
   // A session deletes what is left of a staged file.
   const std::string staged = directory + "/" + StagedContentName(IdSource().Next());
@@ -94,14 +97,23 @@ Error KeepUseOrder(const std::string& directory, const Survey& survey) {
   return SystemError("cannot synchronise", directory);
 }
 
+}  // namespace
+
+Error KeepUseOrder(const std::string& directory, const Survey& survey) {
+  return Keep(directory, TextOf(survey));
+}
+
 void ReadUseOrder(const std::string& directory, Survey* survey) {
-  std::string text;
-  const std::uint64_t mostBytes = survey->entries.size() * kLongestLine;
-  if (!ReadWhole(PathOf(directory), mostBytes, &text)) return;
-  const Times times = Parse(text);
+  Order order;
+  const std::uint64_t mostBytes = (survey->entries.size() + 1) * kLongestLine;
+  if (!ReadWhole(PathOf(directory), mostBytes, &order)) return;
+  const Times times = Parse(order.text);
+  survey->isOrderToStay = times.count(kUseOrderFileName) != 0;
+  const std::int64_t latest = survey->isOrderToStay ? order.modified : INT64_MAX;
   for (SurveyedEntry& entry : survey->entries) {
     const auto found = times.find(std::string(entry.name));
-    if (found != times.end()) entry.used = ToTimespec(found->second);
+    const bool isKept = found != times.end() && ToNanoseconds(entry.used) <= latest;
+    if (isKept) entry.used = ToTimespec(found->second);
   }
   std::sort(survey->entries.begin(), survey->entries.end(), IsUsedBefore);
   survey->isOrderKept = true;
@@ -115,7 +127,12 @@ void SettleUseOrder(const std::string& directory, const Survey& survey) {
         directory + "/" + std::string(entry.name) + format::kMetadataSuffix;
     isSet = SetFileTime(metadata, ToNanoseconds(entry.used)) && isSet;
   }
-  if (!isSet) return;
+  if (!isSet) {
+    // Best effort: in a directory that is read-only nothing is stored either.
+    const std::string itself = "0 " + std::string(kUseOrderFileName) + "\n";
+    if (!survey.isOrderToStay) Keep(directory, itself + TextOf(survey));
+    return;
+  }
   // Otherwise a power cut could keep the deletion and lose the times.
   const UniqueFd opened(OpenRetrying(AT_FDCWD, directory.c_str(), O_RDONLY | O_DIRECTORY));
   if (opened.IsOpen()) syncfs(opened.Get());

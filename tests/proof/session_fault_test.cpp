@@ -323,6 +323,20 @@ TEST(SessionFaults, WhatMayNotBeChangedKeepsNothingFromOpening) {
   }
 }
 
+TEST(SessionFaults, AnOrderOfUseThatStaysLeavesLaterTimes) {
+  Cache cache(Durability::kProcess);
+  const std::string name = internal::ContentName(kReplaced);
+  WriteWhole(cache.scratch / "ox-session.order", "10 " + name + "\n");
+  refusal = {{"utimensat", "futimens"}, EPERM};
+  for (int version = 2; version < 4; ++version) {
+    cache.Open();
+    usleep(20000);  // more than the steps of a file's time
+    Store(*cache.session, kReplaced, version, &cache.ledger);
+    EXPECT_EQ(name, Look(cache.scratch.Path()).entries.back().name);
+  }
+  refusal = {};
+}
+
 TEST(SessionFaults, FilesDeletedAtEveryChange) {
   const struct {
     const char* pattern;
