@@ -85,7 +85,9 @@ std::vector<SurveyedEntry> UnusedFor(std::chrono::seconds age, const Survey& sur
   std::vector<SurveyedEntry> unused;
   std::copy_if(survey.entries.begin(), survey.entries.end(), std::back_inserter(unused),
                [&](const SurveyedEntry& entry) {
-                 const std::chrono::nanoseconds since(now - internal::ToNanoseconds(entry.used));
+                 const std::int64_t used =
+                     std::max<std::int64_t>(internal::ToNanoseconds(entry.used), 0);
+                 const std::chrono::nanoseconds since(now - used);
                  // In seconds: an age may be more than nanoseconds can hold.
                  return std::chrono::duration_cast<std::chrono::seconds>(since) >= age;
                });

@@ -50,14 +50,18 @@ class RunningProduction {
 
 // Success means that there was an entry a moment ago.
 Error CacheSession::ProduceOrWait(const std::string& url, const Producer& producer,
-                                  bool* hasProduced) {
+                                  std::optional<FetchedEntry>* found, bool* hasProduced) {
   Error error;
   if (!state_->productions.Begin(url, &error)) return error;
   RunningProduction production(state_->productions, url);
   // Another thread may have finished before this one began.
-  if (!Contains(url, &error) && !error) {
+  FetchedEntry entry;
+  error = internal::FetchEntry(*state_, url, &entry);
+  if (internal::IsMissing(error)) {
     *hasProduced = true;
     error = Produce(*this, url, producer);
+  } else if (!error) {
+    *found = std::move(entry);
   }
   production.SetError(error);
   return error;
@@ -69,8 +73,8 @@ std::optional<FetchedEntry> CacheSession::FetchOrStore(const std::string& url,
   *error = internal::WithoutExceptions([&, result = std::move(*error)]() mutable {
     bool hasProduced = false;
     while (!found && internal::IsMissing(result) && !hasProduced) {
-      result = ProduceOrWait(url, producer, &hasProduced);
-      if (result) break;
+      result = ProduceOrWait(url, producer, &found, &hasProduced);
+      if (result || found) break;
       FetchedEntry entry;
       result = internal::FetchEntry(*state_, url, &entry);
       if (!result) found = std::move(entry);

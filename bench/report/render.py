@@ -4,6 +4,7 @@ import re
 
 NAMES = {
     "floor": "Floor",
+    "careful-floor": "Careful floor",
     "measuring-floor": "Floor that measures the new entry too",
     "linux-host": "**Bare interface, Linux host**",
     "plain-host": "Bare interface, plain host",
@@ -125,8 +126,13 @@ class Report:
             goals.append((text + ", less what the module takes alone", 2.0, self.own_part(one)))
             goals.append((f"MB on top of the module's at an opening, N = {one['entries']:,}", 20.0,
                           (one["heap_peak_bytes"] - one["module_heap_bytes"]) / 1e6))
+        for operation, limit in (("store", 1.15), ("replace", 1.25)):
+            for entries, where in itertools.product((200, 1000), ("tmpfs", "disk")):
+                goals.append((f"{operation}, session against the careful floor, {where}, "
+                              f"N = {entries:,}", limit,
+                              self.ratio("session", operation, entries, where, "careful-floor")))
         for entries in (200, 1000):
-            goals.append((f"fetch with content, session against bare, N = {entries:,}", 1.25,
+            goals.append((f"fetch with content, session against bare, N = {entries:,}", 1.10,
                           self.ratio("session", "content", entries, base="linux-host")))
         goals.append(("ns for each step of the walk, N = 1,000", 4.0, self.walk(1000)))
         goals.append(("allocations of a hit", 4.0,
