@@ -1,6 +1,7 @@
 #include "bench/files.h"
 
 #include <fcntl.h>
+#include <nettle/md5.h>
 #include <unistd.h>
 
 #include <cerrno>
