@@ -132,6 +132,8 @@ Error CacheSession::RemoveIf(const std::function<bool(const ListedEntry&)>& isUn
     seen.erase(std::remove_if(seen.begin(), seen.end(),
                               [&](const Seen& one) { return !isUnwanted(one.listed); }),
                seen.end());
+    // The predicate may have forked.
+    if (Error failed = state_->directoryLock->CheckHeld()) return failed;
     const MutexLock lock(state_->mutex);
     const std::uint64_t before = state_->counts.removed;
     Error error = RemoveUnchanged(*state_, seen);

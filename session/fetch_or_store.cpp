@@ -32,16 +32,19 @@ Error Produce(CacheSession& session, const std::string& url, const Producer& pro
 // Ends the production whatever happens. Memory has run out where no error was set.
 class RunningProduction {
  public:
-  RunningProduction(internal::Productions& productions, const std::string& url)
-      : productions_(productions), url_(url) {}
-  ~RunningProduction() { productions_.Finish(url_, std::move(error_)); }
+  RunningProduction(internal::SessionState& state, const std::string& url)
+      : state_(state), url_(url) {}
+  ~RunningProduction() {
+    // A child that the producer forked has no part in it.
+    if (state_.directoryLock->IsHeld()) state_.productions.Finish(url_, std::move(error_));
+  }
   RunningProduction(const RunningProduction&) = delete;
   RunningProduction& operator=(const RunningProduction&) = delete;
 
   void SetError(const Error& error) { error_ = error; }
 
  private:
-  internal::Productions& productions_;
+  internal::SessionState& state_;
   const std::string& url_;
   Error error_{ErrorKind::kOutOfMemory, {}, {}, 0};
 };
@@ -53,7 +56,7 @@ Error CacheSession::ProduceOrWait(const std::string& url, const Producer& produc
                                   std::optional<FetchedEntry>* found, bool* hasProduced) {
   Error error;
   if (!state_->productions.Begin(url, &error)) return error;
-  RunningProduction production(state_->productions, url);
+  RunningProduction production(*state_, url);
   // Another thread may have finished before this one began.
   FetchedEntry entry;
   error = internal::FetchEntry(*state_, url, &entry);
