@@ -85,6 +85,11 @@ void Transfer::SetUpLimits() {
   Set(CURLOPT_TIMEOUT_MS, static_cast<long>(options_.totalTimeout.count()));
   Set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(options_.silenceTimeout.count()));
   Set(CURLOPT_LOW_SPEED_LIMIT, static_cast<long>(options_.minimumSpeed));
+#if LIBCURL_VERSION_NUM >= 0x075700
+  // Otherwise the loop, and with it every other transfer, would wait for a name server that is
+  // silent when a transfer that waits for it is given up.
+  Set(CURLOPT_QUICK_EXIT, 1L);
+#endif
 }
 
 void Transfer::SetUpBody() {
