@@ -212,6 +212,9 @@ Error ServerExchange::WhyNotKept(const StoredAnswer& answer, std::uint64_t bodyB
   if (whyNotStored_) return whyNotStored_;
   const char* why = WhyNotStored(answer.status, answer.headers, request_.headers);
   if (why != nullptr) return NotStored(why);
+  if (LeadsToSecret(request_.url, answer.headers)) {
+    return NotStored("it names a URL with a password");
+  }
   const std::uint32_t limit = state_.session.Limits().maxEntrySize;
   if (bodyBytes > limit) {
     return NotStored(std::to_string(bodyBytes) + " bytes are above the limit of one entry, " +

@@ -26,6 +26,17 @@ bool MayBeStoredWithAuthorization(const CacheControl& control) {
   return control.isPublic || control.mustRevalidate || control.hasSharedMaxAge;
 }
 
+// Whether there is "@" in what a URL in the text has for its server. libcurl takes one slash too.
+bool HasUserName(std::string_view text) {
+  for (std::size_t i = 0; (i = text.find('/', i)) != text.npos;) {
+    const bool isBeforeServer = text.substr(i, 2) == "//" || (i > 0 && text[i - 1] == ':');
+    i = std::min(text.find_first_not_of('/', i), text.size());
+    const std::string_view part = text.substr(i, text.find_first_of("/?#", i) - i);
+    if (isBeforeServer && part.find('@') != part.npos) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 const char* WhyNotStored(int status, const HeaderList& answer, const HeaderList& request) {
@@ -44,10 +55,28 @@ const char* WhyNotStored(int status, const HeaderList& answer, const HeaderList&
   return nullptr;
 }
 
+bool LeadsToSecret(const Url& url, const HeaderList& answer) {
+  return std::any_of(answer.begin(), answer.end(), [&url](const Header& header) {
+    if (!SameName(header.name, "Location") && !SameName(header.name, "Content-Location")) {
+      return false;
+    }
+    Url other;
+    if (ResolveLocation(url, header.value, &other)) return HasUserName(header.value);
+    return !other.user.empty() || !other.password.empty();
+  });
+}
+
 HeaderList KeptHeaders(HeaderList headers) {
   RemoveConnectionHeaders(&headers);
   for (const std::string& name : ParseCacheControl(headers).unkeptNames)
     Remove(&headers, name);
+  headers.erase(std::remove_if(headers.begin(), headers.end(),
+                               [](const Header& header) {
+                                 return !SameName(header.name, "Location") &&
+                                        !SameName(header.name, "Content-Location") &&
+                                        HasUserName(header.value);
+                               }),
+                headers.end());
   return headers;
 }
 

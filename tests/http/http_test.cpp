@@ -138,6 +138,9 @@ TEST_F(HttpTest, WhatDoesNotFitIntoMetadataIsLeftOutOrKeepsTheAnswerOut) {
   EXPECT_EQ(answer_->HeaderValue("X-A") + answer_->HeaderValue("X-B"), one);
   server.SetAnswer(Always(Whole(kFresh + ("Vary: " + one + one) + "\r\n", "body")));
   EXPECT_EQ(Get(server.Url("/vary")), "uncached 200 body");
+  server.SetAnswer(Always(
+      "HTTP/1.1 200 OK\r\nConnection: close, cache-control\r\nCache-Control: no-store\r\n\r\nx"));
+  EXPECT_EQ(Get(server.Url("/connection")), "uncached 200 x");
 }
 
 TEST_F(HttpTest, SecretsReachNoFileAndNoMessage) {
@@ -153,6 +156,17 @@ TEST_F(HttpTest, SecretsReachNoFileAndNoMessage) {
   EXPECT_EQ(Get(withPassword), "miss 200 x");
   EXPECT_EQ(answer_->url, url);
   EXPECT_EQ(Metadata(url).find("pass"), std::string::npos);
+  const std::string away = "//user:pass@" + url.substr(7);
+  for (const std::string& header : {"Location: http:" + away, "Content-Location: " + away,
+                                    std::string("Location: ftp://user:pass@h/")}) {
+    server.SetAnswer(Always(Whole(kFresh + header + "\r\n", "", "301 Moved")));
+    RequestOptions options;
+    options.maxRedirections = 0;
+    EXPECT_EQ(Get(server.Url("/secret"), options), "uncached 301 ") << header;
+  }
+  server.SetAnswer(Always(Whole(kFresh + ("Link: <http:" + away + ">\r\n"), "x")));
+  EXPECT_EQ(Get(server.Url("/link")), "miss 200 x");
+  EXPECT_EQ(Metadata(server.Url("/link")).find("pass"), std::string::npos);
   // On the way to another server, which gets neither.
   RawServer other(Always(Whole(kFresh, "other")));
   server.SetAnswer(Always(Whole("Location: " + other.Url("/") + "\r\n", "", "302 Found")));
