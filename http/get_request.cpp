@@ -98,7 +98,9 @@ bool MayReplaceServer(const GetRequest& request, const Candidate& candidate) {
 Result DeliverStored(const GetRequest& request, StoredEntry stored, ox::http::Outcome outcome,
                      Error reason, Error* error) {
   const HeaderList& asked = request.options.headers;
-  const bool isNotModified = HasConditions(asked) && IsNotModified(stored.answer, asked);
+  // Of a redirection or an error the caller has no copy to go on using.
+  const bool isNotModified =
+      stored.answer.status == kOk && HasConditions(asked) && IsNotModified(stored.answer, asked);
   const auto range = AskedRange(asked, stored.answer);
   Answer answer = AnswerOf(request, std::move(stored));
   answer.outcome = outcome;

@@ -104,7 +104,15 @@ TransferRequest ServerExchange::BuildRequest() {
   // The answer would be about a part of what is asked whether it has changed.
   if (isConditional_) Remove(&toSend.headers, "Range");
   offset_ = 0;
-  const bool isPlain = !HasConditions(toSend.headers) && Find(toSend.headers, "Range") == nullptr;
+  const bool isForPart = Find(toSend.headers, "Range") != nullptr;
+  if (isForPart && toSend.decode) {
+    // Nobody can unpack a part of what is packed.
+    toSend.decode = false;
+    if (Find(request_.options.headers, "Accept-Encoding") == nullptr) {
+      Set(&toSend.headers, "Accept-Encoding", "identity");
+    }
+  }
+  const bool isPlain = !HasConditions(toSend.headers) && !isForPart;
   if (!candidate_.part || !mayResume_ || !isPlain) return toSend;
   offset_ = candidate_.part->answer.bodyBytes;
   toSend.offset = offset_;
@@ -214,6 +222,9 @@ Error ServerExchange::WhyNotKept(const StoredAnswer& answer, std::uint64_t bodyB
   if (why != nullptr) return NotStored(why);
   if (LeadsToSecret(request_.url, answer.headers)) {
     return NotStored("it names a URL with a password");
+  }
+  if (state_.options.decode && Find(answer.headers, "Content-Encoding") != nullptr) {
+    return NotStored("it was asked for as a part, and came packed");
   }
   const std::uint32_t limit = state_.session.Limits().maxEntrySize;
   if (bodyBytes > limit) {
