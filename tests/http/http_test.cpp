@@ -262,6 +262,33 @@ TEST_F(HttpTest, NotModifiedWritesMetadataAlone) {
             written);
 }
 
+TEST_F(HttpTest, ConditionsAndRangesOfTheCaller) {
+  RawServer server(Always(Whole(kFresh, "gone", "404 Not Found")));
+  Get(server.Url("/gone"));
+  EXPECT_EQ(Get(server.Url("/gone"), With("If-None-Match", "*")), "hit 404 gone");
+  server.SetAnswer([](const Connection& connection) {
+    const bool isAsIs = connection.Has("Accept-Encoding: identity\r\n");
+    connection.Send(Whole(isAsIs ? "Content-Range: bytes 1-2/4\r\n" : "Content-Encoding: gzip\r\n",
+                          "od", "206 Partial Content"));
+  });
+  EXPECT_EQ(Get(server.Url("/part"), With("Range", "bytes=1-2")), "uncached 206 od");
+}
+
+#ifdef OX_EXAMPLE_PATH
+TEST_F(HttpTest, TheExampleWritesTheBodyAndNoMore) {
+  for (const std::string body : {"", "text"}) {
+    RawServer server(Always(Whole(kFresh, body)));
+    for (const char* times : {"once", "again"}) {
+      const std::string output = directory_ / "output";
+      const std::string command = OX_EXAMPLE_PATH " " + (directory_ / "example") + " " +
+                                  server.Url("/") + " >" + output + " 2>/dev/null";
+      EXPECT_EQ(std::system(command.c_str()), 0);
+      EXPECT_EQ(ReadWhole(output), body) << times;
+    }
+  }
+}
+#endif
+
 TEST_F(HttpTest, StandsInForAServerThatFails) {
   RawServer server(Always(Whole(kTagged, "old")));
   Get(server.Url("/"));
