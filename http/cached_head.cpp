@@ -18,6 +18,7 @@ void UpdateStored(const GetRequest& request, const TransferHead& head, StoredAns
   const std::string& url = request.url.text;
   if (IsSameRepresentation(head.headers, stored)) {
     Freshen(head.headers, head.requestTime, head.responseTime, &stored);
+    if (WhyNotRenewed(request, stored) != nullptr) return;
     const auto metadata = ToMetadata(stored, url);
     if (metadata && !session.SetMetadata(url, *metadata)) return;
   }

@@ -7,6 +7,7 @@
 
 #include "http/byte_range.h"
 #include "http/request_headers.h"
+#include "http/storability.h"
 #include "http/unnamed_file.h"
 #include "http/validation.h"
 #include "http/vary.h"
@@ -87,6 +88,14 @@ Candidate FindCandidate(const GetRequest& request) {
   }
   candidate.stored = std::move(found);
   return candidate;
+}
+
+const char* WhyNotRenewed(const GetRequest& request, const StoredAnswer& renewed) {
+  const char* why = WhyNotStored(request.url, renewed, request.headers);
+  if (why != nullptr && ParseCacheControl(renewed.headers).noStore) {
+    request.state.session.Remove(request.url.text);
+  }
+  return why;
 }
 
 bool MayReplaceServer(const GetRequest& request, const Candidate& candidate) {

@@ -42,6 +42,10 @@ struct Candidate {
 
 Candidate FindCandidate(const GetRequest& request);
 
+// Null when the stored answer, as the server has just renewed it, may be written; otherwise why
+// not. It is removed when the server now forbids to store it.
+const char* WhyNotRenewed(const GetRequest& request, const StoredAnswer& renewed);
+
 // Whether the stored answer may stand in for a server that gives none.
 bool MayReplaceServer(const GetRequest& request, const Candidate& candidate);
 

@@ -144,18 +144,19 @@ Result ServerExchange::TakeNotModified(const TransferHead& head, Error* error) {
   const StoredAnswer before = stored;
   Freshen(head.headers, head.requestTime, head.responseTime, &stored);
   if (!candidate_.isMatching) stored.varied = VariedHeaders(stored.headers, request_.headers);
-  end_.kind = Kind::kStored;
+  end_.kind = Kind::kNotUsed;
   Error reason;
   const auto metadata = ToMetadata(stored, request_.url.text);
-  if (ParseCacheControl(stored.headers).noStore) {
-    state_.session.Remove(request_.url.text);
-    end_.kind = Kind::kNotUsed;
+  const char* why = WhyNotRenewed(request_, stored);
+  if (why != nullptr) {
+    reason = NotStored(why);
   } else if (!metadata) {
     reason = NotStored("its new headers do not fit into an entry");
   } else if (!candidate_.isMatching ||
              IsWorthWriting(before, stored, state_.options.heuristicFreshness)) {
     reason = state_.session.SetMetadata(request_.url.text, *metadata);
   }
+  if (!reason) end_.kind = Kind::kStored;
   return DeliverStored(request_, std::move(*candidate_.stored), Outcome::kRevalidated,
                        std::move(reason), error);
 }
@@ -218,11 +219,8 @@ Result ServerExchange::TakeBody(Transfer& transfer, const TransferHead& head, Er
 
 Error ServerExchange::WhyNotKept(const StoredAnswer& answer, std::uint64_t bodyBytes) const {
   if (whyNotStored_) return whyNotStored_;
-  const char* why = WhyNotStored(answer.status, answer.headers, request_.headers);
+  const char* why = WhyNotStored(request_.url, answer, request_.headers);
   if (why != nullptr) return NotStored(why);
-  if (LeadsToSecret(request_.url, answer.headers)) {
-    return NotStored("it names a URL with a password");
-  }
   if (state_.options.decode && Find(answer.headers, "Content-Encoding") != nullptr) {
     return NotStored("it was asked for as a part, and came packed");
   }

@@ -37,24 +37,7 @@ bool HasUserName(std::string_view text) {
   return false;
 }
 
-}  // namespace
-
-const char* WhyNotStored(int status, const HeaderList& answer, const HeaderList& request) {
-  const CacheControl control = ParseCacheControl(answer);
-  if (ParseCacheControl(request).noStore) return "the request forbids storing it";
-  if (status == 206 || status == 304) return "it is a part of an answer";
-  if (control.mustUnderstand && !IsUnderstood(status)) return "its status is not understood";
-  if (control.noStore && !control.mustUnderstand) return "the server forbids storing it";
-  if (!MayBeStoredByItself(status, control, answer)) {
-    return "answers of its status are stored only with a lifetime";
-  }
-  if (Find(request, "Authorization") != nullptr && !MayBeStoredWithAuthorization(control)) {
-    return "it was given to an authorized user";
-  }
-  if (VariesBySecret(answer, request)) return "it varies by a password or a cookie";
-  return nullptr;
-}
-
+// Without that header it would be another answer, and with it the password would be on the disk.
 bool LeadsToSecret(const Url& url, const HeaderList& answer) {
   return std::any_of(answer.begin(), answer.end(), [&url](const Header& header) {
     if (!SameName(header.name, "Location") && !SameName(header.name, "Content-Location")) {
@@ -64,6 +47,26 @@ bool LeadsToSecret(const Url& url, const HeaderList& answer) {
     if (ResolveLocation(url, header.value, &other)) return HasUserName(header.value);
     return !other.user.empty() || !other.password.empty();
   });
+}
+
+}  // namespace
+
+const char* WhyNotStored(const Url& url, const StoredAnswer& answer, const HeaderList& request) {
+  const int status = answer.status;
+  const CacheControl control = ParseCacheControl(answer.headers);
+  if (ParseCacheControl(request).noStore) return "the request forbids storing it";
+  if (status == 206 || status == 304) return "it is a part of an answer";
+  if (control.mustUnderstand && !IsUnderstood(status)) return "its status is not understood";
+  if (control.noStore && !control.mustUnderstand) return "the server forbids storing it";
+  if (!MayBeStoredByItself(status, control, answer.headers)) {
+    return "answers of its status are stored only with a lifetime";
+  }
+  if (Find(request, "Authorization") != nullptr && !MayBeStoredWithAuthorization(control)) {
+    return "it was given to an authorized user";
+  }
+  if (VariesBySecret(answer.headers, request)) return "it varies by a password or a cookie";
+  if (LeadsToSecret(url, answer.headers)) return "it names a URL with a password";
+  return nullptr;
 }
 
 HeaderList KeptHeaders(HeaderList headers) {

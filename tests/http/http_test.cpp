@@ -289,6 +289,26 @@ TEST_F(HttpTest, TheExampleWritesTheBodyAndNoMore) {
 }
 #endif
 
+TEST_F(HttpTest, RenewsOnlyWhatMayBeStored) {
+  const auto renewal = [](const std::string& headers) {
+    return "HTTP/1.1 304 Not Modified\r\nConnection: close\r\nX-New: 1\r\n" + headers + "\r\n";
+  };
+  RawServer server(Always(Whole(kTagged, "body")));
+  for (const char* path : {"/", "/head"})
+    Get(server.Url(path));
+  server.SetAnswer(Always(renewal(kFresh)));
+  for (const auto& options : {With("Cache-Control", "no-store"), With("Authorization", "x")}) {
+    EXPECT_EQ(Get(server.Url("/"), options), "revalidated 200 body");
+    EXPECT_EQ(Metadata(server.Url("/")).find("X-New"), std::string::npos);
+  }
+  server.SetAnswer(Always(renewal("Cache-Control: no-store\r\n")));
+  EXPECT_EQ(Get(server.Url("/")), "revalidated 200 body");
+  EXPECT_EQ(Metadata(server.Url("/")), "");
+  server.SetAnswer(Always("HTTP/1.1 200 OK\r\nETag: \"1\"\r\nCache-Control: no-store\r\n\r\n"));
+  client_->Head(server.Url("/head"), {}, &error_);
+  EXPECT_EQ(Metadata(server.Url("/head")), "");
+}
+
 TEST_F(HttpTest, StandsInForAServerThatFails) {
   RawServer server(Always(Whole(kTagged, "old")));
   Get(server.Url("/"));
