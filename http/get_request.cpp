@@ -50,20 +50,6 @@ Error GiveToReceiver(const Answer& answer, ox::http::BodyReceiver& receiver) {
 
 }  // namespace
 
-Deadline DeadlineOf(const ox::http::RequestOptions& options) {
-  const bool hasLimit = options.totalTimeout.count() > 0;
-  return hasLimit ? std::chrono::steady_clock::now() + options.totalTimeout : Deadline::max();
-}
-
-Error TimeLeft(Deadline deadline, std::chrono::milliseconds* left) {
-  *left = {};
-  if (deadline == Deadline::max()) return {};
-  *left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline -
-                                                                std::chrono::steady_clock::now());
-  if (left->count() > 0) return {};
-  return MakeError(ErrorKind::kInputOutput, "the time for this request is over");
-}
-
 Error MakeGetRequest(GetRequest* request) {
   Error error = MakeRequestHeaders(request->state.options, request->url, request->options.headers,
                                    &request->headers);

@@ -2,11 +2,11 @@
 #ifndef OX_HTTP_GET_REQUEST_H_
 #define OX_HTTP_GET_REQUEST_H_
 
-#include <chrono>
 #include <optional>
 
 #include "http/cache_control.h"
 #include "http/client_state.h"
+#include "http/deadline.h"
 #include "http/freshness.h"
 #include "http/stored_entry.h"
 #include "http/url.h"
@@ -14,12 +14,6 @@
 namespace ox::internal::http {
 
 using Result = std::optional<ox::http::Answer>;
-// The largest value: none.
-using Deadline = std::chrono::steady_clock::time_point;
-
-Deadline DeadlineOf(const ox::http::RequestOptions& options);
-// kInputOutput when it has passed. `left` is 0 for no limit, as in RequestOptions.
-Error TimeLeft(Deadline deadline, std::chrono::milliseconds* left);
 
 struct GetRequest {
   ClientState& state;

@@ -204,7 +204,8 @@ Result ServerExchange::TakeBody(Transfer& transfer, const TransferHead& head, Er
     return Again();
   }
   if (transferError_) {
-    KeepPart(std::move(answer), wholeBytes, target);
+    // The next request would resume it, and find it too large again.
+    if (!transfer.HasExceededLimit()) KeepPart(std::move(answer), wholeBytes, target);
     return WithoutServer(std::exchange(transferError_, {}), error);
   }
   if (*error) return std::nullopt;

@@ -236,6 +236,17 @@ TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
     server.SetAnswer(next);
     EXPECT_EQ(Get(url), "miss 200 " + news);
   }
+  // All of it is smaller than allowed, although not with the part that is no use any more.
+  server.SetAnswer(cut);
+  const std::string url = server.Url("/limit");
+  EXPECT_EQ(Get(url), "error 7");
+  RequestOptions limit;
+  limit.maxBodyBytes = 90000;
+  server.SetAnswer(Always(Whole(kFresh, body.substr(0, 80000))));
+  EXPECT_EQ(Get(url, limit), "miss 200 " + body.substr(0, 80000));
+  server.SetAnswer(Always(Whole(std::string(kFresh) + "ETag: \"1\"\r\n", body)));
+  EXPECT_EQ(Get(server.Url("/large"), limit), "error 7");
+  EXPECT_EQ(Metadata(server.Url("/large")), "");
   // What is whole is not given up for a part.
   server.SetAnswer(cut);
   RequestOptions refresh;
@@ -390,6 +401,28 @@ TEST_F(HttpTest, CallersCancelAndLimitTheTime) {
   options.onProgress = nullptr;
   options.totalTimeout = 300ms;
   EXPECT_EQ(Get(server.Url("/body"), options), "error 7");
+  options.totalTimeout = std::chrono::milliseconds::max();
+  options.onProgress = [](const http::Progress& now) { return now.received == 0; };
+  EXPECT_EQ(Get(server.Url("/body"), options), "error 11");
+  options.onProgress = nullptr;
+  // Also while all connections are taken.
+  client_.reset();
+  http::ClientOptions one;
+  one.connectionsPerServer = 1;
+  client_ = http::Client::Open(*session_, one, &error_);
+  std::thread other([this, &server] {
+    Error error;
+    RequestOptions seconds;
+    seconds.totalTimeout = 3s;
+    client_->Get(server.Url("/head"), seconds, &error);
+  });
+  while (server.Requests().back().find("/head") == std::string::npos)
+    std::this_thread::sleep_for(10ms);
+  const auto begun = std::chrono::steady_clock::now();
+  options.totalTimeout = 300ms;
+  EXPECT_EQ(Get(server.Url("/body"), options), "error 7");
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 2s);
+  other.join();
 }
 
 }  // namespace
