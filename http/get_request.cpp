@@ -61,19 +61,21 @@ Error MakeGetRequest(GetRequest* request) {
 Candidate FindCandidate(const GetRequest& request) {
   Candidate candidate;
   auto found = FindStored(request.state.session, request.url.text, &candidate.isThere);
-  if (!found) return candidate;
-  const bool isMatching = MatchesVary(found->answer, request.headers);
-  if (found->IsPart()) {
-    if (isMatching) candidate.part = std::move(found);
-    return candidate;
-  }
-  candidate.isMatching = isMatching;
-  if (isMatching) {
+  if (!found || found->IsPart()) return candidate;
+  candidate.isMatching = MatchesVary(found->answer, request.headers);
+  if (candidate.isMatching) {
     candidate.reuse = JudgeReuse(found->answer, request.control, std::time(nullptr),
                                  request.state.options.heuristicFreshness);
   }
   candidate.stored = std::move(found);
   return candidate;
+}
+
+std::optional<StoredEntry> FindPart(const GetRequest& request) {
+  bool isThere = false;
+  auto part = FindStored(request.state.session, PartUrl(request.url.text), &isThere);
+  const bool isUsable = part && part->IsPart() && MatchesVary(part->answer, request.headers);
+  return isUsable ? std::move(part) : std::nullopt;
 }
 
 const char* WhyNotRenewed(const GetRequest& request, const StoredAnswer& renewed) {

@@ -28,13 +28,15 @@ Error MakeGetRequest(GetRequest* request);
 
 struct Candidate {
   std::optional<StoredEntry> stored;
-  std::optional<StoredEntry> part;  // of a body that broke off
-  bool isThere = false;             // an entry of any kind
-  bool isMatching = false;          // `stored` is of this variant
-  Reuse reuse;                      // of `stored`, when it matches
+  bool isThere = false;     // an entry of any kind
+  bool isMatching = false;  // `stored` is of this variant
+  Reuse reuse;              // of `stored`, when it matches
 };
 
 Candidate FindCandidate(const GetRequest& request);
+
+// What there is of a body that broke off.
+std::optional<StoredEntry> FindPart(const GetRequest& request);
 
 // Null when the stored answer, as the server has just renewed it, may be written; otherwise why
 // not. It is removed when the server now forbids to store it.

@@ -113,11 +113,12 @@ TransferRequest ServerExchange::BuildRequest() {
     }
   }
   const bool isPlain = !HasConditions(toSend.headers) && !isForPart;
-  if (!candidate_.part || !mayResume_ || !isPlain) return toSend;
-  offset_ = candidate_.part->answer.bodyBytes;
+  part_ = mayResume_ && isPlain ? FindPart(request_) : std::nullopt;
+  if (!part_) return toSend;
+  offset_ = part_->answer.bodyBytes;
   toSend.offset = offset_;
   Set(&toSend.headers, "Range", "bytes=" + std::to_string(offset_) + "-");
-  Set(&toSend.headers, "If-Range", StrongValidator(candidate_.part->answer));
+  Set(&toSend.headers, "If-Range", StrongValidator(part_->answer));
   Set(&toSend.headers, "Accept-Encoding", "identity");
   return toSend;
 }
@@ -163,7 +164,7 @@ Result ServerExchange::TakeNotModified(const TransferHead& head, Error* error) {
 
 // Whether the answer is the rest of the stored part.
 bool ServerExchange::TakeUpPart(const TransferHead& head) {
-  StoredAnswer& part = candidate_.part->answer;
+  StoredAnswer& part = part_->answer;
   const auto range = ParseContentRange(Single(head.headers, "Content-Range").value_or(""));
   const bool isRest = head.status == kPartialContent && range && range->first == offset_ &&
                       range->first + range->bytes == part.wholeBytes &&
@@ -177,7 +178,7 @@ Result ServerExchange::TakeBody(Transfer& transfer, const TransferHead& head, Er
   StoredAnswer answer;
   HeaderList shown;
   if (offset_ > 0) {
-    answer = candidate_.part->answer;
+    answer = part_->answer;
     shown = answer.headers;
   } else {
     answer.status = head.status;
@@ -250,7 +251,7 @@ Error ServerExchange::CopyBody(Transfer& transfer, BodyTarget& target) {
   };
   if (Error error = target.Begin()) return error;
   if (offset_ > 0) {
-    if (Error error = ReadAll(candidate_.part->entry.content.Get(), offset_, write)) return error;
+    if (Error error = ReadAll(part_->entry.content.Get(), offset_, write)) return error;
   }
   std::string piece;
   do {
@@ -261,16 +262,16 @@ Error ServerExchange::CopyBody(Transfer& transfer, BodyTarget& target) {
   return {};
 }
 
-// So that a later request can have the rest alone. It takes the place of nothing that is whole.
+// So that a later request can have the rest alone. Of no use where a whole answer can be renewed.
 void ServerExchange::KeepPart(StoredAnswer answer, std::uint64_t wholeBytes, BodyTarget& target) {
-  const bool isInTheWay = candidate_.isThere && !candidate_.part;
   answer.bodyBytes = target.Received();
   answer.wholeBytes = wholeBytes;
-  if (isInTheWay || !target.IsStored() || answer.status != kOk || answer.bodyBytes == 0 ||
+  if (candidate_.isThere || !target.IsStored() || answer.status != kOk || answer.bodyBytes == 0 ||
       answer.bodyBytes >= wholeBytes || StrongValidator(answer).empty()) {
     return;
   }
-  if (const auto metadata = ToMetadata(answer, request_.url.text)) target.Commit(*metadata);
+  const std::string partUrl = PartUrl(request_.url.text);
+  if (const auto metadata = ToMetadata(answer, partUrl)) target.CommitPart(partUrl, *metadata);
 }
 
 void ServerExchange::Commit(const StoredAnswer& answer, BodyTarget& target) {
@@ -294,7 +295,8 @@ Result ServerExchange::Received(const StoredAnswer& answer, HeaderList shown, Bo
     return result;
   }
   end_.kind = Kind::kStored;
-  result.outcome = candidate_.isThere && !candidate_.part ? Outcome::kReplaced : Outcome::kMiss;
+  if (part_) state_.session.Remove(PartUrl(request_.url.text));
+  result.outcome = candidate_.isThere ? Outcome::kReplaced : Outcome::kMiss;
   Error gone;
   auto entry = state_.session.Fetch(request_.url.text, &gone);
   if (entry) {

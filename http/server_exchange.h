@@ -36,6 +36,7 @@ class ServerExchange {
   ClientState& state_;
   Candidate candidate_;
   DownloadEnd end_;
+  std::optional<StoredEntry> part_;
   // What the next try has to do without.
   bool mayResume_ = true;
   Error whyNotStored_;

@@ -242,6 +242,9 @@ class StoreWriter {
   // succeeded the writer is used up.
   Error Commit(const std::string& metadata);
 
+  // The same as the entry of another URL, where it shows only at the end what the content is.
+  Error CommitAs(const std::string& url, const std::string& metadata);
+
  private:
   friend class CacheSession;
   explicit StoreWriter(std::unique_ptr<internal::Staging> staging);

@@ -214,13 +214,13 @@ TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
   };
   RawServer server(cut);
   EXPECT_EQ(Get(server.Url("/")), "error 7");
-  RequestOptions offline;
-  offline.offline = true;
-  EXPECT_EQ(Get(server.Url("/"), offline), "error 2");
+  EXPECT_EQ(Metadata(server.Url("/")), "");
+  EXPECT_NE(Metadata(server.Url("/#part")), "");
   Reopen();
   server.SetAnswer(rest);
   EXPECT_EQ(Get(server.Url("/")), "miss 200 " + body);
   EXPECT_EQ(Get(server.Url("/")), "hit 200 " + body);
+  EXPECT_EQ(session_->Statistics().entries, 1u);
   // Another version is there by now, and another time a server that gives a wrong part.
   const std::string news = Bytes(2, 100000);
   const RawServer::Answer wrong = [&](const Connection& connection) {
@@ -246,7 +246,7 @@ TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
   EXPECT_EQ(Get(url, limit), "miss 200 " + body.substr(0, 80000));
   server.SetAnswer(Always(Whole(std::string(kFresh) + "ETag: \"1\"\r\n", body)));
   EXPECT_EQ(Get(server.Url("/large"), limit), "error 7");
-  EXPECT_EQ(Metadata(server.Url("/large")), "");
+  EXPECT_EQ(Metadata(server.Url("/large#part")), "");
   // What is whole is not given up for a part.
   server.SetAnswer(cut);
   RequestOptions refresh;
