@@ -17,9 +17,9 @@ namespace {
 
 using ox::http::Answer;
 using ox::http::Outcome;
-using Kind = DownloadEnd::Kind;
 
 constexpr int kMaxTries = 4;
+constexpr char kChanged[] = "the resource was changed while it was on its way";
 constexpr int kOk = 200;
 constexpr int kPartialContent = 206;
 constexpr int kNotModified = 304;
@@ -62,10 +62,18 @@ bool IsWorthWriting(const StoredAnswer& before, const StoredAnswer& after, bool 
                      });
 }
 
+// Others may allow more than this request did, so a limit of its own tells them nothing.
+DownloadEnd::Kind EndOf(Transfer& transfer) {
+  return transfer.HasServerFailed() ? DownloadEnd::Kind::kFailed : DownloadEnd::Kind::kNotUsed;
+}
+
 }  // namespace
 
 ServerExchange::ServerExchange(const GetRequest& request, Candidate candidate)
-    : request_(request), state_(request.state), candidate_(std::move(candidate)) {}
+    : request_(request),
+      state_(request.state),
+      candidate_(std::move(candidate)),
+      mark_(request.state.running, request.url.text) {}
 
 Result ServerExchange::Run(Error* error) {
   for (int tries = 0; tries < kMaxTries; ++tries) {
@@ -86,12 +94,14 @@ Result ServerExchange::Again() {
 Result ServerExchange::Try(Error* error) {
   ox::http::RequestOptions options = request_.options;
   *error = TimeLeft(request_.deadline, &options.totalTimeout);
-  if (*error) return WithoutServer(*error, error);
+  if (*error) return WithoutServer(*error, Kind::kNotUsed, error);
   const TransferRequest toSend = BuildRequest();
   Transfer transfer(*state_.loop, state_.options, options, toSend);
   TransferHead head;
   *error = transfer.Start(&head);
-  return *error ? WithoutServer(*error, error) : TakeAnswer(transfer, head, error);
+  if (*error) return WithoutServer(*error, EndOf(transfer), error);
+  end_.answered = std::chrono::steady_clock::now();
+  return TakeAnswer(transfer, head, error);
 }
 
 TransferRequest ServerExchange::BuildRequest() {
@@ -128,7 +138,7 @@ Result ServerExchange::TakeAnswer(Transfer& transfer, const TransferHead& head, 
   if (IsServerFailure(head.status) && MayReplaceServer(request_, candidate_)) {
     return WithoutServer(
         MakeError(ErrorKind::kInputOutput, "the server answered " + std::to_string(head.status)),
-        error);
+        Kind::kNotUsed, error);
   }
   if (offset_ > 0 && (head.status == kPartialContent || head.status == kRangeNotSatisfiable) &&
       !TakeUpPart(head)) {
@@ -207,7 +217,7 @@ Result ServerExchange::TakeBody(Transfer& transfer, const TransferHead& head, Er
   if (transferError_) {
     // The next request would resume it, and find it too large again.
     if (!transfer.HasExceededLimit()) KeepPart(std::move(answer), wholeBytes, target);
-    return WithoutServer(std::exchange(transferError_, {}), error);
+    return WithoutServer(std::exchange(transferError_, {}), EndOf(transfer), error);
   }
   if (*error) return std::nullopt;
   answer.bodyBytes = target.Received();
@@ -277,6 +287,7 @@ void ServerExchange::KeepPart(StoredAnswer answer, std::uint64_t wholeBytes, Bod
 void ServerExchange::Commit(const StoredAnswer& answer, BodyTarget& target) {
   const auto metadata = ToMetadata(answer, request_.url.text);
   if (!metadata) return target.GiveUpEntry(NotStored("its headers do not fit into an entry"));
+  if (mark_.IsOutdated()) return target.GiveUpEntry(NotStored(kChanged));
   target.Commit(*metadata);
 }
 
@@ -299,11 +310,20 @@ Result ServerExchange::Received(const StoredAnswer& answer, HeaderList shown, Bo
   result.outcome = candidate_.isThere ? Outcome::kReplaced : Outcome::kMiss;
   Error gone;
   auto entry = state_.session.Fetch(request_.url.text, &gone);
-  if (entry) {
+  if (mark_.IsOutdated()) {
+    // It was changed while this was stored.
+    state_.session.Remove(request_.url.text);
+    end_.kind = Kind::kGivenUp;
+    result.outcome = Outcome::kUncached;
+    result.reason = NotStored(kChanged);
+  }
+  // Another request that goes alone may have stored another answer meanwhile.
+  const bool isOurs = entry && entry->metadata == ToMetadata(answer, request_.url.text);
+  if (isOurs) {
     result.content = std::move(entry->content);
   } else if (request_.options.receiver == nullptr) {
     // Evicted at once.
-    whyNotStored_ = gone;
+    if (!entry) whyNotStored_ = gone;
     return Again();
   }
   return result;
@@ -318,9 +338,9 @@ void ServerExchange::ForgetOutdated(int status) {
   }
 }
 
-Result ServerExchange::WithoutServer(Error why, Error* error) {
+Result ServerExchange::WithoutServer(Error why, Kind end, Error* error) {
   const bool isServers = why.kind == ErrorKind::kInputOutput;
-  end_.kind = isServers ? Kind::kFailed : Kind::kGivenUp;
+  end_.kind = isServers ? end : Kind::kGivenUp;
   end_.error = why;
   if (!isServers || !MayReplaceServer(request_, candidate_)) {
     *error = std::move(why);

@@ -229,6 +229,12 @@ bool Transfer::HasExceededLimit() {
   return exceeded_ != nullptr;
 }
 
+// Unless it is done, the time for it was over or its caller has cancelled it.
+bool Transfer::HasServerFailed() {
+  const MutexLock lock(mutex_);
+  return exceeded_ == nullptr && isDone_ && code_ != CURLE_OPERATION_TIMEDOUT;
+}
+
 void Transfer::TakeHead() {
   hasHead_ = true;
   long status = 0;

@@ -46,6 +46,8 @@ class Transfer final : private LoopMember {
   Error Read(std::string* piece);
   // Whether the error was that the answer is more than this request allows.
   bool HasExceededLimit();
+  // Whether the error would be the same with other limits, also those of time.
+  bool HasServerFailed();
 
  private:
   CURL* Handle() override { return handle_.get(); }

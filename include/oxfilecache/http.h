@@ -90,8 +90,8 @@ struct Progress {
   std::uint64_t total = 0;  // 0 while unknown
 };
 
-// Takes a body while it arrives, on the thread that called the client. An error of either function
-// ends the request and is its error.
+// Takes a body while it arrives, on the thread that called the client. It may not call the client.
+// An error of either function ends the request and is its error.
 class BodyReceiver {
  public:
   // Before the first byte. Again when the body has to start over, since the server went away and
@@ -131,7 +131,8 @@ struct RequestOptions {
   // A larger body, decoded, is an error, and so are more bytes of headers.
   std::uint64_t maxBodyBytes = 1ULL << 30;
   std::size_t maxHeaderBytes = 64 * 1024;
-  // Called on the calling thread about ten times a second while it waits. False: cancels.
+  // Called on the calling thread about ten times a second while it waits. False: cancels. It may
+  // not call the client.
   std::function<bool(const Progress&)> onProgress;
   // Gets the body of a successful answer (2xx), wherever it comes from. Other bodies, and all of
   // them without a receiver, are in Answer::content alone.

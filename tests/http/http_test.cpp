@@ -199,6 +199,58 @@ TEST_F(HttpTest, ManyCallersShareOneDownload) {
   EXPECT_EQ(server.Requests().size(), 1u);
 }
 
+// A first caller is on its way to the server, and a second one joins or goes alone.
+TEST_F(HttpTest, NobodyGetsWhatIsTooOldOrLimitedForAnother) {
+  RawServer server(Always(""));
+  const auto slowly = [](const Connection& connection) {
+    const std::string answer = Whole(kFresh, "old");
+    connection.Send(answer.substr(0, answer.size() - 2));
+    std::this_thread::sleep_for(500ms);
+    connection.Send("ld");
+  };
+  const auto first = [&](const std::string& url, const RequestOptions& options) {
+    server.SetAnswer(slowly);
+    const std::size_t before = server.Requests().size();
+    std::thread caller([this, url, options] {
+      Error error;
+      client_->Get(url, options, &error);
+    });
+    while (server.Requests().size() == before)
+      std::this_thread::sleep_for(10ms);
+    std::this_thread::sleep_for(100ms);
+    server.SetAnswer(Always(Whole(kFresh, "new")));
+    return caller;
+  };
+  RequestOptions limited;
+  limited.totalTimeout = 300ms;
+  std::thread caller = first(server.Url("/limit"), limited);
+  EXPECT_EQ(Get(server.Url("/limit")), "miss 200 new");
+  caller.join();
+  caller = first(server.Url("/refresh"), {});
+  RequestOptions refresh;
+  refresh.refresh = true;
+  EXPECT_EQ(Get(server.Url("/refresh"), refresh), "replaced 200 new");
+  caller.join();
+  for (const auto& options : {RequestOptions(), With("Cookie", "x")}) {
+    const std::string url = server.Url("/" + std::to_string(options.headers.size()));
+    caller = first(url, options);
+    client_->Send("POST", url, "", {}, &error_);
+    EXPECT_EQ(Get(url), "miss 200 new");
+    caller.join();
+    EXPECT_EQ(Get(url), "hit 200 new");
+  }
+  // A caller that would wait for itself.
+  server.SetAnswer(slowly);
+  RequestOptions nested;
+  nested.onProgress = [&, isInner = false](const http::Progress&) mutable {
+    Error error;
+    if (!std::exchange(isInner, true)) client_->Get(server.Url("/nested"), {}, &error);
+    return true;
+  };
+  Get(server.Url("/nested"), nested);
+  EXPECT_EQ(Get(server.Url("/nested")), "hit 200 old");
+}
+
 TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
   const std::string body = Bytes(1, 100000);
   const auto cut = [&body](const Connection& connection) {
