@@ -26,7 +26,7 @@ FOLDERS = {
     "no-cache": {"Cache-Control": "no-cache, max-age=3600"},
     "no-store": {"Cache-Control": "private, No-Store"},
     "moved": {"Location": "/fresh/moved"}, "away": {"Location": "file:///etc/passwd"},
-    "broken": {}, "hanging": {"Content-Length": "1000"}, "huge": {"Content-Length": str(2**30)},
+    "": {}, "broken": {}, "hanging": {"Content-Length": "1000"}, "huge": {"Content-Length": str(2**30)},
     "short": {"Cache-Control": "max-age=3600", "Content-Length": "100000"},
     "chunked": {"Cache-Control": "max-age=3600", "Transfer-Encoding": "chunked"},
 }
@@ -168,6 +168,12 @@ class Fetches(ToolCase):
             self.assertEqual(self.read("files/" + os.path.basename(path)), content)
         self.assertEqual(self.read("files/file0-2"), b"same name")
         self.assertEqual(len(os.listdir(self.path("files"))), len(urls))
+
+    def test_file_names_have_no_password(self):
+        root = self.serve("", b"root").rstrip("/")
+        urls = [root.replace("//", slashes + "user:pass@", 1) for slashes in ("/", "//", "///")]
+        self.run_tool("fetch", "-o", "files", *urls)
+        self.assertEqual(sorted(os.listdir(self.path("files"))), ["index", "index-2", "index-3"])
 
     def test_urls_come_back_as_they_were_given(self):
         url = self.serve("fresh/file", b"content")
