@@ -118,8 +118,8 @@ void Transfer::SetUpBody() {
 Error Transfer::Start(TransferHead* head) {
   started_ = std::chrono::steady_clock::now();
   deadline_ = DeadlineOf(options_);
-  isAdded_ = true;
   loop_.Add(*this);
+  isAdded_ = true;
   const auto isMet = [this]() OX_REQUIRES(mutex_) { return hasHead_ || isDone_; };
   if (Error error = WaitUntil(isMet)) return error;
   const MutexLock lock(mutex_);
