@@ -126,7 +126,7 @@ struct RequestOptions {
   // A server that sends less than minimumSpeed (bytes a second) for so long is given up.
   std::chrono::seconds silenceTimeout{60};
   std::uint32_t minimumSpeed = 16;
-  // Of one request with its body; 0: no limit.
+  // Of one call: all redirections and the body; 0: no limit.
   std::chrono::milliseconds totalTimeout{0};
   // A larger body, decoded, is an error, and so are more bytes of headers.
   std::uint64_t maxBodyBytes = 1ULL << 30;
