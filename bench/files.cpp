@@ -1,6 +1,7 @@
 #include "bench/files.h"
 
 #include <fcntl.h>
+#include <nettle/md5.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -27,6 +28,18 @@ std::size_t ReadFile(const char* path, void* data, std::size_t capacity) {
   if (count < 0) ThrowSystemError("read", path);
   close(fd);
   return static_cast<std::size_t>(count);
+}
+
+void WriteContentName(const std::string& url, char* name) {
+  md5_ctx context;
+  std::uint8_t digest[MD5_DIGEST_SIZE];
+  md5_init(&context);
+  md5_update(&context, url.size(), reinterpret_cast<const std::uint8_t*>(url.data()));
+  md5_digest(&context, sizeof digest, digest);
+  for (const std::uint8_t byte : digest) {
+    *name++ = "0123456789ABCDEF"[byte & 0x0F];
+    *name++ = "0123456789ABCDEF"[byte >> 4];
+  }
 }
 
 void WriteConfiguration(const std::string& directory, std::size_t entries) {

@@ -14,7 +14,6 @@
 // at each file of the directory once, from the directory, and puts no question twice.
 #include <dirent.h>
 #include <fcntl.h>
-#include <nettle/md5.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -31,7 +30,7 @@
 namespace ox::bench {
 namespace {
 
-constexpr std::size_t kNameLength = 2 * MD5_DIGEST_SIZE;
+constexpr std::size_t kNameLength = format::kContentNameLength;
 constexpr const char* kSuffix = format::kMetadataSuffix;
 constexpr std::size_t kPathBytes = 512;
 
@@ -113,16 +112,7 @@ class Floor final : public Contender {
 
  private:
   void Locate(const std::string& url) {
-    md5_ctx context;
-    std::uint8_t digest[MD5_DIGEST_SIZE];
-    md5_init(&context);
-    md5_update(&context, url.size(), reinterpret_cast<const std::uint8_t*>(url.data()));
-    md5_digest(&context, sizeof digest, digest);
-    char* name = contentPath_ + prefixLength_;
-    for (const std::uint8_t byte : digest) {
-      *name++ = "0123456789ABCDEF"[byte & 0x0F];
-      *name++ = "0123456789ABCDEF"[byte >> 4];
-    }
+    WriteContentName(url, contentPath_ + prefixLength_);
     std::memcpy(metadataPath_ + prefixLength_, contentPath_ + prefixLength_, kNameLength);
   }
 

@@ -21,14 +21,14 @@ void Nothing() {}
 }  // namespace
 
 const std::vector<std::string>& OperationNames() {
-  static const std::vector<std::string> names = {"lookup", "hit",   "content",  "miss",
-                                                 "remove", "store", "start-up", "churn"};
+  static const std::vector<std::string> names = {"lookup", "hit",     "content",  "miss", "remove",
+                                                 "store",  "replace", "start-up", "churn"};
   return names;
 }
 
 BlockLimits LimitsOf(const std::string& operation, std::size_t entries) {
   if (operation == "start-up") return {entries <= 1000 ? 41U : 9U, 1};
-  if (operation == "store" || operation == "remove")
+  if (operation == "store" || operation == "replace" || operation == "remove")
     return {61, std::min<std::size_t>(entries / 2, 100)};
   if (operation == "churn") return {61, 100};
   return {81, 2000};
@@ -107,6 +107,7 @@ Operation Bench::Make(const std::string& operation) {
   if (operation == "content") return Fetching(Want::kContent, 0, true);
   if (operation == "miss") return Fetching(Want::kLookup, kAbsent, false);
   if (operation == "store") return Storing();
+  if (operation == "replace") return Replacing();
   if (operation == "remove") return Removing();
   if (operation == "churn") return Churning();
   if (operation == "start-up") return Starting();
@@ -126,6 +127,14 @@ Operation Bench::Storing() {
             PrepareDistinct(count);
             RemoveAll(count);
           },
+          [this](std::size_t i) {
+            contender_->Store(i, workload_.Content(numbers_[i]), workload_.Metadata());
+          },
+          Nothing};
+}
+
+Operation Bench::Replacing() {
+  return {[this](std::size_t count) { PrepareDistinct(count); },
           [this](std::size_t i) {
             contender_->Store(i, workload_.Content(numbers_[i]), workload_.Metadata());
           },

@@ -33,6 +33,7 @@ class Bench {
  private:
   Operation Fetching(Want want, std::size_t firstNumber, bool isThere);
   Operation Storing();
+  Operation Replacing();
   Operation Removing();
   Operation Churning();
   Operation Starting();

@@ -18,15 +18,17 @@ void Check(const Error& error) {
 
 class SessionCache final : public Contender {
  public:
-  SessionCache(const Setting& setting, session::Durability durability) {
+  SessionCache(const Setting& setting, session::Durability durability,
+               session::Check check = session::Check::kOnce) {
     WriteConfiguration(setting.directory, setting.entries);
     options_.directory = setting.directory;
     options_.durability = durability;
+    options_.check = check;
     // A copy, so that the library can be in use by the bare interface in the same process.
     options_.modulePath =
         std::filesystem::path(setting.directory).parent_path() / "session_copy.so";
     std::filesystem::copy_file(OX_MODULE_PATH, options_.modulePath,
-                               std::filesystem::copy_options::overwrite_existing);
+                               std::filesystem::copy_options::skip_existing);
   }
 
   void Open() override {
@@ -69,6 +71,10 @@ class SessionCache final : public Contender {
 
 const Registration kSession("session", [](const Setting& setting) {
   return std::make_unique<SessionCache>(setting, session::Durability::kProcess);
+});
+const Registration kSessionAlways("session-check-always", [](const Setting& setting) {
+  return std::make_unique<SessionCache>(setting, session::Durability::kProcess,
+                                        session::Check::kAlways);
 });
 const Registration kSessionNone("session-no-durability", [](const Setting& setting) {
   return std::make_unique<SessionCache>(setting, session::Durability::kNone);

@@ -15,6 +15,13 @@ bool CanBeHeld(const char* path, std::size_t nameStart) {
   return path[0] == '/' && path[nameStart] != '\0' && nameStart <= HeldDirectory::kMaxPathBytes;
 }
 
+// Reading writes nothing to the medium.
+int Open(int directory, const char* path, int flags) {
+  const bool isForReading = (flags & O_ACCMODE) == O_RDONLY;
+  return isForReading ? OpenWithoutTrace(directory, path, flags)
+                      : OpenRetrying(directory, path, flags);
+}
+
 }  // namespace
 
 void HeldDirectory::MoveTo(std::string_view path) {
@@ -86,7 +93,7 @@ void HeldDirectories::GiveBack(Slot* slot) {
 
 int HeldDirectories::OpenFile(const char* path, std::size_t nameStart, int flags) {
   Loan loan(*this, path, nameStart);
-  const int fd = OpenRetrying(loan.Descriptor(), loan.Name(), flags);
+  const int fd = Open(loan.Descriptor(), loan.Name(), flags);
   if (fd >= 0 || !loan.IsHeld()) return fd;
   switch (errno) {
     case ENOENT:
@@ -95,7 +102,7 @@ int HeldDirectories::OpenFile(const char* path, std::size_t nameStart, int flags
     case EMFILE:
     case ENFILE:
       loan.CloseDirectory();
-      return OpenRetrying(AT_FDCWD, path, flags);
+      return Open(AT_FDCWD, path, flags);
     default:
       return -1;
   }
@@ -104,7 +111,7 @@ int HeldDirectories::OpenFile(const char* path, std::size_t nameStart, int flags
 // For a file that is not in its held directory. If its path leads to one, the held directory is no
 // longer where its own path leads.
 int HeldDirectories::OpenByWholePath(const char* path, int flags) {
-  const int fd = OpenRetrying(AT_FDCWD, path, flags);
+  const int fd = Open(AT_FDCWD, path, flags);
   if (fd >= 0) generation_.fetch_add(1);
   return fd;
 }

@@ -85,7 +85,9 @@ std::vector<SurveyedEntry> UnusedFor(std::chrono::seconds age, const Survey& sur
   std::vector<SurveyedEntry> unused;
   std::copy_if(survey.entries.begin(), survey.entries.end(), std::back_inserter(unused),
                [&](const SurveyedEntry& entry) {
-                 const std::chrono::nanoseconds since(now - internal::ToNanoseconds(entry.used));
+                 const std::int64_t used =
+                     std::max<std::int64_t>(internal::ToNanoseconds(entry.used), 0);
+                 const std::chrono::nanoseconds since(now - used);
                  // In seconds: an age may be more than nanoseconds can hold.
                  return std::chrono::duration_cast<std::chrono::seconds>(since) >= age;
                });
@@ -130,6 +132,8 @@ Error CacheSession::RemoveIf(const std::function<bool(const ListedEntry&)>& isUn
     seen.erase(std::remove_if(seen.begin(), seen.end(),
                               [&](const Seen& one) { return !isUnwanted(one.listed); }),
                seen.end());
+    // The predicate may have forked.
+    if (Error failed = state_->directoryLock->CheckHeld()) return failed;
     const MutexLock lock(state_->mutex);
     const std::uint64_t before = state_->counts.removed;
     Error error = RemoveUnchanged(*state_, seen);

@@ -5,6 +5,7 @@
 #ifndef OX_SESSION_DISK_ACCOUNT_H_
 #define OX_SESSION_DISK_ACCOUNT_H_
 
+#include <algorithm>
 #include <cstdint>
 
 #include "session/allocation_unit.h"
@@ -49,7 +50,8 @@ class DiskAccount {
   std::uint64_t Bytes() const { return bytes_; }
 
   void AddBeingWritten(std::uint64_t bytes) { bytes_ += bytes; }
-  void SubtractBeingWritten(std::uint64_t bytes) { bytes_ -= bytes; }
+  // Others may have let an entry grow that was deleted since, so this is less than was added.
+  void SubtractBeingWritten(std::uint64_t bytes) { bytes_ -= std::min(bytes_, bytes); }
 
   // The manager has listed a new entry, or given up one that it had listed.
   void NoteCreated(std::uint64_t metadataLength);

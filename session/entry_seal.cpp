@@ -44,7 +44,7 @@ std::uint64_t NumberAt(std::string_view text, std::size_t position, std::size_t 
 }
 
 bool MeansNoRoom(int error) {
-  return error == ENOSPC || error == E2BIG || error == ERANGE || error == EDQUOT;
+  return error == ENOSPC || error == E2BIG || error == ERANGE;
 }
 
 bool SetAttribute(int file, const std::string& value) {

@@ -13,7 +13,8 @@ class EvictionNews {
  public:
   explicit EvictionNews(SessionState& state) : state_(state) {}
   ~EvictionNews() {
-    if (state_.hasEvictionNews) TellEvictions(state_);
+    // In a child that was forked meanwhile nobody may be left to unlock the mutex.
+    if (state_.hasEvictionNews && state_.directoryLock->IsHeld()) TellEvictions(state_);
   }
   EvictionNews(const EvictionNews&) = delete;
   EvictionNews& operator=(const EvictionNews&) = delete;

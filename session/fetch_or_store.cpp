@@ -32,16 +32,19 @@ Error Produce(CacheSession& session, const std::string& url, const Producer& pro
 // Ends the production whatever happens. Memory has run out where no error was set.
 class RunningProduction {
  public:
-  RunningProduction(internal::Productions& productions, const std::string& url)
-      : productions_(productions), url_(url) {}
-  ~RunningProduction() { productions_.Finish(url_, std::move(error_)); }
+  RunningProduction(internal::SessionState& state, const std::string& url)
+      : state_(state), url_(url) {}
+  ~RunningProduction() {
+    // A child that the producer forked has no part in it.
+    if (state_.directoryLock->IsHeld()) state_.productions.Finish(url_, std::move(error_));
+  }
   RunningProduction(const RunningProduction&) = delete;
   RunningProduction& operator=(const RunningProduction&) = delete;
 
   void SetError(const Error& error) { error_ = error; }
 
  private:
-  internal::Productions& productions_;
+  internal::SessionState& state_;
   const std::string& url_;
   Error error_{ErrorKind::kOutOfMemory, {}, {}, 0};
 };
@@ -50,14 +53,18 @@ class RunningProduction {
 
 // Success means that there was an entry a moment ago.
 Error CacheSession::ProduceOrWait(const std::string& url, const Producer& producer,
-                                  bool* hasProduced) {
+                                  std::optional<FetchedEntry>* found, bool* hasProduced) {
   Error error;
   if (!state_->productions.Begin(url, &error)) return error;
-  RunningProduction production(state_->productions, url);
+  RunningProduction production(*state_, url);
   // Another thread may have finished before this one began.
-  if (!Contains(url, &error) && !error) {
+  FetchedEntry entry;
+  error = internal::FetchEntry(*state_, url, &entry);
+  if (internal::IsMissing(error)) {
     *hasProduced = true;
     error = Produce(*this, url, producer);
+  } else if (!error) {
+    *found = std::move(entry);
   }
   production.SetError(error);
   return error;
@@ -69,8 +76,8 @@ std::optional<FetchedEntry> CacheSession::FetchOrStore(const std::string& url,
   *error = internal::WithoutExceptions([&, result = std::move(*error)]() mutable {
     bool hasProduced = false;
     while (!found && internal::IsMissing(result) && !hasProduced) {
-      result = ProduceOrWait(url, producer, &hasProduced);
-      if (result) break;
+      result = ProduceOrWait(url, producer, &found, &hasProduced);
+      if (result || found) break;
       FetchedEntry entry;
       result = internal::FetchEntry(*state_, url, &entry);
       if (!result) found = std::move(entry);

@@ -1,4 +1,6 @@
 // The limits of a cache that is in use, and changing them.
+#include <utility>
+
 #include "session/configuration_file.h"
 #include "session/eviction_news.h"
 
@@ -20,10 +22,14 @@ Error Change(SessionState& state, const CacheLimits& limits) OX_REQUIRES(state.m
   CacheLimits written = limits;
   if (written.cacheDirectory == directory) written.cacheDirectory.clear();
   const std::string temporary = internal::StagedMetadataName(state.ids.Next());
+  // All that takes memory comes first: the module and the session must have the same limits.
+  CacheLimits next = limits;
+  internal::ConfigurationSnapshot configuration;
+  internal::ConfigurationSnapshot::Write(directory, next, &configuration);
   Error error = internal::ReplaceConfigurationFile(directory, temporary, written);
   if (error) return error;
-  state.limits = limits;
-  state.cache.UseLimits();
+  std::swap(state.limits, next);
+  state.cache.UseConfiguration(std::move(configuration));
   return state.cache.Restart();
 }
 

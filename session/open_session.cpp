@@ -101,10 +101,12 @@ Error MakeConfiguration(const SessionOptions& options) {
   if (options.limits.maxEntries == 0) return {};
   CacheLimits limits = options.limits;
   FillIn(&limits);
-  if (Error error = CheckLimits(limits)) return error;
-  const std::string path = options.directory + "/" + format::kConfigurationFileName;
-  if (FileExists(path)) return {};
   if (Error error = MakeAbsolute(&limits.cacheDirectory)) return error;
+  const bool isMoved = !limits.cacheDirectory.empty();
+  const std::string& cacheDirectory = isMoved ? limits.cacheDirectory : options.directory;
+  if (Error error = CheckCacheDirectoryName(cacheDirectory, isMoved)) return error;
+  if (Error error = CheckLimits(limits)) return error;
+  if (FileExists(options.directory + "/" + format::kConfigurationFileName)) return {};
   return MakeConfigurationFile(options.directory, StagedMetadataName(IdSource().Next()), limits);
 }
 

@@ -213,7 +213,8 @@ void CountMetadataFile(SessionState& state, WriterShare& share, const std::strin
 
 Error PublishMetadata(SessionState& state, const Publication& publication) {
   CacheValue* old = state.cache.Find(publication.share.url);
-  const EntrySizes oldSizes = SizesOf(old, state.cache.Account().Unit());
+  EntrySizes oldSizes = SizesOf(old, state.cache.Account().Unit());
+  oldSizes.contentOnDisk = 0;  // it stays
   if (Error error = MakeRoom(state, publication, oldSizes, &old)) return error;
   if (old == nullptr) return NoEntry();
   const CommitFiles files(state.cacheDirectory, publication.share.id, ContentPath(*old));

@@ -1,5 +1,6 @@
 #include "session/room.h"
 
+#include <algorithm>
 #include <cerrno>
 
 #include "session/allocation_unit.h"
@@ -48,7 +49,8 @@ bool Room::EvictUntilFits(std::uint64_t bytes) {
 }
 
 std::uint64_t Room::CountedBytes() const {
-  return cache_.Account().Bytes() - writers_.BytesOfFirst();
+  const std::uint64_t bytes = cache_.Account().Bytes();
+  return bytes - std::min(bytes, writers_.BytesOfFirst());
 }
 
 Error Room::EvictionFailed() const {
@@ -87,7 +89,9 @@ Error Room::EvictDownTo(std::uint64_t bytes, std::uint64_t entries) {
 }
 
 bool Room::IsFree(std::uint64_t bytes) const {
-  return minFree_ == 0 || FreeBytes(limits_.cacheDirectory) >= minFree_ + bytes;
+  if (minFree_ == 0) return true;
+  const std::uint64_t free = FreeBytes(limits_.cacheDirectory);
+  return free >= minFree_ && free - minFree_ >= bytes;
 }
 
 // Finding the older entry of the URL makes it the last to be evicted.

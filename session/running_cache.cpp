@@ -69,12 +69,6 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   return {};
 }
 
-void RunningCache::UseLimits() {
-  ConfigurationSnapshot configuration;
-  ConfigurationSnapshot::Write(fileSystem_.Directory(), limits_, &configuration);
-  fileSystem_.UseConfiguration(std::move(configuration));
-}
-
 PendingEntry RunningCache::Create(const OxString& url, const OxString& metadata) {
   // Declared as empty: what is abandoned later is taken off the manager's total with the declared
   // size, which was never added.

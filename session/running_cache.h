@@ -48,8 +48,10 @@ class RunningCache {
   // starts the manager anew. Entries that the old manager lent are gone.
   Error Restart();
 
-  // The limits have changed: they hold from the next restart on.
-  void UseLimits();
+  // Of changed limits, which hold from the next restart on.
+  void UseConfiguration(ConfigurationSnapshot configuration) {
+    fileSystem_.UseConfiguration(std::move(configuration));
+  }
 
   // The committed entry of that URL, null when there is none. Lent until the next operation.
   core::cache::CacheValue* Find(const OxString& url) { return (*manager_)->Get(url); }

@@ -51,8 +51,6 @@ class SessionFileSystem final : public IFileSystem {
     return std::exchange(metadataRead_, std::nullopt);
   }
 
-  // Of the configuration.
-  const std::string& Directory() const { return directory_; }
   // What the module reads from now on.
   void UseConfiguration(ConfigurationSnapshot configuration) {
     configuration_ = std::move(configuration);

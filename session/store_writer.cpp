@@ -100,12 +100,16 @@ Error PublishStaging(Staging& staging, const OxString& metadata) OX_REQUIRES(sta
 }
 
 // What was written a moment ago need not be read again.
+// The entry is in place, so a lack of memory is no failure: the next fetch looks at it.
 void NoteKnown(Staging& staging, const std::string& metadata) OX_REQUIRES(staging.state.mutex) {
   struct stat status;
   if (fstat(staging.file.Get(), &status) != 0) return;
-  internal::KnownEntries& known = staging.state.known;
-  known.Add(known.Fingerprint(staging.url, status, metadata),
-            staging.state.cache.Account().Entries());
+  try {
+    internal::KnownEntries& known = staging.state.known;
+    known.Add(known.Fingerprint(staging.url, status, metadata),
+              staging.state.cache.Account().Entries());
+  } catch (const std::bad_alloc&) {
+  }
 }
 
 // Room for the metadata, and its time of use.

@@ -4,6 +4,7 @@ import re
 
 NAMES = {
     "floor": "Floor",
+    "careful-floor": "Careful floor",
     "measuring-floor": "Floor that measures the new entry too",
     "linux-host": "**Bare interface, Linux host**",
     "plain-host": "Bare interface, plain host",
@@ -125,8 +126,13 @@ class Report:
             goals.append((text + ", less what the module takes alone", 2.0, self.own_part(one)))
             goals.append((f"MB on top of the module's at an opening, N = {one['entries']:,}", 20.0,
                           (one["heap_peak_bytes"] - one["module_heap_bytes"]) / 1e6))
+        for operation, limit in (("store", 1.15), ("replace", 1.25)):
+            for entries, where in itertools.product((200, 1000), ("tmpfs", "disk")):
+                goals.append((f"{operation}, session against the careful floor, {where}, "
+                              f"N = {entries:,}", limit,
+                              self.ratio("session", operation, entries, where, "careful-floor")))
         for entries in (200, 1000):
-            goals.append((f"fetch with content, session against bare, N = {entries:,}", 1.25,
+            goals.append((f"fetch with content, session against bare, N = {entries:,}", 1.10,
                           self.ratio("session", "content", entries, base="linux-host")))
         goals.append(("ns for each step of the walk, N = 1,000", 4.0, self.walk(1000)))
         goals.append(("allocations of a hit", 4.0,
@@ -275,6 +281,27 @@ class Report:
             rows.append([f"{entries:,}"] + cells)
         return table(["N"] + list(operations), rows)
 
+    def careful(self):
+        rows = []
+        for entries, where in itertools.product((200, 1000), ("tmpfs", "disk")):
+            cells = []
+            for operation in ("store", "replace"):
+                found = self.find("session", operation, entries, where, "careful-floor")
+                cells.append(f"{found['ratio']['median']:.2f} ({found['ratio']['p10']:.2f}–"
+                             f"{found['ratio']['p90']:.2f})" if found else "")
+            rows.append([f"{entries:,}, {where}"] + cells)
+        return table(["N", "store", "replace"], rows)
+
+    def checks(self):
+        rows = []
+        for content in (4096, 65536):
+            found = self.find("session-check-always", "content", 200, base="session",
+                              content=content)
+            if found:
+                extra = found["subject_times"]["median_ns"] - found["base_times"]["median_ns"]
+                rows.append([f"{content:,} bytes", f"{found['ratio']['median']:.2f}", seconds(extra)])
+        return table(["Content", "`kAlways` against `kOnce`", "more"], rows)
+
     def session_starts(self):
         found = [self.find("session", "start-up", entries) for entries in (50, 200, 1000, 10000)]
         return ", ".join(f"{seconds(one['subject_times']['median_ns'])} at N = {one['entries']:,}"
@@ -303,6 +330,8 @@ def render(template, results):
         "large": lambda: report.side_by_side(200, "tmpfs", 65536, ("content", "store")),
         "session": report.against_bare,
         "durability": report.durability,
+        "careful": report.careful,
+        "checks": report.checks,
         "session_starts": report.session_starts,
         "spread": report.spread_table,
         "walk": report.walk_table,

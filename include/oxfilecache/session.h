@@ -345,14 +345,16 @@ class CacheSession {
   CacheLimits Limits() const;
   // Replaces "file-cache.conf", comments included, and brings the cache within the new limits at
   // once. kInvalidArgument for limits that admit nothing, and for another cacheDirectory than the
-  // present one or none. After an error the old limits hold, unless it was the restart that failed.
+  // present one or none. After an error the old limits hold
+  // in this session, unless it was the restart that failed; the file may have the new ones already.
   Error SetLimits(const CacheLimits& limits);
   // As of now.
   SessionStatistics Statistics() const;
 
  private:
   CacheSession();
-  Error ProduceOrWait(const std::string& url, const Producer& producer, bool* hasProduced);
+  Error ProduceOrWait(const std::string& url, const Producer& producer,
+                      std::optional<FetchedEntry>* found, bool* hasProduced);
   std::shared_ptr<internal::SessionState> state_;  // shared with calls of writers alone
 };
 

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "session/durable_io.h"
+#include "session/entry_name.h"
 #include "session/use_clock.h"
 #include "tests/support/session_rig.h"
 #include <oxfilecache/metrics.h>
@@ -165,6 +166,19 @@ TEST_F(SessionConveniencesTest, OneProducerServesAllCallers) {
     EXPECT_EQ(runs, 1) << test.url;
   }
   EXPECT_EQ(Fetch(*session, "good"), "content|m");
+}
+
+// On the disk, and not in the manager's list.
+TEST_F(SessionConveniencesTest, FilesPutInUnderASessionGiveWayToAProducer) {
+  const auto session = OpenSession(options_);
+  const std::string path = directory_ / internal::ContentName("a");
+  WriteWhole(path, "planted");
+  WriteWhole(path + ".ox_meta", "planted");
+  const auto produce = [](StoreWriter& writer, std::string* metadata) {
+    *metadata = "m";
+    return writer.Write("made", 4);
+  };
+  EXPECT_EQ(FetchOrStore(*session, "a", produce), "made");
 }
 
 TEST_F(SessionConveniencesTest, ProducersThatWaitForEachOtherGetAnError) {

@@ -141,6 +141,17 @@ TEST_F(SessionDisk, LimitsAreGivenOnceAndChangedInPlace) {
   EXPECT_EQ(3U, session->Statistics().entries);
 }
 
+TEST_F(SessionDisk, LimitsThatNoSessionWouldOpenAreNotWritten) {
+  for (const std::string& moved :
+       {std::string("/tmp/M\xC3\xBCller"), "/" + std::string(950, 'x')}) {
+    const SessionOptions options = WithLimits(directory_, {100000, 10, 0, moved});
+    Error error;
+    EXPECT_EQ(nullptr, CacheSession::Open(options, &error));
+    EXPECT_EQ(ErrorKind::kConfiguration, error.kind);
+  }
+  OpenSession(WithLimits(directory_, {100000, 10, 0, ""}));
+}
+
 TEST_F(SessionDisk, AFullDiskTakesOldEntriesForNewOnes) {
   auto session = OpenSession(WithLimits(directory_, {1 << 20, 1000, 0, ""}));
   for (int i = 0; i < 10; ++i)

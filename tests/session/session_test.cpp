@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "session/entry_name.h"
 #include "tests/support/session_rig.h"
 
 namespace ox::testing {
@@ -328,6 +329,22 @@ TEST_F(SessionTest, AnEntryThatCannotBeDeletedForRoomIsNamed) {
   EXPECT_EQ(error.path, directory_.Path());
   EXPECT_FALSE(Store(*session, "new", "content", "m"));
   EXPECT_EQ(Fetch(*session, "new"), "content|m");
+}
+
+TEST_F(SessionTest, AFetchWritesNoTimeOfReading) {
+  options_.touchInterval = std::chrono::hours(1);
+  const auto session = OpenSession(options_);
+  ASSERT_FALSE(Store(*session, "a", "content", "m"));
+  const std::string content = directory_ / internal::ContentName("a");
+  const timespec times[] = {{1, 0}, {0, UTIME_OMIT}};
+  for (const std::string& path : {content, content + ".ox_meta"})
+    ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
+  EXPECT_EQ("content|m", Fetch(*session, "a"));
+  for (const std::string& path : {content, content + ".ox_meta"}) {
+    struct stat status;
+    ASSERT_EQ(0, lstat(path.c_str(), &status));
+    EXPECT_EQ(1, status.st_atim.tv_sec) << path;
+  }
 }
 
 }  // namespace

@@ -1,0 +1,107 @@
+// The careful floor: what a loop written by hand needs for what a session promises at durability
+// `process`, and nothing else. No list, no limits, no order of use, no sums.
+//
+//   store    digest; is the entry there; make, write, close of two staged files; two renamings
+//   replace  the same; three renamings: of the metadata to a log, of the content, of the log
+//
+// Names are looked up from the directory, which is held open.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "bench/contender.h"
+#include "bench/files.h"
+#include <oxfilecache/descriptor.h>
+#include <oxfilecache/format.h>
+
+namespace ox::bench {
+namespace {
+
+class CarefulFloor final : public Contender {
+ public:
+  explicit CarefulFloor(const Setting& setting) : path_(setting.directory) {}
+
+  void Open() override {
+    directory_ = UniqueFd(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory_.IsOpen()) ThrowSystemError("open", path_.c_str());
+  }
+  void Close() override { directory_ = UniqueFd(); }
+
+  void Store(std::size_t index, std::string_view content, const std::string& metadata) override {
+    Locate(index);
+    const bool isThere = faccessat(directory_.Get(), metadata_, F_OK, 0) == 0;
+    char stagedContent[32];
+    char stagedMetadata[32];
+    std::snprintf(stagedContent, sizeof stagedContent, "%llu.part", ++staged_);
+    std::snprintf(stagedMetadata, sizeof stagedMetadata, "%llu.meta", staged_);
+    Make(stagedContent, content);
+    Make(stagedMetadata, metadata);
+    if (!isThere) {
+      Rename(stagedContent, content_);
+      Rename(stagedMetadata, metadata_);
+      return;
+    }
+    char log[sizeof metadata_];
+    std::snprintf(log, sizeof log, "%s.log", content_);
+    Rename(stagedMetadata, log);
+    Rename(stagedContent, content_);
+    Rename(log, metadata_);
+  }
+
+  bool Fetch(std::size_t index, Want want, Fetched* out) override {
+    Locate(index);
+    out->metadataBytes = Read(metadata_, out->metadata, sizeof out->metadata);
+    if (want == Want::kContent)
+      out->contentBytes = Read(content_, out->content.data(), out->content.size());
+    return true;
+  }
+
+  void Remove(std::size_t index) override {
+    Locate(index);
+    for (const char* name : {content_, metadata_}) {
+      if (unlinkat(directory_.Get(), name, 0) != 0) ThrowSystemError("unlink", name);
+    }
+  }
+
+ private:
+  void Locate(std::size_t index) {
+    WriteContentName(Url(index), content_);
+    std::memcpy(metadata_, content_, format::kContentNameLength);
+    std::strcpy(metadata_ + format::kContentNameLength, format::kMetadataSuffix);
+  }
+
+  void Make(const char* name, std::string_view data) {
+    const UniqueFd file(
+        openat(directory_.Get(), name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!file.IsOpen()) ThrowSystemError("make", name);
+    if (write(file.Get(), data.data(), data.size()) != static_cast<ssize_t>(data.size()))
+      ThrowSystemError("write", name);
+  }
+
+  void Rename(const char* from, const char* to) {
+    if (renameat(directory_.Get(), from, directory_.Get(), to) != 0)
+      ThrowSystemError("rename", from);
+  }
+
+  std::size_t Read(const char* name, void* data, std::size_t capacity) {
+    const UniqueFd file(openat(directory_.Get(), name, O_RDONLY | O_CLOEXEC));
+    const ssize_t count = file.IsOpen() ? read(file.Get(), data, capacity) : -1;
+    if (count < 0) ThrowSystemError("read", name);
+    return static_cast<std::size_t>(count);
+  }
+
+  const std::string path_;
+  UniqueFd directory_;
+  unsigned long long staged_ = 0;
+  char content_[format::kContentNameLength + 1] = {};
+  char metadata_[format::kContentNameLength + format::kMetadataSuffixLength + 1] = {};
+};
+
+const Registration kCarefulFloor("careful-floor", [](const Setting& setting) {
+  return std::make_unique<CarefulFloor>(setting);
+});
+
+}  // namespace
+}  // namespace ox::bench
