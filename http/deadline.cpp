@@ -4,9 +4,10 @@ namespace ox::internal::http {
 
 Deadline DeadlineOf(const ox::http::RequestOptions& options) {
   const auto now = std::chrono::steady_clock::now();
-  const bool hasLimit = options.totalTimeout.count() > 0 &&
-                        options.totalTimeout < std::chrono::duration_cast<std::chrono::milliseconds>(
-                                                   Deadline::max() - now);
+  const bool hasLimit =
+      options.totalTimeout.count() > 0 &&
+      options.totalTimeout <
+          std::chrono::duration_cast<std::chrono::milliseconds>(Deadline::max() - now);
   return hasLimit ? now + options.totalTimeout : Deadline::max();
 }
 

@@ -1,4 +1,5 @@
-// Which URLs servers are being asked for, so that no answer from before a change is stored after it.
+// Which URLs servers are being asked for, so that no answer from before a change is stored after
+// it.
 #ifndef OX_HTTP_RUNNING_EXCHANGES_H_
 #define OX_HTTP_RUNNING_EXCHANGES_H_
 
