@@ -165,7 +165,8 @@ Result ServerExchange::TakeNotModified(const TransferHead& head, Error* error) {
     reason = NotStored("its new headers do not fit into an entry");
   } else if (!candidate_.isMatching ||
              IsWorthWriting(before, stored, state_.options.heuristicFreshness)) {
-    reason = state_.session.SetMetadata(request_.url.text, *metadata);
+    reason =
+        state_.session.SetMetadata(request_.url.text, candidate_.stored->entry.metadata, *metadata);
   }
   if (!reason) end_.kind = Kind::kStored;
   return DeliverStored(request_, std::move(*candidate_.stored), Outcome::kRevalidated,

@@ -322,6 +322,11 @@ class CacheSession {
   // kNotFound when there is no such entry.
   Error SetMetadata(const std::string& url, const std::string& metadata);
 
+  // The same only while the entry's metadata is still `expected`, so that nothing is said of
+  // content that has taken its place since it was fetched. Otherwise kNotFound.
+  Error SetMetadata(const std::string& url, const std::string& expected,
+                    const std::string& metadata);
+
   // Deletes the entry. kNotFound when there is none; kInputOutput when its files cannot be deleted.
   Error Remove(const std::string& url);
 

@@ -380,6 +380,20 @@ TEST_F(HttpTest, RenewsOnlyWhatMayBeStored) {
   server.SetAnswer(Always(renewal("Cache-Control: no-store\r\n")));
   EXPECT_EQ(Get(server.Url("/")), "revalidated 200 body");
   EXPECT_EQ(Metadata(server.Url("/")), "");
+  // While another request stores another body.
+  server.SetAnswer(Always(Whole(kTagged, "body")));
+  Get(server.Url("/other"));
+  server.SetAnswer([&](const Connection& connection) {
+    if (!connection.Has("Cookie")) return connection.Send(Whole("ETag: \"2\"\r\n", "next")), void();
+    RequestOptions refresh;
+    refresh.refresh = true;
+    Error error;
+    client_->Get(server.Url("/other"), refresh, &error);
+    connection.Send(renewal(kFresh));
+  });
+  EXPECT_EQ(Get(server.Url("/other"), With("Cookie", "x")), "revalidated 200 body");
+  EXPECT_EQ(Metadata(server.Url("/other")).find("X-New"), std::string::npos);
+  EXPECT_NE(Metadata(server.Url("/other")).find("ETag: \"2\""), std::string::npos);
   server.SetAnswer(Always("HTTP/1.1 200 OK\r\nETag: \"1\"\r\nCache-Control: no-store\r\n\r\n"));
   client_->Head(server.Url("/head"), {}, &error_);
   EXPECT_EQ(Metadata(server.Url("/head")), "");
