@@ -2,6 +2,7 @@
 //   http_get DIRECTORY URL
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include <oxfilecache/http.h>
@@ -24,7 +25,12 @@ int main(int argc, char** argv) {
   std::fprintf(stderr, "%d, %s, %llu bytes\n", answer->status, isStored ? "stored" : "not stored",
                static_cast<unsigned long long>(answer->size));
   char piece[4096];
-  for (ssize_t bytes; (bytes = read(answer->content.Get(), piece, sizeof piece)) > 0;)
+  for (std::uint64_t left = answer->size; left > 0;) {
+    const ssize_t bytes =
+        read(answer->content.Get(), piece, std::min<std::uint64_t>(left, sizeof piece));
+    if (bytes <= 0) return std::fputs("the content cannot be read\n", stderr), 3;
     std::fwrite(piece, 1, static_cast<std::size_t>(bytes), stdout);
+    left -= static_cast<std::uint64_t>(bytes);
+  }
   return answer->status / 100 == 2 ? 0 : 1;
 }

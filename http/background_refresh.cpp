@@ -5,10 +5,16 @@
 #include <system_error>
 #include <utility>
 
+#include "http/header_list.h"
+#include "http/signal_mask.h"
+#include "http/validation.h"
+
 namespace ox::internal::http {
 namespace {
 
 constexpr std::size_t kMaxJobs = 64;
+// One slow server may not keep the others waiting for ever.
+constexpr std::chrono::milliseconds kMaxTime = std::chrono::minutes(5);
 constexpr std::chrono::hours kForEver{24};
 
 }  // namespace
@@ -30,10 +36,16 @@ void BackgroundRefresh::Add(const Url& url, const ox::http::RequestOptions& opti
   const MutexLock lock(mutex_);
   const bool isWaiting = std::any_of(jobs_.begin(), jobs_.end(),
                                      [&url](const Job& job) { return job.url.text == url.text; });
-  if (isWaiting || jobs_.size() >= kMaxJobs || !EnsureThread()) return;
+  const bool isRunning = running_ != nullptr && *running_ == url.text;
+  if (isWaiting || isRunning || jobs_.size() >= kMaxJobs || !EnsureThread()) return;
   Job job{url, options};
   job.options.refresh = true;
   job.options.receiver = nullptr;
+  // They are about the caller's own copy.
+  RemoveConditions(&job.options.headers);
+  Remove(&job.options.headers, "Range");
+  const bool isLimited = options.totalTimeout.count() > 0;
+  job.options.totalTimeout = isLimited ? std::min(options.totalTimeout, kMaxTime) : kMaxTime;
   job.options.onProgress = [this](const ox::http::Progress&) { return !isEnding_; };
   jobs_.push_back(std::move(job));
   changed_.NotifyAll();
@@ -50,6 +62,7 @@ bool BackgroundRefresh::EnsureThread() {
 }
 
 void BackgroundRefresh::Run() {
+  BlockSignals();
   for (;;) {
     Job job;
     {
@@ -60,12 +73,15 @@ void BackgroundRefresh::Run() {
       if (isEnding_) return;
       job = std::move(jobs_.front());
       jobs_.pop_front();
+      running_ = &job.url.text;
     }
     try {
       refresh_(job.url, job.options);
     } catch (const std::exception&) {
       // Out of memory: the answer stays as stale as it is, and the next request tries again.
     }
+    const MutexLock lock(mutex_);
+    running_ = nullptr;
   }
 }
 

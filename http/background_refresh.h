@@ -25,8 +25,8 @@ class BackgroundRefresh {
   BackgroundRefresh(const BackgroundRefresh&) = delete;
   BackgroundRefresh& operator=(const BackgroundRefresh&) = delete;
 
-  // The same URL once more while it waits is nothing new. What does not fit into the queue, or
-  // finds no thread, is left to the next request.
+  // The same URL once more while it waits or runs is nothing new. What does not fit into the queue,
+  // or finds no thread, is left to the next request.
   void Add(const Url& url, const ox::http::RequestOptions& options);
 
  private:
@@ -43,6 +43,7 @@ class BackgroundRefresh {
   Mutex mutex_;
   Condition changed_;
   std::deque<Job> jobs_ OX_GUARDED_BY(mutex_);
+  const std::string* running_ OX_GUARDED_BY(mutex_) = nullptr;  // the URL that is being refreshed
   std::thread thread_ OX_GUARDED_BY(mutex_);
 };
 

@@ -47,6 +47,12 @@ void BodyTarget::Commit(const std::string& metadata) {
   isCommitted_ = true;
 }
 
+void BodyTarget::CommitPart(const std::string& partUrl, const std::string& metadata) {
+  if (Error error = writer_->CommitAs(partUrl, metadata)) return GiveUpEntry(std::move(error));
+  writer_.reset();
+  isCommitted_ = true;
+}
+
 UniqueFd BodyTarget::TakeFile() {
   if (file_.IsOpen()) lseek(file_.Get(), 0, SEEK_SET);
   return std::move(file_);

@@ -1,6 +1,7 @@
 #include "http/cached_get.h"
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 
 #include "http/server_exchange.h"
@@ -84,32 +85,39 @@ class Getter {
   }
 
   Result Share(Error* error) {
+    const std::string& url = request_.url.text;
     for (;;) {
-      const auto download = state_.downloads.Join(request_.url.text);
-      if (download == nullptr) return Lead(error);
+      bool isLeader = false;
+      const auto download = state_.downloads.Join(url, &isLeader);
+      if (isLeader) return Lead(*download, error);
+      // A receiver or onProgress has called the client: it would wait for itself.
+      if (download->leader == std::this_thread::get_id()) return AskServer(error).answer;
       DownloadEnd end;
       *error = Await(*download, &end);
       if (*error) return std::nullopt;
       if (end.kind == DownloadEnd::Kind::kGivenUp) continue;
-      return Follow(end, error);
+      if (end.kind == DownloadEnd::Kind::kNotUsed) return AskServer(error).answer;
+      Result answer = Follow(end, error);
+      if (answer || *error) return answer;
     }
   }
 
-  Result Lead(Error* error) {
+  Result Lead(SharedDownloads::Download& download, Error* error) {
     // Whoever waits must be told, whatever happens here.
     struct Ending {
-      ~Ending() { downloads.End(url, end); }
+      ~Ending() { downloads.End(url, download, std::move(end)); }
       SharedDownloads& downloads;
       const std::string& url;
+      SharedDownloads::Download& download;
       DownloadEnd end;
-    } ending{state_.downloads, request_.url.text, {}};
+    } ending{state_.downloads, request_.url.text, download, {}};
     // Another download may have ended just before this one was begun.
     candidate_ = FindCandidate(request_);
     ending.end.kind = DownloadEnd::Kind::kStored;
     if (Result answer = FromCache(error); answer || *error) return answer;
     ending.end.kind = DownloadEnd::Kind::kGivenUp;
     Asked asked = AskServer(error);
-    ending.end = asked.end;
+    ending.end = std::move(asked.end);
     return std::move(asked.answer);
   }
 
@@ -124,6 +132,7 @@ class Getter {
     return {};
   }
 
+  // Nothing, without an error, when what was stored does not serve this request.
   Result Follow(const DownloadEnd& end, Error* error) {
     candidate_ = FindCandidate(request_);
     const bool isUsable = candidate_.stored && candidate_.isMatching;
@@ -132,17 +141,18 @@ class Getter {
       *error = end.error;
       return std::nullopt;
     }
-    // It was asked for after this call began, so its age does not matter.
+    // Neither its age nor what this request says of it matters if it came after this call began.
+    const bool isNew = end.answered >= begun_;
     const bool isForAll = isUsable && !ParseCacheControl(candidate_.stored->answer.headers).noCache;
-    if (end.kind == DownloadEnd::Kind::kStored && isForAll) {
-      return Deliver(Outcome::kHit, {}, error);
-    }
-    return AskServer(error).answer;
+    if (isNew && isForAll) return Deliver(Outcome::kHit, {}, error);
+    if (isNew) return AskServer(error).answer;
+    return FromCache(error);
   }
 
   const GetRequest& request_;
   const ox::http::RequestOptions& options_;
   ClientState& state_;
+  const std::chrono::steady_clock::time_point begun_ = std::chrono::steady_clock::now();
   Candidate candidate_;
 };
 

@@ -13,13 +13,18 @@ using ox::http::Outcome;
 constexpr int kOk = 200;
 
 // What the server says now holds for the stored answer too, or shows that it is outdated.
-void UpdateStored(const GetRequest& request, const TransferHead& head, StoredAnswer stored) {
+void UpdateStored(const GetRequest& request, const TransferHead& head, const StoredEntry& entry) {
   session::CacheSession& session = request.state.session;
   const std::string& url = request.url.text;
+  StoredAnswer stored = entry.answer;
   if (IsSameRepresentation(head.headers, stored)) {
     Freshen(head.headers, head.requestTime, head.responseTime, &stored);
+    if (WhyNotRenewed(request, stored) != nullptr) return;
     const auto metadata = ToMetadata(stored, url);
-    if (metadata && !session.SetMetadata(url, *metadata)) return;
+    const Error error =
+        metadata ? session.SetMetadata(url, entry.entry.metadata, *metadata) : Error{};
+    // Another one has taken its place, perhaps.
+    if (metadata && (!error || error.kind == ErrorKind::kNotFound)) return;
   }
   session.Remove(url);
 }
@@ -38,7 +43,7 @@ Result AskServer(const GetRequest& request, const Candidate& candidate, Error* e
   *error = transfer.Start(&head);
   if (*error) return std::nullopt;
   if (head.status == kOk && candidate.stored && candidate.isMatching) {
-    UpdateStored(request, head, candidate.stored->answer);
+    UpdateStored(request, head, *candidate.stored);
   }
   ox::http::Answer answer;
   answer.outcome = Outcome::kUncached;

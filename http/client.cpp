@@ -88,14 +88,21 @@ bool IsSafe(const std::string& method) {
   return std::find(kMethods.begin(), kMethods.end(), method) != kMethods.end();
 }
 
+// First nothing that is under way may be stored any more, then what is stored goes.
+void Forget(ClientState& state, const std::string& url) {
+  state.running.Invalidate(url);
+  state.downloads.Invalidate(url);
+  state.session.Remove(url);
+}
+
 // The requested URL, and those that the answer names on the same server.
 void Invalidate(ClientState& state, const Url& url, const Answer& answer) {
-  state.session.Remove(url.text);
+  Forget(state, url.text);
   for (const char* name : {"Location", "Content-Location"}) {
     Url other;
     const std::string location = answer.HeaderValue(name);
     if (location.empty() || internal::http::ResolveLocation(url, location, &other)) continue;
-    if (other.origin == url.origin) state.session.Remove(other.text);
+    if (other.origin == url.origin) Forget(state, other.text);
   }
 }
 

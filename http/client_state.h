@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "http/background_refresh.h"
+#include "http/running_exchanges.h"
 #include "http/shared_downloads.h"
 #include "http/transfer_loop.h"
 #include <oxfilecache/http.h>
@@ -19,6 +20,7 @@ struct ClientState {
   const ox::http::ClientOptions options;
   std::unique_ptr<TransferLoop> loop;
   SharedDownloads downloads;
+  RunningExchanges running;
   // Destroyed first: its thread uses the others.
   std::unique_ptr<BackgroundRefresh> refresh;
 };

@@ -7,6 +7,7 @@
 
 #include "http/byte_range.h"
 #include "http/request_headers.h"
+#include "http/storability.h"
 #include "http/unnamed_file.h"
 #include "http/validation.h"
 #include "http/vary.h"
@@ -49,20 +50,6 @@ Error GiveToReceiver(const Answer& answer, ox::http::BodyReceiver& receiver) {
 
 }  // namespace
 
-Deadline DeadlineOf(const ox::http::RequestOptions& options) {
-  const bool hasLimit = options.totalTimeout.count() > 0;
-  return hasLimit ? std::chrono::steady_clock::now() + options.totalTimeout : Deadline::max();
-}
-
-Error TimeLeft(Deadline deadline, std::chrono::milliseconds* left) {
-  *left = {};
-  if (deadline == Deadline::max()) return {};
-  *left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline -
-                                                                std::chrono::steady_clock::now());
-  if (left->count() > 0) return {};
-  return MakeError(ErrorKind::kInputOutput, "the time for this request is over");
-}
-
 Error MakeGetRequest(GetRequest* request) {
   Error error = MakeRequestHeaders(request->state.options, request->url, request->options.headers,
                                    &request->headers);
@@ -74,19 +61,29 @@ Error MakeGetRequest(GetRequest* request) {
 Candidate FindCandidate(const GetRequest& request) {
   Candidate candidate;
   auto found = FindStored(request.state.session, request.url.text, &candidate.isThere);
-  if (!found) return candidate;
-  const bool isMatching = MatchesVary(found->answer, request.headers);
-  if (found->IsPart()) {
-    if (isMatching) candidate.part = std::move(found);
-    return candidate;
-  }
-  candidate.isMatching = isMatching;
-  if (isMatching) {
+  if (!found || found->IsPart()) return candidate;
+  candidate.isMatching = MatchesVary(found->answer, request.headers);
+  if (candidate.isMatching) {
     candidate.reuse = JudgeReuse(found->answer, request.control, std::time(nullptr),
                                  request.state.options.heuristicFreshness);
   }
   candidate.stored = std::move(found);
   return candidate;
+}
+
+std::optional<StoredEntry> FindPart(const GetRequest& request) {
+  bool isThere = false;
+  auto part = FindStored(request.state.session, PartUrl(request.url.text), &isThere);
+  const bool isUsable = part && part->IsPart() && MatchesVary(part->answer, request.headers);
+  return isUsable ? std::move(part) : std::nullopt;
+}
+
+const char* WhyNotRenewed(const GetRequest& request, const StoredAnswer& renewed) {
+  const char* why = WhyNotStored(request.url, renewed, request.headers);
+  if (why != nullptr && ParseCacheControl(renewed.headers).noStore) {
+    request.state.session.Remove(request.url.text);
+  }
+  return why;
 }
 
 bool MayReplaceServer(const GetRequest& request, const Candidate& candidate) {
@@ -98,7 +95,9 @@ bool MayReplaceServer(const GetRequest& request, const Candidate& candidate) {
 Result DeliverStored(const GetRequest& request, StoredEntry stored, ox::http::Outcome outcome,
                      Error reason, Error* error) {
   const HeaderList& asked = request.options.headers;
-  const bool isNotModified = HasConditions(asked) && IsNotModified(stored.answer, asked);
+  // Of a redirection or an error the caller has no copy to go on using.
+  const bool isNotModified =
+      stored.answer.status == kOk && HasConditions(asked) && IsNotModified(stored.answer, asked);
   const auto range = AskedRange(asked, stored.answer);
   Answer answer = AnswerOf(request, std::move(stored));
   answer.outcome = outcome;

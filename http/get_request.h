@@ -2,11 +2,11 @@
 #ifndef OX_HTTP_GET_REQUEST_H_
 #define OX_HTTP_GET_REQUEST_H_
 
-#include <chrono>
 #include <optional>
 
 #include "http/cache_control.h"
 #include "http/client_state.h"
+#include "http/deadline.h"
 #include "http/freshness.h"
 #include "http/stored_entry.h"
 #include "http/url.h"
@@ -14,12 +14,6 @@
 namespace ox::internal::http {
 
 using Result = std::optional<ox::http::Answer>;
-// The largest value: none.
-using Deadline = std::chrono::steady_clock::time_point;
-
-Deadline DeadlineOf(const ox::http::RequestOptions& options);
-// kInputOutput when it has passed. `left` is 0 for no limit, as in RequestOptions.
-Error TimeLeft(Deadline deadline, std::chrono::milliseconds* left);
 
 struct GetRequest {
   ClientState& state;
@@ -34,13 +28,19 @@ Error MakeGetRequest(GetRequest* request);
 
 struct Candidate {
   std::optional<StoredEntry> stored;
-  std::optional<StoredEntry> part;  // of a body that broke off
-  bool isThere = false;             // an entry of any kind
-  bool isMatching = false;          // `stored` is of this variant
-  Reuse reuse;                      // of `stored`, when it matches
+  bool isThere = false;     // an entry of any kind
+  bool isMatching = false;  // `stored` is of this variant
+  Reuse reuse;              // of `stored`, when it matches
 };
 
 Candidate FindCandidate(const GetRequest& request);
+
+// What there is of a body that broke off.
+std::optional<StoredEntry> FindPart(const GetRequest& request);
+
+// Null when the stored answer, as the server has just renewed it, may be written; otherwise why
+// not. It is removed when the server now forbids to store it.
+const char* WhyNotRenewed(const GetRequest& request, const StoredAnswer& renewed);
 
 // Whether the stored answer may stand in for a server that gives none.
 bool MayReplaceServer(const GetRequest& request, const Candidate& candidate);

@@ -19,6 +19,11 @@ constexpr std::array<std::string_view, 10> kConnectionHeaders = {"Connection",
                                                                  "Transfer-Encoding",
                                                                  "Upgrade"};
 
+// They are for every recipient. A server that names them in Connection nevertheless must not have
+// an answer stored against its own word.
+constexpr std::array<std::string_view, 6> kForCaches = {"Age",     "Cache-Control", "Date",
+                                                        "Expires", "Pragma",        "Vary"};
+
 char LowerLetter(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
@@ -129,8 +134,11 @@ std::vector<std::string_view> Members(std::string_view value) {
 
 void RemoveConnectionHeaders(HeaderList* headers) {
   const std::string named = Combined(*headers, "Connection");
-  for (const std::string_view name : Members(named))
-    Remove(headers, name);
+  for (const std::string_view name : Members(named)) {
+    const bool isForCaches = std::any_of(kForCaches.begin(), kForCaches.end(),
+                                         [name](auto one) { return SameName(one, name); });
+    if (!isForCaches) Remove(headers, name);
+  }
   for (const std::string_view name : kConnectionHeaders)
     Remove(headers, name);
   headers->erase(std::remove_if(headers->begin(), headers->end(),

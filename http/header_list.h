@@ -42,8 +42,8 @@ void Set(HeaderList* headers, std::string_view name, std::string value);
 // The members of a list in a value. A comma in quotes does not part members.
 std::vector<std::string_view> Members(std::string_view value);
 
-// Removes what concerns the connection or a proxy, the lines that Connection names, and lines that
-// cannot be.
+// Removes what concerns the connection or a proxy, the lines that Connection names but for those
+// that are about caching, and lines that cannot be.
 void RemoveConnectionHeaders(HeaderList* headers);
 
 }  // namespace ox::internal::http

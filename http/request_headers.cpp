@@ -50,6 +50,7 @@ Error MakeRequestHeaders(const ox::http::ClientOptions& client, const Url& url,
   const auto add = [headers](const char* name, const std::string& value) {
     if (!value.empty() && Find(*headers, name) == nullptr) headers->push_back({name, value});
   };
+  if (Error error = CheckGiven({"User-Agent", client.userAgent})) return error;
   add("User-Agent", client.userAgent);
   if (client.decode) add("Accept-Encoding", AcceptedEncodings());
   if (!url.user.empty() || !url.password.empty()) {

@@ -17,9 +17,9 @@ namespace {
 
 using ox::http::Answer;
 using ox::http::Outcome;
-using Kind = DownloadEnd::Kind;
 
 constexpr int kMaxTries = 4;
+constexpr char kChanged[] = "the resource was changed while it was on its way";
 constexpr int kOk = 200;
 constexpr int kPartialContent = 206;
 constexpr int kNotModified = 304;
@@ -62,10 +62,18 @@ bool IsWorthWriting(const StoredAnswer& before, const StoredAnswer& after, bool 
                      });
 }
 
+// Others may allow more than this request did, so a limit of its own tells them nothing.
+DownloadEnd::Kind EndOf(Transfer& transfer) {
+  return transfer.HasServerFailed() ? DownloadEnd::Kind::kFailed : DownloadEnd::Kind::kNotUsed;
+}
+
 }  // namespace
 
 ServerExchange::ServerExchange(const GetRequest& request, Candidate candidate)
-    : request_(request), state_(request.state), candidate_(std::move(candidate)) {}
+    : request_(request),
+      state_(request.state),
+      candidate_(std::move(candidate)),
+      mark_(request.state.running, request.url.text) {}
 
 Result ServerExchange::Run(Error* error) {
   for (int tries = 0; tries < kMaxTries; ++tries) {
@@ -86,12 +94,14 @@ Result ServerExchange::Again() {
 Result ServerExchange::Try(Error* error) {
   ox::http::RequestOptions options = request_.options;
   *error = TimeLeft(request_.deadline, &options.totalTimeout);
-  if (*error) return WithoutServer(*error, error);
+  if (*error) return WithoutServer(*error, Kind::kNotUsed, error);
   const TransferRequest toSend = BuildRequest();
   Transfer transfer(*state_.loop, state_.options, options, toSend);
   TransferHead head;
   *error = transfer.Start(&head);
-  return *error ? WithoutServer(*error, error) : TakeAnswer(transfer, head, error);
+  if (*error) return WithoutServer(*error, EndOf(transfer), error);
+  end_.answered = std::chrono::steady_clock::now();
+  return TakeAnswer(transfer, head, error);
 }
 
 TransferRequest ServerExchange::BuildRequest() {
@@ -104,12 +114,21 @@ TransferRequest ServerExchange::BuildRequest() {
   // The answer would be about a part of what is asked whether it has changed.
   if (isConditional_) Remove(&toSend.headers, "Range");
   offset_ = 0;
-  const bool isPlain = !HasConditions(toSend.headers) && Find(toSend.headers, "Range") == nullptr;
-  if (!candidate_.part || !mayResume_ || !isPlain) return toSend;
-  offset_ = candidate_.part->answer.bodyBytes;
+  const bool isForPart = Find(toSend.headers, "Range") != nullptr;
+  if (isForPart && toSend.decode) {
+    // Nobody can unpack a part of what is packed.
+    toSend.decode = false;
+    if (Find(request_.options.headers, "Accept-Encoding") == nullptr) {
+      Set(&toSend.headers, "Accept-Encoding", "identity");
+    }
+  }
+  const bool isPlain = !HasConditions(toSend.headers) && !isForPart;
+  part_ = mayResume_ && isPlain ? FindPart(request_) : std::nullopt;
+  if (!part_) return toSend;
+  offset_ = part_->answer.bodyBytes;
   toSend.offset = offset_;
   Set(&toSend.headers, "Range", "bytes=" + std::to_string(offset_) + "-");
-  Set(&toSend.headers, "If-Range", StrongValidator(candidate_.part->answer));
+  Set(&toSend.headers, "If-Range", StrongValidator(part_->answer));
   Set(&toSend.headers, "Accept-Encoding", "identity");
   return toSend;
 }
@@ -119,7 +138,7 @@ Result ServerExchange::TakeAnswer(Transfer& transfer, const TransferHead& head, 
   if (IsServerFailure(head.status) && MayReplaceServer(request_, candidate_)) {
     return WithoutServer(
         MakeError(ErrorKind::kInputOutput, "the server answered " + std::to_string(head.status)),
-        error);
+        Kind::kNotUsed, error);
   }
   if (offset_ > 0 && (head.status == kPartialContent || head.status == kRangeNotSatisfiable) &&
       !TakeUpPart(head)) {
@@ -136,25 +155,27 @@ Result ServerExchange::TakeNotModified(const TransferHead& head, Error* error) {
   const StoredAnswer before = stored;
   Freshen(head.headers, head.requestTime, head.responseTime, &stored);
   if (!candidate_.isMatching) stored.varied = VariedHeaders(stored.headers, request_.headers);
-  end_.kind = Kind::kStored;
+  end_.kind = Kind::kNotUsed;
   Error reason;
   const auto metadata = ToMetadata(stored, request_.url.text);
-  if (ParseCacheControl(stored.headers).noStore) {
-    state_.session.Remove(request_.url.text);
-    end_.kind = Kind::kNotUsed;
+  const char* why = WhyNotRenewed(request_, stored);
+  if (why != nullptr) {
+    reason = NotStored(why);
   } else if (!metadata) {
     reason = NotStored("its new headers do not fit into an entry");
   } else if (!candidate_.isMatching ||
              IsWorthWriting(before, stored, state_.options.heuristicFreshness)) {
-    reason = state_.session.SetMetadata(request_.url.text, *metadata);
+    reason =
+        state_.session.SetMetadata(request_.url.text, candidate_.stored->entry.metadata, *metadata);
   }
+  if (!reason) end_.kind = Kind::kStored;
   return DeliverStored(request_, std::move(*candidate_.stored), Outcome::kRevalidated,
                        std::move(reason), error);
 }
 
 // Whether the answer is the rest of the stored part.
 bool ServerExchange::TakeUpPart(const TransferHead& head) {
-  StoredAnswer& part = candidate_.part->answer;
+  StoredAnswer& part = part_->answer;
   const auto range = ParseContentRange(Single(head.headers, "Content-Range").value_or(""));
   const bool isRest = head.status == kPartialContent && range && range->first == offset_ &&
                       range->first + range->bytes == part.wholeBytes &&
@@ -168,7 +189,7 @@ Result ServerExchange::TakeBody(Transfer& transfer, const TransferHead& head, Er
   StoredAnswer answer;
   HeaderList shown;
   if (offset_ > 0) {
-    answer = candidate_.part->answer;
+    answer = part_->answer;
     shown = answer.headers;
   } else {
     answer.status = head.status;
@@ -195,8 +216,9 @@ Result ServerExchange::TakeBody(Transfer& transfer, const TransferHead& head, Er
     return Again();
   }
   if (transferError_) {
-    KeepPart(std::move(answer), wholeBytes, target);
-    return WithoutServer(std::exchange(transferError_, {}), error);
+    // The next request would resume it, and find it too large again.
+    if (!transfer.HasExceededLimit()) KeepPart(std::move(answer), wholeBytes, target);
+    return WithoutServer(std::exchange(transferError_, {}), EndOf(transfer), error);
   }
   if (*error) return std::nullopt;
   answer.bodyBytes = target.Received();
@@ -210,8 +232,11 @@ Result ServerExchange::TakeBody(Transfer& transfer, const TransferHead& head, Er
 
 Error ServerExchange::WhyNotKept(const StoredAnswer& answer, std::uint64_t bodyBytes) const {
   if (whyNotStored_) return whyNotStored_;
-  const char* why = WhyNotStored(answer.status, answer.headers, request_.headers);
+  const char* why = WhyNotStored(request_.url, answer, request_.headers);
   if (why != nullptr) return NotStored(why);
+  if (state_.options.decode && Find(answer.headers, "Content-Encoding") != nullptr) {
+    return NotStored("it was asked for as a part, and came packed");
+  }
   const std::uint32_t limit = state_.session.Limits().maxEntrySize;
   if (bodyBytes > limit) {
     return NotStored(std::to_string(bodyBytes) + " bytes are above the limit of one entry, " +
@@ -237,7 +262,7 @@ Error ServerExchange::CopyBody(Transfer& transfer, BodyTarget& target) {
   };
   if (Error error = target.Begin()) return error;
   if (offset_ > 0) {
-    if (Error error = ReadAll(candidate_.part->entry.content.Get(), offset_, write)) return error;
+    if (Error error = ReadAll(part_->entry.content.Get(), offset_, write)) return error;
   }
   std::string piece;
   do {
@@ -248,21 +273,22 @@ Error ServerExchange::CopyBody(Transfer& transfer, BodyTarget& target) {
   return {};
 }
 
-// So that a later request can have the rest alone. It takes the place of nothing that is whole.
+// So that a later request can have the rest alone. Of no use where a whole answer can be renewed.
 void ServerExchange::KeepPart(StoredAnswer answer, std::uint64_t wholeBytes, BodyTarget& target) {
-  const bool isInTheWay = candidate_.isThere && !candidate_.part;
   answer.bodyBytes = target.Received();
   answer.wholeBytes = wholeBytes;
-  if (isInTheWay || !target.IsStored() || answer.status != kOk || answer.bodyBytes == 0 ||
+  if (candidate_.isThere || !target.IsStored() || answer.status != kOk || answer.bodyBytes == 0 ||
       answer.bodyBytes >= wholeBytes || StrongValidator(answer).empty()) {
     return;
   }
-  if (const auto metadata = ToMetadata(answer, request_.url.text)) target.Commit(*metadata);
+  const std::string partUrl = PartUrl(request_.url.text);
+  if (const auto metadata = ToMetadata(answer, partUrl)) target.CommitPart(partUrl, *metadata);
 }
 
 void ServerExchange::Commit(const StoredAnswer& answer, BodyTarget& target) {
   const auto metadata = ToMetadata(answer, request_.url.text);
   if (!metadata) return target.GiveUpEntry(NotStored("its headers do not fit into an entry"));
+  if (mark_.IsOutdated()) return target.GiveUpEntry(NotStored(kChanged));
   target.Commit(*metadata);
 }
 
@@ -281,14 +307,24 @@ Result ServerExchange::Received(const StoredAnswer& answer, HeaderList shown, Bo
     return result;
   }
   end_.kind = Kind::kStored;
-  result.outcome = candidate_.isThere && !candidate_.part ? Outcome::kReplaced : Outcome::kMiss;
+  if (part_) state_.session.Remove(PartUrl(request_.url.text));
+  result.outcome = candidate_.isThere ? Outcome::kReplaced : Outcome::kMiss;
   Error gone;
   auto entry = state_.session.Fetch(request_.url.text, &gone);
-  if (entry) {
+  if (mark_.IsOutdated()) {
+    // It was changed while this was stored.
+    state_.session.Remove(request_.url.text);
+    end_.kind = Kind::kGivenUp;
+    result.outcome = Outcome::kUncached;
+    result.reason = NotStored(kChanged);
+  }
+  // Another request that goes alone may have stored another answer meanwhile.
+  const bool isOurs = entry && entry->metadata == ToMetadata(answer, request_.url.text);
+  if (isOurs) {
     result.content = std::move(entry->content);
   } else if (request_.options.receiver == nullptr) {
     // Evicted at once.
-    whyNotStored_ = gone;
+    if (!entry) whyNotStored_ = gone;
     return Again();
   }
   return result;
@@ -303,9 +339,9 @@ void ServerExchange::ForgetOutdated(int status) {
   }
 }
 
-Result ServerExchange::WithoutServer(Error why, Error* error) {
+Result ServerExchange::WithoutServer(Error why, Kind end, Error* error) {
   const bool isServers = why.kind == ErrorKind::kInputOutput;
-  end_.kind = isServers ? Kind::kFailed : Kind::kGivenUp;
+  end_.kind = isServers ? end : Kind::kGivenUp;
   end_.error = why;
   if (!isServers || !MayReplaceServer(request_, candidate_)) {
     *error = std::move(why);

@@ -17,6 +17,8 @@ class ServerExchange {
   const DownloadEnd& End() const { return end_; }
 
  private:
+  using Kind = DownloadEnd::Kind;
+
   Result Try(Error* error);
   TransferRequest BuildRequest();
   Result TakeAnswer(Transfer& transfer, const TransferHead& head, Error* error);
@@ -29,13 +31,15 @@ class ServerExchange {
   void Commit(const StoredAnswer& answer, BodyTarget& target);
   void ForgetOutdated(int status);
   Result Received(const StoredAnswer& answer, HeaderList shown, BodyTarget& target);
-  Result WithoutServer(Error why, Error* error);
+  Result WithoutServer(Error why, Kind end, Error* error);
   Result Again();
 
   const GetRequest& request_;
   ClientState& state_;
   Candidate candidate_;
+  RunningExchanges::Mark mark_;
   DownloadEnd end_;
+  std::optional<StoredEntry> part_;
   // What the next try has to do without.
   bool mayResume_ = true;
   Error whyNotStored_;

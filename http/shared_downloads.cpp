@@ -1,19 +1,32 @@
 #include "http/shared_downloads.h"
 
+#include <utility>
+
 namespace ox::internal::http {
 
-std::shared_ptr<SharedDownloads::Download> SharedDownloads::Join(const std::string& url) {
+std::shared_ptr<SharedDownloads::Download> SharedDownloads::Join(const std::string& url,
+                                                                 bool* isLeader) {
+  auto download = std::make_shared<Download>();
   const MutexLock lock(mutex_);
-  const auto [place, isNew] = downloads_.try_emplace(url);
-  if (!isNew) return place->second;
-  place->second = std::make_shared<Download>();
-  return nullptr;
+  const auto [place, isNew] = downloads_.try_emplace(url, std::move(download));
+  *isLeader = isNew;
+  return place->second;
 }
 
-void SharedDownloads::End(const std::string& url, const DownloadEnd& end) {
+void SharedDownloads::End(const std::string& url, Download& download, DownloadEnd end) {
   const MutexLock lock(mutex_);
   const auto place = downloads_.find(url);
-  place->second->end = end;
+  // Invalidated ones have their end.
+  if (!download.isDone) download.end = std::move(end);
+  download.isDone = true;
+  if (place != downloads_.end() && place->second.get() == &download) downloads_.erase(place);
+  ended_.NotifyAll();
+}
+
+void SharedDownloads::Invalidate(const std::string& url) {
+  const MutexLock lock(mutex_);
+  const auto place = downloads_.find(url);
+  if (place == downloads_.end()) return;
   place->second->isDone = true;
   downloads_.erase(place);
   ended_.NotifyAll();

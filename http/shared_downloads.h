@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "host/mutex.h"
 #include <oxfilecache/error.h>
@@ -21,18 +22,24 @@ struct DownloadEnd {
     kGivenUp,  // for a reason of the caller: another one has to try
   } kind = Kind::kGivenUp;
   Error error;
+  // When the server's answer arrived. What is found in the cache without one counts as old.
+  std::chrono::steady_clock::time_point answered;
 };
 
 class SharedDownloads {
  public:
   struct Download {
+    const std::thread::id leader = std::this_thread::get_id();
     bool isDone = false;
     DownloadEnd end;
   };
 
-  // The download of a URL that is under way; null when the caller is to do it, and to call End.
-  std::shared_ptr<Download> Join(const std::string& url);
-  void End(const std::string& url, const DownloadEnd& end);
+  // The download of a URL that is under way. `isLeader`: it is the caller's own from now on, who
+  // has to call End.
+  std::shared_ptr<Download> Join(const std::string& url, bool* isLeader);
+  void End(const std::string& url, Download& download, DownloadEnd end);
+  // Nobody joins the present download of that URL any more, and those who wait try again.
+  void Invalidate(const std::string& url);
   // False when the time was over first.
   bool WaitFor(Download& download, std::chrono::milliseconds time, DownloadEnd* end);
 

@@ -144,12 +144,18 @@ bool TakeNumber(std::string_view* text, Number* number) {
   return true;
 }
 
+// Any with which sums still fit their type. Other programs may write metadata too.
+bool IsTime(std::int64_t seconds) {
+  constexpr std::int64_t kFarthest = std::int64_t{1} << 40;
+  return seconds > -kFarthest && seconds < kFarthest;
+}
+
 bool ParseNumbers(std::string_view text, StoredAnswer* answer) {
   int version = 0;
   return TakeNumber(&text, &version) && version == kVersion && TakeNumber(&text, &answer->status) &&
          TakeNumber(&text, &answer->requestTime) && TakeNumber(&text, &answer->responseTime) &&
          TakeNumber(&text, &answer->bodyBytes) && TakeNumber(&text, &answer->wholeBytes) &&
-         text.empty();
+         text.empty() && IsTime(answer->requestTime) && IsTime(answer->responseTime);
 }
 
 void ParseHeader(std::string_view line, StoredAnswer* answer) {
@@ -158,6 +164,7 @@ void ParseHeader(std::string_view line, StoredAnswer* answer) {
   const std::size_t colon = line.find(": ");
   if (colon == std::string_view::npos) return;
   Header header{std::string(line.substr(0, colon)), Decoded(line.substr(colon + 2))};
+  if (!IsToken(header.name) || !IsFieldValue(header.value)) return;
   (isVaried ? answer->varied : answer->headers).push_back(std::move(header));
 }
 

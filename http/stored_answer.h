@@ -2,8 +2,8 @@
 //
 //   URL: http://example/logo.png
 //   HTTP: 1 200 1767268800 1767268801 4711 0
-//   Vary: Accept-Language
 //   >Accept-Language: en
+//   Vary: Accept-Language
 //   Cache-Control: max-age=3600
 //   Content-Type: image/png
 //

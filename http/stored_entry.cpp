@@ -17,4 +17,8 @@ std::optional<StoredEntry> FindStored(session::CacheSession& session, const std:
   return StoredEntry{std::move(*entry), std::move(*answer)};
 }
 
+std::string PartUrl(const std::string& url) {
+  return url + "#part";
+}
+
 }  // namespace ox::internal::http

@@ -22,6 +22,10 @@ struct StoredEntry {
 std::optional<StoredEntry> FindStored(session::CacheSession& session, const std::string& url,
                                       bool* isThere);
 
+// The part of a body that broke off is the entry of a URL that nobody requests, since a fragment is
+// cut off: nobody takes it for the whole.
+std::string PartUrl(const std::string& url);
+
 // What to write as the content of an entry without a body: the cache does not keep empty ones.
 inline constexpr char kNoBody[] = "\n";
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <ctime>
 #include <functional>
+#include <limits>
 #include <new>
 
 namespace ox::internal::http {
@@ -11,6 +12,10 @@ namespace {
 // A paused transfer holds so much at most, and what the decoder makes of one more piece.
 constexpr std::size_t kMaxBufferedBytes = 128 * 1024;
 constexpr std::chrono::milliseconds kTick{100};
+constexpr long kPackedPieceBytes = 4096;
+constexpr char kTooLarge[] = "the body is larger than allowed";
+constexpr int kPartialContent = 206;
+constexpr int kNotModified = 304;
 constexpr char kProtocols[] = "http,https";
 
 }  // namespace
@@ -67,7 +72,11 @@ void Transfer::SetUp() {
   Set(CURLOPT_WRITEFUNCTION, &OnBody);
   Set(CURLOPT_WRITEDATA, this);
   // curl knows the names, and asks for those alone; the header itself is among ours.
-  if (request_.decode) Set(CURLOPT_ACCEPT_ENCODING, AcceptedEncodings().c_str());
+  if (request_.decode) {
+    Set(CURLOPT_ACCEPT_ENCODING, AcceptedEncodings().c_str());
+    // While a transfer is paused, libcurl keeps all that the last piece unpacks to.
+    Set(CURLOPT_BUFFERSIZE, kPackedPieceBytes);
+  }
 }
 
 void Transfer::SetUpSecurity() {
@@ -81,10 +90,19 @@ void Transfer::SetUpSecurity() {
 }
 
 void Transfer::SetUpLimits() {
-  Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(options_.connectTimeout.count()));
-  Set(CURLOPT_TIMEOUT_MS, static_cast<long>(options_.totalTimeout.count()));
-  Set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(options_.silenceTimeout.count()));
+  // libcurl ignores what is longer.
+  const auto limit = [](std::int64_t time) {
+    return static_cast<long>(std::min<std::int64_t>(time, std::numeric_limits<int>::max()));
+  };
+  Set(CURLOPT_CONNECTTIMEOUT_MS, limit(options_.connectTimeout.count()));
+  Set(CURLOPT_TIMEOUT_MS, limit(options_.totalTimeout.count()));
+  Set(CURLOPT_LOW_SPEED_TIME, limit(options_.silenceTimeout.count()));
   Set(CURLOPT_LOW_SPEED_LIMIT, static_cast<long>(options_.minimumSpeed));
+#if LIBCURL_VERSION_NUM >= 0x075700
+  // Otherwise the loop, and with it every other transfer, would wait for a name server that is
+  // silent when a transfer that waits for it is given up.
+  Set(CURLOPT_QUICK_EXIT, 1L);
+#endif
 }
 
 void Transfer::SetUpBody() {
@@ -99,8 +117,9 @@ void Transfer::SetUpBody() {
 
 Error Transfer::Start(TransferHead* head) {
   started_ = std::chrono::steady_clock::now();
-  isAdded_ = true;
+  deadline_ = DeadlineOf(options_);
   loop_.Add(*this);
+  isAdded_ = true;
   const auto isMet = [this]() OX_REQUIRES(mutex_) { return hasHead_ || isDone_; };
   if (Error error = WaitUntil(isMet)) return error;
   const MutexLock lock(mutex_);
@@ -132,10 +151,14 @@ Error Transfer::Read(std::string* piece) {
 template <typename Condition>
 Error Transfer::WaitUntil(Condition isMet) {
   for (;;) {
+    // libcurl keeps no time for a transfer that waits for a connection of another one.
+    std::chrono::milliseconds left;
+    if (Error error = TimeLeft(deadline_, &left)) return error;
     ox::http::Progress progress;
     {
       MutexLock lock(mutex_);
-      if (changed_.WaitFor(lock, kTick, isMet)) return {};
+      const auto wait = left.count() > 0 ? std::min(left, kTick) : kTick;
+      if (changed_.WaitFor(lock, wait, isMet)) return {};
       progress = ProgressNow();
     }
     if (Error error = Report(progress)) return error;
@@ -143,8 +166,8 @@ Error Transfer::WaitUntil(Condition isMet) {
 }
 
 ox::http::Progress Transfer::ProgressNow() const {
-  const std::uint64_t total = head_.bodyBytes > 0 ? head_.bodyBytes + request_.offset : 0;
-  return {received_ + request_.offset, total};
+  const std::uint64_t total = head_.bodyBytes > 0 ? head_.bodyBytes + offset_ : 0;
+  return {received_ + offset_, total};
 }
 
 // Without the lock: the caller's function may take its time.
@@ -183,9 +206,8 @@ std::size_t Transfer::TakeBody(const char* data, std::size_t bytes) {
 
 std::size_t Transfer::Append(const char* data, std::size_t bytes) {
   if (exceeded_ != nullptr) return CURL_WRITEFUNC_ERROR;
-  const std::uint64_t before = request_.offset + received_;
-  if (before > options_.maxBodyBytes || bytes > options_.maxBodyBytes - before) {
-    exceeded_ = "the body is larger than allowed";
+  if (IsTooLarge(bytes)) {
+    exceeded_ = kTooLarge;
     return CURL_WRITEFUNC_ERROR;
   }
   if (buffer_.size() >= kMaxBufferedBytes) {
@@ -197,11 +219,28 @@ std::size_t Transfer::Append(const char* data, std::size_t bytes) {
   return bytes;
 }
 
+bool Transfer::IsTooLarge(std::uint64_t more) const {
+  const std::uint64_t before = offset_ + received_;
+  return before > options_.maxBodyBytes || more > options_.maxBodyBytes - before;
+}
+
+bool Transfer::HasExceededLimit() {
+  const MutexLock lock(mutex_);
+  return exceeded_ != nullptr;
+}
+
+// Unless it is done, the time for it was over or its caller has cancelled it.
+bool Transfer::HasServerFailed() {
+  const MutexLock lock(mutex_);
+  return exceeded_ == nullptr && isDone_ && code_ != CURLE_OPERATION_TIMEDOUT;
+}
+
 void Transfer::TakeHead() {
   hasHead_ = true;
   long status = 0;
   curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &status);
   head_.status = static_cast<int>(status);
+  if (head_.status == kPartialContent) offset_ = request_.offset;
   // A clock that is set meanwhile must not make the answer old, so the time between is measured.
   const auto passed = std::chrono::steady_clock::now() - started_;
   head_.responseTime = std::time(nullptr);
@@ -224,6 +263,8 @@ void Transfer::TakeHead() {
   curl_off_t length = 0;
   curl_easy_getinfo(handle_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
   if (length > 0) head_.bodyBytes = static_cast<std::uint64_t>(length);
+  const bool hasBody = request_.method != "HEAD" && head_.status != kNotModified;
+  if (hasBody && IsTooLarge(head_.bodyBytes)) exceeded_ = kTooLarge;
 }
 
 void Transfer::OnDone(CURLcode code) {

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 
+#include "http/deadline.h"
 #include "http/header_list.h"
 #include "http/transfer_loop.h"
 #include "http/url.h"
@@ -43,6 +44,10 @@ class Transfer final : private LoopMember {
   Error Start(TransferHead* head);
   // The next piece of the body, decoded; empty at its end. An error when it breaks off.
   Error Read(std::string* piece);
+  // Whether the error was that the answer is more than this request allows.
+  bool HasExceededLimit();
+  // Whether the error would be the same with other limits, also those of time.
+  bool HasServerFailed();
 
  private:
   CURL* Handle() override { return handle_.get(); }
@@ -58,6 +63,7 @@ class Transfer final : private LoopMember {
   std::size_t TakeBody(const char* data, std::size_t bytes);
   void TakeHead() OX_REQUIRES(mutex_);
   std::size_t Append(const char* data, std::size_t bytes) OX_REQUIRES(mutex_);
+  bool IsTooLarge(std::uint64_t more) const OX_REQUIRES(mutex_);
   ox::http::Progress ProgressNow() const OX_REQUIRES(mutex_);
   Error Explain() const OX_REQUIRES(mutex_);
   template <typename Condition>
@@ -84,6 +90,7 @@ class Transfer final : private LoopMember {
   std::array<char, CURL_ERROR_SIZE> message_{};
   std::chrono::steady_clock::time_point started_;
   std::chrono::steady_clock::time_point reported_;
+  Deadline deadline_;
   std::size_t headerBytes_ = 0;  // of the loop's thread alone
   bool isAdded_ = false;
 
@@ -91,6 +98,7 @@ class Transfer final : private LoopMember {
   Condition changed_;
   TransferHead head_ OX_GUARDED_BY(mutex_);
   std::string buffer_ OX_GUARDED_BY(mutex_);
+  std::uint64_t offset_ OX_GUARDED_BY(mutex_) = 0;  // of what the server sends
   std::uint64_t received_ OX_GUARDED_BY(mutex_) = 0;
   bool hasHead_ OX_GUARDED_BY(mutex_) = false;
   bool isPaused_ OX_GUARDED_BY(mutex_) = false;

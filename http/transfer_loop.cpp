@@ -2,9 +2,13 @@
 
 #include <system_error>
 
+#include "http/signal_mask.h"
+
 namespace ox::internal::http {
 namespace {
 
+// Of each kind one: a member is paused again only once it was let go on.
+constexpr std::size_t kCommandsOfMember = 3;
 constexpr int kMaxWaitMilliseconds = 1000;
 constexpr std::chrono::hours kForEver{24};
 
@@ -39,6 +43,11 @@ TransferLoop::~TransferLoop() {
 }
 
 void TransferLoop::Add(LoopMember& member) {
+  {
+    const MutexLock lock(mutex_);
+    commands_.reserve(kCommandsOfMember * (members_ + 1));
+    ++members_;
+  }
   Post({Command::Kind::kAdd, &member});
 }
 
@@ -65,6 +74,7 @@ void TransferLoop::Post(Command command) {
 }
 
 void TransferLoop::Run() {
+  BlockSignals();
   while (Obey()) {
     int running = 0;
     curl_multi_perform(multi_.get(), &running);
@@ -75,18 +85,22 @@ void TransferLoop::Run() {
 
 // False when the loop has to end.
 bool TransferLoop::Obey() {
-  std::vector<Command> commands;
-  {
-    const MutexLock lock(mutex_);
-    if (isEnding_) return false;
-    commands.swap(commands_);
-  }
-  for (const Command& command : commands)
+  for (;;) {
+    Command command{};
+    {
+      const MutexLock lock(mutex_);
+      if (isEnding_) return false;
+      if (commands_.empty()) return true;
+      // The list keeps its room.
+      command = commands_.front();
+      commands_.erase(commands_.begin());
+    }
     Obey(command);
-  const MutexLock lock(mutex_);
-  done_ += commands.size();
-  obeyed_.NotifyAll();
-  return true;
+    const MutexLock lock(mutex_);
+    if (command.kind == Command::Kind::kRemove) --members_;
+    ++done_;
+    obeyed_.NotifyAll();
+  }
 }
 
 void TransferLoop::Obey(const Command& command) {

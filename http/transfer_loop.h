@@ -33,6 +33,7 @@ class TransferLoop {
   TransferLoop(const TransferLoop&) = delete;
   TransferLoop& operator=(const TransferLoop&) = delete;
 
+  // Takes the memory that the other two need for this member.
   void Add(LoopMember& member);
   // Lets a paused transfer go on.
   void Unpause(LoopMember& member);
@@ -59,6 +60,7 @@ class TransferLoop {
   Mutex mutex_;
   Condition obeyed_;
   std::vector<Command> commands_ OX_GUARDED_BY(mutex_);
+  std::size_t members_ OX_GUARDED_BY(mutex_) = 0;
   std::uint64_t posted_ OX_GUARDED_BY(mutex_) = 0;
   std::uint64_t done_ OX_GUARDED_BY(mutex_) = 0;
   bool isEnding_ OX_GUARDED_BY(mutex_) = false;

@@ -48,15 +48,24 @@ class StagedRenewal {
 
 struct Renewal {
   const std::string& url;
+  const std::string* expected;  // null: any
   const std::string& metadata;
   const OxString metadataText;
 };
+
+bool IsExpected(SessionState& state, const Renewal& renewal, core::cache::CacheValue& value)
+    OX_REQUIRES(state.mutex) {
+  if (renewal.expected == nullptr) return true;
+  const bool isSame = value.GetMetaData().UTF8() == *renewal.expected;
+  state.cache.TakeMetadataRead();
+  return isSame;
+}
 
 // Stages what the seal of the entry says, with the new metadata.
 Error Stage(SessionState& state, const Renewal& renewal, StagedRenewal* staged)
     OX_REQUIRES(state.mutex) {
   core::cache::CacheValue* value = state.cache.Find(staged->share.url);
-  if (value == nullptr) return internal::NoEntry();
+  if (value == nullptr || !IsExpected(state, renewal, *value)) return internal::NoEntry();
   const std::string path = internal::ContentPath(*value);
   int sealError = 0;
   auto seal = internal::ReadSeal(path + format::kMetadataSuffix, &sealError);
@@ -105,17 +114,27 @@ Error Renew(SessionState& state, const Renewal& renewal) {
   }
 }
 
+Error RenewChecked(SessionState& state, const std::string& url, const std::string* expected,
+                   const std::string& metadata) {
+  return internal::Perform(state, [&]() -> Error {
+    if (Error error = internal::CheckUrl(url)) return error;
+    if (Error error = internal::CheckMetadata(metadata)) return error;
+    const internal::EvictionNews news(state);
+    Error error = Renew(state, {url, expected, metadata, internal::ToOxString(metadata)});
+    if (!error) ++state.counts.renewals;
+    return error;
+  });
+}
+
 }  // namespace
 
 Error CacheSession::SetMetadata(const std::string& url, const std::string& metadata) {
-  return internal::Perform(*state_, [&]() -> Error {
-    if (Error error = internal::CheckUrl(url)) return error;
-    if (Error error = internal::CheckMetadata(metadata)) return error;
-    const internal::EvictionNews news(*state_);
-    Error error = Renew(*state_, {url, metadata, internal::ToOxString(metadata)});
-    if (!error) ++state_->counts.renewals;
-    return error;
-  });
+  return RenewChecked(*state_, url, nullptr, metadata);
+}
+
+Error CacheSession::SetMetadata(const std::string& url, const std::string& expected,
+                                const std::string& metadata) {
+  return RenewChecked(*state_, url, &expected, metadata);
 }
 
 }  // namespace ox::session

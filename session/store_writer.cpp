@@ -26,7 +26,7 @@ struct Staging {
   // Gone once the session is closed. Each call of the writer holds it while it uses the state.
   const std::weak_ptr<SessionState> session;
   SessionState& state;
-  const std::string url;
+  std::string url;
   std::string contentPath;
   std::string metadataPath;
   UniqueFd file;
@@ -278,6 +278,21 @@ Error StoreWriter::Commit(const std::string& metadata) {
   if (session == nullptr) return Closed();
   return internal::Perform(*session, [&] {
     const internal::EvictionNews news(*session);
+    return CommitStaging(*staging_, metadata);
+  });
+}
+
+Error StoreWriter::CommitAs(const std::string& url, const std::string& metadata) {
+  const auto session = staging_->session.lock();
+  if (session == nullptr) return Closed();
+  return internal::Perform(*session, [&]() -> Error {
+    if (Error error = internal::CheckUrl(url)) return error;
+    const internal::EvictionNews news(*session);
+    {
+      const MutexLock lock(session->mutex);
+      staging_->share.url = internal::ToOxString(url);
+      staging_->url = url;
+    }
     return CommitStaging(*staging_, metadata);
   });
 }

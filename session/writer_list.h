@@ -14,12 +14,12 @@
 
 namespace ox::internal {
 
-// One writer's part. The writer keeps it; the session's mutex guards all but ID and URL.
+// One writer's part. The writer keeps it; the session's mutex guards all but the ID.
 struct WriterShare {
   WriterShare(std::string newId, OxString newUrl) : id(std::move(newId)), url(std::move(newUrl)) {}
 
   const std::string id;     // of the writer's staged files
-  const OxString url;       // of the entry
+  OxString url;             // of the entry
   std::uint64_t bytes = 0;  // granted and not given back
   std::thread::id user;     // the thread that wrote last
 };

@@ -90,8 +90,8 @@ struct Progress {
   std::uint64_t total = 0;  // 0 while unknown
 };
 
-// Takes a body while it arrives, on the thread that called the client. An error of either function
-// ends the request and is its error.
+// Takes a body while it arrives, on the thread that called the client. It may not call the client.
+// An error of either function ends the request and is its error.
 class BodyReceiver {
  public:
   // Before the first byte. Again when the body has to start over, since the server went away and
@@ -126,12 +126,13 @@ struct RequestOptions {
   // A server that sends less than minimumSpeed (bytes a second) for so long is given up.
   std::chrono::seconds silenceTimeout{60};
   std::uint32_t minimumSpeed = 16;
-  // Of one request with its body; 0: no limit.
+  // Of one call: all redirections and the body; 0: no limit.
   std::chrono::milliseconds totalTimeout{0};
   // A larger body, decoded, is an error, and so are more bytes of headers.
   std::uint64_t maxBodyBytes = 1ULL << 30;
   std::size_t maxHeaderBytes = 64 * 1024;
-  // Called on the calling thread about ten times a second while it waits. False: cancels.
+  // Called on the calling thread about ten times a second while it waits. False: cancels. It may
+  // not call the client.
   std::function<bool(const Progress&)> onProgress;
   // Gets the body of a successful answer (2xx), wherever it comes from. Other bodies, and all of
   // them without a receiver, are in Answer::content alone.

@@ -242,6 +242,9 @@ class StoreWriter {
   // succeeded the writer is used up.
   Error Commit(const std::string& metadata);
 
+  // The same as the entry of another URL, where it shows only at the end what the content is.
+  Error CommitAs(const std::string& url, const std::string& metadata);
+
  private:
   friend class CacheSession;
   explicit StoreWriter(std::unique_ptr<internal::Staging> staging);
@@ -318,6 +321,11 @@ class CacheSession {
   // metadata and the guarantees of the session's durability are those of StoreWriter::Commit.
   // kNotFound when there is no such entry.
   Error SetMetadata(const std::string& url, const std::string& metadata);
+
+  // The same only while the entry's metadata is still `expected`, so that nothing is said of
+  // content that has taken its place since it was fetched. Otherwise kNotFound.
+  Error SetMetadata(const std::string& url, const std::string& expected,
+                    const std::string& metadata);
 
   // Deletes the entry. kNotFound when there is none; kInputOutput when its files cannot be deleted.
   Error Remove(const std::string& url);

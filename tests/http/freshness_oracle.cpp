@@ -14,7 +14,7 @@ namespace {
 using namespace ox::internal::http;
 
 std::string Decide(const StoredAnswer& answer, const HeaderList& request, std::int64_t now) {
-  if (WhyNotStored(answer.status, answer.headers, request) != nullptr) return "unstored";
+  if (WhyNotStored({}, answer, request) != nullptr) return "unstored";
   const Reuse reuse = JudgeReuse(answer, ParseCacheControl(request), now, true);
   if (reuse.isFresh) return "fresh";
   if (reuse.isStaleAccepted) return "accepted";

@@ -130,6 +130,19 @@ TEST_F(HttpTest, WhatAServerSaysCannotForgeMetadata) {
   EXPECT_EQ(Metadata(server.Url("/")).find('\r'), std::string::npos);
 }
 
+// Other programs may write metadata too.
+TEST_F(HttpTest, MetadataThatCannotBeIsNotTaken) {
+  RawServer server(Always(Whole("", "new")));
+  const std::string line = "URL: " + server.Url("/") + "\nHTTP: 1 200 ";
+  for (const char* rest :
+       {"0 -9223372036854775807 3 0\n", "9223372036854775807 0 3 0\n", "0 0 3 9\n"}) {
+    auto writer = session_->Store(server.Url("/"), &error_);
+    writer->Write("old", 3);
+    writer->Commit(line + rest + "Cache-Control: max-age=99999999999\n");
+    EXPECT_EQ(Get(server.Url("/")), "replaced 200 new") << rest;
+  }
+}
+
 TEST_F(HttpTest, WhatDoesNotFitIntoMetadataIsLeftOutOrKeepsTheAnswerOut) {
   const std::string one(700, 'x');
   RawServer server(Always(Whole(kFresh + ("X-A: " + one) + "\r\nX-B: " + one + "\r\n", "body")));
@@ -138,6 +151,9 @@ TEST_F(HttpTest, WhatDoesNotFitIntoMetadataIsLeftOutOrKeepsTheAnswerOut) {
   EXPECT_EQ(answer_->HeaderValue("X-A") + answer_->HeaderValue("X-B"), one);
   server.SetAnswer(Always(Whole(kFresh + ("Vary: " + one + one) + "\r\n", "body")));
   EXPECT_EQ(Get(server.Url("/vary")), "uncached 200 body");
+  server.SetAnswer(Always(
+      "HTTP/1.1 200 OK\r\nConnection: close, cache-control\r\nCache-Control: no-store\r\n\r\nx"));
+  EXPECT_EQ(Get(server.Url("/connection")), "uncached 200 x");
 }
 
 TEST_F(HttpTest, SecretsReachNoFileAndNoMessage) {
@@ -153,6 +169,17 @@ TEST_F(HttpTest, SecretsReachNoFileAndNoMessage) {
   EXPECT_EQ(Get(withPassword), "miss 200 x");
   EXPECT_EQ(answer_->url, url);
   EXPECT_EQ(Metadata(url).find("pass"), std::string::npos);
+  const std::string away = "//user:pass@" + url.substr(7);
+  for (const std::string& header : {"Location: http:" + away, "Content-Location: " + away,
+                                    std::string("Location: ftp://user:pass@h/")}) {
+    server.SetAnswer(Always(Whole(kFresh + header + "\r\n", "", "301 Moved")));
+    RequestOptions options;
+    options.maxRedirections = 0;
+    EXPECT_EQ(Get(server.Url("/secret"), options), "uncached 301 ") << header;
+  }
+  server.SetAnswer(Always(Whole(kFresh + ("Link: <http:" + away + ">\r\n"), "x")));
+  EXPECT_EQ(Get(server.Url("/link")), "miss 200 x");
+  EXPECT_EQ(Metadata(server.Url("/link")).find("pass"), std::string::npos);
   // On the way to another server, which gets neither.
   RawServer other(Always(Whole(kFresh, "other")));
   server.SetAnswer(Always(Whole("Location: " + other.Url("/") + "\r\n", "", "302 Found")));
@@ -185,6 +212,58 @@ TEST_F(HttpTest, ManyCallersShareOneDownload) {
   EXPECT_EQ(server.Requests().size(), 1u);
 }
 
+// A first caller is on its way to the server, and a second one joins or goes alone.
+TEST_F(HttpTest, NobodyGetsWhatIsTooOldOrLimitedForAnother) {
+  RawServer server(Always(""));
+  const auto slowly = [](const Connection& connection) {
+    const std::string answer = Whole(kFresh, "old");
+    connection.Send(answer.substr(0, answer.size() - 2));
+    std::this_thread::sleep_for(500ms);
+    connection.Send("ld");
+  };
+  const auto first = [&](const std::string& url, const RequestOptions& options) {
+    server.SetAnswer(slowly);
+    const std::size_t before = server.Requests().size();
+    std::thread caller([this, url, options] {
+      Error error;
+      client_->Get(url, options, &error);
+    });
+    while (server.Requests().size() == before)
+      std::this_thread::sleep_for(10ms);
+    std::this_thread::sleep_for(100ms);
+    server.SetAnswer(Always(Whole(kFresh, "new")));
+    return caller;
+  };
+  RequestOptions limited;
+  limited.totalTimeout = 300ms;
+  std::thread caller = first(server.Url("/limit"), limited);
+  EXPECT_EQ(Get(server.Url("/limit")), "miss 200 new");
+  caller.join();
+  caller = first(server.Url("/refresh"), {});
+  RequestOptions refresh;
+  refresh.refresh = true;
+  EXPECT_EQ(Get(server.Url("/refresh"), refresh), "replaced 200 new");
+  caller.join();
+  for (const auto& options : {RequestOptions(), With("Cookie", "x")}) {
+    const std::string url = server.Url("/" + std::to_string(options.headers.size()));
+    caller = first(url, options);
+    client_->Send("POST", url, "", {}, &error_);
+    EXPECT_EQ(Get(url), "miss 200 new");
+    caller.join();
+    EXPECT_EQ(Get(url), "hit 200 new");
+  }
+  // A caller that would wait for itself.
+  server.SetAnswer(slowly);
+  RequestOptions nested;
+  nested.onProgress = [&, isInner = false](const http::Progress&) mutable {
+    Error error;
+    if (!std::exchange(isInner, true)) client_->Get(server.Url("/nested"), {}, &error);
+    return true;
+  };
+  Get(server.Url("/nested"), nested);
+  EXPECT_EQ(Get(server.Url("/nested")), "hit 200 old");
+}
+
 TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
   const std::string body = Bytes(1, 100000);
   const auto cut = [&body](const Connection& connection) {
@@ -200,13 +279,13 @@ TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
   };
   RawServer server(cut);
   EXPECT_EQ(Get(server.Url("/")), "error 7");
-  RequestOptions offline;
-  offline.offline = true;
-  EXPECT_EQ(Get(server.Url("/"), offline), "error 2");
+  EXPECT_EQ(Metadata(server.Url("/")), "");
+  EXPECT_NE(Metadata(server.Url("/#part")), "");
   Reopen();
   server.SetAnswer(rest);
   EXPECT_EQ(Get(server.Url("/")), "miss 200 " + body);
   EXPECT_EQ(Get(server.Url("/")), "hit 200 " + body);
+  EXPECT_EQ(session_->Statistics().entries, 1u);
   // Another version is there by now, and another time a server that gives a wrong part.
   const std::string news = Bytes(2, 100000);
   const RawServer::Answer wrong = [&](const Connection& connection) {
@@ -222,6 +301,17 @@ TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
     server.SetAnswer(next);
     EXPECT_EQ(Get(url), "miss 200 " + news);
   }
+  // All of it is smaller than allowed, although not with the part that is no use any more.
+  server.SetAnswer(cut);
+  const std::string url = server.Url("/limit");
+  EXPECT_EQ(Get(url), "error 7");
+  RequestOptions limit;
+  limit.maxBodyBytes = 90000;
+  server.SetAnswer(Always(Whole(kFresh, body.substr(0, 80000))));
+  EXPECT_EQ(Get(url, limit), "miss 200 " + body.substr(0, 80000));
+  server.SetAnswer(Always(Whole(std::string(kFresh) + "ETag: \"1\"\r\n", body)));
+  EXPECT_EQ(Get(server.Url("/large"), limit), "error 7");
+  EXPECT_EQ(Metadata(server.Url("/large#part")), "");
   // What is whole is not given up for a part.
   server.SetAnswer(cut);
   RequestOptions refresh;
@@ -246,6 +336,67 @@ TEST_F(HttpTest, NotModifiedWritesMetadataAlone) {
   EXPECT_EQ(answer_->HeaderValue("X-New"), "1");
   EXPECT_EQ(std::filesystem::last_write_time(session_->Fetch(server.Url("/"), &error_)->path),
             written);
+}
+
+TEST_F(HttpTest, ConditionsAndRangesOfTheCaller) {
+  RawServer server(Always(Whole(kFresh, "gone", "404 Not Found")));
+  Get(server.Url("/gone"));
+  EXPECT_EQ(Get(server.Url("/gone"), With("If-None-Match", "*")), "hit 404 gone");
+  server.SetAnswer([](const Connection& connection) {
+    const bool isAsIs = connection.Has("Accept-Encoding: identity\r\n");
+    connection.Send(Whole(isAsIs ? "Content-Range: bytes 1-2/4\r\n" : "Content-Encoding: gzip\r\n",
+                          "od", "206 Partial Content"));
+  });
+  EXPECT_EQ(Get(server.Url("/part"), With("Range", "bytes=1-2")), "uncached 206 od");
+}
+
+#ifdef OX_EXAMPLE_PATH
+TEST_F(HttpTest, TheExampleWritesTheBodyAndNoMore) {
+  for (const std::string body : {"", "text"}) {
+    RawServer server(Always(Whole(kFresh, body)));
+    for (const char* times : {"once", "again"}) {
+      const std::string output = directory_ / "output";
+      const std::string command = OX_EXAMPLE_PATH " " + (directory_ / "example") + " " +
+                                  server.Url("/") + " >" + output + " 2>/dev/null";
+      EXPECT_EQ(std::system(command.c_str()), 0);
+      EXPECT_EQ(ReadWhole(output), body) << times;
+    }
+  }
+}
+#endif
+
+TEST_F(HttpTest, RenewsOnlyWhatMayBeStored) {
+  const auto renewal = [](const std::string& headers) {
+    return "HTTP/1.1 304 Not Modified\r\nConnection: close\r\nX-New: 1\r\n" + headers + "\r\n";
+  };
+  RawServer server(Always(Whole(kTagged, "body")));
+  for (const char* path : {"/", "/head"})
+    Get(server.Url(path));
+  server.SetAnswer(Always(renewal(kFresh)));
+  for (const auto& options : {With("Cache-Control", "no-store"), With("Authorization", "x")}) {
+    EXPECT_EQ(Get(server.Url("/"), options), "revalidated 200 body");
+    EXPECT_EQ(Metadata(server.Url("/")).find("X-New"), std::string::npos);
+  }
+  server.SetAnswer(Always(renewal("Cache-Control: no-store\r\n")));
+  EXPECT_EQ(Get(server.Url("/")), "revalidated 200 body");
+  EXPECT_EQ(Metadata(server.Url("/")), "");
+  // While another request stores another body.
+  server.SetAnswer(Always(Whole(kTagged, "body")));
+  Get(server.Url("/other"));
+  server.SetAnswer([&](const Connection& connection) {
+    if (!connection.Has("Cookie")) return connection.Send(Whole("ETag: \"2\"\r\n", "next")), void();
+    RequestOptions refresh;
+    refresh.refresh = true;
+    Error error;
+    client_->Get(server.Url("/other"), refresh, &error);
+    connection.Send(renewal(kFresh));
+  });
+  EXPECT_EQ(Get(server.Url("/other"), With("Cookie", "x")), "revalidated 200 body");
+  EXPECT_EQ(Metadata(server.Url("/other")).find("X-New"), std::string::npos);
+  EXPECT_NE(Metadata(server.Url("/other")).find("ETag: \"2\""), std::string::npos);
+  server.SetAnswer(Always("HTTP/1.1 200 OK\r\nETag: \"1\"\r\nCache-Control: no-store\r\n\r\n"));
+  client_->Head(server.Url("/head"), {}, &error_);
+  EXPECT_EQ(Metadata(server.Url("/head")), "");
 }
 
 TEST_F(HttpTest, StandsInForAServerThatFails) {
@@ -274,7 +425,7 @@ TEST_F(HttpTest, RefreshesInTheBackgroundWhatItServesStale) {
       Always(Whole("Cache-Control: max-age=0, stale-while-revalidate=100\r\n", "old")));
   Get(server.Url("/"));
   server.SetAnswer(Always(Whole(kFresh, "new")));
-  EXPECT_EQ(Get(server.Url("/")), "stale 200 old");
+  EXPECT_EQ(Get(server.Url("/"), With("Range", "bytes=0-1")), "stale 206 ol");
   for (int tries = 0; tries < 200 && Get(server.Url("/")) != "hit 200 new"; ++tries)
     std::this_thread::sleep_for(20ms);
   EXPECT_EQ(Get(server.Url("/")), "hit 200 new");
@@ -329,6 +480,28 @@ TEST_F(HttpTest, CallersCancelAndLimitTheTime) {
   options.onProgress = nullptr;
   options.totalTimeout = 300ms;
   EXPECT_EQ(Get(server.Url("/body"), options), "error 7");
+  options.totalTimeout = std::chrono::milliseconds::max();
+  options.onProgress = [](const http::Progress& now) { return now.received == 0; };
+  EXPECT_EQ(Get(server.Url("/body"), options), "error 11");
+  options.onProgress = nullptr;
+  // Also while all connections are taken.
+  client_.reset();
+  http::ClientOptions one;
+  one.connectionsPerServer = 1;
+  client_ = http::Client::Open(*session_, one, &error_);
+  std::thread other([this, &server] {
+    Error error;
+    RequestOptions seconds;
+    seconds.totalTimeout = 3s;
+    client_->Get(server.Url("/head"), seconds, &error);
+  });
+  while (server.Requests().back().find("/head") == std::string::npos)
+    std::this_thread::sleep_for(10ms);
+  const auto begun = std::chrono::steady_clock::now();
+  options.totalTimeout = 300ms;
+  EXPECT_EQ(Get(server.Url("/body"), options), "error 7");
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, 2s);
+  other.join();
 }
 
 }  // namespace

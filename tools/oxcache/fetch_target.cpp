@@ -9,9 +9,11 @@ namespace {
 // The last part of the URL's path as a file name.
 std::string FileName(const std::string& url) {
   std::string path = url.substr(0, url.find_first_of("?#"));
-  const std::size_t host = path.find("://");
-  const std::size_t start = path.find('/', host == std::string::npos ? 0 : host + 3);
-  path = start == std::string::npos ? "" : path.substr(path.rfind('/') + 1);
+  // The server's name stands behind up to three slashes, perhaps with a password before it.
+  const std::size_t scheme = path.find(":/");
+  const std::size_t host = path.find_first_not_of('/', scheme == path.npos ? 0 : scheme + 1);
+  const std::size_t start = path.find('/', host);
+  path = host == path.npos || start == path.npos ? "" : path.substr(path.rfind('/') + 1);
   std::replace_if(
       path.begin(), path.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '_');
   return path.empty() || path == "." || path == ".." ? "index" : path;
