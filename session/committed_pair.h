@@ -8,10 +8,9 @@
 //   file with the staged content or, once that is gone, with NAME, unless that is other content
 //   (content_in_place.h);
 // - where none is, or its content is lost, the pair is NAME with NAME.ox_meta. Both are opened,
-// then commit files are
-//   sought, then NAME.ox_meta must still lead to the file that was opened. Content of a later
-//   commit comes into place only after its commit file is made, or after NAME.ox_meta is deleted;
-//   so it was not NAME yet when it was opened, or one of the two is seen.
+//   then commit files are sought, then NAME.ox_meta must still lead to the file that was opened.
+//   Content of a later commit comes into place only after its commit file is made, or after
+//   NAME.ox_meta is deleted; so it was not NAME yet when it was opened, or one of the two is seen.
 //
 // A name that leads to another file now makes the reader begin again. Open files keep their inode
 // numbers from being given to others.

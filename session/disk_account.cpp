@@ -29,8 +29,7 @@ void DiskAccount::Reset(const Survey& survey, std::uint64_t bytesBeingWritten,
   bytes_ = bytesBeingWritten;
   std::uint64_t contentBytes = 0;
   for (const SurveyedEntry& entry : survey.entries) {
-    bytes_ += unit_.OnDisk(entry.contentBytes) +
-              unit_.OfMetadata(entry.metadataBytes, entry.metadataBlocks);
+    bytes_ += OnDisk(entry, unit_);
     contentBytes += entry.contentBytes;
   }
   total_.Reset(contentBytes);

@@ -162,8 +162,7 @@ Error TrimToLimits(const std::string& directory, const session::CacheLimits& lim
   auto kept = entries.rbegin();
   std::uint64_t bytes = 0;
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-    const std::uint64_t size = unit.OnDisk(entry->contentBytes) +
-                               unit.OfMetadata(entry->metadataBytes, entry->metadataBlocks);
+    const std::uint64_t size = OnDisk(*entry, unit);
     const auto count = static_cast<std::size_t>(kept - entries.rbegin());
     // Alone, an entry may take more blocks than the limit of the whole cache has bytes.
     const bool fits = count == 0 ? entry->contentBytes + entry->metadataBytes <= limits.maxSize

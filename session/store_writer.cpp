@@ -99,8 +99,8 @@ Error PublishStaging(Staging& staging, const OxString& metadata) OX_REQUIRES(sta
   return internal::Publish(staging.state, {staging.share, metadata, staging.outcome});
 }
 
-// What was written a moment ago need not be read again.
-// The entry is in place, so a lack of memory is no failure: the next fetch looks at it.
+// What was written a moment ago need not be read again. The entry is in place, so a lack of memory
+// is no failure: the next fetch looks at it.
 void NoteKnown(Staging& staging, const std::string& metadata) OX_REQUIRES(staging.state.mutex) {
   struct stat status;
   if (fstat(staging.file.Get(), &status) != 0) return;

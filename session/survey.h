@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host/directory.h"
+#include "session/allocation_unit.h"
 #include <oxfilecache/error.h>
 
 namespace ox::internal {
@@ -25,6 +26,11 @@ struct SurveyedEntry {
 
 // The order of the entries in a survey.
 bool IsUsedBefore(const SurveyedEntry& a, const SurveyedEntry& b);
+
+inline std::uint64_t OnDisk(const SurveyedEntry& entry, const AllocationUnit& unit) {
+  return unit.OnDisk(entry.contentBytes) +
+         unit.OfMetadata(entry.metadataBytes, entry.metadataBlocks);
+}
 
 struct Survey {
   std::vector<SurveyedEntry> entries;               // least recently used first

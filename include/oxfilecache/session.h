@@ -87,9 +87,9 @@ namespace ox::session {
 //
 // The names: two files made, and three renamed, or one deleted and two renamed. The fsyncs of a
 // replacement: content, metadata, and twice the directory, or three times where the file system has
-// no extended attributes; those of a new entry: content,
-// metadata, and once the directory, or twice where a file of that name may have been deleted since
-// the last time. The ones of the directory hold up other threads.
+// no extended attributes; those of a new entry: content, metadata, and once the directory, or twice
+// where a file of that name may have been deleted since the last time. The ones of the directory
+// hold up other threads.
 enum class Durability {
   // An entry being replaced may be gone after a kill or a power cut, and after a failed commit.
   kNone,

@@ -127,8 +127,7 @@ json Json(const CacheLimits& limits, const Survey& survey) {
 std::uint64_t BytesOnDisk(const Survey& survey, const AllocationUnit& unit) {
   std::uint64_t bytes = 0;
   for (const auto& entry : survey.entries) {
-    bytes += unit.OnDisk(entry.contentBytes) +
-             unit.OfMetadata(entry.metadataBytes, entry.metadataBlocks);
+    bytes += OnDisk(entry, unit);
   }
   return bytes;
 }
