@@ -150,8 +150,9 @@ class Workbench:
                        "GTEST_FAIL_FAST": "1", "PYTHONDONTWRITEBYTECODE": "1"}
         try:
             with tempfile.TemporaryFile("w+", errors="replace") as output:
+                stop_at_first = ["-f"] if test.command[-1].endswith(".py") else []
                 self.process = subprocess.Popen(
-                    test.command, cwd=self.home, env=environment, stdin=subprocess.DEVNULL, stdout=output,
+                    [*test.command, *stop_at_first], cwd=self.home, env=environment, stdin=subprocess.DEVNULL, stdout=output,
                     stderr=output, start_new_session=True, preexec_fn=_limit_file_size)
                 try:
                     status = self.process.wait(seconds)
