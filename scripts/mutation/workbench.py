@@ -46,6 +46,12 @@ def _why(status, output):
     return f"signal {signal.Signals(-status).name}" if status < 0 else f"exit status {status}"
 
 
+def _only_case(test, failure):
+    """The case of GoogleTest alone that failed, where one did."""
+    is_case = re.fullmatch(r"[\w/]+\.[\w/]+", failure)
+    return test._replace(command=[*test.command, f"--gtest_filter={failure}"]) if is_case else test
+
+
 class Workbench:
     def __init__(self, home):
         self.home = pathlib.Path(home)
@@ -203,7 +209,7 @@ class Workbench:
                 return DOES_NOT_BUILD
             failure = self._fails(test, preset)
             # Some tests depend on time and fail on a busy machine now and then: twice counts.
-            if failure and (test.name == own or self._fails(test, preset)):
+            if failure and (test.name == own or self._fails(_only_case(test, failure), preset)):
                 return f"{test.name} ({failure})"
         return None
 

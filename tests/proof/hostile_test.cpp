@@ -5,6 +5,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
@@ -57,6 +58,7 @@ class Hostile : public ::testing::Test {
   void UseAll(CacheSession& session) {
     EXPECT_EQ(1, FetchVersion(session, kOther, &error_)) << error_.Message();
     EXPECT_NE(1, FetchVersion(session, kUrl, &error_));
+    EXPECT_NE(EPERM, error_.systemError) << "nothing is forbidden: " << error_.Message();
     const bool isStored = Store(session, kUrl, 2, &ledger_);
     const int found = FetchVersion(session, kUrl, &error_);
     EXPECT_TRUE(isStored ? found == 2 : found != 2) << found << error_.Message();
