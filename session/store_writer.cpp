@@ -80,17 +80,20 @@ Error CheckCommit(const Staging& staging, const std::string& metadata)
 
 // Not tried again: what could not be written is lost.
 Error SynchroniseContent(Staging& staging) {
-  if (staging.state.options.durability != Durability::kPower) return {};
   if (internal::SyncFile(staging.file.Get())) return {};
   staging.failure = SystemError("cannot synchronise", staging.contentPath);
   return staging.failure;
 }
 
-Error StageMetadata(const Staging& staging, const std::string& metadata, std::int64_t time) {
+Error StageMetadata(Staging& staging, const std::string& metadata, std::int64_t time) {
   const internal::EntrySeal seal =
       internal::MakeSeal(staging.url, staging.contentSum, staging.contentBytes, metadata);
   const bool isSynchronised = staging.state.options.durability == Durability::kPower;
-  return internal::StageMetadataFile(staging.metadataPath, metadata, time, &seal, isSynchronised);
+  if (isSynchronised) internal::BeginToWrite(staging.file.Get());
+  Error error =
+      internal::StageMetadataFile(staging.state.directoryLock->At(staging.metadataPath),
+                                  staging.metadataPath, metadata, time, &seal, isSynchronised);
+  return error || !isSynchronised ? error : SynchroniseContent(staging);
 }
 
 Error PublishStaging(Staging& staging, const OxString& metadata) OX_REQUIRES(staging.state.mutex) {
@@ -130,7 +133,7 @@ class StagedMetadata {
   explicit StagedMetadata(Staging& staging) : staging_(staging), before_(staging.share.bytes) {}
   ~StagedMetadata() {
     if (staging_.outcome.isDecided || !IsOurs(staging_)) return;
-    internal::DeleteFile(staging_.metadataPath);
+    internal::DeleteFile(staging_.state.directoryLock->At(staging_.metadataPath));
     const MutexLock lock(staging_.state.mutex);
     staging_.state.room.TakeBack(staging_.share, staging_.share.bytes - before_);
   }
@@ -161,10 +164,10 @@ Error MakeDiskSpace(Staging& staging, Error failure) {
 }
 
 Error CommitStaging(Staging& staging, const std::string& metadata) {
-  if (Error error = SynchroniseContent(staging)) return error;
   for (;;) {
     Error error = TryToCommit(staging, metadata);
-    if (!error || staging.outcome.isDecided || staging.outcome.mayBeDecided) return error;
+    const PublishOutcome& outcome = staging.outcome;
+    if (!error || outcome.isDecided || outcome.mayBeDecided || staging.failure) return error;
     if ((error = MakeDiskSpace(staging, std::move(error)))) return error;
   }
 }
@@ -194,7 +197,7 @@ Error WriteStaging(Staging& staging, const void* data, std::size_t bytes) {
 
 Error MakeContentFile(Staging& staging) {
   for (;;) {
-    staging.file = internal::CreateNewFile(staging.contentPath);
+    staging.file = internal::CreateNewFile(staging.state.directoryLock->At(staging.contentPath));
     if (staging.file.IsOpen()) return {};
     Error error = SystemError("cannot write", staging.contentPath);
     if ((error = MakeDiskSpace(staging, std::move(error)))) return error;
@@ -220,7 +223,7 @@ void Drop(Staging& staging) {
     // The restart deletes the content, once the directory is on the medium as it is.
     state.cache.Account().MarkStale();
   } else if (staging.file.IsOpen()) {
-    internal::DeleteFile(staging.contentPath);
+    internal::DeleteFile(state.directoryLock->At(staging.contentPath));
   }
   state.room.TakeBack(staging.share, staging.share.bytes);
   state.writers.Remove(staging.share);

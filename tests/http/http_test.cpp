@@ -348,6 +348,7 @@ TEST_F(HttpTest, ConditionsAndRangesOfTheCaller) {
                           "od", "206 Partial Content"));
   });
   EXPECT_EQ(Get(server.Url("/part"), With("Range", "bytes=1-2")), "uncached 206 od");
+  EXPECT_EQ(answer_->HeaderValue("Content-Range"), "bytes 1-2/4");
 }
 
 #ifdef OX_EXAMPLE_PATH
