@@ -449,6 +449,8 @@ class Reports(ToolCase):
         self.assertRegex(text, r"\ntotal size .*\nentries +\[#{30}\] 233%  7 of 3\n"
                                r"largest entry .*\ncontents .*, counted in blocks of .*\nfree space ")
         self.assertIn("foreign files:\n  stranger\n", text)
+        os.remove(self.path("cache/file-cache.conf"))
+        self.assertRegex(self.run_tool("stat").decode(), r"\nentries +\[\.{30}\] 100%  7 of 0\n")
 
     def test_trim_to_a_target_and_clear(self):
         shutil.rmtree(self.cache)
