@@ -137,6 +137,9 @@ TEST_F(FileTest, TheLastDescriptorIsTheFiles) {
 }
 
 TEST_F(FileTest, BoundToNothingItTouchesNothing) {
+  File* fresh = fileSystem_.CreateFile();
+  EXPECT_FALSE(fresh->Open(File::kOpenRead));
+  fileSystem_.DestroyFile(fresh);
   WriteWhole(scratch_ / "file", kBytes);
   BoundFile file(fileSystem_, scratch_ / "file");
   for (const int mode : {0, 1, 3, 0x34, 0x36})
