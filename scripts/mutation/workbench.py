@@ -15,7 +15,7 @@ import time
 Test = collections.namedtuple("Test", "name command environment targets inputs")
 
 # The test to run first for what lies in a folder of this name; the others follow, the fastest first.
-_OWN_TEST = {"host": "host_test", "session": "session_test", "http": "http_test",
+_OWN_TEST = {"host": "host_test", "session": "session_test", "http": "http_parts_test",
              "check": "hostcheck_test", "hostcheck": "hostcheck_test", "oxcache": "tool_test"}
 # These say how large the module is and whether other projects can build it, not whether it works.
 _NO_TEST = {"module_footprint", "subproject", "subproject_readme", "subproject_fetched"}
