@@ -396,7 +396,7 @@ TEST_F(HttpTest, RenewsOnlyWhatMayBeStored) {
   EXPECT_EQ(Metadata(server.Url("/other")).find("X-New"), std::string::npos);
   EXPECT_NE(Metadata(server.Url("/other")).find("ETag: \"2\""), std::string::npos);
   server.SetAnswer(Always("HTTP/1.1 200 OK\r\nETag: \"1\"\r\nCache-Control: no-store\r\n\r\n"));
-  client_->Head(server.Url("/head"), {}, &error_);
+  EXPECT_EQ(client_->Head(server.Url("/head"), {}, &error_)->outcome, Outcome::kUncached);
   EXPECT_EQ(Metadata(server.Url("/head")), "");
 }
 
