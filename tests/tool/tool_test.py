@@ -157,6 +157,15 @@ class Entries(ToolCase):
                 self.assertRegex(done.stdout, out)
                 self.assertIn(b"Read-only file system", done.stderr)
 
+    @unittest.skipUnless(os.geteuid() == 0, "needs to become another user")
+    def test_what_the_effective_user_may_not_write_is_only_read(self):
+        self.run_tool("put", "abc", stdin=b"1")
+        for directory, _, files in os.walk(self.scratch):
+            for path in [directory] + [os.path.join(directory, file) for file in files]:
+                os.chmod(path, 0o755)
+        self.run_tool("ls", says="cannot write in the cache directory.*only read",
+                      preexec_fn=lambda: os.seteuid(65534))
+
     def test_streams_are_not_held_in_memory(self):
         self.run_tool("init", "--max-size", "100M", "--max-entry-size", "100M")
         peaks = []
