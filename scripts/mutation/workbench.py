@@ -77,12 +77,15 @@ class Workbench:
                 copy.parent.mkdir(parents=True, exist_ok=True)
                 shutil.copy(root / name, copy)
 
-    def prepare(self, preset, files):
-        """Builds the preset's test programs, and sees those pass that any of these files is a part of."""
+    def build(self, preset, jobs):
         build = self.home / preset
         self._must(["cmake", "--preset", preset, "-B", build, *_CONFIGURE[preset]], self.source)
+        self._must(["ninja", "-C", build, f"-j{jobs}", *_ONLY_TESTS.get(preset, [])], self.source)
+
+    def learn(self, preset, files):
+        """Sees those tests pass that any of these files is a part of."""
+        build = self.home / preset
         only = _ONLY_TESTS.get(preset, [])
-        self._must(["ninja", "-C", build, "-j1", *only], self.source)
         dependencies = self._dependencies(build)
         if preset == "release":
             for name, sources in dependencies.items():
@@ -189,7 +192,8 @@ class Workbench:
         """What caught the fault: a test with the reason, or None; or why nothing can catch it."""
         preset = "tsan" if fault.operator == "lock" else "release"
         if preset not in self.tests:
-            self.prepare(preset, set())
+            self.build(preset, 1)
+            self.learn(preset, set())
         path = self.source / fault.path
         text = path.read_text()
         path.write_text(text[:fault.begin] + fault.new + text[fault.end:])
