@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "session/half_placed.h"
 #include "session/recovery.h"
 #include "session/survey.h"
 #include "session/use_order.h"
@@ -62,6 +63,7 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   const std::string& directory = limits_.cacheDirectory;
   if (Error error = FinishCommits(directory, survey)) return error;
   const auto isBeingWritten = [this](const std::string& id) { return writers_.Contains(id); };
+  if (Error error = PlaceContents(directory, isBeingWritten, survey)) return error;
   if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten, &leftovers_)) return error;
   ResetImpossibleTimes(directory, survey);
   if (Error error = TrimToLimits(directory, limits_, account_.Unit(), survey, Evictions())) {
