@@ -49,6 +49,9 @@ TEST(EntrySealTest, IsReadAsItWasWrittenAndNothingElseIs) {
   EXPECT_EQ(whole->contentBytes, 0x05060708u);
   seal.url.clear();
   const std::string digest = internal::EncodeSeal(seal);
+  // As it is on the disks of devices: sum and length of the content, sum of the metadata, FNV-1a.
+  EXPECT_EQ(digest, std::string("\x02\x04\x03\x02\x01\x08\x07\x06\x05\x95\x10\x07\x1b"
+                                "\xae\xeb\x1f\xdf\x66\xb0\x0c\x84"));
   EXPECT_TRUE(internal::DecodeSeal(digest)->IsOf("http://host/"));
   EXPECT_FALSE(internal::DecodeSeal(digest)->IsOf("http://host/x"));
   for (const std::string& foreign :

@@ -44,9 +44,12 @@ class Entries(ToolCase):
         self.run_tool("get", "abc", status=NOT_DONE, says="no entry")
 
     def test_the_users_cache_directory_is_the_default(self):
-        environment = dict(os.environ, XDG_CACHE_HOME=self.path("xdg"))
-        subprocess.run([TOOL, "put", "abc"], input=b"1", env=environment, check=True)
-        self.assertEqual(self.read("xdg/oxcache/" + NAME_OF_ABC), b"1")
+        cases = [({"XDG_CACHE_HOME": self.path("xdg")}, "xdg"),
+                 ({"XDG_CACHE_HOME": "relative", "HOME": self.path("home")}, "home/.cache"),
+                 ({"HOME": self.path("other")}, "other/.cache")]
+        for variables, place in cases:
+            subprocess.run([TOOL, "put", "abc"], input=b"1", env=variables, cwd=self.scratch, check=True)
+            self.assertEqual(self.read(f"{place}/oxcache/{NAME_OF_ABC}"), b"1")
 
     def test_failures_have_their_status_and_reason(self):
         self.run_tool("init", "--max-size", "8K", "--max-entry-size", "4K", "--max-entries", "2")
