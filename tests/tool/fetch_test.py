@@ -181,6 +181,8 @@ class Fetches(ToolCase):
         told = json.loads(self.run_tool("fetch", "--json", "-o", "out", url))
         self.assertEqual((told["url"], told["outcome"], told["status"], told["file"]),
                          (url, "MISS", 200, "out"))
+        both = self.run_tool("fetch", "--json", url, url).split(b"\n")
+        self.assertEqual(["file" in json.loads(line) for line in both if line], [False, False])
         odd = url + "\x1b[31m"
         told = json.loads(self.run_tool("fetch", "--json", odd, status=USAGE, says=r"\$'http.*\\x1b"))
         self.assertEqual((told["url"], told["outcome"]), (odd, "FAILED"))
@@ -221,6 +223,20 @@ class Fetches(ToolCase):
         self.assertIn(b"1/3 files, 5 of 2G", shown)
         self.assertEqual(os.listdir(self.path("out")), ["3"])
         os.close(master)
+
+    def test_no_progress_where_the_content_appears(self):
+        url = self.serve("no-store/file", b"x" * 100000)
+        for is_shown in (True, False):
+            master, terminal = pty.openpty()
+            with subprocess.Popen([TOOL, "--dir", self.cache, "fetch", url], stderr=terminal,
+                                  stdout=subprocess.DEVNULL if is_shown else terminal,
+                                  env=dict(os.environ, TERM="xterm")) as child:
+                os.close(terminal)
+                shown = b""
+                while b"UNCACHED" not in shown:
+                    shown += os.read(master, 4096)
+            self.assertEqual(b"/1 files" in shown, is_shown)
+            os.close(master)
 
 
 def is_built_without_fetch():
