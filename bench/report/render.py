@@ -304,6 +304,11 @@ class Report:
                 rows.append([f"{content:,} bytes", f"{found['ratio']['median']:.2f}", seconds(extra)])
         return table(["Content", "`kAlways` against `kOnce`", "more"], rows)
 
+    def threads(self):
+        found = self.results["threads"]
+        return (f"{found['fetches']:.2f} times the fetches of one; the system calls of a fetch alone, without "
+                f"a session, {found['system_calls']:.2f} times ({found['processors']} processors)")
+
     def session_starts(self):
         found = [self.find("session", "start-up", entries) for entries in (50, 200, 1000, 10000)]
         return ", ".join(f"{seconds(one['subject_times']['median_ns'])} at N = {one['entries']:,}"
@@ -334,6 +339,7 @@ def render(template, results):
         "durability": report.durability,
         "careful": report.careful,
         "checks": report.checks,
+        "threads": report.threads,
         "session_starts": report.session_starts,
         "spread": report.spread_table,
         "walk": report.walk_table,

@@ -73,6 +73,14 @@ def openings(build, directory):
     return results
 
 
+def threads(build, directory):
+    """What a second thread adds to the fetches of the first."""
+    with tempfile.TemporaryDirectory(dir=directory) as scratch:
+        done = subprocess.run([os.path.join(build, "oxbench_threads"), "--directory", scratch],
+                              capture_output=True, text=True, check=True)
+    return json.loads(done.stdout)
+
+
 def run_all(options):
     directories = {"tmpfs": options.tmpfs, "disk": options.disk}
     results = {"machine": machine.describe(options.source, {"tmpfs": options.tmpfs_is,
@@ -94,6 +102,7 @@ def run_all(options):
     results["counts"] = [one for subject in cases.counted(available)
                          for one in count(options.build, subject, 200, options.tmpfs)]
     results["parts_ns"] = parts(options.build)
+    results["threads"] = threads(options.build, options.tmpfs)
     results["openings"] = openings(options.build, options.tmpfs)
     results["failures"] = failures
     results["seconds"] = round(time.monotonic() - start)
