@@ -232,7 +232,8 @@ int main(int argc, char** argv) {
   app.add_option("--rounds", rounds);
   CLI11_PARSE(app, argc, argv);
   try {
-    std::cout << Measure(std::filesystem::absolute(directory) / "scale", entries, rounds).dump(1) << "\n";
+    std::cout << Measure(std::filesystem::absolute(directory) / "scale", entries, rounds).dump(1)
+              << "\n";
     return 0;
   } catch (const std::exception& error) {
     std::cerr << "oxbench_scale: " << error.what() << "\n";
