@@ -71,6 +71,13 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   return {};
 }
 
+CacheValue* RunningCache::FindToReplace(const OxString& url, const OxString& metadata) {
+  fileSystem_.ShowMetadata(metadata.UTF8());
+  CacheValue* value = Find(url);
+  fileSystem_.ShowMetadata(nullptr);
+  return value;
+}
+
 PendingEntry RunningCache::Create(const OxString& url, const OxString& metadata) {
   // Declared as empty: what is abandoned later is taken off the manager's total with the declared
   // size, which was never added.

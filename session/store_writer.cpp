@@ -90,7 +90,8 @@ Error StageMetadata(const Staging& staging, const std::string& metadata, std::in
   const internal::EntrySeal seal =
       internal::MakeSeal(staging.url, staging.contentSum, staging.contentBytes, metadata);
   const bool isSynchronised = staging.state.options.durability == Durability::kPower;
-  return internal::StageMetadataFile(staging.metadataPath, metadata, time, &seal, isSynchronised);
+  return internal::StageMetadataFile(staging.state.directoryLock->At(staging.metadataPath),
+                                     staging.metadataPath, metadata, time, &seal, isSynchronised);
 }
 
 Error PublishStaging(Staging& staging, const OxString& metadata) OX_REQUIRES(staging.state.mutex) {
@@ -130,7 +131,7 @@ class StagedMetadata {
   explicit StagedMetadata(Staging& staging) : staging_(staging), before_(staging.share.bytes) {}
   ~StagedMetadata() {
     if (staging_.outcome.isDecided || !IsOurs(staging_)) return;
-    internal::DeleteFile(staging_.metadataPath);
+    internal::DeleteFile(staging_.state.directoryLock->At(staging_.metadataPath));
     const MutexLock lock(staging_.state.mutex);
     staging_.state.room.TakeBack(staging_.share, staging_.share.bytes - before_);
   }
@@ -194,7 +195,7 @@ Error WriteStaging(Staging& staging, const void* data, std::size_t bytes) {
 
 Error MakeContentFile(Staging& staging) {
   for (;;) {
-    staging.file = internal::CreateNewFile(staging.contentPath);
+    staging.file = internal::CreateNewFile(staging.state.directoryLock->At(staging.contentPath));
     if (staging.file.IsOpen()) return {};
     Error error = SystemError("cannot write", staging.contentPath);
     if ((error = MakeDiskSpace(staging, std::move(error)))) return error;
@@ -220,7 +221,7 @@ void Drop(Staging& staging) {
     // The restart deletes the content, once the directory is on the medium as it is.
     state.cache.Account().MarkStale();
   } else if (staging.file.IsOpen()) {
-    internal::DeleteFile(staging.contentPath);
+    internal::DeleteFile(state.directoryLock->At(staging.contentPath));
   }
   state.room.TakeBack(staging.share, staging.share.bytes);
   state.writers.Remove(staging.share);
