@@ -76,6 +76,10 @@ bool SetFileTime(int fd, std::int64_t time) {
   return futimens(fd, BothTimes(time).data()) == 0;
 }
 
+void BeginToWrite(int fd) {
+  sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
+}
+
 bool SyncFile(int fd) {
   AnnounceFileOperation();
   return Synchronize(fd);

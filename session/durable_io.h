@@ -31,6 +31,9 @@ bool WriteAll(int fd, const void* data, std::size_t bytes, std::size_t* written 
 bool SetFileTime(const FileAt& file, std::int64_t time);
 bool SetFileTime(int fd, std::int64_t time);
 
+// Lets the system begin to write the file to the medium. The journal's entry for it is then part of
+// the one that the next SyncFile waits for, of whatever file: one less to write. A hint.
+void BeginToWrite(int fd);
 bool SyncFile(int fd);
 bool SyncDirectory(const std::string& path);
 // The errno of a disk or a quota that is full.

@@ -80,18 +80,20 @@ Error CheckCommit(const Staging& staging, const std::string& metadata)
 
 // Not tried again: what could not be written is lost.
 Error SynchroniseContent(Staging& staging) {
-  if (staging.state.options.durability != Durability::kPower) return {};
   if (internal::SyncFile(staging.file.Get())) return {};
   staging.failure = SystemError("cannot synchronise", staging.contentPath);
   return staging.failure;
 }
 
-Error StageMetadata(const Staging& staging, const std::string& metadata, std::int64_t time) {
+Error StageMetadata(Staging& staging, const std::string& metadata, std::int64_t time) {
   const internal::EntrySeal seal =
       internal::MakeSeal(staging.url, staging.contentSum, staging.contentBytes, metadata);
   const bool isSynchronised = staging.state.options.durability == Durability::kPower;
-  return internal::StageMetadataFile(staging.state.directoryLock->At(staging.metadataPath),
-                                     staging.metadataPath, metadata, time, &seal, isSynchronised);
+  if (isSynchronised) internal::BeginToWrite(staging.file.Get());
+  Error error =
+      internal::StageMetadataFile(staging.state.directoryLock->At(staging.metadataPath),
+                                  staging.metadataPath, metadata, time, &seal, isSynchronised);
+  return error || !isSynchronised ? error : SynchroniseContent(staging);
 }
 
 Error PublishStaging(Staging& staging, const OxString& metadata) OX_REQUIRES(staging.state.mutex) {
@@ -162,10 +164,10 @@ Error MakeDiskSpace(Staging& staging, Error failure) {
 }
 
 Error CommitStaging(Staging& staging, const std::string& metadata) {
-  if (Error error = SynchroniseContent(staging)) return error;
   for (;;) {
     Error error = TryToCommit(staging, metadata);
-    if (!error || staging.outcome.isDecided || staging.outcome.mayBeDecided) return error;
+    const PublishOutcome& outcome = staging.outcome;
+    if (!error || outcome.isDecided || outcome.mayBeDecided || staging.failure) return error;
     if ((error = MakeDiskSpace(staging, std::move(error)))) return error;
   }
 }
