@@ -362,6 +362,34 @@ TEST(SessionFaults, AFullDiskTakesOldEntriesForAnInterruptedCommit) {
   EXPECT_EQ(1U, cache.session->Statistics().evictions[int(session::EvictionReason::kRoom)]);
 }
 
+// One old entry goes for the seal; where that gives no room the entry goes without it.
+TEST(SessionFaults, AFullDiskTakesAnOldEntryForASeal) {
+  const struct {
+    bool helps;
+    bool isEmpty;
+    std::uint64_t entries;  // afterwards
+  } cases[] = {{true, false, 4}, {false, false, 4}, {false, true, 1}};
+  for (const auto& [helps, isEmpty, entries] : cases) {
+    Cache cache(Durability::kProcess);
+    Configure(cache.scratch, {100000, 9, 65536});
+    cache.Open();
+    ASSERT_FALSE(isEmpty && cache.session->Clear(nullptr));
+    static bool isLifted;
+    isLifted = helps;
+    refusal = {{"fsetxattr"}, ENOSPC};
+    beforeChange = [](Cache& disk) {
+      if (isLifted && Look(disk.scratch.Path()).entries.size() < 4) refusal = {};
+    };
+    changes.Arm(1, Mode::kFromThereOn);
+    EXPECT_TRUE(Store(*cache.session, kNew, 1, &cache.ledger));
+    changes.Disarm();
+    refusal = {};
+    EXPECT_EQ(entries, cache.session->Statistics().entries);
+    EXPECT_EQ(helps, AllHaveSeals(cache));
+    EXPECT_EQ(1, FetchVersion(*cache.session, kNew, &cache.error));
+  }
+}
+
 TEST(SessionFaults, AnOrderOfUseThatStaysLeavesLaterTimes) {
   Cache cache(Durability::kProcess);
   const std::string name = internal::ContentName(kReplaced);
