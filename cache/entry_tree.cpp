@@ -26,14 +26,16 @@ void EntryTree::Enter(EntryNode* node) {
 }
 
 // Any node below shares the bits that lead here, so one that has none below itself takes the place.
-void EntryTree::Leave(const EntryNode* node) {
+void EntryTree::Leave(EntryNode* node) {
   EntryNode** place = PlaceOf(node, node->tag);
   EntryNode** last = place;
-  for (EntryNode** next = last; *next != nullptr;) {
+  EntryNode* heir = node;
+  for (;;) {
+    EntryNode** next = &heir->below[heir->below[0] != nullptr ? 0 : 1];
+    if (*next == nullptr) break;
     last = next;
-    next = &(*last)->below[(*last)->below[0] != nullptr ? 0 : 1];
+    heir = *next;
   }
-  EntryNode* heir = *last;
   *last = nullptr;
   if (heir == node) return;
   heir->below[0] = node->below[0];

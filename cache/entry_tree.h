@@ -23,7 +23,7 @@ class EntryTree {
  public:
   // The node must have its tag.
   void Enter(EntryNode* node);
-  void Leave(const EntryNode* node);
+  void Leave(EntryNode* node);
 
   // The node whose value has the tag and for which isMeant(value) holds, null when there is none.
   template <typename IsMeant>
