@@ -129,18 +129,27 @@ void TakeCommitFileBack(SessionState& state, const CommitFiles& files,
   if (!files.Delete(files.commit)) state.cache.Account().MarkStale();
 }
 
-Error MakeCommitFile(SessionState& state, const CommitFiles& files, const Publication& publication)
-    OX_REQUIRES(state.mutex) {
-  const bool isSynchronised = state.options.durability == Durability::kPower;
+// How much of a replacement has to be on the medium before the next step.
+enum class Order { kOfNoMatter, kBySeal, kByDirectory };
+
+// The seal shows a start after a power cut which content is the new one. Without it the directory
+// is synchronised at each step.
+Order OrderOf(const SessionState& state, const CommitFiles& files) {
+  if (state.options.durability != Durability::kPower) return Order::kOfNoMatter;
+  return ReadSeal(files.stagedMetadata) ? Order::kBySeal : Order::kByDirectory;
+}
+
+Error MakeCommitFile(SessionState& state, const CommitFiles& files, const Publication& publication,
+                     Order order) OX_REQUIRES(state.mutex) {
   // A commit file on the medium whose content's name is not would be taken for one whose content is
-  // in place already, unless its seal shows that this is other content.
-  if (isSynchronised && !ReadSeal(files.stagedMetadata) && !files.SynchroniseDirectory()) {
+  // in place already.
+  if (order == Order::kByDirectory && !files.SynchroniseDirectory()) {
     return SystemError("cannot synchronise", files.directory);
   }
   if (!files.Rename(files.stagedMetadata, files.commit)) {
     return SystemError("cannot make the commit file", files.commit);
   }
-  if (!isSynchronised || files.SynchroniseDirectory()) return {};
+  if (order == Order::kOfNoMatter || files.SynchroniseDirectory()) return {};
   Error error = SystemError("cannot synchronise", files.directory);
   TakeCommitFileBack(state, files, publication);
   return error;
@@ -148,15 +157,16 @@ Error MakeCommitFile(SessionState& state, const CommitFiles& files, const Public
 
 Error ReplaceLogged(SessionState& state, const CommitFiles& files, const Publication& publication)
     OX_REQUIRES(state.mutex) {
-  if (Error error = MakeCommitFile(state, files, publication)) return error;
+  const Order order = OrderOf(state, files);
+  if (Error error = MakeCommitFile(state, files, publication, order)) return error;
   if (!files.Rename(files.stagedContent, files.content)) {
     Error error = SystemError("cannot put the content in place", files.content);
     TakeCommitFileBack(state, files, publication);
     return error;
   }
   MarkDecided(state, publication);
-  const bool isPower = state.options.durability == Durability::kPower;
-  if (files.Finish(false, isPower ? Synchronise::kAlways : Synchronise::kNever)) return {};
+  const bool isByDirectory = order == Order::kByDirectory;
+  if (files.Finish(false, isByDirectory ? Synchronise::kAlways : Synchronise::kNever)) return {};
   const int placeError = errno;
   state.cache.Account().MarkStale();
   errno = placeError;

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "session/entry_name.h"
+#include "session/half_placed.h"
 #include "session/recovery.h"
 #include "session/survey.h"
 #include "session/use_order.h"
@@ -66,6 +67,7 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   EvictionLog* evictions = blockedCommits_.empty() ? &Evictions() : nullptr;
   if (Error error = FinishCommits(directory, evictions, survey)) return error;
   const auto isBeingWritten = [this](const std::string& id) { return writers_.Contains(id); };
+  if (Error error = PlaceContents(directory, isBeingWritten, survey)) return error;
   if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten, &leftovers_)) return error;
   ResetImpossibleTimes(directory, survey);
   if (Error error = TrimToLimits(directory, limits_, account_.Unit(), survey, Evictions())) {

@@ -185,6 +185,17 @@ void StoreReplaceRemove(CacheSession& session, Ledger& ledger) {
   Store(session, "http://a/1", 4, &ledger);
 }
 
+// Renews what a power cut may have left half in place.
+void ReplaceAndRenew(CacheSession& session, Ledger& ledger) {
+  Store(session, "http://a/1", 1, &ledger);
+  Store(session, "http://a/1", 2, &ledger);
+  Renew(session, "http://a/1", &ledger);
+  Store(session, "http://a/1", 3, &ledger);
+  ledger.MayBeGone("http://a/1");
+  static_cast<void>(session.Remove("http://a/1"));
+  Store(session, "http://a/1", 4, &ledger);
+}
+
 // Two writers that overlap, and entries that must go.
 void CrowdedHistory(CacheSession& session, Ledger& ledger) {
   Error error;
@@ -211,11 +222,17 @@ TEST(PowerLoss, AfterEveryOperation) {
   const struct {
     Limits limits;
     bool mayLose;
+    bool hasSeals;
     Recording::History history;
-  } cases[] = {{kWide, false, &StoreReplaceRemove}, {kNarrow, true, &CrowdedHistory}};
+  } cases[] = {{kWide, false, true, &StoreReplaceRemove},
+               {kWide, false, false, &StoreReplaceRemove},
+               {kWide, false, true, &ReplaceAndRenew},
+               {kNarrow, true, true, &CrowdedHistory}};
   for (const auto& test : cases) {
     Recording recording(test.limits);
+    if (!test.hasSeals) refusal = {{"fsetxattr"}, EOPNOTSUPP};
     recording.Run(Durability::kPower, test.mayLose, test.history);
+    refusal = {};
     Counts counts;
     CutEverywhere(recording, IsLongRun() ? 128 : 12, IsLongRun() ? 10 : 60, &counts);
     Print(counts);
