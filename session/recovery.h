@@ -14,10 +14,18 @@
 
 namespace ox::internal {
 
-// Finishes every commit that was decided and not put in place, then surveys the directory. A commit
-// counts as blocked that this user may not finish, or that a file system which has turned read-only
-// keeps from being finished; where only its content is in place, the survey leaves that entry out.
-Error FinishCommits(const std::string& directory, Survey* survey);
+// Finishes every commit that was decided and not put in place, then surveys the directory. Where
+// the disk is full, a few old entries are evicted for it; without a log none are.
+//
+// A commit counts as blocked that this user may not finish, that a disk which stays full or has
+// turned read-only keeps from being finished, or whose content cannot be read to tell whether it is
+// the new one. Where the old metadata may be beside the new content, the survey leaves that entry
+// out.
+Error FinishCommits(const std::string& directory, EvictionLog* evictions, Survey* survey);
+
+// Deletes a blocked commit, so that its entry can be changed; where the survey has left that out,
+// its metadata too.
+Error GiveUpCommit(const std::string& directory, const std::string& commitName);
 
 // Deletes the files that belong to no entry: content without metadata, metadata without content,
 // and staged files, except those of writers that are still at work and of commits that are blocked.

@@ -90,9 +90,9 @@ Error StageMetadata(Staging& staging, const std::string& metadata, std::int64_t 
       internal::MakeSeal(staging.url, staging.contentSum, staging.contentBytes, metadata);
   const bool isSynchronised = staging.state.options.durability == Durability::kPower;
   if (isSynchronised) internal::BeginToWrite(staging.file.Get());
-  Error error =
-      internal::StageMetadataFile(staging.state.directoryLock->At(staging.metadataPath),
-                                  staging.metadataPath, metadata, time, &seal, isSynchronised);
+  Error error = internal::StageMetadataFile(staging.state.directoryLock->At(staging.metadataPath),
+                                            staging.metadataPath, metadata, time, &seal,
+                                            isSynchronised, staging.share.fullDisk.mayLackSeal);
   return error || !isSynchronised ? error : SynchroniseContent(staging);
 }
 
@@ -164,6 +164,7 @@ Error MakeDiskSpace(Staging& staging, Error failure) {
 }
 
 Error CommitStaging(Staging& staging, const std::string& metadata) {
+  staging.share.fullDisk.mayLackSeal = false;
   for (;;) {
     Error error = TryToCommit(staging, metadata);
     const PublishOutcome& outcome = staging.outcome;

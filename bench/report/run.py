@@ -64,11 +64,12 @@ def parts(build):
 def openings(build, directory):
     """Openings of large caches, beside a bare scan of the same directory."""
     results = []
-    for entries in cases.LARGE:
+    for entries, rounds in cases.LARGE:
         print(f"Opening {entries:,} entries ...", flush=True)
         with tempfile.TemporaryDirectory(dir=directory) as scratch:
             done = subprocess.run([os.path.join(build, "oxbench_scale"), "--directory", scratch,
-                                   "--entries", str(entries)], capture_output=True, text=True, check=True)
+                                   "--entries", str(entries), "--rounds", str(rounds)],
+                                  capture_output=True, text=True, check=True)
         results.append(json.loads(done.stdout))
     return results
 
