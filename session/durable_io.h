@@ -30,6 +30,9 @@ bool WriteAll(int fd, const void* data, std::size_t bytes, std::size_t* written 
 bool SetFileTime(const std::string& path, std::int64_t time);
 bool SetFileTime(int fd, std::int64_t time);
 
+// The rest is on the medium before anything that follows.
+bool ShortenFile(const std::string& path, std::uint64_t bytes);
+
 bool SyncFile(int fd);
 bool SyncDirectory(const std::string& path);
 // The errno of a disk or a quota that is full.

@@ -60,8 +60,8 @@ Error RunningCache::Restart() {
 
 Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   const std::string& directory = limits_.cacheDirectory;
-  if (Error error = FinishCommits(directory, survey)) return error;
   const auto isBeingWritten = [this](const std::string& id) { return writers_.Contains(id); };
+  if (Error error = FinishCommits(directory, isBeingWritten, survey)) return error;
   if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten, &leftovers_)) return error;
   ResetImpossibleTimes(directory, survey);
   if (Error error = TrimToLimits(directory, limits_, account_.Unit(), survey, Evictions())) {
