@@ -108,8 +108,8 @@ void Drop(Staging& staging) {
     // The restart deletes the content, once the directory is on the medium as it is.
     state.cache.Account().MarkStale();
   } else if (staging.file.IsOpen()) {
-    // Without the content the other means nothing to a start, so a failure means nothing either.
-    if (!staging.keptPath.empty()) DeleteFile(staging.keptPath);
+    // Finished later, what was kept would take the place of something newer.
+    if (DropKept(staging)) state.cache.Account().MarkStale();
     DeleteFile(staging.contentPath);
   }
   state.room.TakeBack(staging.share, staging.share.bytes);
