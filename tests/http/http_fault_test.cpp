@@ -115,6 +115,7 @@ TEST_F(HttpTest, ConnectingIsLimited) {
 }
 
 TEST_F(HttpTest, SignalsAreLeftToTheProgramsThreads) {
+  EXPECT_EQ(Get("http://127.0.0.1:1/"), "error 7");  // so the client's thread has begun
   sigset_t signals;
   sigemptyset(&signals);
   sigaddset(&signals, SIGUSR1);

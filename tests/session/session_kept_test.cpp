@@ -62,12 +62,12 @@ TEST_F(SessionKeptTest, WhatWasKeptIsAnEntryAfterTheProcessEnded) {
     InAProcessThatEnds([&](CacheSession& session) {
       StoreWriter* writer = Write(session, "a", std::string(5000, 'x'), &error_).release();
       writer->KeepAs("b", "1");
-      writer->Write("y", 1);
-      writer->KeepAs("b", "2");
-      writer->Write(Bytes(1, 3000).data(), 3000);
       // The manager starts again, and another writer ends.
       session.Clear(nullptr);
       Store(session, "c", "c", "m");
+      writer->Write("y", 1);
+      writer->KeepAs("b", "2");
+      writer->Write(Bytes(1, 3000).data(), 3000);
     });
     EXPECT_EQ(Fetch(*OpenSession(options_), "b"), std::string(5000, 'x') + "y|2");
     EXPECT_EQ(Files(), "2+0");
