@@ -48,7 +48,8 @@ class HttpTest : public ::testing::Test {
     std::string text = kNames[static_cast<int>(answer_->outcome)];
     text += " " + std::to_string(answer_->status);
     if (answer_->content.IsOpen())
-      text += " " + ReadAll(answer_->content.Get()).substr(0, answer_->size);
+      text +=
+          " " + ReadAll(answer_->content.Get()).substr(0, static_cast<std::size_t>(answer_->size));
     return text;
   }
   static RequestOptions With(const std::string& name, const std::string& value) {
