@@ -90,11 +90,11 @@ StagedMetadata::~StagedMetadata() {
   staging_.state.room.TakeBack(staging_.share, staging_.share.bytes - before_);
 }
 
-Error DropKept(Staging& staging) {
+Error DropKept(SessionState& state, Staging& staging) {
   if (staging.keptPath.empty()) return {};
   if (!DeleteFile(staging.keptPath)) return SystemError("cannot delete", staging.keptPath);
   staging.keptPath.clear();
-  staging.state.room.TakeBack(staging.share, std::exchange(staging.keptBytes, 0));
+  state.room.TakeBack(staging.share, std::exchange(staging.keptBytes, 0));
   return {};
 }
 
@@ -109,7 +109,7 @@ void Drop(Staging& staging) {
     state.cache.Account().MarkStale();
   } else if (staging.file.IsOpen()) {
     // Finished later, what was kept would take the place of something newer.
-    if (DropKept(staging)) state.cache.Account().MarkStale();
+    if (DropKept(state, staging)) state.cache.Account().MarkStale();
     DeleteFile(staging.contentPath);
   }
   state.room.TakeBack(staging.share, staging.share.bytes);

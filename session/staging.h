@@ -68,7 +68,7 @@ class StagedMetadata {
 };
 
 // What KeepAs has made counts no more.
-Error DropKept(Staging& staging) OX_REQUIRES(staging.state.mutex);
+Error DropKept(SessionState& state, Staging& staging) OX_REQUIRES(state.mutex);
 
 // The end of a writer.
 void Drop(Staging& staging);

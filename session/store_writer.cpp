@@ -46,7 +46,7 @@ void NoteKnown(Staging& staging, const std::string& metadata) OX_REQUIRES(stagin
 
 Error ForgetKept(Staging& staging) {
   const MutexLock lock(staging.state.mutex);
-  return internal::DropKept(staging);
+  return internal::DropKept(staging.state, staging);
 }
 
 Error TryToCommit(Staging& staging, const std::string& metadata) {
