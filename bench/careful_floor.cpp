@@ -4,8 +4,11 @@
 //   store    digest; is the entry there; make, write, close of two staged files; two renamings
 //   replace  the same; three renamings: of the metadata to a log, of the content, of the log
 //
-// Names are looked up from the directory, which is held open.
+// Names are looked up from the directory, which is held open. The sealed floor also gives the
+// metadata file a seal (an extended attribute, as long as a session's) and a time of use.
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -21,7 +24,8 @@ namespace {
 
 class CarefulFloor final : public Contender {
  public:
-  explicit CarefulFloor(const Setting& setting) : path_(setting.directory) {}
+  CarefulFloor(const Setting& setting, bool isSealed)
+      : path_(setting.directory), isSealed_(isSealed) {}
 
   void Open() override {
     directory_ = UniqueFd(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -36,8 +40,8 @@ class CarefulFloor final : public Contender {
     char stagedMetadata[32];
     std::snprintf(stagedContent, sizeof stagedContent, "%llu.part", ++staged_);
     std::snprintf(stagedMetadata, sizeof stagedMetadata, "%llu.meta", staged_);
-    Make(stagedContent, content);
-    Make(stagedMetadata, metadata);
+    Make(stagedContent, content, false);
+    Make(stagedMetadata, metadata, isSealed_);
     if (!isThere) {
       Rename(stagedContent, content_);
       Rename(stagedMetadata, metadata_);
@@ -72,12 +76,23 @@ class CarefulFloor final : public Contender {
     std::strcpy(metadata_ + format::kContentNameLength, format::kMetadataSuffix);
   }
 
-  void Make(const char* name, std::string_view data) {
+  void Make(const char* name, std::string_view data, bool isSealed) {
     const UniqueFd file(
         openat(directory_.Get(), name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!file.IsOpen()) ThrowSystemError("make", name);
     if (write(file.Get(), data.data(), data.size()) != static_cast<ssize_t>(data.size()))
       ThrowSystemError("write", name);
+    if (isSealed) Seal(file.Get(), name);
+  }
+
+  void Seal(int file, const char* name) {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const timespec times[2] = {now, now};
+    if (fsetxattr(file, "user.oxfilecache", seal_, sizeof seal_, 0) != 0 ||
+        futimens(file, times) != 0) {
+      ThrowSystemError("seal", name);
+    }
   }
 
   void Rename(const char* from, const char* to) {
@@ -93,6 +108,8 @@ class CarefulFloor final : public Contender {
   }
 
   const std::string path_;
+  const bool isSealed_;
+  const char seal_[80] = {};
   UniqueFd directory_;
   unsigned long long staged_ = 0;
   char content_[format::kContentNameLength + 1] = {};
@@ -100,7 +117,10 @@ class CarefulFloor final : public Contender {
 };
 
 const Registration kCarefulFloor("careful-floor", [](const Setting& setting) {
-  return std::make_unique<CarefulFloor>(setting);
+  return std::make_unique<CarefulFloor>(setting, false);
+});
+const Registration kSealedFloor("sealed-floor", [](const Setting& setting) {
+  return std::make_unique<CarefulFloor>(setting, true);
 });
 
 }  // namespace

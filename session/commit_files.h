@@ -9,6 +9,7 @@
 
 #include <string>
 
+#include "session/directory_lock.h"
 #include <oxfilecache/error.h>
 
 namespace ox::internal {
@@ -20,8 +21,16 @@ enum class Synchronise {
 };
 
 struct CommitFiles {
-  // Of a staging ID and a content path.
-  CommitFiles(const std::string& directory, const std::string& id, const std::string& contentPath);
+  // Of a staging ID and a content path. With the lock, which must outlive this, files are looked up
+  // from the locked directory, otherwise by their whole paths.
+  CommitFiles(const std::string& directory, const std::string& id, const std::string& contentPath,
+              const DirectoryLock* lock = nullptr);
+
+  // Both take whole paths; false with errno.
+  bool Rename(const std::string& from, const std::string& to) const;
+  bool Delete(const std::string& path) const;
+  // True when the directory is on the medium as it is now.
+  bool SynchroniseDirectory() const;
 
   // A directory under one of the entry's names would keep a commit from ever being finished.
   Error CheckTargets() const;
@@ -38,6 +47,11 @@ struct CommitFiles {
   std::string commit;
   std::string content;
   std::string metadata;
+
+ private:
+  FileAt At(const std::string& path) const;
+
+  const DirectoryLock* lock_;
 };
 
 }  // namespace ox::internal

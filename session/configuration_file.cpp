@@ -103,7 +103,10 @@ Error CheckLimits(const CacheLimits& limits) {
 
 Error ReplaceConfigurationFile(const std::string& directory, const std::string& temporaryName,
                                const CacheLimits& limits) {
-  return PutInPlace(directory, temporaryName, limits, RenameFile);
+  const auto rename = [](const std::string& from, const std::string& to) {
+    return RenameFile(from, to);
+  };
+  return PutInPlace(directory, temporaryName, limits, rename);
 }
 
 Error MakeConfigurationFile(const std::string& directory, const std::string& temporaryName,

@@ -135,6 +135,14 @@ Error DirectoryLock::CheckHeld() const {
   return MakeError(ErrorKind::kInUse, "the session belongs to the process that opened it");
 }
 
+FileAt DirectoryLock::At(const std::string& path) const {
+  return IsDirectoryLocked() ? FileAt(fd_, path.c_str() + directory_.size() + 1) : FileAt(path);
+}
+
+bool DirectoryLock::Synchronise() const {
+  return IsDirectoryLocked() ? SyncFile(fd_) : SyncDirectory(directory_);
+}
+
 Error DirectoryLock::Check(bool isNow) {
   if (Error error = CheckHeld()) return error;
   const std::time_t now = CoarseSeconds();

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <string>
 
+#include "session/file_at.h"
 #include <oxfilecache/error.h>
 
 namespace ox::internal {
@@ -31,6 +32,12 @@ class DirectoryLock {
   // An error in a forked child.
   Error CheckHeld() const;
 
+  // A file of the locked directory, whatever the directory's path leads to meanwhile; `path` is
+  // whole. No file at all in a forked child. From any thread.
+  FileAt At(const std::string& path) const;
+  // True when the directory is on the medium as it is now.
+  bool Synchronise() const;
+
   // An error when the path no longer leads to what was locked, or in a forked child. The path is
   // looked at once a second; `isNow` looks in any case.
   Error Check(bool isNow);
@@ -38,6 +45,8 @@ class DirectoryLock {
  private:
   bool Lock(const std::string& path, int flags);
   bool LeadsToLocked() const;
+  // False where the lock file was locked instead.
+  bool IsDirectoryLocked() const { return lockedPath_ == directory_; }
   void WriteHolder(const std::string& lockFile) const;
 
   static void BeforeFork();

@@ -30,6 +30,10 @@ bool Synchronize(int fd) {
   return result == 0;
 }
 
+bool GetStatus(const FileAt& file, struct stat* status) {
+  return fstatat(file.directory, file.path, status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 }  // namespace
 
 void SetFileOperationHook(FileOperationHook hook) {
@@ -41,10 +45,10 @@ void AnnounceFileOperation() {
   if (hook != nullptr) hook();
 }
 
-UniqueFd CreateNewFile(const std::string& path, unsigned int mode) {
+UniqueFd CreateNewFile(const FileAt& file, unsigned int mode) {
   AnnounceFileOperation();
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
-  return UniqueFd(OpenRetrying(AT_FDCWD, path.c_str(), kFlags, mode));
+  return UniqueFd(OpenRetrying(file.directory, file.path, kFlags, mode));
 }
 
 bool WriteAll(int fd, const void* data, std::size_t bytes, std::size_t* written) {
@@ -61,9 +65,10 @@ bool WriteAll(int fd, const void* data, std::size_t bytes, std::size_t* written)
   return true;
 }
 
-bool SetFileTime(const std::string& path, std::int64_t time) {
+bool SetFileTime(const FileAt& file, std::int64_t time) {
   AnnounceFileOperation();
-  return utimensat(AT_FDCWD, path.c_str(), BothTimes(time).data(), AT_SYMLINK_NOFOLLOW) == 0;
+  const auto times = BothTimes(time);
+  return utimensat(file.directory, file.path, times.data(), AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 bool SetFileTime(int fd, std::int64_t time) {
@@ -76,6 +81,10 @@ bool ShortenFile(const std::string& path, std::uint64_t bytes) {
   const UniqueFd file(OpenRetrying(AT_FDCWD, path.c_str(), O_WRONLY | O_NOFOLLOW));
   if (!file.IsOpen() || ftruncate(file.Get(), static_cast<off_t>(bytes)) != 0) return false;
   return Synchronize(file.Get()) || IsLastingRefusal(errno);
+}
+
+void BeginToWrite(int fd) {
+  sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
 }
 
 bool SyncFile(int fd) {
@@ -98,9 +107,9 @@ bool IsLastingRefusal(int error) {
          error == EACCES || error == EBADF || error == ENOTTY;
 }
 
-bool RenameFile(const std::string& from, const std::string& to) {
+bool RenameFile(const FileAt& from, const FileAt& to) {
   AnnounceFileOperation();
-  return rename(from.c_str(), to.c_str()) == 0;
+  return renameat(from.directory, from.path, to.directory, to.path) == 0;
 }
 
 bool LinkFile(const std::string& from, const std::string& to) {
@@ -108,25 +117,25 @@ bool LinkFile(const std::string& from, const std::string& to) {
   return link(from.c_str(), to.c_str()) == 0;
 }
 
-bool DeleteFile(const std::string& path) {
+bool DeleteFile(const FileAt& file) {
   AnnounceFileOperation();
-  return unlink(path.c_str()) == 0 || errno == ENOENT;
+  return unlinkat(file.directory, file.path, 0) == 0 || errno == ENOENT;
 }
 
-struct stat StatusOfFile(const std::string& path) {
+struct stat StatusOfFile(const FileAt& file) {
   struct stat status;
-  if (lstat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  if (!GetStatus(file, &status) || !S_ISREG(status.st_mode)) return {};
   return status;
 }
 
-bool FileExists(const std::string& path) {
+bool FileExists(const FileAt& file) {
   struct stat status;
-  return lstat(path.c_str(), &status) == 0 || errno != ENOENT;
+  return GetStatus(file, &status) || errno != ENOENT;
 }
 
-bool IsOwnDirectory(const std::string& path) {
+bool IsOwnDirectory(const FileAt& file) {
   struct stat status;
-  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+  return GetStatus(file, &status) && S_ISDIR(status.st_mode);
 }
 
 }  // namespace ox::internal

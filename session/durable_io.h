@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string>
 
+#include "session/file_at.h"
 #include <oxfilecache/descriptor.h>
 
 namespace ox::internal {
@@ -21,18 +22,21 @@ void AnnounceFileOperation();
 
 // A new file for writing; not open when it exists already or cannot be made. Others may not read
 // it, unless `mode`, that of open(2), says so.
-UniqueFd CreateNewFile(const std::string& path, unsigned int mode = 0600);
+UniqueFd CreateNewFile(const FileAt& file, unsigned int mode = 0600);
 
 // False with errno; `written`, unless it is null, grows by what was written.
 bool WriteAll(int fd, const void* data, std::size_t bytes, std::size_t* written = nullptr);
 
 // Nanoseconds since 1970; sets the modification and the access time.
-bool SetFileTime(const std::string& path, std::int64_t time);
+bool SetFileTime(const FileAt& file, std::int64_t time);
 bool SetFileTime(int fd, std::int64_t time);
 
 // The rest is on the medium before anything that follows.
 bool ShortenFile(const std::string& path, std::uint64_t bytes);
 
+// Lets the system begin to write the file to the medium. The journal's entry for it is then part of
+// the one that the next SyncFile waits for, of whatever file: one less to write. A hint.
+void BeginToWrite(int fd);
 bool SyncFile(int fd);
 bool SyncDirectory(const std::string& path);
 // The errno of a disk or a quota that is full.
@@ -40,22 +44,22 @@ bool MeansNoSpace(int error);
 // The errno of a refusal that lasts: the file system cannot do this at all, or not for this user.
 bool IsLastingRefusal(int error);
 
-bool RenameFile(const std::string& from, const std::string& to);
+bool RenameFile(const FileAt& from, const FileAt& to);
 // A second name for the file; EEXIST when there is a file of that name.
 bool LinkFile(const std::string& from, const std::string& to);
 
 // True when there is no such file afterwards.
-bool DeleteFile(const std::string& path);
+bool DeleteFile(const FileAt& file);
 
 // Of a regular file, without following a symbolic link; all 0 when there is none.
-struct stat StatusOfFile(const std::string& path);
-inline std::uint64_t FileSize(const std::string& path) {
-  return static_cast<std::uint64_t>(StatusOfFile(path).st_size);
+struct stat StatusOfFile(const FileAt& file);
+inline std::uint64_t FileSize(const FileAt& file) {
+  return static_cast<std::uint64_t>(StatusOfFile(file).st_size);
 }
 // Also true where the system does not say.
-bool FileExists(const std::string& path);
+bool FileExists(const FileAt& file);
 // True for a directory itself, not for a symbolic link to one.
-bool IsOwnDirectory(const std::string& path);
+bool IsOwnDirectory(const FileAt& file);
 
 }  // namespace ox::internal
 

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "host/system_calls.h"
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
 #include "session/eviction_news.h"
@@ -39,11 +40,10 @@ struct Finding {
   std::optional<std::uint32_t> expectedSum;
 };
 
-UniqueFd OpenContent(SessionState& state, const std::string& path) OX_REQUIRES(state.mutex) {
-  const std::string& directory = state.cacheDirectory;
+UniqueFd OpenContent(const SessionState& state, const std::string& path) {
+  const internal::FileAt file = state.directoryLock->At(path);
   // O_NONBLOCK, so that a FIFO planted under the name cannot hang the device.
-  constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-  return UniqueFd(state.contentDirectory.OpenFile(path.c_str(), directory.size() + 1, kFlags));
+  return UniqueFd(internal::OpenWithoutTrace(file.directory, file.path, O_NOFOLLOW | O_NONBLOCK));
 }
 
 // Best effort: an entry whose time cannot be written is still served.
@@ -56,7 +56,7 @@ void NoteUse(SessionState& state, const Finding& finding) OX_REQUIRES(state.mute
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(unused);
     if (seconds < state.options.touchInterval) return;
   }
-  internal::SetFileTime(finding.entry.path + format::kMetadataSuffix, now);
+  internal::SetFileTime(state.directoryLock->At(finding.entry.path + format::kMetadataSuffix), now);
 }
 
 // No commit writes nothing, or a NUL. A power cut leaves both where a file's length has reached the

@@ -24,7 +24,8 @@ Error PutKeptInPlace(Staging& staging, const std::string& path, internal::Staged
   if (!internal::ReadSeal(staging.metadataPath)) {
     return MakeError(ErrorKind::kRefused, "the file system keeps no extended attributes");
   }
-  if (!internal::RenameFile(staging.metadataPath, path)) {
+  const internal::DirectoryLock& directory = *state.directoryLock;
+  if (!internal::RenameFile(directory.At(staging.metadataPath), directory.At(path))) {
     return SystemError("cannot make the commit file", path);
   }
   const std::uint64_t bytes = staged.Release();
@@ -35,7 +36,6 @@ Error PutKeptInPlace(Staging& staging, const std::string& path, internal::Staged
 }
 
 Error Keep(Staging& staging, const std::string& url, const std::string& metadata) {
-  if (Error error = internal::SynchroniseContent(staging)) return error;
   const std::string& directory = staging.state.cacheDirectory;
   const std::string path =
       internal::CommitFileName(directory + "/" + internal::ContentName(url), staging.share.id);
@@ -48,7 +48,7 @@ Error Keep(Staging& staging, const std::string& url, const std::string& metadata
   if (Error error = StageMetadata(staging, url, metadata, time)) return error;
   if (Error error = PutKeptInPlace(staging, path, staged)) return error;
   const bool isSynchronised = staging.state.options.durability == Durability::kPower;
-  if (!isSynchronised || internal::SyncDirectory(directory)) return {};
+  if (!isSynchronised || staging.state.directoryLock->Synchronise()) return {};
   return SystemError("cannot synchronise", directory);
 }
 

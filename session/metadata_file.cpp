@@ -17,9 +17,9 @@ Error CheckMetadata(const std::string& metadata) {
                    "metadata must be 1 to 1,024 bytes of ASCII without NUL");
 }
 
-Error StageMetadataFile(const std::string& path, const std::string& metadata, std::int64_t time,
-                        const EntrySeal* seal, bool isSynchronised) {
-  const UniqueFd file = CreateNewFile(path);
+Error StageMetadataFile(const FileAt& place, const std::string& path, const std::string& metadata,
+                        std::int64_t time, const EntrySeal* seal, bool isSynchronised) {
+  const UniqueFd file = CreateNewFile(place);
   if (!file.IsOpen() || !WriteAll(file.Get(), metadata.data(), metadata.size()) ||
       (seal != nullptr && !WriteSeal(file.Get(), *seal))) {
     return SystemError("cannot write", path);

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "session/entry_seal.h"
+#include "session/file_at.h"
 #include <oxfilecache/error.h>
 
 namespace ox::internal {
@@ -15,9 +16,9 @@ namespace ox::internal {
 Error CheckMetadata(const std::string& metadata);
 
 // Makes a new file of that text, time of use (nanoseconds since 1970) and seal, which may be null.
-// Left behind when something fails.
-Error StageMetadataFile(const std::string& path, const std::string& metadata, std::int64_t time,
-                        const EntrySeal* seal, bool isSynchronised);
+// `path` is its whole path, for messages. Left behind when something fails.
+Error StageMetadataFile(const FileAt& place, const std::string& path, const std::string& metadata,
+                        std::int64_t time, const EntrySeal* seal, bool isSynchronised);
 
 }  // namespace ox::internal
 

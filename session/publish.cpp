@@ -24,13 +24,20 @@ struct EntrySizes {
   bool AreThere() const { return contentOnDisk > 0 && metadataOnDisk > 0; }
 };
 
-EntrySizes SizesOf(CacheValue* value, const AllocationUnit& unit) {
+EntrySizes SizesOf(SessionState& state, CacheValue* value) OX_REQUIRES(state.mutex) {
   if (value == nullptr) return {};
+  const DirectoryLock& directory = *state.directoryLock;
+  const AllocationUnit& unit = state.cache.Account().Unit();
   const std::string path = ContentPath(*value);
-  const struct stat content = StatusOfFile(path);
-  const struct stat metadata = StatusOfFile(path + format::kMetadataSuffix);
+  const struct stat content = StatusOfFile(directory.At(path));
+  const struct stat metadata = StatusOfFile(directory.At(path + format::kMetadataSuffix));
   return {unit.OnDisk(static_cast<std::uint64_t>(content.st_size)), unit.OfMetadata(metadata),
           static_cast<std::uint64_t>(metadata.st_size)};
+}
+
+CommitFiles FilesOf(const SessionState& state, const Publication& publication, CacheValue& value) {
+  return {state.cacheDirectory, publication.share.id, ContentPath(value),
+          state.directoryLock.get()};
 }
 
 // Room for the new entry, in the cache and in the manager's total. A restart on the way may have
@@ -46,7 +53,7 @@ Error MakeRoom(SessionState& state, const Publication& publication, const EntryS
     return {};
   }
   if (Error error = state.cache.Restart()) return error;
-  *old = state.cache.Find(publication.share.url);
+  *old = state.cache.FindToReplace(publication.share.url, publication.metadata);
   return {};
 }
 
@@ -66,17 +73,16 @@ Error RestartAndFind(SessionState& state, const Publication& publication, const 
 // Undoes the renamings of a new entry, the metadata's first: content alone is no entry. What cannot
 // be undone a restart deletes.
 void TakeNewBack(SessionState& state, const CommitFiles& files) OX_REQUIRES(state.mutex) {
-  const bool isMetadataBack = RenameFile(files.metadata, files.stagedMetadata) || errno == ENOENT ||
-                              errno == EISDIR || errno == ENOTDIR;
-  if (!isMetadataBack || !RenameFile(files.content, files.stagedContent)) {
+  const bool isMetadataBack = files.Rename(files.metadata, files.stagedMetadata) ||
+                              errno == ENOENT || errno == EISDIR || errno == ENOTDIR;
+  if (!isMetadataBack || !files.Rename(files.content, files.stagedContent)) {
     state.cache.Account().MarkStale();
   }
 }
 
 // True when the directory is on the medium as it is now.
-bool SynchroniseDirectory(SessionState& state, const std::string& directory)
-    OX_REQUIRES(state.mutex) {
-  if (!SyncDirectory(directory)) return false;
+bool SynchroniseDirectory(SessionState& state, const CommitFiles& files) OX_REQUIRES(state.mutex) {
+  if (!files.SynchroniseDirectory()) return false;
   state.cache.Deletions().Clear();
   return true;
 }
@@ -84,16 +90,16 @@ bool SynchroniseDirectory(SessionState& state, const std::string& directory)
 Error PutNewInPlace(SessionState& state, const CommitFiles& files) OX_REQUIRES(state.mutex) {
   const bool isSynchronised = state.options.durability == Durability::kPower;
   if (isSynchronised && state.cache.Deletions().MayContain(files.content) &&
-      !SynchroniseDirectory(state, files.directory)) {
+      !SynchroniseDirectory(state, files)) {
     return SystemError("cannot synchronise", files.directory);
   }
-  if (!RenameFile(files.stagedContent, files.content)) {
+  if (!files.Rename(files.stagedContent, files.content)) {
     return SystemError("cannot put the content in place", files.content);
   }
   Error error;
-  if (!RenameFile(files.stagedMetadata, files.metadata)) {
+  if (!files.Rename(files.stagedMetadata, files.metadata)) {
     error = SystemError("cannot put the metadata in place", files.metadata);
-  } else if (isSynchronised && !SynchroniseDirectory(state, files.directory)) {
+  } else if (isSynchronised && !SynchroniseDirectory(state, files)) {
     error = SystemError("cannot synchronise", files.directory);
   }
   if (error) TakeNewBack(state, files);
@@ -106,7 +112,7 @@ Error PublishNew(SessionState& state, const Publication& publication) OX_REQUIRE
     state.cache.Account().MarkStale();
     return MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot create the entry");
   }
-  const CommitFiles files(state.cacheDirectory, publication.share.id, ContentPath(*pending));
+  const CommitFiles files = FilesOf(state, publication, *pending);
   if (Error error = PutNewInPlace(state, files)) return error;
   MarkDecided(state, publication);
   if (pending.Commit()) return {};
@@ -120,21 +126,30 @@ Error PublishNew(SessionState& state, const Publication& publication) OX_REQUIRE
 void TakeCommitFileBack(SessionState& state, const CommitFiles& files,
                         const Publication& publication) OX_REQUIRES(state.mutex) {
   publication.outcome.mayBeDecided = true;
-  if (!DeleteFile(files.commit)) state.cache.Account().MarkStale();
+  if (!files.Delete(files.commit)) state.cache.Account().MarkStale();
 }
 
-Error MakeCommitFile(SessionState& state, const CommitFiles& files, const Publication& publication)
-    OX_REQUIRES(state.mutex) {
-  const bool isSynchronised = state.options.durability == Durability::kPower;
+// How much of a replacement has to be on the medium before the next step.
+enum class Order { kOfNoMatter, kBySeal, kByDirectory };
+
+// The seal shows a start after a power cut which content is the new one. Without it the directory
+// is synchronised at each step.
+Order OrderOf(const SessionState& state, const CommitFiles& files) {
+  if (state.options.durability != Durability::kPower) return Order::kOfNoMatter;
+  return ReadSeal(files.stagedMetadata) ? Order::kBySeal : Order::kByDirectory;
+}
+
+Error MakeCommitFile(SessionState& state, const CommitFiles& files, const Publication& publication,
+                     Order order) OX_REQUIRES(state.mutex) {
   // A commit file on the medium whose content's name is not would be taken for one whose content is
-  // in place already, unless its seal shows that this is other content.
-  if (isSynchronised && !ReadSeal(files.stagedMetadata) && !SyncDirectory(files.directory)) {
+  // in place already.
+  if (order == Order::kByDirectory && !files.SynchroniseDirectory()) {
     return SystemError("cannot synchronise", files.directory);
   }
-  if (!RenameFile(files.stagedMetadata, files.commit)) {
+  if (!files.Rename(files.stagedMetadata, files.commit)) {
     return SystemError("cannot make the commit file", files.commit);
   }
-  if (!isSynchronised || SyncDirectory(files.directory)) return {};
+  if (order == Order::kOfNoMatter || files.SynchroniseDirectory()) return {};
   Error error = SystemError("cannot synchronise", files.directory);
   TakeCommitFileBack(state, files, publication);
   return error;
@@ -142,15 +157,16 @@ Error MakeCommitFile(SessionState& state, const CommitFiles& files, const Public
 
 Error ReplaceLogged(SessionState& state, const CommitFiles& files, const Publication& publication)
     OX_REQUIRES(state.mutex) {
-  if (Error error = MakeCommitFile(state, files, publication)) return error;
-  if (!RenameFile(files.stagedContent, files.content)) {
+  const Order order = OrderOf(state, files);
+  if (Error error = MakeCommitFile(state, files, publication, order)) return error;
+  if (!files.Rename(files.stagedContent, files.content)) {
     Error error = SystemError("cannot put the content in place", files.content);
     TakeCommitFileBack(state, files, publication);
     return error;
   }
   MarkDecided(state, publication);
-  const bool isPower = state.options.durability == Durability::kPower;
-  if (files.Finish(false, isPower ? Synchronise::kAlways : Synchronise::kNever)) return {};
+  const bool isByDirectory = order == Order::kByDirectory;
+  if (files.Finish(false, isByDirectory ? Synchronise::kAlways : Synchronise::kNever)) return {};
   const int placeError = errno;
   state.cache.Account().MarkStale();
   errno = placeError;
@@ -160,27 +176,25 @@ Error ReplaceLogged(SessionState& state, const CommitFiles& files, const Publica
 // Without its metadata the old entry is gone first, so that nothing is ever mixed.
 Error ReplaceUnlogged(SessionState& state, const CommitFiles& files, const Publication& publication)
     OX_REQUIRES(state.mutex) {
-  if (!DeleteFile(files.metadata)) return SystemError("cannot delete", files.metadata);
-  const bool isInPlace = RenameFile(files.stagedContent, files.content);
+  if (!files.Delete(files.metadata)) return SystemError("cannot delete", files.metadata);
+  const bool isInPlace = files.Rename(files.stagedContent, files.content);
   if (isInPlace) MarkDecided(state, publication);
-  if (isInPlace && RenameFile(files.stagedMetadata, files.metadata)) return {};
+  if (isInPlace && files.Rename(files.stagedMetadata, files.metadata)) return {};
   Error error = SystemError("cannot put the entry in place", files.content);
   state.cache.Account().MarkStale();
   return error;
 }
 
-// Finding it makes the manager read the new metadata, and makes it the one used last.
-Error FindReplaced(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex) {
-  if (state.cache.Find(publication.share.url) != nullptr) return {};
-  state.cache.Account().MarkStale();
-  return RestartAndFind(
-      state, publication,
-      MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot find the entry"));
+// What was not replaced after all: the manager reads the metadata that is on the disk again.
+void ReadOldAgain(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex) {
+  if (!state.cache.Account().IsStale() && state.cache.Find(publication.share.url) == nullptr) {
+    state.cache.Account().MarkStale();
+  }
 }
 
 Error Replace(SessionState& state, const Publication& publication, CacheValue& old,
               const EntrySizes& oldSizes) OX_REQUIRES(state.mutex) {
-  const CommitFiles files(state.cacheDirectory, publication.share.id, ContentPath(old));
+  const CommitFiles files = FilesOf(state, publication, old);
   // What has bytes is no directory.
   if (!oldSizes.AreThere()) {
     if (Error error = files.CheckTargets()) return error;
@@ -191,45 +205,50 @@ Error Replace(SessionState& state, const Publication& publication, CacheValue& o
   if (!publication.outcome.isDecided) return error;
   if (error) return isLogged ? RestartAndFind(state, publication, error) : error;
   state.cache.Account().NoteReplaced(oldSizes.contentOnDisk + oldSizes.metadataOnDisk);
-  return FindReplaced(state, publication);
+  return {};
+}
+
+Error Renew(SessionState& state, const Publication& publication, CacheValue& old,
+            const EntrySizes& oldSizes) OX_REQUIRES(state.mutex) {
+  const CommitFiles files = FilesOf(state, publication, old);
+  if (!files.Rename(files.stagedMetadata, files.metadata)) {
+    return SystemError("cannot put the metadata in place", files.metadata);
+  }
+  MarkDecided(state, publication);
+  state.cache.Account().NoteReplaced(oldSizes.metadataOnDisk);
+  if (state.options.durability != Durability::kPower || SynchroniseDirectory(state, files)) {
+    return {};
+  }
+  return SystemError("cannot synchronise", files.directory);
 }
 
 }  // namespace
 
 Error Publish(SessionState& state, const Publication& publication) {
-  CacheValue* old = state.cache.Find(publication.share.url);
-  const EntrySizes oldSizes = SizesOf(old, state.cache.Account().Unit());
-  if (Error error = MakeRoom(state, publication, oldSizes, &old)) return error;
-  if (old == nullptr) return PublishNew(state, publication);
-  return Replace(state, publication, *old, oldSizes);
+  CacheValue* old = state.cache.FindToReplace(publication.share.url, publication.metadata);
+  const EntrySizes oldSizes = SizesOf(state, old);
+  Error error = MakeRoom(state, publication, oldSizes, &old);
+  if (!error && old == nullptr) return PublishNew(state, publication);
+  if (!error) error = Replace(state, publication, *old, oldSizes);
+  if (error && !publication.outcome.isDecided) ReadOldAgain(state, publication);
+  return error;
 }
 
 void CountMetadataFile(SessionState& state, WriterShare& share, const std::string& path) {
-  const struct stat status = StatusOfFile(path);
+  const struct stat status = StatusOfFile(state.directoryLock->At(path));
   const AllocationUnit& unit = state.cache.Account().Unit();
   const std::uint64_t granted = unit.OnDisk(static_cast<std::uint64_t>(status.st_size));
   state.room.Count(share, unit.OfMetadata(status) - granted);
 }
 
 Error PublishMetadata(SessionState& state, const Publication& publication) {
-  CacheValue* old = state.cache.Find(publication.share.url);
-  EntrySizes oldSizes = SizesOf(old, state.cache.Account().Unit());
+  CacheValue* old = state.cache.FindToReplace(publication.share.url, publication.metadata);
+  EntrySizes oldSizes = SizesOf(state, old);
   oldSizes.contentOnDisk = 0;  // it stays
-  if (Error error = MakeRoom(state, publication, oldSizes, &old)) return error;
-  if (old == nullptr) return NoEntry();
-  const CommitFiles files(state.cacheDirectory, publication.share.id, ContentPath(*old));
-  if (!RenameFile(files.stagedMetadata, files.metadata)) {
-    return SystemError("cannot put the metadata in place", files.metadata);
-  }
-  MarkDecided(state, publication);
-  state.cache.Account().NoteReplaced(oldSizes.metadataOnDisk);
-  const bool isSynchronised = state.options.durability == Durability::kPower;
-  Error error;
-  if (isSynchronised && !SynchroniseDirectory(state, files.directory)) {
-    error = SystemError("cannot synchronise", files.directory);
-  }
-  const Error notFound = FindReplaced(state, publication);
-  return error ? error : notFound;
+  Error error = MakeRoom(state, publication, oldSizes, &old);
+  if (!error) error = old != nullptr ? Renew(state, publication, *old, oldSizes) : NoEntry();
+  if (error && !publication.outcome.isDecided) ReadOldAgain(state, publication);
+  return error;
 }
 
 }  // namespace ox::internal

@@ -30,7 +30,7 @@ class StagedRenewal {
     // In a forked child the file is the parent's.
     if (outcome.isDecided || !state_.directoryLock->IsHeld()) return;
     const MutexLock lock(state_.mutex);
-    if (isMade) internal::DeleteFile(path);
+    if (isMade) internal::DeleteFile(state_.directoryLock->At(path));
     state_.room.TakeBack(share, share.bytes);
     state_.writers.Remove(share);
   }
@@ -75,7 +75,7 @@ Error Stage(SessionState& state, const Renewal& renewal, StagedRenewal* staged)
     errno = sealError;
     return SystemError("cannot read the seal", path + format::kMetadataSuffix);
   }
-  const std::uint64_t contentBytes = internal::FileSize(path);
+  const std::uint64_t contentBytes = internal::FileSize(state.directoryLock->At(path));
   if (contentBytes == 0) return internal::NoEntry();
   if (contentBytes + renewal.metadata.size() > state.limits.maxEntrySize) {
     return MakeError(ErrorKind::kRefused,
@@ -83,7 +83,8 @@ Error Stage(SessionState& state, const Renewal& renewal, StagedRenewal* staged)
   }
   if (seal) seal->SetMetadata(renewal.metadata);
   staged->isMade = true;
-  return internal::StageMetadataFile(staged->path, renewal.metadata, state.cache.Clock().Next(),
+  return internal::StageMetadataFile(state.directoryLock->At(staged->path), staged->path,
+                                     renewal.metadata, state.cache.Clock().Next(),
                                      seal ? &*seal : nullptr,
                                      state.options.durability == Durability::kPower);
 }

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "session/half_placed.h"
 #include "session/recovery.h"
 #include "session/survey.h"
 #include "session/use_order.h"
@@ -62,6 +63,7 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   const std::string& directory = limits_.cacheDirectory;
   const auto isBeingWritten = [this](const std::string& id) { return writers_.Contains(id); };
   if (Error error = FinishCommits(directory, isBeingWritten, survey)) return error;
+  if (Error error = PlaceContents(directory, isBeingWritten, survey)) return error;
   if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten, &leftovers_)) return error;
   ResetImpossibleTimes(directory, survey);
   if (Error error = TrimToLimits(directory, limits_, account_.Unit(), survey, Evictions())) {
@@ -69,6 +71,13 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   }
   SettleUseOrder(directory, *survey);
   return {};
+}
+
+CacheValue* RunningCache::FindToReplace(const OxString& url, const OxString& metadata) {
+  fileSystem_.ShowMetadata(metadata.UTF8());
+  CacheValue* value = Find(url);
+  fileSystem_.ShowMetadata(nullptr);
+  return value;
 }
 
 PendingEntry RunningCache::Create(const OxString& url, const OxString& metadata) {

@@ -55,6 +55,9 @@ class RunningCache {
 
   // The committed entry of that URL, null when there is none. Lent until the next operation.
   core::cache::CacheValue* Find(const OxString& url) { return (*manager_)->Get(url); }
+  // The same for an entry whose metadata file is about to hold `metadata`: the manager takes that
+  // over, and does not read the file.
+  core::cache::CacheValue* FindToReplace(const OxString& url, const OxString& metadata);
   // Null inside when the manager refuses.
   PendingEntry Create(const OxString& url, const OxString& metadata);
   void Remove(core::cache::CacheValue* value) { (*manager_)->Remove(value); }

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "session/durable_io.h"
 #include "session/session_file_system.h"
@@ -41,6 +42,7 @@ int SessionFile::Open(int mode) {
     discardsWrites_ = true;
     return 1;
   }
+  if (ShowsMetadata()) return 1;
   // Not closed before: the descriptor that Exists has opened serves.
   const int isOpen = file_.Open(mode);
   if (isOpen == 0) NoteFailedRead(errno);
@@ -77,7 +79,7 @@ int SessionFile::Delete(int flags) {
 
 int SessionFile::Exists() {
   if (IsConfiguration()) return fileSystem_.configuration_.Exists();
-  if (IsShownContent()) return 1;
+  if (IsShownContent() || ShowsMetadata()) return 1;
   const int exists = file_.Exists();
   if (exists == 0) NoteFailedRead(errno);
   return exists;
@@ -101,6 +103,10 @@ std::uint64_t SessionFile::GetSize() {
 
 std::uint64_t SessionFile::Read(std::uint64_t count, void* destination) {
   if (configuration_.IsOpen()) return configuration_.Read(count, destination);
+  if (ShowsMetadata()) {
+    const std::string_view text(fileSystem_.shownMetadata_);
+    return text.copy(static_cast<char*>(destination), static_cast<std::size_t>(count));
+  }
   // Of all real files the module reads the metadata files alone. Asked while the file is open,
   // which costs less than by its path.
   struct stat status;

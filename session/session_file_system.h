@@ -63,6 +63,9 @@ class SessionFileSystem final : public IFileSystem {
   // They must outlive the start.
   void ShowEntries(const std::vector<SurveyedEntry>* entries) { shownEntries_ = entries; }
 
+  // The text that every metadata file holds for the module; null for what is on the disk.
+  void ShowMetadata(const char* text) { shownMetadata_ = text; }
+
   os::filesystem::File* CreateFile() override;
   void DestroyFile(os::filesystem::File* file) override;
   int GetDefaultDirectory(OxString& out) override;
@@ -84,6 +87,7 @@ class SessionFileSystem final : public IFileSystem {
   // Of the shown entry that the module is looking at.
   std::string shownContent_;
   std::uint64_t shownContentBytes_ = 0;
+  const char* shownMetadata_ = nullptr;
 };
 
 class SessionFile final : public os::filesystem::File {
@@ -112,6 +116,7 @@ class SessionFile final : public os::filesystem::File {
   bool IsMetadata() const;
   // The content of the entry that is being shown, whose size is known.
   bool IsShownContent() const;
+  bool ShowsMetadata() const { return fileSystem_.shownMetadata_ != nullptr && IsMetadata(); }
   void NoteFailedRead(int error);
 
   SessionFileSystem& fileSystem_;

@@ -7,7 +7,6 @@
 #include <string>
 #include <utility>
 
-#include "host/held_directories.h"
 #include "host/mutex.h"
 #include "session/directory_lock.h"
 #include "session/entry_name.h"
@@ -53,8 +52,6 @@ struct SessionState {
   Room room OX_GUARDED_BY(mutex);
   IdSource ids OX_GUARDED_BY(mutex);
   KnownEntries known OX_GUARDED_BY(mutex){ids.Secret()};
-  // For opening content.
-  HeldDirectories contentDirectory OX_GUARDED_BY(mutex);
 };
 
 // Runs an operation, a step that returns an Error. In a forked child it is not begun: a thread that

@@ -35,6 +35,13 @@ Error CheckCommit(const Staging& staging, const std::string& metadata)
                    "content and metadata together exceed the limit of one entry");
 }
 
+// Not tried again: what could not be written is lost.
+Error SynchroniseContent(Staging& staging) {
+  if (SyncFile(staging.file.Get())) return {};
+  staging.failure = SystemError("cannot synchronise", staging.contentPath);
+  return staging.failure;
+}
+
 // The name of a staged file is never used again, so this one may be deleted without the lock. Kept
 // where a start may need it to finish a commit.
 void DropClosed(const Staging& staging) {
@@ -59,13 +66,6 @@ std::uint64_t MaxContentBytes(const SessionState& state) {
   return std::min(state.limits.maxEntrySize, state.limits.maxSize);
 }
 
-Error SynchroniseContent(Staging& staging) {
-  if (staging.state.options.durability != Durability::kPower) return {};
-  if (SyncFile(staging.file.Get())) return {};
-  staging.failure = SystemError("cannot synchronise", staging.contentPath);
-  return staging.failure;
-}
-
 Error GrantMetadata(Staging& staging, const std::string& metadata, std::int64_t* time) {
   MutexLock lock(staging.state.mutex);
   if (Error error = CheckCommit(staging, metadata)) return error;
@@ -76,23 +76,34 @@ Error GrantMetadata(Staging& staging, const std::string& metadata, std::int64_t*
   return {};
 }
 
-Error StageMetadata(const Staging& staging, const std::string& url, const std::string& metadata,
+Error StageMetadata(Staging& staging, const std::string& url, const std::string& metadata,
                     std::int64_t time) {
   const EntrySeal seal = MakeSeal(url, staging.contentSum, staging.contentBytes, metadata);
   const bool isSynchronised = staging.state.options.durability == Durability::kPower;
-  return StageMetadataFile(staging.metadataPath, metadata, time, &seal, isSynchronised);
+  if (isSynchronised) BeginToWrite(staging.file.Get());
+  Error error = StageMetadataFile(staging.state.directoryLock->At(staging.metadataPath),
+                                  staging.metadataPath, metadata, time, &seal, isSynchronised);
+  return error || !isSynchronised ? error : SynchroniseContent(staging);
+}
+
+StagedMetadata::StagedMetadata(Staging& staging) : staging_(staging), before_(OtherBytes()) {}
+
+std::uint64_t StagedMetadata::Release() {
+  isReleased_ = true;
+  return OtherBytes() - before_;
 }
 
 StagedMetadata::~StagedMetadata() {
   if (isReleased_ || staging_.outcome.isDecided || !IsOurs(staging_)) return;
-  DeleteFile(staging_.metadataPath);
+  DeleteFile(staging_.state.directoryLock->At(staging_.metadataPath));
   const MutexLock lock(staging_.state.mutex);
-  staging_.state.room.TakeBack(staging_.share, staging_.share.bytes - before_);
+  staging_.state.room.TakeBack(staging_.share, OtherBytes() - before_);
 }
 
 Error DropKept(SessionState& state, Staging& staging) {
   if (staging.keptPath.empty()) return {};
-  if (!DeleteFile(staging.keptPath)) return SystemError("cannot delete", staging.keptPath);
+  if (!DeleteFile(state.directoryLock->At(staging.keptPath)))
+    return SystemError("cannot delete", staging.keptPath);
   staging.keptPath.clear();
   state.room.TakeBack(staging.share, std::exchange(staging.keptBytes, 0));
   return {};
@@ -110,7 +121,7 @@ void Drop(Staging& staging) {
   } else if (staging.file.IsOpen()) {
     // Finished later, what was kept would take the place of something newer.
     if (DropKept(state, staging)) state.cache.Account().MarkStale();
-    DeleteFile(staging.contentPath);
+    DeleteFile(state.directoryLock->At(staging.contentPath));
   }
   state.room.TakeBack(staging.share, staging.share.bytes);
   state.writers.Remove(staging.share);

@@ -37,31 +37,29 @@ struct Staging {
 
 std::uint64_t MaxContentBytes(const SessionState& state) OX_REQUIRES(state.mutex);
 
-// For durability `power`. Not tried again: what could not be written is lost.
-Error SynchroniseContent(Staging& staging);
-
 // Room for the metadata, and its time of use. An error also when nothing may be committed.
 Error GrantMetadata(Staging& staging, const std::string& metadata, std::int64_t* time);
 
-Error StageMetadata(const Staging& staging, const std::string& url, const std::string& metadata,
+// Of what is staged as the entry of that URL. For durability `power` the content is on the medium
+// afterwards, too.
+Error StageMetadata(Staging& staging, const std::string& url, const std::string& metadata,
                     std::int64_t time);
 
 // The staged metadata of one try: deleted and its room given back when the try fails.
 class StagedMetadata {
  public:
   // Before the room for it is granted.
-  explicit StagedMetadata(Staging& staging) : staging_(staging), before_(staging.share.bytes) {}
+  explicit StagedMetadata(Staging& staging);
   ~StagedMetadata();
   StagedMetadata(const StagedMetadata&) = delete;
   StagedMetadata& operator=(const StagedMetadata&) = delete;
 
   // It has its place, where it counts as so many bytes.
-  std::uint64_t Release() {
-    isReleased_ = true;
-    return staging_.share.bytes - before_;
-  }
+  std::uint64_t Release();
 
  private:
+  std::uint64_t OtherBytes() const { return staging_.share.bytes - staging_.keptBytes; }
+
   Staging& staging_;
   const std::uint64_t before_;
   bool isReleased_ = false;

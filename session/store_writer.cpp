@@ -28,6 +28,7 @@ Error Closed() {
 Error PublishStaging(Staging& staging, const OxString& metadata) OX_REQUIRES(staging.state.mutex) {
   internal::CountMetadataFile(staging.state, staging.share, staging.metadataPath);
   if (Error error = staging.state.cache.EnsureCurrent()) return error;
+  if (Error error = internal::DropKept(staging.state, staging)) return error;
   return internal::Publish(staging.state, {staging.share, metadata, staging.outcome});
 }
 
@@ -42,11 +43,6 @@ void NoteKnown(Staging& staging, const std::string& metadata) OX_REQUIRES(stagin
               staging.state.cache.Account().Entries());
   } catch (const std::bad_alloc&) {
   }
-}
-
-Error ForgetKept(Staging& staging) {
-  const MutexLock lock(staging.state.mutex);
-  return internal::DropKept(staging.state, staging);
 }
 
 Error TryToCommit(Staging& staging, const std::string& metadata) {
@@ -68,11 +64,10 @@ Error MakeDiskSpace(Staging& staging, Error failure) {
 }
 
 Error CommitStaging(Staging& staging, const std::string& metadata) {
-  if (Error error = SynchroniseContent(staging)) return error;
-  if (Error error = ForgetKept(staging)) return error;
   for (;;) {
     Error error = TryToCommit(staging, metadata);
-    if (!error || staging.outcome.isDecided || staging.outcome.mayBeDecided) return error;
+    const internal::PublishOutcome& outcome = staging.outcome;
+    if (!error || outcome.isDecided || outcome.mayBeDecided || staging.failure) return error;
     if ((error = MakeDiskSpace(staging, std::move(error)))) return error;
   }
 }
@@ -102,7 +97,7 @@ Error WriteStaging(Staging& staging, const void* data, std::size_t bytes) {
 
 Error MakeContentFile(Staging& staging) {
   for (;;) {
-    staging.file = internal::CreateNewFile(staging.contentPath);
+    staging.file = internal::CreateNewFile(staging.state.directoryLock->At(staging.contentPath));
     if (staging.file.IsOpen()) return {};
     Error error = SystemError("cannot write", staging.contentPath);
     if ((error = MakeDiskSpace(staging, std::move(error)))) return error;

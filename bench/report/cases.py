@@ -33,8 +33,9 @@ def cases(available):
     wanted += [case("linux-host", entries, "tmpfs", "miss,start-up") for entries in (500, 2000, 5000)]
     wanted += [case("session", entries, "tmpfs", "content,miss,store,remove,start-up", "linux-host")
                for entries in ENTRIES]
-    wanted += [case("session", entries, where, "store,replace", "careful-floor")
-               for entries, where in itertools.product((200, 1000), ("tmpfs", "disk"))]
+    wanted += [case("session", entries, where, "store,replace", floor)
+               for floor, entries, where in itertools.product(("careful-floor", "sealed-floor"),
+                                                              (200, 1000), ("tmpfs", "disk"))]
     wanted += [case("session-check-always", 200, "tmpfs", "content", "session", content)
                for content in (4096, 65536)]
     wanted += [case("measuring-floor", entries, where, "store")

@@ -285,12 +285,14 @@ class Report:
         rows = []
         for entries, where in itertools.product((200, 1000), ("tmpfs", "disk")):
             cells = []
-            for operation in ("store", "replace"):
-                found = self.find("session", operation, entries, where, "careful-floor")
+            for operation, floor in itertools.product(("store", "replace"),
+                                                      ("careful-floor", "sealed-floor")):
+                found = self.find("session", operation, entries, where, floor)
                 cells.append(f"{found['ratio']['median']:.2f} ({found['ratio']['p10']:.2f}–"
                              f"{found['ratio']['p90']:.2f})" if found else "")
             rows.append([f"{entries:,}, {where}"] + cells)
-        return table(["N", "store", "replace"], rows)
+        return table(["N", "store, careful floor", "store, sealed", "replace, careful floor",
+                      "replace, sealed"], rows)
 
     def checks(self):
         rows = []

@@ -81,15 +81,14 @@ namespace ox::session {
 //
 //                       system calls        of those changing        of those
 //                    new   replacement   names   of a replacement    fsync
-//   kNone             13       23                  5                   0
-//   kProcess          13       23                  5                   0
-//   kPower            18       32                  5                   4
+//   kNone             13       15                  5                   0
+//   kProcess          13       15                  5                   0
+//   kPower            17       20                  5                   3
 //
-// The names: two files made, and three renamed, or one deleted and two renamed. The fsyncs of a
-// replacement: content, metadata, and twice the directory, or three times where the file system has
-// no extended attributes; those of a new entry: content, metadata, and once the directory, or twice
-// where a file of that name may have been deleted since the last time. The ones of the directory
-// hold up other threads.
+// The names: two files made, and three renamed, or one deleted and two renamed. The fsyncs: metadata,
+// content, and once the directory. Of the directory there are three for a replacement where the file
+// system has no extended attributes, and two for a new entry where a file of that name may have been
+// deleted since the last time. The ones of the directory hold up other threads.
 enum class Durability {
   // An entry being replaced may be gone after a kill or a power cut, and after a failed commit.
   kNone,

@@ -78,6 +78,16 @@ std::vector<Fault> AllFaults(const std::vector<std::string>& lines) {
   return faults;
 }
 
+bool FailsOnItsLineOnly(const Fault& fault, const Result& result) {
+  if (result.status != 1 || result.output.find(fault.detail) == std::string::npos) return false;
+  return NamesOf(json::parse(result.output), "fail") == std::vector<std::string>{fault.line};
+}
+
+Result RunWith(const Fault& fault, const std::string& seconds) {
+  return RunTool("--json --timeout " + seconds + " '" OX_BROKEN_HOST_PATH "' 2>/dev/null",
+                 fault.word + fault.line);
+}
+
 // Every line that can pass fails, and fails alone, on the host that breaks it.
 TEST(HostCheck, EachFaultFailsOnItsOwnLineOnly) {
   const json sound = json::parse(RunTool("--json '" OX_POSIX_HOST_PATH "'").output);
@@ -88,20 +98,18 @@ TEST(HostCheck, EachFaultFailsOnItsOwnLineOnly) {
   std::vector<Result> results(faults.size());
   for (std::size_t first = 0; first < kAtOnce; ++first) {
     workers.push_back(std::async(std::launch::async, [&, first] {
-      for (std::size_t i = first; i < faults.size(); i += kAtOnce) {
-        results[i] = RunTool("--json --timeout 4 '" OX_BROKEN_HOST_PATH "' 2>/dev/null",
-                             faults[i].word + faults[i].line);
-      }
+      for (std::size_t i = first; i < faults.size(); i += kAtOnce)
+        results[i] = RunWith(faults[i], "4");
     }));
   }
   for (std::future<void>& worker : workers)
     worker.get();
   for (std::size_t i = 0; i < faults.size(); ++i) {
-    SCOPED_TRACE(faults[i].word + faults[i].line + "\n" + results[i].output);
-    EXPECT_EQ(results[i].status, 1);
-    EXPECT_EQ(NamesOf(json::parse(results[i].output), "fail"),
-              std::vector<std::string>{faults[i].line});
-    EXPECT_NE(results[i].output.find(faults[i].detail), std::string::npos);
+    // A busy machine makes other checks late, too: those are left time on their own.
+    if (!FailsOnItsLineOnly(faults[i], results[i])) results[i] = RunWith(faults[i], "60");
+    EXPECT_TRUE(FailsOnItsLineOnly(faults[i], results[i]))
+        << faults[i].word << faults[i].line << "\n"
+        << results[i].output;
   }
 }
 

@@ -176,6 +176,7 @@ void StoreReplaceRemove(CacheSession& session, Ledger& ledger) {
   Store(session, "http://a/1", 1, &ledger);
   Store(session, "http://a/2", 1, &ledger);
   Store(session, "http://a/1", 2, &ledger);
+  Renew(session, "http://a/1", &ledger);
   Write(session, "http://a/1", "never committed", &error);
   ledger.MayBeGone("http://a/2");  // a removal is not synchronised
   static_cast<void>(session.Remove("http://a/2"));
@@ -211,11 +212,16 @@ TEST(PowerLoss, AfterEveryOperation) {
   const struct {
     Limits limits;
     bool mayLose;
+    bool hasSeals;
     Recording::History history;
-  } cases[] = {{kWide, false, &StoreReplaceRemove}, {kNarrow, true, &CrowdedHistory}};
+  } cases[] = {{kWide, false, true, &StoreReplaceRemove},
+               {kWide, false, false, &StoreReplaceRemove},
+               {kNarrow, true, true, &CrowdedHistory}};
   for (const auto& test : cases) {
     Recording recording(test.limits);
+    if (!test.hasSeals) refusal = {{"fsetxattr"}, EOPNOTSUPP};
     recording.Run(Durability::kPower, test.mayLose, test.history);
+    refusal = {};
     Counts counts;
     CutEverywhere(recording, IsLongRun() ? 128 : 12, IsLongRun() ? 10 : 60, &counts);
     Print(counts);

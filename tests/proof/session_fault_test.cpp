@@ -64,8 +64,8 @@ struct Cache {
         internal::MakeSeal(kInterrupted, internal::ExtendCrc32c(0, bytes.data(), bytes.size()),
                            bytes.size(), metadata);
     WriteWhole(scratch / "ox-0123456789abcdef-2.part", bytes);
-    EXPECT_FALSE(internal::StageMetadataFile(content + ".0123456789abcdef-2.commit", metadata, 0,
-                                             &seal, false));
+    const std::string commit = content + ".0123456789abcdef-2.commit";
+    EXPECT_FALSE(internal::StageMetadataFile(commit, commit, metadata, 0, &seal, false));
     ledger.Committed(kInterrupted, 5);
     // Made anew by the opening.
     std::filesystem::remove(scratch / "file-cache.conf");

