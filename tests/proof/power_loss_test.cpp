@@ -176,13 +176,23 @@ void StoreReplaceRemove(CacheSession& session, Ledger& ledger) {
   Store(session, "http://a/1", 1, &ledger);
   Store(session, "http://a/2", 1, &ledger);
   Store(session, "http://a/1", 2, &ledger);
-  Renew(session, "http://a/1", &ledger);
   Write(session, "http://a/1", "never committed", &error);
   ledger.MayBeGone("http://a/2");  // a removal is not synchronised
   static_cast<void>(session.Remove("http://a/2"));
   Store(session, "http://a/2", 3, &ledger);
   Store(session, "http://a/3", 1, &ledger);
   Renew(session, "http://a/3", &ledger);
+  Store(session, "http://a/1", 4, &ledger);
+}
+
+// Renews what a power cut may have left half in place.
+void ReplaceAndRenew(CacheSession& session, Ledger& ledger) {
+  Store(session, "http://a/1", 1, &ledger);
+  Store(session, "http://a/1", 2, &ledger);
+  Renew(session, "http://a/1", &ledger);
+  Store(session, "http://a/1", 3, &ledger);
+  ledger.MayBeGone("http://a/1");
+  static_cast<void>(session.Remove("http://a/1"));
   Store(session, "http://a/1", 4, &ledger);
 }
 
@@ -216,6 +226,7 @@ TEST(PowerLoss, AfterEveryOperation) {
     Recording::History history;
   } cases[] = {{kWide, false, true, &StoreReplaceRemove},
                {kWide, false, false, &StoreReplaceRemove},
+               {kWide, false, true, &ReplaceAndRenew},
                {kNarrow, true, true, &CrowdedHistory}};
   for (const auto& test : cases) {
     Recording recording(test.limits);
