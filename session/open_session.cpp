@@ -80,7 +80,9 @@ Error MakeAndLockCacheDirectory(const std::string& directory, Durability durabil
 Error RefuseToDeleteAll(const SessionOptions& options, const CacheLimits& limits) {
   if (limits.maxEntries > 0 || options.allowDeletingAll) return {};
   Survey survey;
-  if (Error error = FinishCommits(limits.cacheDirectory, nullptr, &survey)) return error;
+  const auto isBeingWritten = [](const std::string& /*id*/) { return false; };
+  if (Error error = FinishCommits(limits.cacheDirectory, isBeingWritten, nullptr, &survey))
+    return error;
   if (survey.entries.empty()) return {};
   return ConfigurationError("MAX_CACHE_ENTRIES is missing or 0, which would delete all entries (" +
                                 std::to_string(survey.entries.size()) + ") of the cache",

@@ -1,5 +1,7 @@
 #include "session/recovery.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <vector>
@@ -7,6 +9,7 @@
 #include "session/commit_files.h"
 #include "session/content_in_place.h"
 #include "session/durable_io.h"
+#include "session/entry_seal.h"
 #include "session/session_names.h"
 #include "session/use_clock.h"
 
@@ -49,24 +52,44 @@ bool IsOfBlockedCommit(const Survey& survey, const std::string& id) {
                      });
 }
 
+// Makes staged content as long as its commit file says: what was kept of a writer may have grown
+// since (keep_as.cpp), and a power cut may have taken its end away, so that it is of no use.
+Error FitToSeal(const CommitFiles& files, bool* isWhole) {
+  int error = 0;
+  const auto seal = ReadSeal(files.commit, &error);
+  errno = error;
+  struct stat content;
+  if (error != 0 || lstat(files.stagedContent.c_str(), &content) != 0) {
+    return SystemError("cannot tell whether a commit is whole", files.stagedContent);
+  }
+  const auto bytes = static_cast<std::uint64_t>(content.st_size);
+  *isWhole = !seal || bytes >= seal->contentBytes;
+  if (!seal || bytes <= seal->contentBytes) return {};
+  if (ShortenFile(files.stagedContent, seal->contentBytes)) return {};
+  return SystemError("cannot shorten", files.stagedContent);
+}
+
 // A commit that cannot be finished leaves an error, and `isBlocked` where others go on without it.
 Error FinishCommit(const std::string& directory, const std::string& entryName,
                    const std::string& id, bool* isBlocked) {
   const CommitFiles files(directory, id, directory + "/" + entryName);
   *isBlocked = false;
   const bool isContentStaged = FileExists(files.stagedContent);
-  if (!isContentStaged) {
-    bool isInPlace = false;
-    if (!IsContentInPlace(files.commit, files.content, &isInPlace)) {
-      *isBlocked = MeansItStays(errno) || MeansUnreadable(errno);
-      return SystemError("cannot tell whether a commit is in place", files.content);
+  bool isThere = false;
+  if (isContentStaged) {
+    if (Error error = FitToSeal(files, &isThere)) {
+      *isBlocked = MeansItStays(error.systemError) || MeansUnreadable(error.systemError);
+      return error;
     }
-    // Somebody deleted the new content: there is nothing to finish.
-    if (!isInPlace && files.Delete(files.commit)) return {};
-    if (!isInPlace) {
-      *isBlocked = MeansItStays(errno);
-      return SystemError("cannot delete", files.commit);
-    }
+  } else if (!IsContentInPlace(files.commit, files.content, &isThere)) {
+    *isBlocked = MeansItStays(errno) || MeansUnreadable(errno);
+    return SystemError("cannot tell whether a commit is in place", files.content);
+  }
+  // The new content is lost: there is nothing to finish.
+  if (!isThere && files.Delete(files.commit)) return {};
+  if (!isThere) {
+    *isBlocked = MeansItStays(errno);
+    return SystemError("cannot delete", files.commit);
   }
   if (files.Finish(isContentStaged, Synchronise::kWherePossible)) return {};
   *isBlocked = MeansItStays(errno);
@@ -146,7 +169,8 @@ Error GiveUpCommit(const std::string& directory, const std::string& commitName) 
   return Delete(files.commit);
 }
 
-Error FinishCommits(const std::string& directory, EvictionLog* evictions, Survey* survey) {
+Error FinishCommits(const std::string& directory, const IsBeingWritten& isBeingWritten,
+                    EvictionLog* evictions, Survey* survey) {
   if (Error error = SurveyDirectory(directory, survey)) return error;
   bool isChanged = false;
   bool mayPass = false;
@@ -155,7 +179,7 @@ Error FinishCommits(const std::string& directory, EvictionLog* evictions, Survey
   for (const std::string& name : survey->staging) {
     std::string entryName;
     std::string id;
-    if (!ParseCommitFileName(name, &entryName, &id)) continue;
+    if (!ParseCommitFileName(name, &entryName, &id) || isBeingWritten(id)) continue;
     isChanged = true;
     bool isBlocked = false;
     Error error = FinishCommit(directory, entryName, id, &isBlocked);
@@ -175,8 +199,7 @@ Error FinishCommits(const std::string& directory, EvictionLog* evictions, Survey
 }
 
 Error DeleteLeftovers(const std::string& directory, const Survey& survey,
-                      const std::function<bool(const std::string& id)>& isBeingWritten,
-                      std::uint64_t* deleted) {
+                      const IsBeingWritten& isBeingWritten, std::uint64_t* deleted) {
   for (const auto* names : {&survey.contentWithoutMetadata, &survey.metadataWithoutContent}) {
     for (const std::string& name : *names) {
       if (Error error = DeleteLeftover(directory + "/" + name, deleted)) return error;

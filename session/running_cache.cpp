@@ -65,8 +65,8 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   const std::string& directory = limits_.cacheDirectory;
   // Once: a disk that stays full would cost entries at each operation.
   EvictionLog* evictions = blockedCommits_.empty() ? &Evictions() : nullptr;
-  if (Error error = FinishCommits(directory, evictions, survey)) return error;
   const auto isBeingWritten = [this](const std::string& id) { return writers_.Contains(id); };
+  if (Error error = FinishCommits(directory, isBeingWritten, evictions, survey)) return error;
   if (Error error = PlaceContents(directory, isBeingWritten, survey)) return error;
   if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten, &leftovers_)) return error;
   ResetImpossibleTimes(directory, survey);
