@@ -3,22 +3,6 @@
 #include <oxfilecache/allocation.h>
 
 namespace ox::core::cache {
-namespace {
-
-// Four tags in one vector; the compiler replaces it where the processor has none. A block begins 8
-// bytes behind what the kernel aligned, so only the alignment of one tag can be relied on.
-using FourTags = std::uint32_t __attribute__((vector_size(16), aligned(4), may_alias));
-
-}  // namespace
-
-std::uint32_t PathTag(const char* path, std::size_t length) {
-  constexpr std::size_t kFolded = 8;
-  std::uint32_t tag = 0;
-  for (std::size_t i = length > kFolded ? length - kFolded : 0; i < length; ++i) {
-    tag = tag * 31 + static_cast<unsigned char>(path[i]);
-  }
-  return tag;
-}
 
 NodePool::~NodePool() {
   FreeBlocks();
@@ -49,18 +33,6 @@ EntryNode* NodePool::FindValue(const CacheValue* value) const {
   return nullptr;
 }
 
-// Compares four tags at once. Builds for size leave loops as they are written, so this is not left
-// to the compiler.
-bool NodePool::HasTag(const Block& block, std::uint32_t tag) {
-  const FourTags wanted = {tag, tag, tag, tag};
-  FourTags found = {0, 0, 0, 0};
-  for (std::size_t i = 0; i < kNodesInBlock; i += 4) {
-    found |=
-        reinterpret_cast<FourTags>(*reinterpret_cast<const FourTags*>(&block.tags[i]) == wanted);
-  }
-  return (found[0] | found[1] | found[2] | found[3]) != 0;
-}
-
 bool NodePool::AddBlock() {
   auto* block = NewObject<Block>();
   if (block == nullptr) return false;
@@ -71,8 +43,6 @@ bool NodePool::AddBlock() {
     EntryNode* node = &block->nodes[i - 1];
     node->value = nullptr;
     node->older = free_;
-    node->tag = &block->tags[i - 1];
-    *node->tag = 0;
     free_ = node;
   }
   return true;

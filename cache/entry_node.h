@@ -15,15 +15,12 @@ struct EntryNode {
   CacheValueImpl* value;  // null while the node is not listed
   EntryNode* newer;       // towards the head, null there
   EntryNode* older;       // towards the tail, null there
-  std::uint32_t* tag;     // PathTag of the value's path
+  EntryNode* below[2];    // in the tree of tags
+  std::uint32_t tag;      // PathTag of the value's path
 };
 
-// Folds the end of a path, where content files differ. Equal paths have equal tags.
-std::uint32_t PathTag(const char* path, std::size_t length);
-
-// Nodes are kept in blocks so that a search touches little memory: the tags of a block lie
-// together, and a search by path reads only tags until one is equal. The blocks are freed when no
-// node is in use. Not locked.
+// Nodes are kept in blocks, so that they lie close together. The blocks are freed when no node is
+// in use. Not locked.
 class NodePool {
  public:
   NodePool() = default;
@@ -35,31 +32,18 @@ class NodePool {
   EntryNode* Take();
   void Give(EntryNode* node);
 
-  // The node whose value has the tag and for which isMeant(value) holds, null when there is none.
-  template <typename IsMeant>
-  EntryNode* FindTagged(std::uint32_t tag, IsMeant isMeant) const {
-    for (Block* block = blocks_; block != nullptr; block = block->next) {
-      if (!HasTag(*block, tag)) continue;
-      for (EntryNode& node : block->nodes) {
-        if (*node.tag == tag && node.value != nullptr && isMeant(*node.value)) return &node;
-      }
-    }
-    return nullptr;
-  }
+  // Looks at one node after the other.
   EntryNode* FindValue(const CacheValue* value) const;
 
  private:
   static constexpr std::size_t kNodesInBlock = 64;
-  static_assert(kNodesInBlock % 4 == 0, "tags are compared four at once");
   struct Block {
     // Leaves the fields as they are: clearing them would call into the C library on small builds.
     Block() {}  // NOLINT(modernize-use-equals-default)
     Block* next;
-    std::uint32_t tags[kNodesInBlock];
     EntryNode nodes[kNodesInBlock];
   };
 
-  static bool HasTag(const Block& block, std::uint32_t tag);
   bool AddBlock();
   void FreeBlocks();
 

@@ -5,6 +5,7 @@
 
 #include "cache/cache_value_impl.h"
 #include "cache/entry_node.h"
+#include "cache/entry_tree.h"
 #include "cache/joined_path.h"
 #include "cache/relaxed.h"
 #include "module/scoped_lock.h"
@@ -119,6 +120,7 @@ class FileCacheManagerImpl : public FileCacheManager {
 
   // Keep last: hosts know the offsets of the fields above.
   NodePool nodes_ OX_GUARDED_BY(mutex);
+  EntryTree tree_ OX_GUARDED_BY(mutex);
   // The host's StrCmp found the path of a listed value unequal to itself, so that the value may be
   // listed twice.
   bool mayListTwice_ OX_GUARDED_BY(mutex) = false;

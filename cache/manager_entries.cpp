@@ -53,9 +53,10 @@ bool FileCacheManagerImpl::AddPrivate(CacheValue* value) {
     return false;
   }
   node->value = entry;
-  *node->tag = tag;
+  node->tag = tag;
   currentSize += size;
   LinkAtHead(node);
+  tree_.Enter(node);
   return true;
 }
 

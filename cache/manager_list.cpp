@@ -1,15 +1,14 @@
-// The list of entries. There is no index: a search looks at one node after the other. The file path
-// is the key, compared by the kernel byte for byte; the tag only tells which entries need no
-// comparison. The search takes the nodes as they lie in memory and not in the order of the list.
-// That changes no result: a path that is found in the list is never listed again, so only one node
-// can match.
+// The list of entries. The file path is the key, compared by the kernel byte for byte; the tag only
+// tells which entries need no comparison. The search takes the nodes as their tree has them and not
+// in the order of the list. That changes no result: a path that is found in the list is never
+// listed again, so only one node can match.
 #include "cache/file_cache_manager_impl.h"
 
 namespace ox::core::cache {
 
 EntryNode* FileCacheManagerImpl::FindByPath(const char* path, std::uint32_t tag) {
   bool isUnequalToItself = false;
-  EntryNode* found = nodes_.FindTagged(tag, [&](const CacheValueImpl& value) {
+  EntryNode* found = tree_.Find(tag, [&](const CacheValueImpl& value) {
     const bool isMeant = kernel->StrCmp(value.FileUTF8(), path) == 0;
     if (!isMeant && value.FileUTF8() == path) isUnequalToItself = true;
     return isMeant;
@@ -44,6 +43,7 @@ bool FileCacheManagerImpl::RemoveNodeOf(const CacheValue* value) {
   EntryNode* node = FindByValue(value);
   if (node == nullptr) return false;
   Unlink(node);
+  tree_.Leave(node);
   nodes_.Give(node);
   return true;
 }

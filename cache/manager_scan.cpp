@@ -85,7 +85,7 @@ bool FileCacheManagerImpl::ContentPathFromMetaPath(OxString& path) {
 void FileCacheManagerImpl::AdmitScanned(const OxString& contentPath, unsigned long contentSize) {
   const AllocationWatch watch;
   const OxString none;
-  CacheValueImpl* value = CreateCacheValuePrivate(none, contentSize, none);
+  auto* value = NewObject<CacheValueImpl>(none, OxString(), none, contentSize);
   if (value == nullptr) return;
   value->SetFile(contentPath);
   if (watch.Tripped() || !AddPrivate(value)) DeleteObject(value);

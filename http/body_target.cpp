@@ -47,6 +47,10 @@ void BodyTarget::Commit(const std::string& metadata) {
   isCommitted_ = true;
 }
 
+bool BodyTarget::KeepPart(const std::string& partUrl, const std::string& metadata) {
+  return writer_ != nullptr && !writer_->KeepAs(partUrl, metadata);
+}
+
 void BodyTarget::CommitPart(const std::string& partUrl, const std::string& metadata) {
   if (Error error = writer_->CommitAs(partUrl, metadata)) return GiveUpEntry(std::move(error));
   writer_.reset();

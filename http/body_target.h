@@ -24,7 +24,9 @@ class BodyTarget {
   Error Write(const char* data, std::size_t bytes);
   // Ends with the entry in the cache, or given up.
   void Commit(const std::string& metadata);
-  // The same for a body that broke off, as an entry of its own.
+  // Makes what is there an entry of its own in case the process ends. False when it cannot.
+  bool KeepPart(const std::string& partUrl, const std::string& metadata);
+  // As Commit, for a body that broke off, as an entry of its own.
   void CommitPart(const std::string& partUrl, const std::string& metadata);
 
   std::uint64_t Received() const { return received_; }

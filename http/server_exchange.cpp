@@ -20,7 +20,6 @@ using ox::http::Outcome;
 
 constexpr int kMaxTries = 4;
 constexpr char kChanged[] = "the resource was changed while it was on its way";
-constexpr int kOk = 200;
 constexpr int kPartialContent = 206;
 constexpr int kNotModified = 304;
 constexpr int kRangeNotSatisfiable = 416;
@@ -210,14 +209,16 @@ Result ServerExchange::TakeBody(Transfer& transfer, const TransferHead& head, Er
   } else {
     target.OpenEntry(state_.session, request_.url.text);
   }
-  *error = CopyBody(transfer, target);
+  // Of no use where a whole answer can be renewed.
+  PartKeeper part(request_.url.text, answer, candidate_.isThere ? 0 : wholeBytes, offset_);
+  *error = CopyBody(transfer, target, part);
   if (target.IsLost()) {
     whyNotStored_ = target.WhyNotStored();
     return Again();
   }
   if (transferError_) {
     // The next request would resume it, and find it too large again.
-    if (!transfer.HasExceededLimit()) KeepPart(std::move(answer), wholeBytes, target);
+    if (!transfer.HasExceededLimit()) part.Keep(target);
     return WithoutServer(std::exchange(transferError_, {}), EndOf(transfer), error);
   }
   if (*error) return std::nullopt;
@@ -256,7 +257,7 @@ Error ServerExchange::WhyNotKept(const StoredAnswer& answer, std::uint64_t bodyB
 }
 
 // What ends the transfer itself goes to `transferError_`.
-Error ServerExchange::CopyBody(Transfer& transfer, BodyTarget& target) {
+Error ServerExchange::CopyBody(Transfer& transfer, BodyTarget& target, PartKeeper& part) {
   const auto write = [&target](const char* data, std::size_t bytes) {
     return target.Write(data, bytes);
   };
@@ -269,20 +270,9 @@ Error ServerExchange::CopyBody(Transfer& transfer, BodyTarget& target) {
     transferError_ = transfer.Read(&piece);
     if (transferError_) return {};
     if (Error error = write(piece.data(), piece.size())) return error;
+    part.NotePiece(target);
   } while (!piece.empty());
   return {};
-}
-
-// So that a later request can have the rest alone. Of no use where a whole answer can be renewed.
-void ServerExchange::KeepPart(StoredAnswer answer, std::uint64_t wholeBytes, BodyTarget& target) {
-  answer.bodyBytes = target.Received();
-  answer.wholeBytes = wholeBytes;
-  if (candidate_.isThere || !target.IsStored() || answer.status != kOk || answer.bodyBytes == 0 ||
-      answer.bodyBytes >= wholeBytes || StrongValidator(answer).empty()) {
-    return;
-  }
-  const std::string partUrl = PartUrl(request_.url.text);
-  if (const auto metadata = ToMetadata(answer, partUrl)) target.CommitPart(partUrl, *metadata);
 }
 
 void ServerExchange::Commit(const StoredAnswer& answer, BodyTarget& target) {

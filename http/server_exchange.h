@@ -4,6 +4,7 @@
 
 #include "http/body_target.h"
 #include "http/get_request.h"
+#include "http/part_keeper.h"
 #include "http/transfer.h"
 
 namespace ox::internal::http {
@@ -26,8 +27,7 @@ class ServerExchange {
   bool TakeUpPart(const TransferHead& head);
   Result TakeBody(Transfer& transfer, const TransferHead& head, Error* error);
   Error WhyNotKept(const StoredAnswer& answer, std::uint64_t bodyBytes) const;
-  Error CopyBody(Transfer& transfer, BodyTarget& target);
-  void KeepPart(StoredAnswer answer, std::uint64_t wholeBytes, BodyTarget& target);
+  Error CopyBody(Transfer& transfer, BodyTarget& target, PartKeeper& part);
   void Commit(const StoredAnswer& answer, BodyTarget& target);
   void ForgetOutdated(int status);
   Result Received(const StoredAnswer& answer, HeaderList shown, BodyTarget& target);

@@ -97,7 +97,7 @@ void Transfer::SetUpLimits() {
   Set(CURLOPT_CONNECTTIMEOUT_MS, limit(options_.connectTimeout.count()));
   Set(CURLOPT_TIMEOUT_MS, limit(options_.totalTimeout.count()));
   Set(CURLOPT_LOW_SPEED_TIME, limit(options_.silenceTimeout.count()));
-  Set(CURLOPT_LOW_SPEED_LIMIT, static_cast<long>(options_.minimumSpeed));
+  Set(CURLOPT_LOW_SPEED_LIMIT, limit(options_.minimumSpeed));
 #if LIBCURL_VERSION_NUM >= 0x075700
   // Otherwise the loop, and with it every other transfer, would wait for a name server that is
   // silent when a transfer that waits for it is given up.

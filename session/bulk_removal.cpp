@@ -27,6 +27,7 @@ Error DeleteAndRestart(SessionState& state, const std::vector<SurveyedEntry>& en
   // Stays so where deleting fails.
   cache.Account().MarkStale();
   for (const SurveyedEntry& entry : entries) {
+    if (Error error = cache.GiveUpCommits(entry.name)) return error;
     if (Error error =
             internal::DeleteEntry(state.cacheDirectory, entry, reason, cache.Evictions())) {
       return error;

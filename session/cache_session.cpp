@@ -51,6 +51,7 @@ Error CacheSession::Remove(const std::string& url) {
     const MutexLock lock(state_->mutex);
     internal::RunningCache& cache = state_->cache;
     if (Error error = cache.EnsureCurrent()) return error;
+    if (Error error = cache.GiveUpCommitsOf(text)) return error;
     core::cache::CacheValue* value = cache.Find(text);
     if (value == nullptr) return internal::NoEntry();
     const std::string path = internal::ContentPath(*value);

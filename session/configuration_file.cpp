@@ -3,7 +3,9 @@
 #include <cerrno>
 #include <string>
 
+#include "host/directory.h"
 #include "session/durable_io.h"
+#include "session/session_names.h"
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/format.h>
 
@@ -112,6 +114,15 @@ Error ReplaceConfigurationFile(const std::string& directory, const std::string& 
 Error MakeConfigurationFile(const std::string& directory, const std::string& temporaryName,
                             const CacheLimits& limits) {
   return PutInPlace(directory, temporaryName, limits, RenameUnlessThere);
+}
+
+void DeleteLeftConfigurations(const std::string& directory) {
+  DirectoryListing listing;
+  if (!ListDirectory(directory.c_str(), &listing)) return;
+  for (const DirectoryEntry& file : listing.entries) {
+    const std::string name(file.name);
+    if (file.isRegular && IsStagedConfigurationName(name)) DeleteFile(directory + "/" + name);
+  }
 }
 
 }  // namespace ox::internal

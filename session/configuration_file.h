@@ -29,6 +29,9 @@ Error ReplaceConfigurationFile(const std::string& directory, const std::string& 
 Error MakeConfigurationFile(const std::string& directory, const std::string& temporaryName,
                             const session::CacheLimits& limits);
 
+// Deletes what killed processes left of these two. Best effort.
+void DeleteLeftConfigurations(const std::string& directory);
+
 }  // namespace ox::internal
 
 #endif

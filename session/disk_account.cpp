@@ -24,7 +24,9 @@ void TotalBounds::Subtract(std::uint64_t bytes, bool isCertain) {
 
 void DiskAccount::Reset(const Survey& survey, std::uint64_t bytesBeingWritten,
                         std::int64_t managerStart) {
+  const std::uint64_t changes = changes_ + 1;
   *this = DiskAccount(unit_);
+  changes_ = changes;
   entries_ = survey.entries.size();
   bytes_ = bytesBeingWritten;
   std::uint64_t contentBytes = 0;
@@ -38,6 +40,7 @@ void DiskAccount::Reset(const Survey& survey, std::uint64_t bytesBeingWritten,
 
 void DiskAccount::NoteCreated(std::uint64_t metadataLength) {
   ++entries_;
+  ++changes_;
   total_.Add(metadataLength);
 }
 
@@ -48,12 +51,14 @@ void DiskAccount::NoteAbandoned(std::uint64_t metadataLength) {
 // The manager's total stays as it is: when the entry goes, it takes off what it read last.
 void DiskAccount::NoteReplaced(std::uint64_t oldBytes) {
   bytes_ -= std::min(bytes_, oldBytes);
+  ++changes_;
 }
 
 // Where the deletion fails, also because the file is missing, the manager leaves the metadata file
 // behind and takes an unknown number of bytes off its total.
 void DiskAccount::NoteContentDeletion(const struct stat& status, bool isDeleted, int error) {
   if (entries_ > 0) --entries_;
+  ++changes_;
   NoteDeletion(unit_.OnDisk(static_cast<std::uint64_t>(status.st_size)), isDeleted, error);
 }
 
@@ -69,7 +74,7 @@ void DiskAccount::NoteDeletion(std::uint64_t bytes, bool isDeleted, int error) {
     bytes_ -= std::min(bytes_, bytes);
     return;
   }
-  isStale_ = true;
+  MarkStale();
   deletionError_ = error;
 }
 

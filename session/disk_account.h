@@ -53,6 +53,9 @@ class DiskAccount {
   // Others may have let an entry grow that was deleted since, so this is less than was added.
   void SubtractBeingWritten(std::uint64_t bytes) { bytes_ -= std::min(bytes_, bytes); }
 
+  // Another number after each change of an entry's files, and when there may have been one.
+  std::uint64_t Changes() const { return changes_; }
+
   // The manager has listed a new entry, or given up one that it had listed.
   void NoteCreated(std::uint64_t metadataLength);
   void NoteAbandoned(std::uint64_t metadataLength);
@@ -71,7 +74,10 @@ class DiskAccount {
 
   // The directory is no longer what the manager takes it for: the manager must be restarted before
   // its next use, and deletes nothing until then.
-  void MarkStale() { isStale_ = true; }
+  void MarkStale() {
+    isStale_ = true;
+    ++changes_;
+  }
   bool IsStale() const { return isStale_; }
   // Puts back an earlier state, for a failed deletion that means nothing.
   void SetStale(bool isStale) { isStale_ = isStale; }
@@ -88,6 +94,7 @@ class DiskAccount {
   std::int64_t managerStart_ = 0;
   bool isStale_ = false;
   int deletionError_ = 0;
+  std::uint64_t changes_ = 0;
 };
 
 }  // namespace ox::internal

@@ -76,6 +76,13 @@ bool SetFileTime(int fd, std::int64_t time) {
   return futimens(fd, BothTimes(time).data()) == 0;
 }
 
+bool ShortenFile(const std::string& path, std::uint64_t bytes) {
+  AnnounceFileOperation();
+  const UniqueFd file(OpenRetrying(AT_FDCWD, path.c_str(), O_WRONLY | O_NOFOLLOW));
+  if (!file.IsOpen() || ftruncate(file.Get(), static_cast<off_t>(bytes)) != 0) return false;
+  return Synchronize(file.Get()) || IsLastingRefusal(errno);
+}
+
 void BeginToWrite(int fd) {
   sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);
 }

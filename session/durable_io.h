@@ -31,6 +31,9 @@ bool WriteAll(int fd, const void* data, std::size_t bytes, std::size_t* written 
 bool SetFileTime(const FileAt& file, std::int64_t time);
 bool SetFileTime(int fd, std::int64_t time);
 
+// The rest is on the medium before anything that follows.
+bool ShortenFile(const std::string& path, std::uint64_t bytes);
+
 // Lets the system begin to write the file to the medium. The journal's entry for it is then part of
 // the one that the next SyncFile waits for, of whatever file: one less to write. A hint.
 void BeginToWrite(int fd);

@@ -43,8 +43,9 @@ std::uint64_t NumberAt(std::string_view text, std::size_t position, std::size_t 
   return number;
 }
 
+// For more than a few bytes.
 bool MeansNoRoom(int error) {
-  return error == ENOSPC || error == E2BIG || error == ERANGE;
+  return MeansNoSpace(error) || error == E2BIG || error == ERANGE;
 }
 
 bool SetAttribute(int file, const std::string& value) {
@@ -130,14 +131,14 @@ std::optional<EntrySeal> DecodeSeal(std::string_view bytes) {
   return seal;
 }
 
-bool WriteSeal(int metadataFile, const EntrySeal& seal) {
+bool WriteSeal(int metadataFile, const EntrySeal& seal, bool isDispensable) {
   if (SetAttribute(metadataFile, EncodeSeal(seal))) return true;
   if (MeansNoRoom(errno) && !seal.url.empty()) {
     EntrySeal digestOnly = seal;
     digestOnly.url.clear();
     if (SetAttribute(metadataFile, EncodeSeal(digestOnly))) return true;
   }
-  return IsLastingRefusal(errno) || MeansNoRoom(errno);
+  return MeansNoSpace(errno) ? isDispensable : IsLastingRefusal(errno) || MeansNoRoom(errno);
 }
 
 std::optional<EntrySeal> ReadSeal(const std::string& metadataPath, int* error) {

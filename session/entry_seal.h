@@ -50,8 +50,9 @@ std::string EncodeSeal(const EntrySeal& seal);
 std::optional<EntrySeal> DecodeSeal(std::string_view bytes);
 
 // Sets the seal of an open metadata file. A file system that has no room for the URL gets the
-// digest, one without extended attributes nothing. False with errno when it should have worked.
-bool WriteSeal(int metadataFile, const EntrySeal& seal);
+// digest, one without extended attributes nothing, and neither does a full disk where the seal is
+// dispensable. False with errno when it should have worked.
+bool WriteSeal(int metadataFile, const EntrySeal& seal, bool isDispensable = false);
 // Empty when the file has none. Also when it is missing, or its seal cannot be read just now:
 // `error`, unless null, is then that errno and otherwise 0.
 std::optional<EntrySeal> ReadSeal(const std::string& metadataPath, int* error = nullptr);

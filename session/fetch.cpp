@@ -34,7 +34,8 @@ Error Damaged(const std::string& path) {
 struct Finding {
   FetchedEntry entry;
   struct stat content {};
-  std::int64_t lastUse = 0;  // nanoseconds since 1970
+  std::int64_t lastUse = 0;   // nanoseconds since 1970
+  std::uint64_t changes = 0;  // DiskAccount::Changes when it was found
   std::uint64_t fingerprint = 0;
   // What the content's sum has to be, where it is to be looked at.
   std::optional<std::uint32_t> expectedSum;
@@ -87,9 +88,8 @@ Error ReadMetadata(SessionState& state, CacheValue& value, Finding* finding)
   return {};
 }
 
-Error OpenEntry(SessionState& state, CacheValue& value, Finding* finding) OX_REQUIRES(state.mutex) {
+Error OpenContentOf(const SessionState& state, Finding* finding) {
   FetchedEntry& entry = finding->entry;
-  entry.path = internal::ContentPath(value);
   entry.content = OpenContent(state, entry.path);
   if (!entry.content.IsOpen()) {
     return errno == ENOENT ? Damaged(entry.path)
@@ -98,9 +98,8 @@ Error OpenEntry(SessionState& state, CacheValue& value, Finding* finding) OX_REQ
   if (fstat(entry.content.Get(), &finding->content) != 0 || !S_ISREG(finding->content.st_mode)) {
     return SystemError("the content is not a regular file", entry.path);
   }
-  if (finding->content.st_size == 0) return Damaged(entry.path);
   entry.size = static_cast<std::uint64_t>(finding->content.st_size);
-  return ReadMetadata(state, value, finding);
+  return entry.size > 0 ? Error{} : Damaged(entry.path);
 }
 
 // Compares the entry with its seal, but for the content's sum.
@@ -136,18 +135,49 @@ void RemoveDamaged(SessionState& state, CacheValue& value) OX_REQUIRES(state.mut
   state.cache.Remove(&value);
 }
 
-Error Find(SessionState& state, const std::string& url, const OxString& text, Finding* finding)
-    OX_REQUIRES(state.mutex) {
+// Everything but the content.
+Error Locate(SessionState& state, const OxString& text, Finding* finding) OX_REQUIRES(state.mutex) {
   internal::RunningCache& cache = state.cache;
   if (Error failed = cache.EnsureCurrent()) return failed;
   cache.TakeMetadataRead();
   CacheValue* value = cache.Find(text);
   if (value == nullptr) return internal::NoEntry();
-  Error error = OpenEntry(state, *value, finding);
-  if (!error) error = CheckSeal(state, url, finding);
+  finding->entry.path = internal::ContentPath(*value);
+  Error error = ReadMetadata(state, *value, finding);
+  finding->changes = cache.Account().Changes();
   if (error.kind == ErrorKind::kDamaged) RemoveDamaged(state, *value);
+  return error;
+}
+
+// After the content was opened without the mutex: `opened` is how that went. Where an entry changed
+// meanwhile, the content may be that of another commit than the metadata, and both are looked for
+// again.
+Error Accept(SessionState& state, const std::string& url, const OxString& text, Error opened,
+             Finding* finding) OX_REQUIRES(state.mutex) {
+  Error error = std::move(opened);
+  if (finding->changes != state.cache.Account().Changes()) {
+    *finding = Finding();
+    if (Error failed = Locate(state, text, finding)) return failed;
+    error = OpenContentOf(state, finding);
+  }
+  if (!error) error = CheckSeal(state, url, finding);
+  if (error.kind == ErrorKind::kDamaged) {
+    CacheValue* value = state.cache.Find(text);
+    if (value != nullptr) RemoveDamaged(state, *value);
+  }
   if (!error) NoteUse(state, *finding);
   return error;
+}
+
+// Opening takes about as long as finding, and other threads may find meanwhile.
+Error Find(SessionState& state, const std::string& url, const OxString& text, Finding* finding) {
+  {
+    const MutexLock lock(state.mutex);
+    if (Error error = Locate(state, text, finding)) return error;
+  }
+  Error opened = OpenContentOf(state, finding);
+  const MutexLock lock(state.mutex);
+  return Accept(state, url, text, std::move(opened), finding);
 }
 
 // Removes the entry unless another one has taken its place meanwhile.
@@ -181,10 +211,7 @@ Error FindAndCheck(SessionState& state, const std::string& url, Finding* finding
   if (Error invalid = internal::CheckUrl(url)) return invalid;
   const OxString text = internal::ToOxString(url);
   const internal::EvictionNews news(state);
-  {
-    const MutexLock lock(state.mutex);
-    if (Error error = Find(state, url, text, finding)) return error;
-  }
+  if (Error error = Find(state, url, text, finding)) return error;
   return finding->expectedSum ? CheckSum(state, text, *finding) : Error{};
 }
 

@@ -21,7 +21,7 @@ Error Change(SessionState& state, const CacheLimits& limits) OX_REQUIRES(state.m
   const std::string& directory = state.options.directory;
   CacheLimits written = limits;
   if (written.cacheDirectory == directory) written.cacheDirectory.clear();
-  const std::string temporary = internal::StagedMetadataName(state.ids.Next());
+  const std::string temporary = internal::StagedConfigurationName(state.ids.Next());
   // All that takes memory comes first: the module and the session must have the same limits.
   CacheLimits next = limits;
   internal::ConfigurationSnapshot configuration;

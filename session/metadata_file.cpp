@@ -18,10 +18,11 @@ Error CheckMetadata(const std::string& metadata) {
 }
 
 Error StageMetadataFile(const FileAt& place, const std::string& path, const std::string& metadata,
-                        std::int64_t time, const EntrySeal* seal, bool isSynchronised) {
+                        std::int64_t time, const EntrySeal* seal, bool isSynchronised,
+                        bool mayLackSeal) {
   const UniqueFd file = CreateNewFile(place);
   if (!file.IsOpen() || !WriteAll(file.Get(), metadata.data(), metadata.size()) ||
-      (seal != nullptr && !WriteSeal(file.Get(), *seal))) {
+      (seal != nullptr && !WriteSeal(file.Get(), *seal, mayLackSeal))) {
     return SystemError("cannot write", path);
   }
   // Some cards belong to another user and refuse. The time that the file has then comes close.

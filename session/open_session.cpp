@@ -80,7 +80,9 @@ Error MakeAndLockCacheDirectory(const std::string& directory, Durability durabil
 Error RefuseToDeleteAll(const SessionOptions& options, const CacheLimits& limits) {
   if (limits.maxEntries > 0 || options.allowDeletingAll) return {};
   Survey survey;
-  if (Error error = FinishCommits(limits.cacheDirectory, &survey)) return error;
+  const auto isBeingWritten = [](const std::string& /*id*/) { return false; };
+  if (Error error = FinishCommits(limits.cacheDirectory, isBeingWritten, nullptr, &survey))
+    return error;
   if (survey.entries.empty()) return {};
   return ConfigurationError("MAX_CACHE_ENTRIES is missing or 0, which would delete all entries (" +
                                 std::to_string(survey.entries.size()) + ") of the cache",
@@ -107,7 +109,8 @@ Error MakeConfiguration(const SessionOptions& options) {
   if (Error error = CheckCacheDirectoryName(cacheDirectory, isMoved)) return error;
   if (Error error = CheckLimits(limits)) return error;
   if (FileExists(options.directory + "/" + format::kConfigurationFileName)) return {};
-  return MakeConfigurationFile(options.directory, StagedMetadataName(IdSource().Next()), limits);
+  return MakeConfigurationFile(options.directory, StagedConfigurationName(IdSource().Next()),
+                               limits);
 }
 
 AllocationUnit UnitOf(const SessionOptions& options, const std::string& cacheDirectory) {
@@ -134,6 +137,8 @@ Error OpenSessionState(SessionOptions options, std::shared_ptr<SessionState>* st
   auto lock = std::make_unique<DirectoryLock>();
   error = MakeAndLockCacheDirectory(limits.cacheDirectory, options.durability, lock.get());
   if (error) return error;
+  // In the cache directory the start deletes them.
+  if (limits.cacheDirectory != options.directory) DeleteLeftConfigurations(options.directory);
   if ((error = RefuseToDeleteAll(options, limits))) return error;
   ConfigurationSnapshot::Write(options.directory, limits, &configuration);
 

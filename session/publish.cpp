@@ -225,6 +225,7 @@ Error Renew(SessionState& state, const Publication& publication, CacheValue& old
 }  // namespace
 
 Error Publish(SessionState& state, const Publication& publication) {
+  if (Error error = state.cache.GiveUpCommitsOf(publication.share.url)) return error;
   CacheValue* old = state.cache.FindToReplace(publication.share.url, publication.metadata);
   const EntrySizes oldSizes = SizesOf(state, old);
   Error error = MakeRoom(state, publication, oldSizes, &old);
@@ -242,6 +243,7 @@ void CountMetadataFile(SessionState& state, WriterShare& share, const std::strin
 }
 
 Error PublishMetadata(SessionState& state, const Publication& publication) {
+  if (Error error = state.cache.GiveUpCommitsOf(publication.share.url)) return error;
   CacheValue* old = state.cache.FindToReplace(publication.share.url, publication.metadata);
   EntrySizes oldSizes = SizesOf(state, old);
   oldSizes.contentOnDisk = 0;  // it stays

@@ -1,5 +1,7 @@
 #include "session/recovery.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <vector>
@@ -7,6 +9,7 @@
 #include "session/commit_files.h"
 #include "session/content_in_place.h"
 #include "session/durable_io.h"
+#include "session/entry_seal.h"
 #include "session/session_names.h"
 #include "session/use_clock.h"
 
@@ -21,9 +24,15 @@ Error Delete(const std::string& path) {
 }
 
 // What this user may not change, for example in a directory with the sticky bit, stays. So does all
-// on a file system that has turned read-only: what is there can still be fetched.
+// on a file system that has turned read-only or has no room to write down a change: what is there
+// can still be fetched.
 bool MeansItStays(int error) {
-  return IsLastingRefusal(error) || error == EROFS;
+  return IsLastingRefusal(error) || error == EROFS || MeansNoSpace(error);
+}
+
+// The errno of a medium that does not give back what was written.
+bool MeansUnreadable(int error) {
+  return error == EIO || error == EBADMSG || error == EUCLEAN;
 }
 
 Error DeleteLeftover(const std::string& path, std::uint64_t* deleted) {
@@ -43,33 +52,69 @@ bool IsOfBlockedCommit(const Survey& survey, const std::string& id) {
                      });
 }
 
+// Makes staged content as long as its commit file says: what was kept of a writer may have grown
+// since (keep_as.cpp), and a power cut may have taken its end away, so that it is of no use.
+Error FitToSeal(const CommitFiles& files, bool* isWhole) {
+  int error = 0;
+  const auto seal = ReadSeal(files.commit, &error);
+  errno = error;
+  struct stat content;
+  if (error != 0 || lstat(files.stagedContent.c_str(), &content) != 0) {
+    return SystemError("cannot tell whether a commit is whole", files.stagedContent);
+  }
+  const auto bytes = static_cast<std::uint64_t>(content.st_size);
+  *isWhole = !seal || bytes >= seal->contentBytes;
+  if (!seal || bytes <= seal->contentBytes) return {};
+  if (ShortenFile(files.stagedContent, seal->contentBytes)) return {};
+  return SystemError("cannot shorten", files.stagedContent);
+}
+
+// A commit that cannot be finished leaves an error, and `isBlocked` where others go on without it.
 Error FinishCommit(const std::string& directory, const std::string& entryName,
-                   const std::string& id) {
+                   const std::string& id, bool* isBlocked) {
   const CommitFiles files(directory, id, directory + "/" + entryName);
+  *isBlocked = false;
   const bool isContentStaged = FileExists(files.stagedContent);
-  if (!isContentStaged) {
-    bool isInPlace = false;
-    if (!IsContentInPlace(files.commit, files.content, &isInPlace)) {
-      return SystemError("cannot tell whether a commit is in place", files.content);
+  bool isThere = false;
+  if (isContentStaged) {
+    if (Error error = FitToSeal(files, &isThere)) {
+      *isBlocked = MeansItStays(error.systemError) || MeansUnreadable(error.systemError);
+      return error;
     }
-    // Somebody deleted the new content: there is nothing to finish.
-    if (!isInPlace) return Delete(files.commit);
+  } else if (!IsContentInPlace(files.commit, files.content, &isThere)) {
+    *isBlocked = MeansItStays(errno) || MeansUnreadable(errno);
+    return SystemError("cannot tell whether a commit is in place", files.content);
+  }
+  // The new content is lost: there is nothing to finish.
+  if (!isThere && files.Delete(files.commit)) return {};
+  if (!isThere) {
+    *isBlocked = MeansItStays(errno);
+    return SystemError("cannot delete", files.commit);
   }
   if (files.Finish(isContentStaged, Synchronise::kWherePossible)) return {};
+  *isBlocked = MeansItStays(errno);
   return SystemError("cannot finish a commit", files.content);
 }
 
-// A commit that this user may not finish, or not yet, waits for another start. Where its content is
-// in place, the metadata beside it is that of the old content, and the two are no entry.
+// Whether the metadata in place is of the content there, as before the commit.
+bool HasOldEntry(const CommitFiles& files) {
+  if (FileExists(files.stagedContent)) return true;
+  bool isInPlace = false;
+  return IsContentInPlace(files.commit, files.content, &isInPlace) && !isInPlace;
+}
+
+CommitFiles FilesOf(const std::string& directory, const std::string& commitName,
+                    std::string* entryName) {
+  std::string id;
+  ParseCommitFileName(commitName, entryName, &id);
+  return {directory, id, directory + "/" + *entryName};
+}
+
+// A commit that cannot be finished, or not yet, waits for another start.
 void SetAside(const std::string& directory, const std::string& name, Survey* survey) {
   survey->blockedCommits.push_back(name);
   std::string entryName;
-  std::string id;
-  ParseCommitFileName(name, &entryName, &id);
-  const CommitFiles files(directory, id, directory + "/" + entryName);
-  if (FileExists(files.stagedContent)) return;
-  bool isInPlace = false;
-  if (IsContentInPlace(files.commit, files.content, &isInPlace) && !isInPlace) return;
+  if (HasOldEntry(FilesOf(directory, name, &entryName))) return;
   std::vector<SurveyedEntry>& entries = survey->entries;
   const auto entry = std::find_if(entries.begin(), entries.end(),
                                   [&](const SurveyedEntry& e) { return e.name == entryName; });
@@ -77,6 +122,27 @@ void SetAside(const std::string& directory, const std::string& name, Survey* sur
   survey->bytes -= entry->contentBytes + entry->metadataBytes;
   entries.erase(entry);
 }
+
+// Evicts for a commit on a full disk, from the entry on that was used longest ago. A renaming needs
+// a block or two: where a few entries do not give them, more would go in vain.
+class Evictor {
+ public:
+  Evictor(const std::string& directory, const Survey& survey, EvictionLog* evictions)
+      : directory_(directory), entries_(survey.entries), evictions_(evictions) {}
+
+  bool EvictFor(const std::string& entryName) {
+    constexpr std::size_t kMost = 8;
+    if (next_ < entries_.size() && entries_[next_].name == entryName) ++next_;
+    if (evictions_ == nullptr || next_ >= std::min(entries_.size(), kMost)) return false;
+    return !DeleteEntry(directory_, entries_[next_++], EvictionReason::kRoom, *evictions_);
+  }
+
+ private:
+  const std::string& directory_;
+  const std::vector<SurveyedEntry>& entries_;
+  EvictionLog* evictions_;
+  std::size_t next_ = 0;
+};
 
 bool IsAdmissible(const SurveyedEntry& entry, const session::CacheLimits& limits) {
   return entry.contentBytes > 0 && entry.contentBytes + entry.metadataBytes <= limits.maxEntrySize;
@@ -93,33 +159,47 @@ Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry,
   return Delete(content + format::kMetadataSuffix);
 }
 
-Error FinishCommits(const std::string& directory, Survey* survey) {
+Error GiveUpCommit(const std::string& directory, const std::string& commitName) {
+  std::string entryName;
+  const CommitFiles files = FilesOf(directory, commitName, &entryName);
+  if (Error error = files.CheckTargets()) return error;
+  if (!HasOldEntry(files)) {
+    if (Error error = Delete(files.metadata)) return error;
+  }
+  return Delete(files.commit);
+}
+
+Error FinishCommits(const std::string& directory, const IsBeingWritten& isBeingWritten,
+                    EvictionLog* evictions, Survey* survey) {
   if (Error error = SurveyDirectory(directory, survey)) return error;
   bool isChanged = false;
-  bool isReadOnly = false;
-  std::vector<std::string> refused;
+  bool mayPass = false;
+  std::vector<std::string> blocked;
+  Evictor evictor(directory, *survey, evictions);
   for (const std::string& name : survey->staging) {
     std::string entryName;
     std::string id;
-    if (!ParseCommitFileName(name, &entryName, &id)) continue;
+    if (!ParseCommitFileName(name, &entryName, &id) || isBeingWritten(id)) continue;
     isChanged = true;
-    Error error = FinishCommit(directory, entryName, id);
+    bool isBlocked = false;
+    Error error = FinishCommit(directory, entryName, id, &isBlocked);
+    while (MeansNoSpace(error.systemError) && evictor.EvictFor(entryName))
+      error = FinishCommit(directory, entryName, id, &isBlocked);
     if (!error) continue;
-    if (!MeansItStays(error.systemError)) return error;
-    isReadOnly = isReadOnly || error.systemError == EROFS;
-    refused.push_back(name);
+    if (!isBlocked) return error;
+    mayPass = mayPass || error.systemError == EROFS || MeansNoSpace(error.systemError);
+    blocked.push_back(name);
   }
   if (!isChanged) return {};
   if (Error error = SurveyDirectory(directory, survey)) return error;
-  for (const std::string& name : refused)
+  for (const std::string& name : blocked)
     SetAside(directory, name, survey);
-  survey->isReadOnly = isReadOnly;
+  survey->mayPass = mayPass;
   return {};
 }
 
 Error DeleteLeftovers(const std::string& directory, const Survey& survey,
-                      const std::function<bool(const std::string& id)>& isBeingWritten,
-                      std::uint64_t* deleted) {
+                      const IsBeingWritten& isBeingWritten, std::uint64_t* deleted) {
   for (const auto* names : {&survey.contentWithoutMetadata, &survey.metadataWithoutContent}) {
     for (const std::string& name : *names) {
       if (Error error = DeleteLeftover(directory + "/" + name, deleted)) return error;

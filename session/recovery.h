@@ -14,18 +14,30 @@
 
 namespace ox::internal {
 
-// Finishes every commit that was decided and not put in place, then surveys the directory. A commit
-// counts as blocked that this user may not finish, or that a file system which has turned read-only
-// keeps from being finished; where only its content is in place, the survey leaves that entry out.
-Error FinishCommits(const std::string& directory, Survey* survey);
+// Whether the staged files of that ID are those of a writer that is still at work.
+using IsBeingWritten = std::function<bool(const std::string& id)>;
+
+// Finishes every commit that was decided and not put in place, and those of what writers that are
+// gone have kept (StoreWriter::KeepAs), then surveys the directory. Where the disk is full, a few
+// old entries are evicted for it; without a log none are.
+//
+// A commit counts as blocked that this user may not finish, that a disk which stays full or has
+// turned read-only keeps from being finished, or whose content cannot be read to tell whether it is
+// the new one. Where the old metadata may be beside the new content, the survey leaves that entry
+// out.
+Error FinishCommits(const std::string& directory, const IsBeingWritten& isBeingWritten,
+                    EvictionLog* evictions, Survey* survey);
+
+// Deletes a blocked commit, so that its entry can be changed; where the survey has left that out,
+// its metadata too.
+Error GiveUpCommit(const std::string& directory, const std::string& commitName);
 
 // Deletes the files that belong to no entry: content without metadata, metadata without content,
 // and staged files, except those of writers that are still at work and of commits that are blocked.
 // Foreign files stay, and so does what this user may not delete. The number of files deleted is
 // added to `deleted`.
 Error DeleteLeftovers(const std::string& directory, const Survey& survey,
-                      const std::function<bool(const std::string& id)>& isBeingWritten,
-                      std::uint64_t* deleted);
+                      const IsBeingWritten& isBeingWritten, std::uint64_t* deleted);
 
 // Deletes the files of an entry, and notes it as evicted where there is a reason.
 Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry,

@@ -83,10 +83,10 @@ Error Stage(SessionState& state, const Renewal& renewal, StagedRenewal* staged)
   }
   if (seal) seal->SetMetadata(renewal.metadata);
   staged->isMade = true;
-  return internal::StageMetadataFile(state.directoryLock->At(staged->path), staged->path,
-                                     renewal.metadata, state.cache.Clock().Next(),
-                                     seal ? &*seal : nullptr,
-                                     state.options.durability == Durability::kPower);
+  return internal::StageMetadataFile(
+      state.directoryLock->At(staged->path), staged->path, renewal.metadata,
+      state.cache.Clock().Next(), seal ? &*seal : nullptr,
+      state.options.durability == Durability::kPower, staged->share.fullDisk.mayLackSeal);
 }
 
 // All under the mutex, so that the content stays the one that the seal is of.
@@ -103,8 +103,10 @@ std::string NextId(SessionState& state) {
 }
 
 Error Renew(SessionState& state, const Renewal& renewal) {
+  internal::FullDisk fullDisk;
   for (;;) {
     StagedRenewal staged(state, NextId(state), renewal.url);
+    staged.share.fullDisk = fullDisk;
     MutexLock lock(state.mutex);
     if (Error error = state.cache.EnsureCurrent()) return error;
     const std::uint64_t bytes = state.cache.Account().Unit().OnDisk(renewal.metadata.size());
@@ -112,6 +114,7 @@ Error Renew(SessionState& state, const Renewal& renewal) {
     Error error = TryToRenew(state, renewal, staged);
     if (!error || staged.outcome.isDecided) return error;
     if ((error = state.room.MakeDiskSpace(staged.share, std::move(error)))) return error;
+    fullDisk = staged.share.fullDisk;
   }
 }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string>
+#include <utility>
 
 #include "session/allocation_unit.h"
 #include "session/durable_io.h"
@@ -82,16 +84,17 @@ Error Room::MakeReserve() {
 Error Room::EvictDownTo(std::uint64_t bytes, std::uint64_t entries) {
   const DiskAccount& account = cache_.Account();
   while (account.Entries() > 0 &&
-         (CountedBytes() > bytes || account.Entries() > entries || !IsFree(0))) {
+         (CountedBytes() > bytes || account.Entries() > entries || Lacking(0) > 0)) {
     if (!cache_.EvictOne(session::EvictionReason::kTrim)) return EvictionFailed();
   }
   return {};
 }
 
-bool Room::IsFree(std::uint64_t bytes) const {
-  if (minFree_ == 0) return true;
+std::uint64_t Room::Lacking(std::uint64_t bytes) const {
+  if (minFree_ == 0) return 0;
   const std::uint64_t free = FreeBytes(limits_.cacheDirectory);
-  return free >= minFree_ && free - minFree_ >= bytes;
+  const std::uint64_t wanted = minFree_ + std::min(bytes, UINT64_MAX - minFree_);
+  return wanted - std::min(wanted, free);
 }
 
 // Finding the older entry of the URL makes it the last to be evicted.
@@ -100,28 +103,47 @@ std::uint64_t Room::EntriesToSpare(const WriterShare& share) {
   return hasOlder ? 1 : 0;
 }
 
-Error Room::KeepFree(const WriterShare& share, std::uint64_t bytes) {
-  if (IsFree(bytes)) return {};
-  const std::uint64_t spared = EntriesToSpare(share);
-  while (!IsFree(bytes)) {
-    if (cache_.Account().Entries() <= spared) {
-      errno = ENOSPC;
-      return SystemError("less than minFree bytes would be free, and no entry is left to evict",
-                         limits_.cacheDirectory);
-    }
-    if (!cache_.EvictOne()) return EvictionFailed();
+Error Room::KeepFree(WriterShare& share, std::uint64_t bytes) {
+  while (const std::uint64_t lacking = Lacking(bytes)) {
+    errno = ENOSPC;
+    Error failure = SystemError("less than minFree bytes would be free", limits_.cacheDirectory);
+    if (Error error = EvictForDisk(share, lacking, std::move(failure))) return error;
   }
   return {};
 }
 
-Error Room::MakeDiskSpace(const WriterShare& share, Error failure) {
+Error Room::MakeDiskSpace(WriterShare& share, Error failure) {
   if (!MeansNoSpace(failure.systemError)) return failure;
   if (Error error = cache_.EnsureCurrent()) return error;
+  const bool mayLackSeal = std::exchange(share.fullDisk.mayLackSeal, true);
+  Error error = EvictForDisk(share, share.bytes, std::move(failure));
+  // Without the seal the step may succeed.
+  return mayLackSeal || !MeansNoSpace(error.systemError) ? error : Error{};
+}
+
+// An eviction may give nothing back: the files may still be open somewhere, or another program
+// takes the space. So there is an end before all entries are gone.
+Error Room::EvictForDisk(WriterShare& share, std::uint64_t neededBytes, Error failure) {
+  constexpr std::uint64_t kEntries = 16;
+  constexpr std::uint64_t kTimes = 4;
+  constexpr std::uint64_t kAtLeast = 65536;  // what a file system may round a need up to
+  FullDisk& evicted = share.fullDisk;
   if (cache_.Account().Entries() <= EntriesToSpare(share)) {
     failure.detail += ", and no entry is left to evict";
     return failure;
   }
-  return cache_.EvictOne() ? Error{} : EvictionFailed();
+  if (evicted.entries >= kEntries &&
+      evicted.bytes / kTimes >= neededBytes + share.bytes + kAtLeast) {
+    failure.detail += ", although " + std::to_string(evicted.entries) +
+                      " entries were evicted: they may still be open, or another program takes the "
+                      "space";
+    return failure;
+  }
+  const std::uint64_t before = cache_.Account().Bytes();
+  if (!cache_.EvictOne()) return EvictionFailed();
+  ++evicted.entries;
+  evicted.bytes += before - std::min(before, cache_.Account().Bytes());
+  return {};
 }
 
 }  // namespace ox::internal

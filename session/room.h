@@ -45,12 +45,15 @@ class Room {
 
   // After a step of this writer failed: evicts an entry where the step failed since the disk or a
   // quota is full, so that it can be tried again. The failure itself where that was not the reason,
-  // or nothing is left to evict. The older entry of the writer's URL stays.
-  Error MakeDiskSpace(const WriterShare& share, Error failure);
+  // or nothing is left to evict, or much was evicted in vain: files that are still open give no
+  // space back. The older entry of the writer's URL stays.
+  Error MakeDiskSpace(WriterShare& share, Error failure);
 
  private:
-  bool IsFree(std::uint64_t bytes) const;
-  Error KeepFree(const WriterShare& share, std::uint64_t bytes);
+  // How many bytes less than so many beyond `minFree` are free.
+  std::uint64_t Lacking(std::uint64_t bytes) const;
+  Error KeepFree(WriterShare& share, std::uint64_t bytes);
+  Error EvictForDisk(WriterShare& share, std::uint64_t neededBytes, Error failure);
   std::uint64_t EntriesToSpare(const WriterShare& share);
   bool EvictUntilFits(std::uint64_t bytes);
   std::uint64_t CountedBytes() const;

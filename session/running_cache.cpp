@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "session/entry_name.h"
 #include "session/half_placed.h"
 #include "session/recovery.h"
 #include "session/survey.h"
@@ -55,14 +56,17 @@ Error RunningCache::Restart() {
   // The scan deletes nothing unless somebody else changed the directory meanwhile.
   if (account_.Entries() != survey.entries.size()) account_.MarkStale();
   // Once it can be, a commit that waits is finished before anything newer is stored.
-  if (survey.isReadOnly) account_.MarkStale();
+  if (survey.mayPass) account_.MarkStale();
+  blockedCommits_ = std::move(survey.blockedCommits);
   return {};
 }
 
 Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   const std::string& directory = limits_.cacheDirectory;
-  if (Error error = FinishCommits(directory, survey)) return error;
+  // Once: a disk that stays full would cost entries at each operation.
+  EvictionLog* evictions = blockedCommits_.empty() ? &Evictions() : nullptr;
   const auto isBeingWritten = [this](const std::string& id) { return writers_.Contains(id); };
+  if (Error error = FinishCommits(directory, isBeingWritten, evictions, survey)) return error;
   if (Error error = PlaceContents(directory, isBeingWritten, survey)) return error;
   if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten, &leftovers_)) return error;
   ResetImpossibleTimes(directory, survey);
@@ -70,6 +74,23 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
     return error;
   }
   SettleUseOrder(directory, *survey);
+  return {};
+}
+
+Error RunningCache::GiveUpCommitsOf(const OxString& url) {
+  return blockedCommits_.empty() ? Error{} : GiveUpCommits(ContentName(url.UTF8()));
+}
+
+Error RunningCache::GiveUpCommits(std::string_view name) {
+  for (auto commit = blockedCommits_.begin(); commit != blockedCommits_.end();) {
+    if (commit->compare(0, name.size(), name) != 0) {
+      ++commit;
+      continue;
+    }
+    if (Error error = GiveUpCommit(limits_.cacheDirectory, *commit)) return error;
+    Deletions().NoteAny();
+    commit = blockedCommits_.erase(commit);
+  }
   return {};
 }
 

@@ -11,6 +11,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "session/configuration_snapshot.h"
 #include "session/directory_lock.h"
@@ -58,6 +60,11 @@ class RunningCache {
   // The same for an entry whose metadata file is about to hold `metadata`: the manager takes that
   // over, and does not read the file.
   core::cache::CacheValue* FindToReplace(const OxString& url, const OxString& metadata);
+  // To be called before an entry is changed. A start could not finish a commit of it; finished
+  // later, that would undo the change.
+  Error GiveUpCommitsOf(const OxString& url);
+  // The same by the name of the content file.
+  Error GiveUpCommits(std::string_view name);
   // Null inside when the manager refuses.
   PendingEntry Create(const OxString& url, const OxString& metadata);
   void Remove(core::cache::CacheValue* value) { (*manager_)->Remove(value); }
@@ -95,6 +102,7 @@ class RunningCache {
   std::unique_ptr<ModuleHold> module_;
   std::uint64_t starts_ = 0;
   std::uint64_t leftovers_ = 0;
+  std::vector<std::string> blockedCommits_;  // of the last start
   // Last, so that it is given back before anything that the manager uses.
   std::optional<host::ManagerReference> manager_;
 };

@@ -48,11 +48,15 @@ std::uint64_t UniqueNumber() {
 
 std::string StagingId(const std::string& name) {
   constexpr std::size_t kPrefix = 3;  // "ox-"
-  constexpr std::size_t kSuffix = 5;  // ".part", ".meta"
+  constexpr std::size_t kSuffix = 5;  // ".part", ".meta", ".conf"
   if (name.compare(0, kPrefix, "ox-") != 0 || name.size() < kPrefix + kSuffix) return {};
-  if (!EndsWith(name, ".part") && !EndsWith(name, ".meta")) return {};
+  if (!EndsWith(name, ".part") && !EndsWith(name, ".meta") && !EndsWith(name, ".conf")) return {};
   const std::string id = name.substr(kPrefix, name.size() - kPrefix - kSuffix);
   return IsId(id) ? id : std::string();
+}
+
+bool IsStagedConfigurationName(const std::string& name) {
+  return EndsWith(name, ".conf") && !StagingId(name).empty();
 }
 
 bool ParseCommitFileName(const std::string& name, std::string* entryName, std::string* id) {

@@ -3,6 +3,7 @@
 //
 //   ox-ID.part         content being written
 //   ox-ID.meta         metadata being written
+//   ox-ID.conf         a configuration being written, in its own directory
 //   NAME.ID.commit     the metadata of a decided commit: its content is ox-ID.part or, once that is
 //                      gone, already in NAME
 //   ox-session.lock    who has the directory
@@ -29,12 +30,16 @@ inline std::string StagedContentName(const std::string& id) {
 inline std::string StagedMetadataName(const std::string& id) {
   return "ox-" + id + ".meta";
 }
+inline std::string StagedConfigurationName(const std::string& id) {
+  return "ox-" + id + ".conf";
+}
 inline std::string CommitFileName(const std::string& entryName, const std::string& id) {
   return entryName + "." + id + ".commit";
 }
 
-// The ID when the name is one of staged content or metadata, otherwise empty.
+// The ID when the name is one of a staged file, otherwise empty.
 std::string StagingId(const std::string& name);
+bool IsStagedConfigurationName(const std::string& name);
 
 // True, with both parts, when the name is one of a commit file.
 bool ParseCommitFileName(const std::string& name, std::string* entryName, std::string* id);

@@ -83,13 +83,18 @@ class Surveyor {
     }
     for (; other != others_.end(); ++other)
       SortOther(other->File());
-    std::sort(survey_->entries.begin(), survey_->entries.end(), IsUsedBefore);
+    // They are in the order of their names, which stays where times are equal.
+    std::stable_sort(survey_->entries.begin(), survey_->entries.end(), IsUsedEarlier);
     std::sort(staging_.begin(), staging_.end(), IsMadeBefore);
     for (const DirectoryEntry* file : staging_)
       survey_->staging.emplace_back(file->name);
   }
 
  private:
+  static bool IsUsedEarlier(const SurveyedEntry& a, const SurveyedEntry& b) {
+    return std::tie(a.used.tv_sec, a.used.tv_nsec) < std::tie(b.used.tv_sec, b.used.tv_nsec);
+  }
+
   // Of one time, as coarse file systems give it, the later ID of a session is the longer one.
   static bool IsMadeBefore(const DirectoryEntry* a, const DirectoryEntry* b) {
     const auto age = [](const DirectoryEntry& file) {

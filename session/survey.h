@@ -39,7 +39,7 @@ struct Survey {
   // A session's own unfinished files, in the order in which they were made.
   std::vector<std::string> staging;
   // Commit files that cannot be finished, because a directory stands under a name of their entry or
-  // of their staged content, or because this user may not (recovery.h).
+  // of their staged content, or for one of the reasons in recovery.h.
   std::vector<std::string> blockedCommits;
   // Everything else but the session's and the module's own files.
   std::vector<std::string> foreignFiles;
@@ -47,7 +47,7 @@ struct Survey {
   NameArena names;             // of the entries
   bool isOrderKept = false;    // the times of use are from the file of use_order.h
   bool isOrderToStay = false;  // which was written anew where times cannot be set
-  bool isReadOnly = false;     // commits wait for the file system to be writable again
+  bool mayPass = false;        // commits wait for a file system that is writable or less full
 };
 
 // kInputOutput when the directory, or a file in it, cannot be looked at.

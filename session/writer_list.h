@@ -14,6 +14,15 @@
 
 namespace ox::internal {
 
+// What one writer has met with on a disk that was full. The writer's own thread alone uses it.
+struct FullDisk {
+  // Evicted for it, whether that gave space back or not.
+  std::uint64_t entries = 0;
+  std::uint64_t bytes = 0;
+  // A step is being tried again: a seal for which there is still no room is left out.
+  bool mayLackSeal = false;
+};
+
 // One writer's part. The writer keeps it; the session's mutex guards all but the ID.
 struct WriterShare {
   WriterShare(std::string newId, OxString newUrl) : id(std::move(newId)), url(std::move(newUrl)) {}
@@ -22,6 +31,7 @@ struct WriterShare {
   OxString url;             // of the entry
   std::uint64_t bytes = 0;  // granted and not given back
   std::thread::id user;     // the thread that wrote last
+  FullDisk fullDisk;
 };
 
 // Not locked: the session's mutex guards it.

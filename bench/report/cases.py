@@ -2,7 +2,7 @@
 import itertools
 
 ENTRIES = (50, 200, 1000, 10000)
-LARGE = (1000, 10000, 100000)  # opened beside a bare scan
+LARGE = ((1000, 5), (10000, 5), (100000, 5), (1000000, 1))  # opened beside a bare scan, how often
 FORMS = ("linux-host", "plain-host", "session")
 PEERS = ("qt", "sqlite", "lmdb", "leveldb")
 NO_RECENCY = ("sqlite-no-recency", "lmdb-no-recency")

@@ -64,13 +64,22 @@ def parts(build):
 def openings(build, directory):
     """Openings of large caches, beside a bare scan of the same directory."""
     results = []
-    for entries in cases.LARGE:
+    for entries, rounds in cases.LARGE:
         print(f"Opening {entries:,} entries ...", flush=True)
         with tempfile.TemporaryDirectory(dir=directory) as scratch:
             done = subprocess.run([os.path.join(build, "oxbench_scale"), "--directory", scratch,
-                                   "--entries", str(entries)], capture_output=True, text=True, check=True)
+                                   "--entries", str(entries), "--rounds", str(rounds)],
+                                  capture_output=True, text=True, check=True)
         results.append(json.loads(done.stdout))
     return results
+
+
+def threads(build, directory):
+    """What a second thread adds to the fetches of the first."""
+    with tempfile.TemporaryDirectory(dir=directory) as scratch:
+        done = subprocess.run([os.path.join(build, "oxbench_threads"), "--directory", scratch],
+                              capture_output=True, text=True, check=True)
+    return json.loads(done.stdout)
 
 
 def run_all(options):
@@ -94,6 +103,7 @@ def run_all(options):
     results["counts"] = [one for subject in cases.counted(available)
                          for one in count(options.build, subject, 200, options.tmpfs)]
     results["parts_ns"] = parts(options.build)
+    results["threads"] = threads(options.build, options.tmpfs)
     results["openings"] = openings(options.build, options.tmpfs)
     results["failures"] = failures
     results["seconds"] = round(time.monotonic() - start)

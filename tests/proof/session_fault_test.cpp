@@ -297,35 +297,52 @@ TEST(SessionFaults, WhatTheSystemNeverDoes) {
   std::printf("%d lives with a call refused\n", lives);
 }
 
-// A commit at each of its stages, and a pair that is no entry.
-TEST(SessionFaults, WhatMayNotBeChangedKeepsNothingFromOpening) {
-  enum { kIsStaged, kIsInPlace, kIsLost, kIsStagedAgain };
-  const int expected[] = {1, kAbsent, 1, 1};
-  for (const int stage : {kIsStaged, kIsInPlace, kIsLost, kIsStagedAgain}) {
-    for (const int error : {EPERM, EROFS}) {
-      Cache cache(Durability::kProcess);
-      const std::string content = cache.scratch / internal::ContentName(kInterrupted);
-      if (stage == kIsStagedAgain) {
-        std::filesystem::remove(content + ".0123456789abcdef-2.commit");
-        cache.LeaveBehind(1);
+// A commit at each of its stages, and a pair that is no entry. What is done to its entry before the
+// commit can be finished is not undone by finishing it.
+TEST(SessionFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
+  enum { kIsStaged, kIsInPlace, kIsLost, kIsStagedAgain, kStages };
+  const std::set<std::string> kChanges = {"rename", "unlinkat", "fsync"};
+  const struct {
+    int error;
+    std::set<std::string> calls;
+    int served[kStages];
+  } cases[] = {{EPERM, kChanges, {1, kAbsent, 1, 1}},
+               {EROFS, kChanges, {1, kAbsent, 1, 1}},
+               {ENOSPC, kChanges, {1, kAbsent, 1, 1}},
+               {EIO, {"pread"}, {5, kAbsent, 1, 1}}};
+  for (const auto& test : cases) {
+    for (const int stage : {kIsStaged, kIsInPlace, kIsLost, kIsStagedAgain}) {
+      for (const char next : {'-', 's', 'r', 'p'}) {  // nothing, store, remove, remove by predicate
+        SCOPED_TRACE(std::string(std::strerror(test.error)) + std::to_string(stage) + next);
+        Cache cache(Durability::kProcess);
+        const std::string content = cache.scratch / internal::ContentName(kInterrupted);
+        if (stage == kIsStagedAgain) {
+          std::filesystem::remove(content + ".0123456789abcdef-2.commit");
+          cache.LeaveBehind(1);
+        }
+        Configure(cache.scratch, {100000, 9, 65536});
+        WriteWhole(cache.scratch / "junk", "");
+        WriteWhole(cache.scratch / "junk.ox_meta", "");
+        const std::string staged = cache.scratch / "ox-0123456789abcdef-2.part";
+        if (stage == kIsInPlace) std::filesystem::rename(staged, content);
+        if (stage == kIsLost) {
+          std::filesystem::remove(staged);
+          cache.ledger.Committed(kInterrupted, 1);
+        }
+        refusal = {test.calls, test.error};
+        cache.Open();
+        ASSERT_NE(nullptr, cache.session) << cache.error.Message();
+        if (test.error == EIO) refusal = {};  // a fetch reads, too
+        EXPECT_EQ(test.served[stage], FetchVersion(*cache.session, kInterrupted, &cache.error));
+        refusal = {};
+        if (next == 's') Store(*cache.session, kInterrupted, 8, &cache.ledger);
+        if (next == 'r') Remove(*cache.session, kInterrupted, &cache.ledger);
+        if (next == 'p') RemoveByUrl(*cache.session, kInterrupted, &cache.ledger);
+        // Writable again, the commit is finished before anything is stored over it.
+        const bool goesOn = test.error == EROFS || test.error == ENOSPC;
+        CheckBoth(cache, goesOn);
+        EXPECT_EQ(0U, cache.session->Statistics().damaged);
       }
-      Configure(cache.scratch, {100000, 9, 65536});
-      WriteWhole(cache.scratch / "junk", "");
-      WriteWhole(cache.scratch / "junk.ox_meta", "");
-      const std::string staged = cache.scratch / "ox-0123456789abcdef-2.part";
-      if (stage == kIsInPlace) std::filesystem::rename(staged, content);
-      if (stage == kIsLost) {
-        std::filesystem::remove(staged);
-        cache.ledger.Committed(kInterrupted, 1);
-      }
-      refusal = {{"rename", "unlinkat", "fsync"}, error};
-      cache.Open();
-      EXPECT_TRUE(cache.session != nullptr &&
-                  FetchVersion(*cache.session, kInterrupted, &cache.error) == expected[stage])
-          << stage << std::strerror(error) << cache.error.Message();
-      refusal = {};
-      // Writable again, the commit is finished before anything is stored over it.
-      CheckBoth(cache, error == EROFS);
     }
   }
 }
@@ -343,6 +360,56 @@ TEST(SessionFaults, ACommitThatCannotBeSynchronisedLeavesNoFile) {
     refusal = {};
     ASSERT_EQ("", cache.ledger.Check(*cache.session)) << k;
     ASSERT_TRUE(Look(cache.scratch.Path()).staging.empty()) << k;
+  }
+}
+
+// A renaming may need room, too.
+TEST(SessionFaults, AFullDiskTakesOldEntriesForAnInterruptedCommit) {
+  Cache cache(Durability::kProcess);
+  beforeChange = [](Cache& disk) {
+    if (Look(disk.scratch.Path()).contentWithoutMetadata.empty() &&
+        Look(disk.scratch.Path()).entries.size() == 4) {
+      return;
+    }
+    refusal = {};
+  };
+  refusal = {{"rename"}, ENOSPC};
+  Configure(cache.scratch, {100000, 9, 65536});
+  changes.Arm(1, Mode::kFromThereOn);
+  cache.Open();
+  changes.Disarm();
+  refusal = {};
+  ASSERT_NE(nullptr, cache.session) << cache.error.Message();
+  EXPECT_EQ(5, FetchVersion(*cache.session, kInterrupted, &cache.error));
+  EXPECT_EQ(3U, cache.session->Statistics().entries);
+  EXPECT_EQ(1U, cache.session->Statistics().evictions[int(session::EvictionReason::kRoom)]);
+}
+
+// One old entry goes for the seal; where that gives no room the entry goes without it.
+TEST(SessionFaults, AFullDiskTakesAnOldEntryForASeal) {
+  const struct {
+    bool helps;
+    bool isEmpty;
+    std::uint64_t entries;  // afterwards
+  } cases[] = {{true, false, 4}, {false, false, 4}, {false, true, 1}};
+  for (const auto& [helps, isEmpty, entries] : cases) {
+    Cache cache(Durability::kProcess);
+    Configure(cache.scratch, {100000, 9, 65536});
+    cache.Open();
+    ASSERT_FALSE(isEmpty && cache.session->Clear(nullptr));
+    static bool isLifted;
+    isLifted = helps;
+    refusal = {{"fsetxattr"}, ENOSPC};
+    beforeChange = [](Cache& disk) {
+      if (isLifted && Look(disk.scratch.Path()).entries.size() < 4) refusal = {};
+    };
+    changes.Arm(1, Mode::kFromThereOn);
+    EXPECT_TRUE(Store(*cache.session, kNew, 1, &cache.ledger));
+    changes.Disarm();
+    refusal = {};
+    EXPECT_EQ(entries, cache.session->Statistics().entries);
+    EXPECT_EQ(helps, AllHaveSeals(cache));
+    EXPECT_EQ(1, FetchVersion(*cache.session, kNew, &cache.error));
   }
 }
 

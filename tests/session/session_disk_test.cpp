@@ -17,8 +17,11 @@ namespace {
 // it is while this is 0.
 std::string diskDirectory;
 std::uint64_t diskBytes = 0;
+// Deleted files are still open somewhere.
+bool givesNothingBack = false;
 
 std::uint64_t FreeBytes() {
+  if (givesNothingBack) return 0;
   return diskBytes - std::min(diskBytes, ox::testing::DiskUse(diskDirectory));
 }
 
@@ -62,7 +65,10 @@ using session::CacheLimits;
 
 class SessionDisk : public ::testing::Test {
  protected:
-  ~SessionDisk() override { diskBytes = 0; }
+  ~SessionDisk() override {
+    diskBytes = 0;
+    givesNothingBack = false;
+  }
 
   const ScratchDirectory directory_;
 };
@@ -172,6 +178,26 @@ TEST_F(SessionDisk, AFullDiskTakesOldEntriesForNewOnes) {
   session.reset();
   session = OpenSession(WithLimits(directory_, {}));
   EXPECT_EQ(2U, session->Statistics().entries);
+}
+
+TEST_F(SessionDisk, NotAllEntriesGoForSpaceThatNothingGives) {
+  for (const std::uint64_t minFree : {0, 20000}) {
+    const ScratchDirectory directory;
+    SessionOptions options = WithLimits(directory, {10 << 20, 1000, 0, ""});
+    options.minFree = minFree;
+    auto session = OpenSession(options);
+    for (int i = 0; i < 80; ++i)
+      ASSERT_FALSE(Store(*session, Url(i), std::string(20000, 'x'), "m"));
+    LimitDisk(directory, 0);
+    givesNothingBack = true;
+    const Error error = Store(*session, Url(80), std::string(10000, 'y'), "m");
+    EXPECT_EQ(ENOSPC, error.systemError);
+    EXPECT_NE(std::string::npos, error.detail.find("may still be open")) << error.Message();
+    EXPECT_GE(session->Statistics().entries, 50U);
+    givesNothingBack = false;
+    EXPECT_FALSE(Store(*session, Url(80), std::string(10000, 'y'), "m"));
+    diskBytes = 0;
+  }
 }
 
 TEST_F(SessionDisk, SomeOfTheDiskStaysFree) {

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "session/durable_io.h"
 #include "tests/support/session_rig.h"
 
 namespace fs = std::filesystem;
@@ -169,6 +170,32 @@ TEST_F(SessionMends, AForkedChildHasNoPartInTheLock) {
   Open();
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
+}
+
+// At each change; the configuration stands apart from the entries.
+TEST_F(SessionMends, AKilledSetLimitsLeavesNoFile) {
+  const ScratchDirectory entries;
+  fs::remove(cache / "file-cache.conf");
+  options.limits = {100000, 10, 20000, entries.Path()};
+  static int left;
+  bool isKilled = true;
+  for (int k = 0; isKilled; ++k) {
+    const pid_t child = fork();
+    if (child == 0) {
+      const auto session = Open();
+      left = k;
+      internal::SetFileOperationHook([] {
+        if (left-- == 0) raise(SIGKILL);
+      });
+      _exit(session->SetLimits({50000, 5, 10000, ""}) ? 1 : 0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    isKilled = WIFSIGNALED(status);
+    EXPECT_TRUE(isKilled || status == 0);
+    Open();
+    EXPECT_EQ(std::vector<std::string>{cache / "file-cache.conf"}, FilesLike("")) << k;
+  }
 }
 
 TEST_F(SessionMends, AReplacedDirectoryIsNoticed) {

@@ -4,6 +4,7 @@
 #ifndef OX_TESTS_SUPPORT_FAULT_DRIVER_H_
 #define OX_TESTS_SUPPORT_FAULT_DRIVER_H_
 
+#include <atomic>
 #include <cstdint>
 
 namespace ox::testing {
@@ -22,9 +23,10 @@ class FaultDriver {
   // True when this call is to fail.
   bool Next() {
     if (isPaused) return false;
-    ++calls_;
-    if (failAt_ == 0) return false;
-    return calls_ == failAt_ || (mode_ == Mode::kFromThereOn && calls_ > failAt_);
+    const std::uint64_t call = ++calls_;
+    const std::uint64_t failing = failAt_;
+    if (failing == 0) return false;
+    return call == failing || (mode_ == Mode::kFromThereOn && call > failing);
   }
 
   bool WasReached() const { return failAt_ != 0 && calls_ >= failAt_; }
@@ -34,8 +36,8 @@ class FaultDriver {
   friend class FaultPause;
   static inline thread_local bool isPaused = false;
 
-  std::uint64_t calls_ = 0;
-  std::uint64_t failAt_ = 0;
+  std::atomic<std::uint64_t> calls_{0};
+  std::atomic<std::uint64_t> failAt_{0};
   Mode mode_ = Mode::kOnce;
 };
 

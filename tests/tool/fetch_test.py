@@ -27,6 +27,7 @@ FOLDERS = {
     "no-store": {"Cache-Control": "private, No-Store"},
     "moved": {"Location": "/fresh/moved"}, "away": {"Location": "file:///etc/passwd"},
     "": {}, "broken": {}, "hanging": {"Content-Length": "1000"}, "huge": {"Content-Length": str(2**30)},
+    "slow": {"Cache-Control": "max-age=3600"},
     "short": {"Cache-Control": "max-age=3600", "Content-Length": "100000"},
     "chunked": {"Cache-Control": "max-age=3600", "Transfer-Encoding": "chunked"},
 }
@@ -46,13 +47,22 @@ class Answer(http.server.BaseHTTPRequestHandler):
         validator = "If-None-Match" if "ETag" in headers else "If-Modified-Since"
         if status == 200 and self.headers[validator] == headers.get("ETag", MODIFIED):
             status = 304
+        if self.headers.get("If-Range", "") == headers.get("ETag"):
+            status, first = 206, int(self.headers["Range"][len("bytes="):-1])
+            headers["Content-Range"] = f"bytes {first}-{len(body) - 1}/{len(body)}"
+            body = body[first:]
         self.server.statuses.append(status)
         self.send_response(status)
-        body = body if status == 200 else b""
+        body = body if status in (200, 206) else b""
         for name, value in {"Content-Length": len(body), **headers}.items():
             if (name, folder) != ("Content-Length", "chunked"):
                 self.send_header(name, value)
         self.end_headers()
+        if (folder, status) == ("slow", 200):
+            for piece in (body[:-1000], body[-1000:-500]):
+                self.wfile.write(piece)
+                self.server.released.wait(2.1)
+            return
         self.wfile.write((b"1f4\r\n" if folder == "chunked" else b"") + body)
         if folder in ("hanging", "huge"):
             self.server.released.wait()
@@ -205,6 +215,19 @@ class Fetches(ToolCase):
                 self.assertEqual(child.wait(), -number)
         self.assertEqual(self.part_files(), [])
         self.run_tool("verify")
+
+    def test_a_process_that_is_killed_leaves_what_it_had_to_the_next(self):
+        for number in (signal.SIGINT, signal.SIGKILL):
+            content = os.urandom(1100000)
+            url = self.serve(f"slow/{number}", content)
+            with subprocess.Popen([TOOL, "--dir", self.cache, "fetch", "-q", url, "-o", "out"],
+                                  cwd=self.scratch) as child:
+                while not os.path.exists(self.cache) or ".commit" not in str(os.listdir(self.cache)):
+                    time.sleep(0.01)
+                child.send_signal(number)
+            self.assertEqual(self.run_tool("fetch", url, says="MISS"), content)
+            self.assertEqual(self.server.statuses[-1], 206)
+        self.assertEqual(len(self.report("ls")), 2)
 
     def part_files(self):
         return [file for file in os.listdir(self.scratch) if file != "cache"]

@@ -141,9 +141,29 @@ void AddFetchNetwork(CLI::App& fetch, FetchOptions* options) {
   fetch.add_option("--proxy", options->proxy, "Proxy to use, as in http://proxy:3128")
       ->check(NotEmpty())
       ->type_name("URL");
+}
+
+// Those that curl has too bear its names.
+void AddFetchLimits(CLI::App& fetch, FetchOptions* options) {
   fetch.add_option("--timeout", options->seconds, "Longest time for each URL (default: none)")
       ->check(CLI::Range(0.001, 1e6))
       ->type_name("SECONDS");
+  fetch
+      .add_option("--connect-timeout", options->connectSeconds,
+                  "Longest time until a connection is there, name and handshake included")
+      ->check(CLI::Range(0.001, 1e6))
+      ->capture_default_str()
+      ->type_name("SECONDS");
+  fetch
+      .add_option("--speed-time", options->slowSeconds,
+                  "How long a server may send less than --speed-limit")
+      ->check(CLI::Range(1, 1000000))
+      ->capture_default_str()
+      ->type_name("SECONDS");
+  fetch.add_option("--speed-limit", options->slowBytes, "Bytes a second; 0: any speed will do")
+      ->check(Decimal())
+      ->capture_default_str()
+      ->type_name("BYTES");
 }
 
 void AddFetch(CLI::App& app, FetchOptions* options, bool* json) {
@@ -167,6 +187,7 @@ void AddFetch(CLI::App& app, FetchOptions* options, bool* json) {
                   "From the cache, however old, when the server fails");
   fetch->add_flag("--json", *json, "Status lines as JSON on standard output");
   AddFetchNetwork(*fetch, options);
+  AddFetchLimits(*fetch, options);
 }
 
 CLI::App* AddReport(CLI::App& app, const char* name, const char* help, bool* json) {

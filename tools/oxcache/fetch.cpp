@@ -32,6 +32,10 @@ Error ParseHeader(const std::string& line, http::Header* header) {
   return {};
 }
 
+std::chrono::milliseconds Milliseconds(double seconds) {
+  return std::chrono::milliseconds(static_cast<long>(seconds * 1000));
+}
+
 Error RequestOptionsOf(const FetchOptions& options, http::RequestOptions* request) {
   for (const std::string& line : options.headers) {
     http::Header header;
@@ -41,7 +45,10 @@ Error RequestOptionsOf(const FetchOptions& options, http::RequestOptions* reques
   request->offline = options.offline;
   request->refresh = options.refresh;
   request->staleIfError = options.staleIfError;
-  request->totalTimeout = std::chrono::milliseconds(static_cast<long>(options.seconds * 1000));
+  request->totalTimeout = Milliseconds(options.seconds);
+  request->connectTimeout = Milliseconds(options.connectSeconds);
+  request->silenceTimeout = std::chrono::seconds(options.slowSeconds);
+  request->minimumSpeed = options.slowBytes;
   return {};
 }
 

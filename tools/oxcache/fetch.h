@@ -2,6 +2,7 @@
 #ifndef OX_TOOLS_OXCACHE_FETCH_H_
 #define OX_TOOLS_OXCACHE_FETCH_H_
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,9 @@ struct FetchOptions {
   std::string keyFile;          // empty: in certificateFile
   std::string proxy;
   double seconds = 0;  // for each URL; 0: no limit
+  double connectSeconds = 30;
+  unsigned slowSeconds = 60;  // a server that sends less than slowBytes a second is given up
+  std::uint32_t slowBytes = 16;
   bool offline = false;
   bool refresh = false;
   bool staleIfError = false;

@@ -1,0 +1,131 @@
+#include "session/staging.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "session/durable_io.h"
+#include "session/entry_seal.h"
+#include "session/metadata_file.h"
+#include "session/module_text.h"
+
+namespace ox::internal {
+
+using session::Durability;
+
+namespace {
+
+// In a forked child the files are the parent's.
+bool IsOurs(const Staging& staging) {
+  return staging.state.directoryLock->IsHeld();
+}
+
+Error InvalidArgument(const char* detail) {
+  return MakeError(ErrorKind::kInvalidArgument, detail);
+}
+
+Error CheckCommit(const Staging& staging, const std::string& metadata)
+    OX_REQUIRES(staging.state.mutex) {
+  if (staging.outcome.isDecided) return InvalidArgument("the writer is used up");
+  if (staging.failure) return staging.failure;
+  if (staging.contentBytes == 0) return InvalidArgument("an entry may not be empty");
+  if (Error error = CheckMetadata(metadata)) return error;
+  const std::uint64_t bytes = staging.contentBytes + metadata.size();
+  if (bytes <= MaxContentBytes(staging.state)) return {};
+  return MakeError(ErrorKind::kRefused,
+                   "content and metadata together exceed the limit of one entry");
+}
+
+// Not tried again: what could not be written is lost.
+Error SynchroniseContent(Staging& staging) {
+  if (SyncFile(staging.file.Get())) return {};
+  staging.failure = SystemError("cannot synchronise", staging.contentPath);
+  return staging.failure;
+}
+
+// The name of a staged file is never used again, so this one may be deleted without the lock. Kept
+// where a start may need it to finish a commit.
+void DropClosed(const Staging& staging) {
+  const PublishOutcome& outcome = staging.outcome;
+  if (!staging.file.IsOpen() || outcome.isDecided || outcome.mayBeDecided) return;
+  if (!staging.keptPath.empty()) DeleteFile(staging.keptPath);
+  DeleteFile(staging.contentPath);
+}
+
+}  // namespace
+
+Staging::Staging(const std::shared_ptr<SessionState>& openSession, std::string newUrl,
+                 std::string newId)
+    : session(openSession),
+      state(*openSession),
+      url(std::move(newUrl)),
+      contentPath(state.cacheDirectory + "/" + StagedContentName(newId)),
+      metadataPath(state.cacheDirectory + "/" + StagedMetadataName(newId)),
+      share(std::move(newId), ToOxString(url)) {}
+
+std::uint64_t MaxContentBytes(const SessionState& state) {
+  return std::min(state.limits.maxEntrySize, state.limits.maxSize);
+}
+
+Error GrantMetadata(Staging& staging, const std::string& metadata, std::int64_t* time) {
+  MutexLock lock(staging.state.mutex);
+  if (Error error = CheckCommit(staging, metadata)) return error;
+  RunningCache& cache = staging.state.cache;
+  const std::uint64_t bytes = cache.Account().Unit().OnDisk(metadata.size());
+  if (Error error = staging.state.room.Grant(lock, staging.share, bytes)) return error;
+  *time = cache.Clock().Next();
+  return {};
+}
+
+Error StageMetadata(Staging& staging, const std::string& url, const std::string& metadata,
+                    std::int64_t time) {
+  const EntrySeal seal = MakeSeal(url, staging.contentSum, staging.contentBytes, metadata);
+  const bool isSynchronised = staging.state.options.durability == Durability::kPower;
+  if (isSynchronised) BeginToWrite(staging.file.Get());
+  Error error =
+      StageMetadataFile(staging.state.directoryLock->At(staging.metadataPath), staging.metadataPath,
+                        metadata, time, &seal, isSynchronised, staging.share.fullDisk.mayLackSeal);
+  return error || !isSynchronised ? error : SynchroniseContent(staging);
+}
+
+StagedMetadata::StagedMetadata(Staging& staging) : staging_(staging), before_(OtherBytes()) {}
+
+std::uint64_t StagedMetadata::Release() {
+  isReleased_ = true;
+  return OtherBytes() - before_;
+}
+
+StagedMetadata::~StagedMetadata() {
+  if (isReleased_ || staging_.outcome.isDecided || !IsOurs(staging_)) return;
+  DeleteFile(staging_.state.directoryLock->At(staging_.metadataPath));
+  const MutexLock lock(staging_.state.mutex);
+  staging_.state.room.TakeBack(staging_.share, OtherBytes() - before_);
+}
+
+Error DropKept(SessionState& state, Staging& staging) {
+  if (staging.keptPath.empty()) return {};
+  if (!DeleteFile(state.directoryLock->At(staging.keptPath)))
+    return SystemError("cannot delete", staging.keptPath);
+  staging.keptPath.clear();
+  state.room.TakeBack(staging.share, std::exchange(staging.keptBytes, 0));
+  return {};
+}
+
+void Drop(Staging& staging) {
+  const auto session = staging.session.lock();
+  if (session == nullptr) return DropClosed(staging);
+  if (staging.outcome.isDecided || !IsOurs(staging)) return;
+  SessionState& state = *session;
+  const MutexLock lock(state.mutex);
+  if (staging.outcome.mayBeDecided) {
+    // The restart deletes the content, once the directory is on the medium as it is.
+    state.cache.Account().MarkStale();
+  } else if (staging.file.IsOpen()) {
+    // Finished later, what was kept would take the place of something newer.
+    if (DropKept(state, staging)) state.cache.Account().MarkStale();
+    DeleteFile(state.directoryLock->At(staging.contentPath));
+  }
+  state.room.TakeBack(staging.share, staging.share.bytes);
+  state.writers.Remove(staging.share);
+}
+
+}  // namespace ox::internal
