@@ -34,7 +34,7 @@ TEST_F(HttpTest, ManyCallersShareOneDownload) {
 TEST_F(HttpTest, NobodyGetsWhatIsTooOldOrLimitedForAnother) {
   RawServer server(Always(""));
   const auto slowly = [](const Connection& connection) {
-    const std::string answer = Whole(kFresh, "old");
+    const std::string answer = Whole(std::string(kFresh) + "Vary: X-Who\r\n", "old");
     connection.Send(answer.substr(0, answer.size() - 2));
     std::this_thread::sleep_for(500ms);
     connection.Send("ld");
@@ -61,6 +61,9 @@ TEST_F(HttpTest, NobodyGetsWhatIsTooOldOrLimitedForAnother) {
   RequestOptions refresh;
   refresh.refresh = true;
   EXPECT_EQ(Get(server.Url("/refresh"), refresh), "replaced 200 new");
+  caller.join();
+  caller = first(server.Url("/variant"), With("X-Who", "a"));
+  EXPECT_EQ(Get(server.Url("/variant"), With("X-Who", "b")), "replaced 200 new");
   caller.join();
   for (const auto& options : {RequestOptions(), With("Cookie", "x")}) {
     const std::string url = server.Url("/" + std::to_string(options.headers.size()));
