@@ -79,6 +79,10 @@ TEST_F(DirectoryTest, TheDefaultOneIsMadeAndKeptByteForByte) {
     fs::remove_all(scratch_ / "parents");
   }
   umask(before);
+  fs::current_path(scratch_.Path());
+  EXPECT_TRUE(host::PosixFileSystem("p/one").GetDefaultDirectory(out));
+  EXPECT_TRUE(fs::is_directory(scratch_ / "p/one"));
+  fs::current_path("/");
   for (const std::string& bad : {std::string(), file_, file_ + "/below"}) {
     EXPECT_FALSE(host::PosixFileSystem(bad).GetDefaultDirectory(out)) << bad;
     EXPECT_TRUE(out.IsEmpty());

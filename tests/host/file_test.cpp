@@ -51,9 +51,11 @@ void UseFiles(host::PosixFileSystem& fileSystem, const std::string& directory) {
     ASSERT_TRUE(file->Open(File::kOpenWrite));  // empties
     EXPECT_EQ(0U, file->GetSize());
     EXPECT_EQ(0U, file->Read(1, bytes));
+    EXPECT_EQ(1U, file->Write(1, "x"));
     file->Close();
     EXPECT_TRUE(file->Exists());
     EXPECT_TRUE(file->Delete(0));
+    EXPECT_EQ(0U, file->GetSize());
     EXPECT_FALSE(file->Open(File::kOpenRead));
     EXPECT_FALSE(file->Exists());
     EXPECT_FALSE(file->Delete(0));
@@ -135,6 +137,9 @@ TEST_F(FileTest, TheLastDescriptorIsTheFiles) {
 }
 
 TEST_F(FileTest, BoundToNothingItTouchesNothing) {
+  File* fresh = fileSystem_.CreateFile();
+  EXPECT_FALSE(fresh->Open(File::kOpenRead));
+  fileSystem_.DestroyFile(fresh);
   WriteWhole(scratch_ / "file", kBytes);
   BoundFile file(fileSystem_, scratch_ / "file");
   for (const int mode : {0, 1, 3, 0x34, 0x36})

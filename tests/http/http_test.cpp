@@ -166,6 +166,7 @@ TEST_F(HttpTest, ConditionsAndRangesOfTheCaller) {
                           "od", "206 Partial Content"));
   });
   EXPECT_EQ(Get(server.Url("/part"), With("Range", "bytes=1-2")), "uncached 206 od");
+  EXPECT_EQ(answer_->HeaderValue("Content-Range"), "bytes 1-2/4");
 }
 
 #ifdef OX_EXAMPLE_PATH
@@ -213,7 +214,7 @@ TEST_F(HttpTest, RenewsOnlyWhatMayBeStored) {
   EXPECT_EQ(Metadata(server.Url("/other")).find("X-New"), std::string::npos);
   EXPECT_NE(Metadata(server.Url("/other")).find("ETag: \"2\""), std::string::npos);
   server.SetAnswer(Always("HTTP/1.1 200 OK\r\nETag: \"1\"\r\nCache-Control: no-store\r\n\r\n"));
-  client_->Head(server.Url("/head"), {}, &error_);
+  EXPECT_EQ(client_->Head(server.Url("/head"), {}, &error_)->outcome, Outcome::kUncached);
   EXPECT_EQ(Metadata(server.Url("/head")), "");
 }
 

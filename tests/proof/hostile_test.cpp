@@ -5,11 +5,13 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "tests/support/ledger.h"
 
@@ -56,6 +58,7 @@ class Hostile : public ::testing::Test {
   void UseAll(CacheSession& session) {
     EXPECT_EQ(1, FetchVersion(session, kOther, &error_)) << error_.Message();
     EXPECT_NE(1, FetchVersion(session, kUrl, &error_));
+    EXPECT_NE(EPERM, error_.systemError) << "nothing is forbidden: " << error_.Message();
     const bool isStored = Store(session, kUrl, 2, &ledger_);
     const int found = FetchVersion(session, kUrl, &error_);
     EXPECT_TRUE(isStored ? found == 2 : found != 2) << found << error_.Message();
@@ -83,17 +86,21 @@ bool Put(const Plant& plant, const std::string& path) {
   return mknod(path.c_str(), plant.type | 0600, makedev(1, 5)) == 0;  // /dev/zero never ends
 }
 
+std::vector<Plant> Plants(const std::string& file, const std::string& itself) {
+  return {{"link to a file", S_IFLNK, file},
+          {"link to nothing", S_IFLNK, "/nowhere/at/all"},
+          {"link to itself", S_IFLNK, itself},
+          {"another name of a file", S_IFREG, file},
+          {"directory", S_IFDIR, ""},
+          {"FIFO", S_IFIFO, ""},
+          {"device", S_IFCHR, ""}};
+}
+
 // Before the session starts, and under its feet.
 TEST_F(Hostile, FilesPlantedUnderTheNamesOfAnEntry) {
   int planted = 0;
   const std::string path = Prepare();
-  for (const Plant& plant : {Plant{"link to a file", S_IFLNK, Outside()},
-                             {"link to nothing", S_IFLNK, "/nowhere/at/all"},
-                             {"link to itself", S_IFLNK, path},
-                             {"another name of a file", S_IFREG, Outside()},
-                             {"directory", S_IFDIR, ""},
-                             {"FIFO", S_IFIFO, ""},
-                             {"device", S_IFCHR, ""}}) {
+  for (const Plant& plant : Plants(Outside(), path)) {
     for (const char* suffix : {"", ".ox_meta"}) {
       for (const bool isOpen : {false, true}) {
         SCOPED_TRACE(std::string(plant.what) + " as NAME" + suffix);
@@ -113,16 +120,19 @@ TEST_F(Hostile, FilesPlantedUnderTheNamesOfAnEntry) {
   std::printf("%d planted\n", planted);
 }
 
-// The session works without its lock file and writes to nothing that stands in its place.
-TEST_F(Hostile, LinksUnderTheNameOfTheLockFile) {
+// The session works without these files and writes to nothing that stands in their place.
+TEST_F(Hostile, FilesPlantedUnderTheNamesOfTheLockAndOfTheOrderOfUse) {
   Prepare();
-  const std::string lock = Directory() + "/ox-session.lock";
-  for (const auto& makeLink : {&symlink, &link}) {
-    fs::remove(lock);
-    ASSERT_EQ(0, makeLink(Outside().c_str(), lock.c_str()));
-    const auto session = Open();
-    ASSERT_NE(nullptr, session) << error_.Message();
-    EXPECT_EQ("", ledger_.Check(*session));
+  for (const std::string name : {"/ox-session.lock", "/ox-session.order"}) {
+    const std::string path = Directory() + name;
+    for (const Plant& plant : Plants(Outside(), path)) {
+      SCOPED_TRACE(plant.what + (" as " + name));
+      fs::remove(path);
+      if (!Put(plant, path)) continue;
+      const auto session = Open();
+      ASSERT_NE(nullptr, session) << error_.Message();
+      EXPECT_EQ("", ledger_.Check(*session));
+    }
   }
 }
 

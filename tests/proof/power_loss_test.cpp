@@ -4,8 +4,10 @@
 // changes nothing. The start that puts things in order is cut in the same way.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -316,6 +318,39 @@ TEST(PowerLoss, ParentsOfANewDirectoryAreSynchronised) {
       EXPECT_EQ(durability == Durability::kPower ? 1U : 0U,
                 journal.SynchronisedDirectories().count(std::filesystem::canonical(parent)))
           << parent;
+    }
+  }
+}
+
+// Each synchronisation costs a slow medium its time: none is made without need.
+TEST(PowerLoss, WhatAChangeSynchronises) {
+  using Kind = FileOperation::Kind;
+  for (const auto durability : {Durability::kNone, Durability::kProcess, Durability::kPower}) {
+    const CacheDirectory cache(kWide);
+    const auto session = OpenSession(OptionsFor(cache.Path(), durability));
+    ASSERT_FALSE(session->StoreWhole("first", "x", "m"));
+    const struct {
+      const char* name;
+      std::function<Error()> make;
+      int files;
+      int directories;
+    } changes[] = {{"new", [&] { return session->StoreWhole("a", "x", "m"); }, 2, 1},
+                   {"replaced", [&] { return session->StoreWhole("a", "y", "n"); }, 2, 1},
+                   {"renewed", [&] { return session->SetMetadata("a", "o"); }, 1, 1},
+                   {"removed", [&] { return session->Remove("a"); }, 0, 0},
+                   {"new under a name just removed",
+                    [&] { return session->StoreWhole("a", "x", "m"); }, 2, 2}};
+    for (const auto& change : changes) {
+      const Journal journal(cache.Path());
+      EXPECT_FALSE(change.make());
+      const auto& operations = journal.Operations();
+      const auto count = [&](Kind kind) {
+        return std::count_if(operations.begin(), operations.end(),
+                             [&](const FileOperation& o) { return o.kind == kind; });
+      };
+      const bool isPower = durability == Durability::kPower;
+      EXPECT_EQ(count(Kind::kSyncFile), isPower ? change.files : 0) << change.name;
+      EXPECT_EQ(count(Kind::kSyncDirectory), isPower ? change.directories : 0) << change.name;
     }
   }
 }

@@ -52,21 +52,22 @@ struct Cache {
     session = OpenSession(options);
     for (const std::string& url : {kKept, kReplaced, kRemoved, kInterrupted})
       EXPECT_TRUE(Store(*session, url, 1, &ledger));
-    LeaveBehind(session->Fetch(kInterrupted, &error)->path);
     session.reset();
+    LeaveBehind(5);
   }
   // What killed processes leave: half a file, and a commit that has to be finished.
-  void LeaveBehind(const std::string& content) {
+  void LeaveBehind(int version) {
+    const std::string content = scratch / internal::ContentName(kInterrupted);
     WriteWhole(scratch / "ox-0123456789abcdef-1.part", "half");
-    const std::string bytes = ContentOf(kInterrupted, 5);
-    const std::string metadata = MetadataOf(kInterrupted, 5);
+    const std::string bytes = ContentOf(kInterrupted, version);
+    const std::string metadata = MetadataOf(kInterrupted, version);
     const auto seal =
         internal::MakeSeal(kInterrupted, internal::ExtendCrc32c(0, bytes.data(), bytes.size()),
                            bytes.size(), metadata);
     WriteWhole(scratch / "ox-0123456789abcdef-2.part", bytes);
     const std::string commit = content + ".0123456789abcdef-2.commit";
     EXPECT_FALSE(internal::StageMetadataFile(commit, commit, metadata, 0, &seal, false));
-    ledger.Committed(kInterrupted, 5);
+    ledger.Committed(kInterrupted, version);
     // Made anew by the opening.
     std::filesystem::remove(scratch / "file-cache.conf");
     options.limits = {100000, 9, 65536, ""};
@@ -244,6 +245,8 @@ TEST(SessionFaults, InterruptedAndShortCallsGoOn) {
     areTransfersShort = k == 1;
     callInterrupts.Arm(k, mode);
     History(cache);
+    const auto whole = cache.session->FetchWhole(kKept, &cache.error);
+    EXPECT_TRUE(whole && whole->content == ContentOf(kKept, 1)) << cache.error.Message();
     const bool isReached = callInterrupts.WasReached();
     callInterrupts.Disarm();
     EXPECT_EQ("", WhatFailed(cache));
@@ -297,26 +300,30 @@ TEST(SessionFaults, WhatTheSystemNeverDoes) {
 // A commit at each of its stages, and a pair that is no entry. What is done to its entry before the
 // commit can be finished is not undone by finishing it.
 TEST(SessionFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
-  enum { kIsStaged, kIsInPlace, kIsLost, kStages };
+  enum { kIsStaged, kIsInPlace, kIsLost, kIsStagedAgain, kStages };
   const std::set<std::string> kChanges = {"rename", "unlinkat", "fsync"};
   const struct {
     int error;
     std::set<std::string> calls;
     int served[kStages];
-  } cases[] = {{EPERM, kChanges, {1, kAbsent, 1}},
-               {EROFS, kChanges, {1, kAbsent, 1}},
-               {ENOSPC, kChanges, {1, kAbsent, 1}},
-               {EIO, {"pread"}, {5, kAbsent, 1}}};
+  } cases[] = {{EPERM, kChanges, {1, kAbsent, 1, 1}},
+               {EROFS, kChanges, {1, kAbsent, 1, 1}},
+               {ENOSPC, kChanges, {1, kAbsent, 1, 1}},
+               {EIO, {"pread"}, {5, kAbsent, 1, 1}}};
   for (const auto& test : cases) {
-    for (const int stage : {kIsStaged, kIsInPlace, kIsLost}) {
+    for (const int stage : {kIsStaged, kIsInPlace, kIsLost, kIsStagedAgain}) {
       for (const char next : {'-', 's', 'r', 'p'}) {  // nothing, store, remove, remove by predicate
         SCOPED_TRACE(std::string(std::strerror(test.error)) + std::to_string(stage) + next);
         Cache cache(Durability::kProcess);
+        const std::string content = cache.scratch / internal::ContentName(kInterrupted);
+        const std::string staged = cache.scratch / "ox-0123456789abcdef-2.part";
+        if (stage == kIsStagedAgain) {
+          std::filesystem::remove(content + ".0123456789abcdef-2.commit");
+          cache.LeaveBehind(1);
+        }
         Configure(cache.scratch, {100000, 9, 65536});
         WriteWhole(cache.scratch / "junk", "");
         WriteWhole(cache.scratch / "junk.ox_meta", "");
-        const std::string content = cache.scratch / internal::ContentName(kInterrupted);
-        const std::string staged = cache.scratch / "ox-0123456789abcdef-2.part";
         if (stage == kIsInPlace) std::filesystem::rename(staged, content);
         if (stage == kIsLost) {
           std::filesystem::remove(staged);
@@ -387,6 +394,22 @@ TEST(SessionFaults, AFullDiskTakesAnOldEntryForASeal) {
     EXPECT_EQ(entries, cache.session->Statistics().entries);
     EXPECT_EQ(helps, AllHaveSeals(cache));
     EXPECT_EQ(1, FetchVersion(*cache.session, kNew, &cache.error));
+  }
+}
+
+TEST(SessionFaults, ACommitThatCannotBeSynchronisedLeavesNoFile) {
+  beforeChange = [](Cache& /*cache*/) { refusal = {{"fsync"}, EIO}; };
+  bool isReached = true;
+  for (std::uint64_t k = 1; isReached; ++k) {
+    Cache cache(Durability::kPower);
+    cache.Open();
+    changes.Arm(k, Mode::kOnce);
+    cache.Replace(2);
+    isReached = changes.WasReached();
+    changes.Disarm();
+    refusal = {};
+    ASSERT_EQ("", cache.ledger.Check(*cache.session)) << k;
+    ASSERT_TRUE(Look(cache.scratch.Path()).staging.empty()) << k;
   }
 }
 

@@ -60,6 +60,28 @@ TEST_F(SessionMends, AClearedDirectoryStaysLocked) {
   EXPECT_EQ("new|n", Fetch(*session, kNew));
 }
 
+TEST_F(SessionMends, WhoHasTheCacheIsNamedWhereThatProcessLives) {
+  StoreOld();
+  const std::string own = std::to_string(getpid());
+  const std::string lockFile = cache / "ox-session.lock";
+  EXPECT_EQ(own + "\n", ReadWhole(lockFile));
+  const int another = open(cache.Path().c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_EQ(0, flock(another, LOCK_EX | LOCK_NB));
+  for (const std::string& text : {own + "\n", own, std::string("1\n"), std::string(), "x" + own,
+                                  std::string("0\n"), std::string("2147483647\n")}) {
+    WriteWhole(lockFile, text);
+    EXPECT_EQ(nullptr, CacheSession::Open(options, &error));
+    EXPECT_EQ(ErrorKind::kInUse, error.kind);
+    const bool isNamed = text.find(own) == 0 || text == "1\n";
+    const std::string who =
+        isNamed ? "process " + text.substr(0, text.find('\n')) : "another process";
+    EXPECT_EQ(0U, error.Message().find(who + " has the cache")) << error.Message();
+  }
+  close(another);
+  Open();
+  EXPECT_EQ(own + "\n", ReadWhole(lockFile)) << "of longer text nothing stays";
+}
+
 // Names of the session's own with a suffix of its own, as files and as directories.
 TEST_F(SessionMends, PlantedNamesAreNeverEntriesAndKeepNothingFromOpening) {
   StoreOld();

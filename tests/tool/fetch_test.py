@@ -107,7 +107,8 @@ class Fetches(ToolCase):
             for says, status in answers:
                 with self.subTest((where, says)):
                     self.server.statuses.append(None)
-                    self.assertEqual(self.run_tool("fetch", url, says=says + " http"), content)
+                    # Standard error is no terminal, so it shows nothing before that.
+                    self.assertEqual(self.run_tool("fetch", url, says=f"^oxcache: {says} http"), content)
                     self.assertEqual(self.server.statuses[-1], status)
         self.assertFalse(any("no-store" in entry["metadata"] for entry in self.report("ls")))
 
@@ -233,7 +234,8 @@ class Fetches(ToolCase):
         urls = [self.serve("huge/1", b"x"), self.serve("huge/2", b"x"), self.serve("plain/3", b"xxx")]
         master, terminal = pty.openpty()
         with subprocess.Popen([TOOL, "--dir", self.cache, "fetch", "-o", self.path("out"), *urls],
-                              stderr=terminal, stdout=subprocess.DEVNULL) as child:
+                              stderr=terminal, stdout=subprocess.DEVNULL,
+                              env=dict(os.environ, TERM="xterm")) as child:
             os.close(terminal)
             shown = b""
             while b"1/3 files, 5 of 2G" not in shown and shown.count(b"/s") < 20:

@@ -41,7 +41,8 @@ class ToolCase(unittest.TestCase):
 
     def run_tool(self, *words, stdin=b"", status=DONE, says=None, directory=None, **more):
         """Runs the tool and returns its standard output; checks its status and messages."""
-        environment = dict(os.environ, XDG_CACHE_HOME=self.path("xdg"), no_proxy="*")
+        environment = dict(os.environ, XDG_CACHE_HOME=self.path("xdg"), no_proxy="*",
+                           TERM="xterm")
         command = [TOOL, "--dir", directory or self.cache, *words]
         done = subprocess.run(command, input=stdin, capture_output=True, env=environment,
                               cwd=self.scratch, timeout=120, check=False, **more)

@@ -44,9 +44,12 @@ class Entries(ToolCase):
         self.run_tool("get", "abc", status=NOT_DONE, says="no entry")
 
     def test_the_users_cache_directory_is_the_default(self):
-        environment = dict(os.environ, XDG_CACHE_HOME=self.path("xdg"))
-        subprocess.run([TOOL, "put", "abc"], input=b"1", env=environment, check=True)
-        self.assertEqual(self.read("xdg/oxcache/" + NAME_OF_ABC), b"1")
+        cases = [({"XDG_CACHE_HOME": self.path("xdg")}, "xdg"),
+                 ({"XDG_CACHE_HOME": "relative", "HOME": self.path("home")}, "home/.cache"),
+                 ({"HOME": self.path("other")}, "other/.cache")]
+        for variables, place in cases:
+            subprocess.run([TOOL, "put", "abc"], input=b"1", env=variables, cwd=self.scratch, check=True)
+            self.assertEqual(self.read(f"{place}/oxcache/{NAME_OF_ABC}"), b"1")
 
     def test_failures_have_their_status_and_reason(self):
         self.run_tool("init", "--max-size", "8K", "--max-entry-size", "4K", "--max-entries", "2")
@@ -88,6 +91,12 @@ class Entries(ToolCase):
         for status, says, words, stdin in cases:
             with self.subTest(words):
                 self.run_tool(*words, stdin=stdin, status=status, says=says)
+        def lose_directory():
+            os.mkdir("lost")
+            os.chdir("lost")
+            os.rmdir("../lost")
+        self.run_tool(*init, "--directory", "x", preexec_fn=lose_directory, status=INPUT_OUTPUT,
+                      says="absolute: x: No such file")
         self.assertEqual(self.run_tool("get", "kept"), b"s" * 100)
         self.assertEqual(self.read("out"), b"old")
 
@@ -150,6 +159,15 @@ class Entries(ToolCase):
                 self.assertEqual(done.returncode, status, done.stderr)
                 self.assertRegex(done.stdout, out)
                 self.assertIn(b"Read-only file system", done.stderr)
+
+    @unittest.skipUnless(os.geteuid() == 0, "needs to become another user")
+    def test_what_the_effective_user_may_not_write_is_only_read(self):
+        self.run_tool("put", "abc", stdin=b"1")
+        for directory, _, files in os.walk(self.scratch):
+            for path in [directory] + [os.path.join(directory, file) for file in files]:
+                os.chmod(path, 0o755)
+        self.run_tool("ls", says="cannot write in the cache directory.*only read",
+                      preexec_fn=lambda: os.seteuid(65534))
 
     def test_streams_are_not_held_in_memory(self):
         self.run_tool("init", "--max-size", "100M", "--max-entry-size", "100M")
@@ -443,6 +461,8 @@ class Reports(ToolCase):
         self.assertRegex(text, r"\ntotal size .*\nentries +\[#{30}\] 233%  7 of 3\n"
                                r"largest entry .*\ncontents .*, counted in blocks of .*\nfree space ")
         self.assertIn("foreign files:\n  stranger\n", text)
+        os.remove(self.path("cache/file-cache.conf"))
+        self.assertRegex(self.run_tool("stat").decode(), r"\nentries +\[\.{30}\] 100%  7 of 0\n")
 
     def test_trim_to_a_target_and_clear(self):
         shutil.rmtree(self.cache)
