@@ -1,5 +1,6 @@
 #include "http/url.h"
 
+#include <arpa/inet.h>
 #include <curl/curl.h>
 
 #include <algorithm>
@@ -53,8 +54,15 @@ bool IsAmong(char c, std::string_view letters) {
   return c != '\0' && letters.find(c) != std::string_view::npos;
 }
 
+// Four decimal numbers: the one form of an address that nothing else is written in.
+bool IsPlainAddress(const std::string& host) {
+  in_addr address{};
+  return inet_pton(AF_INET, host.c_str(), &address) == 1;
+}
+
 // libcurl takes longer for a URL than a hit in the cache takes without it. So those that have
-// nothing to normalise are taken here: a name in small letters, perhaps a port, perhaps a path.
+// nothing to normalise are taken here: a name in small letters or a plain address, perhaps a port,
+// perhaps a path.
 bool TakePlain(const std::string& text, Url* url) {
   constexpr std::string_view kHostLetters = "abcdefghijklmnopqrstuvwxyz0123456789-.";
   constexpr std::string_view kPathLetters =
@@ -65,7 +73,9 @@ bool TakePlain(const std::string& text, Url* url) {
   const std::size_t end = std::min(text.find_first_not_of(kHostLetters, host), text.size());
   const std::size_t label = text.find_last_of("./", end > host ? end - 1 : host) + 1;
   // A last label of digits makes an address of it, which has many forms.
-  if (end == host || text[host] == '.' || !IsAmong(text[label], kHostLetters.substr(0, 26))) {
+  if (end == host || text[host] == '.') return false;
+  if (!IsAmong(text[label], kHostLetters.substr(0, 26)) &&
+      !IsPlainAddress(text.substr(host, end - host))) {
     return false;
   }
   std::size_t path = end;

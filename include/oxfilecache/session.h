@@ -85,10 +85,10 @@ namespace ox::session {
 //   kProcess          13       15                  5                   0
 //   kPower            17       20                  5                   3
 //
-// The names: two files made, and three renamed, or one deleted and two renamed. The fsyncs: metadata,
-// content, and once the directory. Of the directory there are three for a replacement where the file
-// system has no extended attributes, and two for a new entry where a file of that name may have been
-// deleted since the last time. The ones of the directory hold up other threads.
+// The names: two files made, and three renamed, or one deleted and two renamed. The fsyncs:
+// metadata, content, and once the directory. Of the directory there are three for a replacement
+// where the file system has no extended attributes, and two for a new entry where a file of that
+// name may have been deleted since the last time. The ones of the directory hold up other threads.
 enum class Durability {
   // An entry being replaced may be gone after a kill or a power cut, and after a failed commit.
   kNone,

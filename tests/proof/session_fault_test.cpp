@@ -316,6 +316,7 @@ TEST(SessionFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
         SCOPED_TRACE(std::string(std::strerror(test.error)) + std::to_string(stage) + next);
         Cache cache(Durability::kProcess);
         const std::string content = cache.scratch / internal::ContentName(kInterrupted);
+        const std::string staged = cache.scratch / "ox-0123456789abcdef-2.part";
         if (stage == kIsStagedAgain) {
           std::filesystem::remove(content + ".0123456789abcdef-2.commit");
           cache.LeaveBehind(1);
@@ -323,7 +324,6 @@ TEST(SessionFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
         Configure(cache.scratch, {100000, 9, 65536});
         WriteWhole(cache.scratch / "junk", "");
         WriteWhole(cache.scratch / "junk.ox_meta", "");
-        const std::string staged = cache.scratch / "ox-0123456789abcdef-2.part";
         if (stage == kIsInPlace) std::filesystem::rename(staged, content);
         if (stage == kIsLost) {
           std::filesystem::remove(staged);
@@ -344,22 +344,6 @@ TEST(SessionFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
         EXPECT_EQ(0U, cache.session->Statistics().damaged);
       }
     }
-  }
-}
-
-TEST(SessionFaults, ACommitThatCannotBeSynchronisedLeavesNoFile) {
-  beforeChange = [](Cache& /*cache*/) { refusal = {{"fsync"}, EIO}; };
-  bool isReached = true;
-  for (std::uint64_t k = 1; isReached; ++k) {
-    Cache cache(Durability::kPower);
-    cache.Open();
-    changes.Arm(k, Mode::kOnce);
-    cache.Replace(2);
-    isReached = changes.WasReached();
-    changes.Disarm();
-    refusal = {};
-    ASSERT_EQ("", cache.ledger.Check(*cache.session)) << k;
-    ASSERT_TRUE(Look(cache.scratch.Path()).staging.empty()) << k;
   }
 }
 
@@ -410,6 +394,22 @@ TEST(SessionFaults, AFullDiskTakesAnOldEntryForASeal) {
     EXPECT_EQ(entries, cache.session->Statistics().entries);
     EXPECT_EQ(helps, AllHaveSeals(cache));
     EXPECT_EQ(1, FetchVersion(*cache.session, kNew, &cache.error));
+  }
+}
+
+TEST(SessionFaults, ACommitThatCannotBeSynchronisedLeavesNoFile) {
+  beforeChange = [](Cache& /*cache*/) { refusal = {{"fsync"}, EIO}; };
+  bool isReached = true;
+  for (std::uint64_t k = 1; isReached; ++k) {
+    Cache cache(Durability::kPower);
+    cache.Open();
+    changes.Arm(k, Mode::kOnce);
+    cache.Replace(2);
+    isReached = changes.WasReached();
+    changes.Disarm();
+    refusal = {};
+    ASSERT_EQ("", cache.ledger.Check(*cache.session)) << k;
+    ASSERT_TRUE(Look(cache.scratch.Path()).staging.empty()) << k;
   }
 }
 

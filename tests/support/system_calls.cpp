@@ -274,6 +274,10 @@ int fsync(int fd) {
   return 0;  // power is cut in simulation only: thousands of cases need not wait for the disk
 }
 
+int sync_file_range(int /*fd*/, off_t /*from*/, off_t /*count*/, unsigned /*flags*/) {
+  return 0;  // a hint that promises nothing
+}
+
 int renameat(int fromDirectory, const char* from, int toDirectory, const char* to) noexcept {
   static auto* const real =
       Next<int(int, const char*, int, const char*)>("renameat", "renameat", "renameat");

@@ -1,5 +1,6 @@
 """Drives "oxcache fetch" against a server in this process, which answers by the first folder of a URL."""
 
+import fcntl
 import http.server
 import json
 import os
@@ -7,8 +8,10 @@ import pty
 import re
 import signal
 import socket
+import struct
 import subprocess
 import sys
+import termios
 import threading
 import time
 import unittest
@@ -251,6 +254,7 @@ class Fetches(ToolCase):
         url = self.serve("no-store/file", b"x" * 100000)
         for is_shown in (True, False):
             master, terminal = pty.openpty()
+            fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 20, 0, 0))
             with subprocess.Popen([TOOL, "--dir", self.cache, "fetch", url], stderr=terminal,
                                   stdout=subprocess.DEVNULL if is_shown else terminal,
                                   env=dict(os.environ, TERM="xterm")) as child:
@@ -258,7 +262,8 @@ class Fetches(ToolCase):
                 shown = b""
                 while b"UNCACHED" not in shown:
                     shown += os.read(master, 4096)
-            self.assertEqual(b"/1 files" in shown, is_shown)
+            lines = re.findall(rb"\r([^\r]*/1 files[^\r]*)\x1b\[K", shown)
+            self.assertEqual({len(line) for line in lines}, {19} if is_shown else set())
             os.close(master)
 
 
