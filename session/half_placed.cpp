@@ -11,6 +11,7 @@
 #include "session/content_in_place.h"
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
+#include "session/recovery.h"
 #include "session/session_names.h"
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/format.h>
@@ -25,14 +26,6 @@ struct StagedContent {
   std::optional<std::uint32_t> sum;  // once it was asked for
 };
 
-bool IsOfCommit(const Survey& survey, const std::string& id) {
-  return std::any_of(survey.staging.begin(), survey.staging.end(), [&](const std::string& name) {
-    std::string entryName;
-    std::string commitId;
-    return ParseCommitFileName(name, &entryName, &commitId) && commitId == id;
-  });
-}
-
 std::vector<StagedContent> LeftStaged(
     const std::string& directory, const Survey& survey,
     const std::function<bool(const std::string& id)>& isBeingWritten) {
@@ -40,7 +33,7 @@ std::vector<StagedContent> LeftStaged(
   for (const std::string& name : survey.staging) {
     const std::string id = StagingId(name);
     if (id.empty() || name != StagedContentName(id) || isBeingWritten(id)) continue;
-    if (IsOfCommit(survey, id)) continue;
+    if (IsOfBlockedCommit(survey, id)) continue;
     const std::string path = directory + "/" + name;
     const std::uint64_t bytes = FileSize(path);
     if (bytes > 0) contents.push_back({name, path, bytes, std::nullopt});
