@@ -59,11 +59,25 @@ StagedContent* FindSealed(std::vector<StagedContent>& contents, const EntrySeal&
   return nullptr;
 }
 
-void NotePlaced(StagedContent& content, SurveyedEntry& entry, Survey* survey) {
-  survey->bytes += content.bytes - entry.contentBytes;
+// Where the content cannot be renamed now, the entry waits with it for another start.
+Error PlaceContentOf(const std::string& directory, std::vector<StagedContent>& contents,
+                     SurveyedEntry& entry, Survey* survey, bool* mustWait) {
+  const std::string path = directory + "/" + std::string(entry.name);
+  const std::string metadata = path + format::kMetadataSuffix;
+  const auto seal = ReadSeal(metadata);
+  StagedContent* content = seal ? FindSealed(contents, *seal) : nullptr;
+  bool isInPlace = true;
+  if (content == nullptr || !IsContentInPlace(metadata, path, &isInPlace) || isInPlace) return {};
+  if (!RenameFile(content->path, path)) {
+    const bool mayPass = errno == EROFS || MeansNoSpace(errno);
+    *mustWait = mayPass || IsLastingRefusal(errno);
+    if (!*mustWait) return SystemError("cannot put the content in place", path);
+    survey->mayPass = survey->mayPass || mayPass;
+  }
   // No seal is of no bytes: it serves one entry.
-  entry.contentBytes = std::exchange(content.bytes, 0);
-  survey->staging.erase(std::find(survey->staging.begin(), survey->staging.end(), content.name));
+  entry.contentBytes = std::exchange(content->bytes, 0);
+  survey->staging.erase(std::find(survey->staging.begin(), survey->staging.end(), content->name));
+  return {};
 }
 
 }  // namespace
@@ -73,18 +87,10 @@ Error PlaceContents(const std::string& directory,
                     Survey* survey) {
   std::vector<StagedContent> contents = LeftStaged(directory, *survey, isBeingWritten);
   if (contents.empty()) return {};
-  for (SurveyedEntry& entry : survey->entries) {
-    const std::string path = directory + "/" + std::string(entry.name);
-    const std::string metadata = path + format::kMetadataSuffix;
-    const auto seal = ReadSeal(metadata);
-    StagedContent* content = seal ? FindSealed(contents, *seal) : nullptr;
-    bool isInPlace = true;
-    if (content == nullptr || !IsContentInPlace(metadata, path, &isInPlace) || isInPlace) continue;
-    if (!RenameFile(content->path, path)) {
-      if (IsLastingRefusal(errno) || errno == EROFS || MeansNoSpace(errno)) continue;
-      return SystemError("cannot put the content in place", path);
-    }
-    NotePlaced(*content, entry, survey);
+  for (auto entry = survey->entries.begin(); entry != survey->entries.end();) {
+    bool mustWait = false;
+    if (Error error = PlaceContentOf(directory, contents, *entry, survey, &mustWait)) return error;
+    entry = mustWait ? survey->entries.erase(entry) : entry + 1;
   }
   return {};
 }

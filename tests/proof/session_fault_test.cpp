@@ -347,6 +347,29 @@ TEST(SessionFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
   }
 }
 
+// Of a replacement a power cut kept the second renaming and not the first.
+TEST(SessionFaults, ContentThatCannotBePutInPlaceYetWaits) {
+  for (const int error : {EPERM, EROFS, ENOSPC, EIO}) {
+    for (const bool goesOn : {false, true}) {
+      Cache cache(Durability::kProcess);
+      Configure(cache.scratch, {100000, 9, 65536});
+      const std::string content = cache.scratch / internal::ContentName(kInterrupted);
+      std::filesystem::rename(content + ".0123456789abcdef-2.commit", content + ".ox_meta");
+      refusal = {{"rename"}, error};
+      cache.Open();
+      EXPECT_EQ(error == EIO, cache.session == nullptr) << error;
+      if (error != EIO) {
+        EXPECT_EQ(kAbsent, FetchVersion(*cache.session, kInterrupted, &cache.error));
+      }
+      refusal = {};
+      const bool mayPass = error == EROFS || error == ENOSPC;
+      if (!goesOn || !mayPass) cache.Open();
+      EXPECT_EQ(5, FetchVersion(*cache.session, kInterrupted, &cache.error)) << error;
+      CheckAtLast(cache);
+    }
+  }
+}
+
 // A renaming may need room, too.
 TEST(SessionFaults, AFullDiskTakesOldEntriesForAnInterruptedCommit) {
   Cache cache(Durability::kProcess);
