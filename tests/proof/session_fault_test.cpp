@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "session/crc32c.h"
 #include "session/durable_io.h"
@@ -433,6 +434,42 @@ TEST(SessionFaults, ACommitThatCannotBeSynchronisedLeavesNoFile) {
     refusal = {};
     ASSERT_EQ("", cache.ledger.Check(*cache.session)) << k;
     ASSERT_TRUE(Look(cache.scratch.Path()).staging.empty()) << k;
+  }
+}
+
+// Each step of it fails once. Only content that could not be synchronised is lost.
+TEST(SessionFaults, AFailedCommitCanBeTriedAgain) {
+  const struct {
+    const std::string& url;
+    const char* call;
+    int failures;
+  } cases[] = {
+      {kNew, "fsync", 4}, {kNew, "rename", 2}, {kReplaced, "fsync", 3}, {kReplaced, "rename", 2}};
+  static const char* refused;
+  beforeChange = [](Cache& /*cache*/) { refusal = {{std::exchange(refused, "none")}, EIO}; };
+  for (const auto& [url, call, failures] : cases) {
+    int failed = 0;
+    bool isReached = true;
+    for (std::uint64_t k = 1; isReached; ++k) {
+      SCOPED_TRACE(url + " " + call + " " + std::to_string(k));
+      Cache cache(Durability::kPower);
+      cache.Open();
+      const auto writer = Write(*cache.session, url, ContentOf(url, 2), &cache.error);
+      refused = call;
+      changes.Arm(k, Mode::kFromThereOn);
+      const Error error = writer->Commit(MetadataOf(url, 2));
+      isReached = changes.WasReached();
+      changes.Disarm();
+      refusal = {};
+      const bool isLost = error && error.path.find(".part") != std::string::npos;
+      if (error) {
+        ++failed;
+        EXPECT_EQ(isLost, bool(writer->Commit(MetadataOf(url, 2))));
+      }
+      if (!isLost) cache.ledger.Committed(url, 2);
+      CheckAtLast(cache);
+    }
+    EXPECT_EQ(failures, failed) << url << " " << call;
   }
 }
 

@@ -141,7 +141,7 @@ TEST_F(SessionMends, ACommitThatADirectoryBlocksIsFinishedOnceThatIsGone) {
 TEST_F(SessionMends, EntriesGetTheContentThatTheirSealsTellOf) {
   const struct {
     std::vector<std::string> contents, staged;
-    int served;
+    unsigned served;
   } cases[] = {{{"1", "1"}, {"1", "1"}, 2},
                {{"1", "1"}, {"1"}, 1},
                {{"one", "two"}, {"", "two", "six", "one"}, 2},
@@ -163,10 +163,11 @@ TEST_F(SessionMends, EntriesGetTheContentThatTheirSealsTellOf) {
       WriteWhole(part + std::to_string(i) + ".part", c.staged[i]);
     EXPECT_FALSE(session->Trim(nullptr));
     EXPECT_EQ(DiskUse(cache.Path()), session->Statistics().bytes + 10);
-    int served = 0;
+    unsigned served = 0;
     for (std::size_t i = 0; i < 2; ++i)
-      served += Fetch(*session, kOld + std::to_string(i)) == c.contents[i] + "|m" ? 1 : 0;
+      served += Fetch(*session, kOld + std::to_string(i)) == c.contents[i] + "|m" ? 1U : 0U;
     EXPECT_EQ(c.served, served);
+    EXPECT_EQ(c.staged.size(), session->Statistics().leftovers + c.served);
     EXPECT_EQ("1", ReadWhole(part + "9.part"));
     EXPECT_FALSE(writer->Commit("m"));
   }

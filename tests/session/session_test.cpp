@@ -302,10 +302,13 @@ TEST_F(SessionTest, DamageBySomebodyElseIsNoticed) {
   for (const char* suffix : {"", ".ox_meta"}) {
     const std::string blocked = paths["blocked"] + suffix;
     std::filesystem::create_directory(blocked);
-    error = Store(*session, "blocked", "x", "m");
+    const auto writer = Write(*session, "blocked", "x", &error);
+    error = writer->Commit("m");
     EXPECT_EQ(error.systemError, EISDIR);
     EXPECT_EQ(error.path, blocked);
     std::filesystem::remove(blocked);
+    EXPECT_FALSE(writer->Commit("m"));
+    EXPECT_FALSE(session->Remove("blocked"));
   }
   std::filesystem::remove(paths["taken"]);
   for (const auto& [url, path] : paths) {
