@@ -313,7 +313,8 @@ TEST(SessionFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
                {EIO, {"pread"}, {5, kAbsent, 1, 1}}};
   for (const auto& test : cases) {
     for (const int stage : {kIsStaged, kIsInPlace, kIsLost, kIsStagedAgain}) {
-      for (const char next : {'-', 's', 'r', 'p'}) {  // nothing, store, remove, remove by predicate
+      // Nothing, store, remove, remove by predicate, renew the metadata.
+      for (const char next : {'-', 's', 'r', 'p', 'm'}) {
         SCOPED_TRACE(std::string(std::strerror(test.error)) + std::to_string(stage) + next);
         Cache cache(Durability::kProcess);
         const std::string content = cache.scratch / internal::ContentName(kInterrupted);
@@ -339,6 +340,13 @@ TEST(SessionFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
         if (next == 's') Store(*cache.session, kInterrupted, 8, &cache.ledger);
         if (next == 'r') Remove(*cache.session, kInterrupted, &cache.ledger);
         if (next == 'p') RemoveByUrl(*cache.session, kInterrupted, &cache.ledger);
+        const int found =
+            next == 'm' ? FetchVersion(*cache.session, kInterrupted, &cache.error) : kAbsent;
+        const int renewed = found + kRenewal;
+        if (found != kAbsent) {
+          EXPECT_FALSE(cache.session->SetMetadata(kInterrupted, MetadataOf(kInterrupted, renewed)));
+          cache.ledger.Committed(kInterrupted, renewed);
+        }
         // Writable again, the commit is finished before anything is stored over it.
         const bool goesOn = test.error == EROFS || test.error == ENOSPC;
         CheckBoth(cache, goesOn);
