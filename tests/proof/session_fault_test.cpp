@@ -429,19 +429,47 @@ TEST(SessionFaults, AFullDiskTakesAnOldEntryForASeal) {
   }
 }
 
-TEST(SessionFaults, ACommitThatCannotBeSynchronisedLeavesNoFile) {
-  beforeChange = [](Cache& /*cache*/) { refusal = {{"fsync"}, EIO}; };
-  bool isReached = true;
-  for (std::uint64_t k = 1; isReached; ++k) {
-    Cache cache(Durability::kPower);
+// Nor anything that has to be found out to be damaged.
+TEST(SessionFaults, AChangeThatFailsLeavesNoFile) {
+  static const char* call;
+  beforeChange = [](Cache& /*cache*/) { refusal = {{call}, EIO}; };
+  for (const char* each : {"fsync", "rename"}) {
+    for (const Durability durability : {Durability::kNone, Durability::kPower}) {
+      bool isReached = true;
+      for (std::uint64_t k = 1; isReached; ++k) {
+        SCOPED_TRACE(each + std::to_string(k));
+        call = each;
+        Cache cache(durability);
+        cache.Open();
+        changes.Arm(k, Mode::kOnce);
+        cache.Replace(2);
+        Renew(*cache.session, kKept, &cache.ledger);
+        isReached = changes.WasReached();
+        changes.Disarm();
+        refusal = {};
+        ASSERT_EQ("", cache.ledger.Check(*cache.session));
+        ASSERT_TRUE(Look(cache.scratch.Path()).staging.empty());
+        ASSERT_EQ(0U, cache.session->Statistics().damaged);
+      }
+    }
+  }
+}
+
+TEST(SessionFaults, WhatCannotBeKeptLeavesNoFile) {
+  const struct {
+    Refusal refusal;
+    ErrorKind kind;
+  } cases[] = {{{{"fsetxattr"}, EOPNOTSUPP}, ErrorKind::kRefused},
+               {{{"rename"}, EIO}, ErrorKind::kInputOutput}};
+  for (const auto& test : cases) {
+    Cache cache(Durability::kProcess);
     cache.Open();
-    changes.Arm(k, Mode::kOnce);
-    cache.Replace(2);
-    isReached = changes.WasReached();
-    changes.Disarm();
+    const auto writer = Write(*cache.session, kNew, "new", &cache.error);
+    refusal = test.refusal;
+    EXPECT_EQ(test.kind, writer->KeepAs(kNew, "m").kind);
     refusal = {};
-    ASSERT_EQ("", cache.ledger.Check(*cache.session)) << k;
-    ASSERT_TRUE(Look(cache.scratch.Path()).staging.empty()) << k;
+    EXPECT_EQ(1U, Look(cache.scratch.Path()).staging.size());
+    EXPECT_EQ(DiskUse(cache.scratch.Path()), cache.session->Statistics().bytes);
   }
 }
 

@@ -115,6 +115,7 @@ TEST_F(SessionKeptTest, KeepingTakesRoomUntilTheWriterEnds) {
   writer = Write(*session, "a", "new", &error_);
   EXPECT_FALSE(writer->KeepAs("b", "m"));
   session.reset();
+  EXPECT_EQ(writer->KeepAs("b", "m").kind, ErrorKind::kInvalidArgument);
   writer.reset();
   EXPECT_EQ(Files(), "1+0");
 }
