@@ -95,7 +95,11 @@ Error OpenContentOf(const SessionState& state, Finding* finding) {
     return errno == ENOENT ? Damaged(entry.path)
                            : SystemError("cannot open the content", entry.path);
   }
-  if (fstat(entry.content.Get(), &finding->content) != 0 || !S_ISREG(finding->content.st_mode)) {
+  if (fstat(entry.content.Get(), &finding->content) != 0) {
+    return SystemError("cannot look at the content", entry.path);
+  }
+  if (!S_ISREG(finding->content.st_mode)) {
+    errno = 0;
     return SystemError("the content is not a regular file", entry.path);
   }
   entry.size = static_cast<std::uint64_t>(finding->content.st_size);
