@@ -31,6 +31,12 @@ class OX_CAPABILITY("mutex") Mutex {
   Mutex(const Mutex&) = delete;
   Mutex& operator=(const Mutex&) = delete;
 
+  // Whether a thread had it a moment ago.
+  bool IsTaken() {
+    const std::unique_lock<std::mutex> lock(mutex_, std::try_to_lock);
+    return !lock.owns_lock();
+  }
+
  private:
   friend class MutexLock;
 

@@ -24,9 +24,6 @@ void TotalBounds::Subtract(std::uint64_t bytes, bool isCertain) {
 
 void DiskAccount::Reset(const Survey& survey, std::uint64_t bytesBeingWritten,
                         std::int64_t managerStart) {
-  const std::uint64_t changes = changes_ + 1;
-  *this = DiskAccount(unit_);
-  changes_ = changes;
   entries_ = survey.entries.size();
   bytes_ = bytesBeingWritten;
   std::uint64_t contentBytes = 0;
@@ -36,6 +33,9 @@ void DiskAccount::Reset(const Survey& survey, std::uint64_t bytesBeingWritten,
   }
   total_.Reset(contentBytes);
   managerStart_ = managerStart;
+  isStale_ = false;
+  deletionError_ = 0;
+  ++changes_;
 }
 
 void DiskAccount::NoteCreated(std::uint64_t metadataLength) {

@@ -6,6 +6,7 @@
 #define OX_SESSION_DISK_ACCOUNT_H_
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 
 #include "session/allocation_unit.h"
@@ -53,7 +54,8 @@ class DiskAccount {
   // Others may have let an entry grow that was deleted since, so this is less than was added.
   void SubtractBeingWritten(std::uint64_t bytes) { bytes_ -= std::min(bytes_, bytes); }
 
-  // Another number after each change of an entry's files, and when there may have been one.
+  // Another number after each change of an entry's files, and when there may have been one. From
+  // any thread, without the lock.
   std::uint64_t Changes() const { return changes_; }
 
   // The manager has listed a new entry, or given up one that it had listed.
@@ -94,7 +96,7 @@ class DiskAccount {
   std::int64_t managerStart_ = 0;
   bool isStale_ = false;
   int deletionError_ = 0;
-  std::uint64_t changes_ = 0;
+  std::atomic<std::uint64_t> changes_{0};
 };
 
 }  // namespace ox::internal

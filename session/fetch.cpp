@@ -9,11 +9,14 @@
 
 #include "host/system_calls.h"
 #include "session/durable_io.h"
+#include "session/entry_name.h"
 #include "session/entry_seal.h"
 #include "session/eviction_news.h"
+#include "session/metadata_file.h"
 #include "session/module_text.h"
 #include "session/session_state.h"
 #include "session/text_file.h"
+#include "session/use_clock.h"
 #include <oxfilecache/format.h>
 
 namespace ox::session {
@@ -41,7 +44,7 @@ struct Finding {
   std::optional<std::uint32_t> expectedSum;
 };
 
-UniqueFd OpenContent(const SessionState& state, const std::string& path) {
+UniqueFd OpenForReading(const SessionState& state, const std::string& path) {
   const internal::FileAt file = state.directoryLock->At(path);
   // O_NONBLOCK, so that a FIFO planted under the name cannot hang the device.
   return UniqueFd(internal::OpenWithoutTrace(file.directory, file.path, O_NOFOLLOW | O_NONBLOCK));
@@ -90,12 +93,16 @@ Error ReadMetadata(SessionState& state, CacheValue& value, Finding* finding)
 
 Error OpenContentOf(const SessionState& state, Finding* finding) {
   FetchedEntry& entry = finding->entry;
-  entry.content = OpenContent(state, entry.path);
+  entry.content = OpenForReading(state, entry.path);
   if (!entry.content.IsOpen()) {
     return errno == ENOENT ? Damaged(entry.path)
                            : SystemError("cannot open the content", entry.path);
   }
-  if (fstat(entry.content.Get(), &finding->content) != 0 || !S_ISREG(finding->content.st_mode)) {
+  if (fstat(entry.content.Get(), &finding->content) != 0) {
+    return SystemError("cannot look at the content", entry.path);
+  }
+  if (!S_ISREG(finding->content.st_mode)) {
+    errno = 0;
     return SystemError("the content is not a regular file", entry.path);
   }
   entry.size = static_cast<std::uint64_t>(finding->content.st_size);
@@ -170,7 +177,8 @@ Error Accept(SessionState& state, const std::string& url, const OxString& text, 
 }
 
 // Opening takes about as long as finding, and other threads may find meanwhile.
-Error Find(SessionState& state, const std::string& url, const OxString& text, Finding* finding) {
+Error FindAndOpen(SessionState& state, const std::string& url, const OxString& text,
+                  Finding* finding) {
   {
     const MutexLock lock(state.mutex);
     if (Error error = Locate(state, text, finding)) return error;
@@ -178,6 +186,48 @@ Error Find(SessionState& state, const std::string& url, const OxString& text, Fi
   Error opened = OpenContentOf(state, finding);
   const MutexLock lock(state.mutex);
   return Accept(state, url, text, std::move(opened), finding);
+}
+
+// Reads and opens both files of the entry without the mutex. False where anything about them is not
+// as usual.
+bool ReadFiles(SessionState& state, const std::string& url, Finding* finding) {
+  FetchedEntry& entry = finding->entry;
+  finding->changes = state.ChangesSoFar();
+  entry.path = state.cacheDirectory + "/" + internal::ContentName(url);
+  const std::string path = entry.path + format::kMetadataSuffix;
+  const UniqueFd file = OpenForReading(state, path);
+  struct stat status;
+  if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+      !internal::ReadText(file.Get(), &entry.metadata) ||
+      static_cast<std::size_t>(status.st_size) != entry.metadata.size()) {
+    return false;
+  }
+  finding->lastUse = internal::ToNanoseconds(status.st_mtim);
+  return !internal::CheckMetadata(entry.metadata) && !OpenContentOf(state, finding);
+}
+
+// The manager lists the entry and takes what was read of its metadata over. False where it does
+// not, or an entry changed since.
+bool ConfirmFiles(SessionState& state, const OxString& text, const OxString& metadata,
+                  const Finding& finding) OX_REQUIRES(state.mutex) {
+  internal::RunningCache& cache = state.cache;
+  if (cache.EnsureCurrent() || finding.changes != cache.Account().Changes()) return false;
+  CacheValue* value = cache.FindToReplace(text, metadata);
+  return value != nullptr && internal::ContentPath(*value) == finding.entry.path;
+}
+
+// While another thread has the mutex the files are read without waiting for it. One after the other
+// otherwise: then a miss costs no look at the disk.
+Error Find(SessionState& state, const std::string& url, const OxString& text, Finding* finding) {
+  if (state.mutex.IsTaken() && ReadFiles(state, url, finding)) {
+    const OxString metadata = internal::ToOxString(finding->entry.metadata);
+    const MutexLock lock(state.mutex);
+    if (ConfirmFiles(state, text, metadata, *finding)) {
+      return Accept(state, url, text, {}, finding);
+    }
+  }
+  *finding = Finding();
+  return FindAndOpen(state, url, text, finding);
 }
 
 // Removes the entry unless another one has taken its place meanwhile.

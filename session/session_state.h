@@ -34,6 +34,9 @@ struct SessionState {
     if (options.onEviction) cache.Evictions().KeepNews(hasEvictionNews);
   }
 
+  // Two equal numbers: no entry's files changed in between.
+  std::uint64_t ChangesSoFar() OX_NO_THREAD_SAFETY_ANALYSIS { return cache.Account().Changes(); }
+
   const session::SessionOptions options;
   const std::string cacheDirectory;
   const std::unique_ptr<DirectoryLock> directoryLock;

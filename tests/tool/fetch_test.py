@@ -194,8 +194,8 @@ class Fetches(ToolCase):
         told = json.loads(self.run_tool("fetch", "--json", "-o", "out", url))
         self.assertEqual((told["url"], told["outcome"], told["status"], told["file"]),
                          (url, "MISS", 200, "out"))
-        both = self.run_tool("fetch", "--json", url, url).split(b"\n")
-        self.assertEqual(["file" in json.loads(line) for line in both if line], [False, False])
+        both = self.run_tool("fetch", "--json", url, url).splitlines()
+        self.assertEqual(["file" in json.loads(line) for line in both], [False, False])
         odd = url + "\x1b[31m"
         told = json.loads(self.run_tool("fetch", "--json", odd, status=USAGE, says=r"\$'http.*\\x1b"))
         self.assertEqual((told["url"], told["outcome"]), (odd, "FAILED"))

@@ -134,7 +134,7 @@ class Fetcher {
     ExitStatus status = result.isFailure ? StatusOf(result.reason.kind) : ExitStatus::kDone;
     const std::string line = std::string(result.outcome) + " " + Quoted(target.url);
     if (json_) {
-      status = Worse(status, context_.Print(JsonOf(target, result) + "\n"));
+      status = Worse(status, context_.Print(JsonOf(target, result)));
     } else if (!isSingle && !options_.quiet) {
       const bool hasFile = !target.output.empty() && !result.isFailure;
       const std::string where = hasFile ? " -> " + Quoted(target.output) : "";
