@@ -13,6 +13,7 @@
 #include "session/content_in_place.h"
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
+#include "session/recovery.h"
 #include "session/session_names.h"
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/format.h>
@@ -27,23 +28,19 @@ struct StagedContent {
   std::optional<std::uint32_t> sum;  // once it was asked for
 };
 
-bool IsOfCommit(const Survey& survey, const std::string& id) {
-  return std::any_of(survey.staging.begin(), survey.staging.end(), [&](const std::string& name) {
-    std::string entryName;
-    std::string commitId;
-    return ParseCommitFileName(name, &entryName, &commitId) && commitId == id;
-  });
-}
-
 // It is not one of the files that belong to nobody.
 void NoteKept(const std::string& name, Survey* survey) {
   survey->staging.erase(std::find(survey->staging.begin(), survey->staging.end(), name));
 }
 
-// What a later start may find otherwise. The rest, as a lack of descriptors, passes soon.
+// The errno of a change that a later start may be able to make.
 bool MeansLater(int error) {
-  return IsLastingRefusal(error) || MeansNoSpace(error) || error == EROFS || error == EIO ||
-         error == EBADMSG || error == EUCLEAN;
+  return IsLastingRefusal(error) || MeansNoSpace(error) || error == EROFS;
+}
+
+// The same of a look. The rest, as a lack of descriptors, passes soon.
+bool MeansUnreadable(int error) {
+  return MeansLater(error) || error == EIO || error == EBADMSG || error == EUCLEAN;
 }
 
 // Content that cannot be looked at now is kept.
@@ -54,13 +51,15 @@ Error ListLeftStaged(const std::string& directory,
   for (const std::string& name : staging) {
     const std::string id = StagingId(name);
     if (id.empty() || name != StagedContentName(id) || isBeingWritten(id)) continue;
-    if (IsOfCommit(*survey, id)) continue;
+    if (IsOfBlockedCommit(*survey, id)) continue;
     const std::string path = directory + "/" + name;
     struct stat status;
     if (lstat(path.c_str(), &status) == 0) {
       const auto bytes = static_cast<std::uint64_t>(status.st_size);
       if (S_ISREG(status.st_mode)) contents->push_back({name, path, bytes, std::nullopt});
-    } else if (!MeansLater(errno)) {
+    } else if (errno == ENOENT) {
+      continue;
+    } else if (!MeansUnreadable(errno)) {
       return SystemError("cannot look at staged content", path);
     } else {
       survey->mayPass = true;

@@ -43,15 +43,6 @@ Error DeleteLeftover(const std::string& path, std::uint64_t* deleted) {
   return MeansItStays(errno) ? Error{} : SystemError("cannot delete", path);
 }
 
-bool IsOfBlockedCommit(const Survey& survey, const std::string& id) {
-  return std::any_of(survey.blockedCommits.begin(), survey.blockedCommits.end(),
-                     [&](const std::string& name) {
-                       std::string entryName;
-                       std::string blockedId;
-                       return ParseCommitFileName(name, &entryName, &blockedId) && blockedId == id;
-                     });
-}
-
 // Makes staged content as long as its commit file says: what was kept of a writer may have grown
 // since (keep_as.cpp), and a power cut may have taken its end away, so that it is of no use.
 Error FitToSeal(const CommitFiles& files, bool* isWhole) {
@@ -149,6 +140,15 @@ bool IsAdmissible(const SurveyedEntry& entry, const session::CacheLimits& limits
 }
 
 }  // namespace
+
+bool IsOfBlockedCommit(const Survey& survey, const std::string& id) {
+  return std::any_of(survey.blockedCommits.begin(), survey.blockedCommits.end(),
+                     [&](const std::string& name) {
+                       std::string entryName;
+                       std::string blockedId;
+                       return ParseCommitFileName(name, &entryName, &blockedId) && blockedId == id;
+                     });
+}
 
 // Content first: metadata without content is deleted by any scan, content without metadata is not.
 Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry,

@@ -28,6 +28,9 @@ using IsBeingWritten = std::function<bool(const std::string& id)>;
 Error FinishCommits(const std::string& directory, const IsBeingWritten& isBeingWritten,
                     EvictionLog* evictions, Survey* survey);
 
+// Whether a blocked commit waits for the staged content of that ID.
+bool IsOfBlockedCommit(const Survey& survey, const std::string& id);
+
 // Deletes a blocked commit, so that its entry can be changed; where the survey has left that out,
 // its metadata too.
 Error GiveUpCommit(const std::string& directory, const std::string& commitName);

@@ -116,7 +116,12 @@ TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
   EXPECT_NE(Metadata(server.Url("/#part")), "");
   Reopen();
   server.SetAnswer(rest);
-  EXPECT_EQ(Get(server.Url("/")), "miss 200 " + body);
+  RequestOptions watched;
+  watched.onProgress = [](const http::Progress& now) {
+    EXPECT_TRUE(now.total == 0 || now.total == 100000) << now.total;
+    return true;
+  };
+  EXPECT_EQ(Get(server.Url("/"), watched), "miss 200 " + body);
   EXPECT_EQ(Get(server.Url("/")), "hit 200 " + body);
   EXPECT_EQ(session_->Statistics().entries, 1u);
   // Another version is there by now, and another time a server that gives a wrong part.
@@ -238,10 +243,21 @@ TEST_F(HttpTest, RefreshesInTheBackgroundWhatItServesStale) {
       Always(Whole("Cache-Control: max-age=0, stale-while-revalidate=100\r\n", "old")));
   Get(server.Url("/"));
   server.SetAnswer(Always(Whole(kFresh, "new")));
-  EXPECT_EQ(Get(server.Url("/"), With("Range", "bytes=0-1")), "stale 206 ol");
+  struct : http::BodyReceiver {
+    Error OnBegin() override { return {}; }
+    Error OnData(const void* data, std::size_t bytes) override {
+      text.append(static_cast<const char*>(data), bytes);
+      return {};
+    }
+    std::string text;
+  } receiver;
+  RequestOptions options = With("Range", "bytes=0-1");
+  options.receiver = &receiver;
+  EXPECT_EQ(Get(server.Url("/"), options), "stale 206 ol");
   for (int tries = 0; tries < 200 && Get(server.Url("/")) != "hit 200 new"; ++tries)
     std::this_thread::sleep_for(20ms);
   EXPECT_EQ(Get(server.Url("/")), "hit 200 new");
+  EXPECT_EQ(receiver.text, "ol");
 }
 
 TEST_F(HttpTest, VariantsAndMethods) {

@@ -1,9 +1,13 @@
 // Names, limits, and the accounting behind them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <random>
 #include <string>
+#include <vector>
 
+#include "cache/entry_tree.h"
 #include "tests/support/cache_rig.h"
 
 namespace ox::testing {
@@ -39,6 +43,25 @@ TEST(Entries, FilesAreNamedByTheDigestLowNibbleFirst) {
   }
   int strange = 0;
   EXPECT_FALSE(rig.manager->Remove(reinterpret_cast<core::cache::CacheValue*>(&strange)));
+}
+
+int HeightOf(const core::cache::EntryNode* node) {
+  return node == nullptr ? 0 : 1 + std::max(HeightOf(node->below[0]), HeightOf(node->below[1]));
+}
+
+TEST(Entries, AreFoundInFewSteps) {
+  std::mt19937 random(1);
+  std::vector<core::cache::EntryNode> nodes(1000);
+  core::cache::EntryTree tree;
+  for (core::cache::EntryNode& node : nodes) {
+    std::string path = "/var/cache/";
+    for (int digit = 0; digit < 32; ++digit)
+      path += "0123456789ABCDEF"[random() % 16];
+    node.tag = core::cache::PathTag(path.c_str(), path.size());
+    tree.Enter(&node);
+  }
+  EXPECT_LT(HeightOf(&nodes.front()), 30);
+  EXPECT_EQ(core::cache::PathTag("/c/content", 10), core::cache::PathTag("/c/contents", 10));
 }
 
 TEST(Limits, OfOneEntry) {

@@ -329,17 +329,20 @@ TEST(PowerLoss, WhatAChangeSynchronises) {
     const CacheDirectory cache(kWide);
     const auto session = OpenSession(OptionsFor(cache.Path(), durability));
     ASSERT_FALSE(session->StoreWhole("first", "x", "m"));
+    Error error;
     const struct {
       const char* name;
       std::function<Error()> make;
       int files;
       int directories;
-    } changes[] = {{"new", [&] { return session->StoreWhole("a", "x", "m"); }, 2, 1},
-                   {"replaced", [&] { return session->StoreWhole("a", "y", "n"); }, 2, 1},
-                   {"renewed", [&] { return session->SetMetadata("a", "o"); }, 1, 1},
-                   {"removed", [&] { return session->Remove("a"); }, 0, 0},
-                   {"new under a name just removed",
-                    [&] { return session->StoreWhole("a", "x", "m"); }, 2, 2}};
+    } changes[] = {
+        {"new", [&] { return session->StoreWhole("a", "x", "m"); }, 2, 1},
+        {"replaced", [&] { return session->StoreWhole("a", "y", "n"); }, 2, 1},
+        {"kept", [&] { return Write(*session, "b", "x", &error)->KeepAs("b", "m"); }, 2, 1},
+        {"renewed", [&] { return session->SetMetadata("a", "o"); }, 1, 1},
+        {"removed", [&] { return session->Remove("a"); }, 0, 0},
+        {"new under a name just removed", [&] { return session->StoreWhole("a", "x", "m"); }, 2,
+         2}};
     for (const auto& change : changes) {
       const Journal journal(cache.Path());
       EXPECT_FALSE(change.make());

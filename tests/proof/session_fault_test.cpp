@@ -16,6 +16,7 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "session/crc32c.h"
 #include "session/durable_io.h"
@@ -352,7 +353,8 @@ TEST(SessionFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
                {EIO, {"pread"}, {5, kAbsent, 1, 1}}};
   for (const auto& test : cases) {
     for (const int stage : {kIsStaged, kIsInPlace, kIsLost, kIsStagedAgain}) {
-      for (const char next : {'-', 's', 'r', 'p'}) {  // nothing, store, remove, remove by predicate
+      // Nothing, store, remove, remove by predicate, renew the metadata.
+      for (const char next : {'-', 's', 'r', 'p', 'm'}) {
         SCOPED_TRACE(std::string(std::strerror(test.error)) + std::to_string(stage) + next);
         Cache cache(Durability::kProcess);
         const std::string content = cache.scratch / internal::ContentName(kInterrupted);
@@ -378,6 +380,13 @@ TEST(SessionFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
         if (next == 's') Store(*cache.session, kInterrupted, 8, &cache.ledger);
         if (next == 'r') Remove(*cache.session, kInterrupted, &cache.ledger);
         if (next == 'p') RemoveByUrl(*cache.session, kInterrupted, &cache.ledger);
+        const int found =
+            next == 'm' ? FetchVersion(*cache.session, kInterrupted, &cache.error) : kAbsent;
+        const int renewed = found + kRenewal;
+        if (found != kAbsent) {
+          EXPECT_FALSE(cache.session->SetMetadata(kInterrupted, MetadataOf(kInterrupted, renewed)));
+          cache.ledger.Committed(kInterrupted, renewed);
+        }
         // Writable again, the commit is finished before anything is stored over it.
         const bool goesOn = test.error == EROFS || test.error == ENOSPC;
         CheckBoth(cache, goesOn);
@@ -398,6 +407,29 @@ TEST(SessionFaults, ACommitThatWaitsHoldsUpNoOtherEntry) {
   EXPECT_FALSE(cache.session->TrimTo({0, {}, {}}, &deleted));
   EXPECT_EQ(deleted, 3U);
   refusal = {};
+}
+
+// Of a replacement a power cut kept the second renaming and not the first.
+TEST(SessionFaults, ContentThatCannotBePutInPlaceYetWaits) {
+  for (const int error : {EPERM, EROFS, ENOSPC, EIO}) {
+    for (const bool goesOn : {false, true}) {
+      Cache cache(Durability::kProcess);
+      Configure(cache.scratch, {100000, 9, 65536});
+      const std::string content = cache.scratch / internal::ContentName(kInterrupted);
+      std::filesystem::rename(content + ".0123456789abcdef-2.commit", content + ".ox_meta");
+      refusal = {{"rename"}, error};
+      cache.Open();
+      EXPECT_EQ(error == EIO, cache.session == nullptr) << error;
+      if (error != EIO) {
+        EXPECT_EQ(kAbsent, FetchVersion(*cache.session, kInterrupted, &cache.error));
+      }
+      refusal = {};
+      const bool mayPass = error == EROFS || error == ENOSPC;
+      if (!goesOn || !mayPass) cache.Open();
+      EXPECT_EQ(5, FetchVersion(*cache.session, kInterrupted, &cache.error)) << error;
+      CheckAtLast(cache);
+    }
+  }
 }
 
 // A renaming may need room, too.
@@ -450,19 +482,87 @@ TEST(SessionFaults, AFullDiskTakesAnOldEntryForASeal) {
   }
 }
 
-TEST(SessionFaults, ACommitThatCannotBeSynchronisedLeavesNoFile) {
-  beforeChange = [](Cache& /*cache*/) { refusal = {{"fsync"}, EIO}; };
-  bool isReached = true;
-  for (std::uint64_t k = 1; isReached; ++k) {
-    Cache cache(Durability::kPower);
+// Nor anything that has to be found out to be damaged.
+TEST(SessionFaults, AChangeThatFailsLeavesNoFile) {
+  static const char* call;
+  beforeChange = [](Cache& /*cache*/) { refusal = {{call}, EIO}; };
+  for (const char* each : {"fsync", "rename"}) {
+    for (const Durability durability : {Durability::kNone, Durability::kPower}) {
+      bool isReached = true;
+      bool isKept = false;
+      for (std::uint64_t k = 1; isReached; ++k) {
+        SCOPED_TRACE(each + std::to_string(k));
+        call = each;
+        Cache cache(durability);
+        cache.Open();
+        changes.Arm(k, Mode::kOnce);
+        cache.Replace(2);
+        isKept = isKept || !Look(cache.scratch.Path()).staging.empty();
+        Renew(*cache.session, kKept, &cache.ledger);
+        isReached = changes.WasReached();
+        changes.Disarm();
+        refusal = {};
+        ASSERT_EQ("", cache.ledger.Check(*cache.session));
+        ASSERT_TRUE(Look(cache.scratch.Path()).staging.empty());
+        ASSERT_EQ(0U, cache.session->Statistics().damaged);
+      }
+      // What is decided, or may be for all that the medium holds, still needs its files.
+      EXPECT_EQ(durability == Durability::kPower || call == std::string("rename"), isKept) << call;
+    }
+  }
+}
+
+TEST(SessionFaults, WhatCannotBeKeptLeavesNoFile) {
+  const struct {
+    Refusal refusal;
+    ErrorKind kind;
+  } cases[] = {{{{"fsetxattr"}, EOPNOTSUPP}, ErrorKind::kRefused},
+               {{{"rename"}, EIO}, ErrorKind::kInputOutput}};
+  for (const auto& test : cases) {
+    Cache cache(Durability::kProcess);
     cache.Open();
-    changes.Arm(k, Mode::kOnce);
-    cache.Replace(2);
-    isReached = changes.WasReached();
-    changes.Disarm();
+    const auto writer = Write(*cache.session, kNew, "new", &cache.error);
+    refusal = test.refusal;
+    EXPECT_EQ(test.kind, writer->KeepAs(kNew, "m").kind);
     refusal = {};
-    ASSERT_EQ("", cache.ledger.Check(*cache.session)) << k;
-    ASSERT_TRUE(Look(cache.scratch.Path()).staging.empty()) << k;
+    EXPECT_EQ(1U, Look(cache.scratch.Path()).staging.size());
+    EXPECT_EQ(DiskUse(cache.scratch.Path()), cache.session->Statistics().bytes);
+  }
+}
+
+// Each step of it fails once. Only content that could not be synchronised is lost.
+TEST(SessionFaults, AFailedCommitCanBeTriedAgain) {
+  const struct {
+    const std::string& url;
+    const char* call;
+    int failures;
+  } cases[] = {
+      {kNew, "fsync", 4}, {kNew, "rename", 2}, {kReplaced, "fsync", 3}, {kReplaced, "rename", 2}};
+  static const char* refused;
+  beforeChange = [](Cache& /*cache*/) { refusal = {{std::exchange(refused, "none")}, EIO}; };
+  for (const auto& [url, call, failures] : cases) {
+    int failed = 0;
+    bool isReached = true;
+    for (std::uint64_t k = 1; isReached; ++k) {
+      SCOPED_TRACE(url + " " + call + " " + std::to_string(k));
+      Cache cache(Durability::kPower);
+      cache.Open();
+      const auto writer = Write(*cache.session, url, ContentOf(url, 2), &cache.error);
+      refused = call;
+      changes.Arm(k, Mode::kFromThereOn);
+      const Error error = writer->Commit(MetadataOf(url, 2));
+      isReached = changes.WasReached();
+      changes.Disarm();
+      refusal = {};
+      const bool isLost = error && error.path.find(".part") != std::string::npos;
+      if (error) {
+        ++failed;
+        EXPECT_EQ(isLost, bool(writer->Commit(MetadataOf(url, 2))));
+      }
+      if (!isLost) cache.ledger.Committed(url, 2);
+      CheckAtLast(cache);
+    }
+    EXPECT_EQ(failures, failed) << url << " " << call;
   }
 }
 

@@ -115,7 +115,7 @@ TEST_F(SessionKeptTest, WhatWasKeptOfAnEntryEndsWithItsNextChange) {
 }
 
 TEST_F(SessionKeptTest, KeepingTakesRoomUntilTheWriterEnds) {
-  const auto session = OpenSession(options_);
+  auto session = OpenSession(options_);
   auto writer = Write(*session, "a", "new", &error_);
   for (const std::size_t length : {1000, 10}) {
     EXPECT_FALSE(writer->KeepAs("b", std::string(length, 'm')));
@@ -128,6 +128,13 @@ TEST_F(SessionKeptTest, KeepingTakesRoomUntilTheWriterEnds) {
   EXPECT_EQ(session->Statistics().bytes, DiskUse(directory_.Path()));
   EXPECT_FALSE(writer->Commit("m"));
   EXPECT_EQ(session->Statistics().bytes, DiskUse(directory_.Path()));
+  EXPECT_EQ(Files(), "1+0");
+  // Also one that ends after its session.
+  writer = Write(*session, "a", "new", &error_);
+  EXPECT_FALSE(writer->KeepAs("b", "m"));
+  session.reset();
+  EXPECT_EQ(writer->KeepAs("b", "m").kind, ErrorKind::kInvalidArgument);
+  writer.reset();
   EXPECT_EQ(Files(), "1+0");
 }
 

@@ -250,12 +250,16 @@ TEST(SessionLimits, AClockSetBackDoesNotTurnTheOrderAround) {
 TEST(SessionLimits, AFetchWritesTheTimeOfUseOnlyWhenTheIntervalHasPassed) {
   const CacheDirectory directory({100000, 3, 10000});
   auto options = OptionsFor(directory.Path());
-  const auto timeAfterFetch = [&](std::chrono::seconds interval) {
+  const auto timeAfterFetch = [&](std::chrono::seconds interval, std::int64_t before = 0) {
     options.touchInterval = interval;
     const auto session = OpenSession(options);
     Error error;
     const auto entry = session->Fetch("a", &error);
     struct stat status {};
+    if (before != 0) {
+      SetModified(entry->path + ".ox_meta", before);
+      session->Fetch("a", &error);
+    }
     stat((entry->path + ".ox_meta").c_str(), &status);
     return internal::ToNanoseconds(status.st_mtim);
   };
@@ -263,6 +267,9 @@ TEST(SessionLimits, AFetchWritesTheTimeOfUseOnlyWhenTheIntervalHasPassed) {
   const std::int64_t stored = timeAfterFetch(std::chrono::seconds::max());
   EXPECT_EQ(timeAfterFetch(std::chrono::seconds(3600)), stored);
   EXPECT_GT(timeAfterFetch(std::chrono::seconds(0)), stored);
+  // Somebody else's, which lies ahead.
+  constexpr std::int64_t kAhead = 4102444800;
+  EXPECT_LT(timeAfterFetch(std::chrono::seconds(3600), kAhead), kAhead * 1000000000);
 }
 
 }  // namespace

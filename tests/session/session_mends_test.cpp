@@ -136,6 +136,43 @@ TEST_F(SessionMends, ACommitThatADirectoryBlocksIsFinishedOnceThatIsGone) {
   EXPECT_EQ("staged", ReadWhole(cache / name));
 }
 
+// As a power cut leaves them that kept the second of a replacement's two renamings and not the
+// first.
+TEST_F(SessionMends, EntriesGetTheContentThatTheirSealsTellOf) {
+  const struct {
+    std::vector<std::string> contents, staged;
+    unsigned served;
+  } cases[] = {{{"1", "1"}, {"1", "1"}, 2},
+               {{"1", "1"}, {"1"}, 1},
+               {{"one", "two"}, {"", "two", "six", "one"}, 2},
+               {{"one", "two"}, {"six", "three"}, 0}};
+  const std::string part = cache / "ox-0123456789abcdef-";
+  const std::string blocked(32, 'A');
+  fs::create_directory(cache / blocked);
+  WriteWhole(cache / blocked + ".0123456789abcdef-9.commit", "committed");
+  WriteWhole(part + "9.part", "1");
+  for (const auto& c : cases) {
+    const auto session = Open();
+    const auto writer = Write(*session, kNew, "1", &error);
+    for (std::size_t i = 0; i < 2; ++i) {
+      const std::string url = kOld + std::to_string(i);
+      EXPECT_FALSE(Store(*session, url, c.contents[i], "m"));
+      WriteWhole(session->Fetch(url, &error)->path, "older");
+    }
+    for (std::size_t i = 0; i < c.staged.size(); ++i)
+      WriteWhole(part + std::to_string(i) + ".part", c.staged[i]);
+    EXPECT_FALSE(session->Trim(nullptr));
+    EXPECT_EQ(DiskUse(cache.Path()), session->Statistics().bytes + 10);
+    unsigned served = 0;
+    for (std::size_t i = 0; i < 2; ++i)
+      served += Fetch(*session, kOld + std::to_string(i)) == c.contents[i] + "|m" ? 1U : 0U;
+    EXPECT_EQ(c.served, served);
+    EXPECT_EQ(c.staged.size(), session->Statistics().leftovers + c.served);
+    EXPECT_EQ("1", ReadWhole(part + "9.part"));
+    EXPECT_FALSE(writer->Commit("m"));
+  }
+}
+
 TEST_F(SessionMends, AnOrderOfUseThatIsTooLongIsNotRead) {
   StoreOld();
   for (const bool isTooLong : {false, true}) {

@@ -1,10 +1,15 @@
 // Parts of a session on their own, where a case is hard to bring about from outside: which texts
-// and file names it takes for what, and its clock.
+// and file names it takes for what, its clock, and what it
+// knows of the disk.
 #include <gtest/gtest.h>
 
 #include <ctime>
+#include <functional>
+#include <set>
 
+#include "session/disk_account.h"
 #include "session/session_names.h"
+#include "session/survey.h"
 #include "session/use_clock.h"
 #include "session/utf8.h"
 
@@ -105,6 +110,35 @@ TEST(UseClock, TimesBefore1970) {
   EXPECT_EQ(ToTimespec(-2000000000).tv_nsec, 0);
   for (const std::int64_t time : {-2000000000LL, -1LL, 0LL, 1234567890123LL})
     EXPECT_EQ(ToNanoseconds(ToTimespec(time)), time);
+}
+
+TEST(DiskAccount, EachChangeGivesAnotherNumber) {
+  DiskAccount account{AllocationUnit(1)};
+  Survey survey;
+  survey.entries.push_back({"", 10, 1, 0, {}});
+  const struct stat file {};
+  const std::function<void()> changes[] = {
+      [&] { account.Reset(survey, 0, 0); }, [&] { account.NoteCreated(1); },
+      [&] { account.NoteReplaced(1); },     [&] { account.NoteContentDeletion(file, true, 0); },
+      [&] { account.MarkStale(); },
+  };
+  std::set<std::uint64_t> numbers{account.Changes()};
+  for (int round = 0; round < 2; ++round) {
+    for (const auto& change : changes) {
+      change();
+      EXPECT_TRUE(numbers.insert(account.Changes()).second) << &change - changes;
+    }
+  }
+}
+
+TEST(DiskAccount, BoundsOfTheManagersTotal) {
+  DiskAccount account{AllocationUnit(1)};
+  Survey survey;
+  survey.entries.push_back({"", 10, 1, 0, {}});
+  account.Reset(survey, 0, 0);
+  EXPECT_TRUE(account.StaysWithin(10, 5, 15));
+  EXPECT_FALSE(account.StaysWithin(11, 5, 15));
+  EXPECT_FALSE(account.StaysWithin(10, 6, 15));
 }
 
 }  // namespace

@@ -240,6 +240,12 @@ TEST_F(SessionSealTest, RenewalChangesTheMetadataAlone) {
   ASSERT_FALSE(Store(*session_, kUrl, std::string(65530, 'c'), "m"));
   EXPECT_EQ(session_->SetMetadata(kUrl, "1234567").kind, ErrorKind::kRefused);
   EXPECT_FALSE(session_->SetMetadata(kUrl, "123456"));
+  // Another entry goes for it where the limit is exceeded.
+  ASSERT_FALSE(Store(*session_, "other", std::string(34000, 'c'), "m"));
+  for (const unsigned metadataBytes : {464, 465}) {
+    EXPECT_FALSE(session_->SetMetadata("other", std::string(metadataBytes, 'm')));
+    EXPECT_EQ(session_->Statistics().entries, metadataBytes == 464 ? 2u : 1u);
+  }
   EXPECT_TRUE(Look(directory_.Path()).staging.empty());
 }
 

@@ -283,16 +283,24 @@ TEST_F(SessionTest, DamageBySomebodyElseIsNoticed) {
   EXPECT_EQ(Fetch(*session, "gone"), kNotThere);
   EXPECT_EQ(Fetch(*session, "cut"), "content|metadata");
   EXPECT_FALSE(std::filesystem::exists(paths["gone"] + ".ox_meta"));
-  for (const std::uintmax_t bytes : {3000, 0}) {
-    std::filesystem::resize_file(paths["cut"] + ".ox_meta", bytes);
+  const std::string cut = paths["cut"] + ".ox_meta";
+  for (const int bytes : {3000, 0, -1}) {
+    if (bytes < 0) {
+      std::filesystem::remove(cut);
+    } else {
+      std::filesystem::resize_file(cut, static_cast<std::uintmax_t>(bytes));
+    }
     EXPECT_EQ(Fetch(*session, "cut"), kNotThere) << bytes;
+    EXPECT_FALSE(std::filesystem::exists(paths["cut"])) << bytes;
     ASSERT_FALSE(Store(*session, "cut", "content", "metadata"));
   }
-  std::filesystem::remove(paths["cut"] + ".ox_meta");
-  std::filesystem::create_directory(paths["cut"] + ".ox_meta");
+  std::filesystem::remove(cut);
+  std::filesystem::create_directory(cut);
+  EXPECT_FALSE(session->Fetch("cut", &error));
+  EXPECT_EQ(error.systemError, EISDIR) << error.Message();
   EXPECT_EQ(Store(*session, "cut", "x", "m").systemError, EISDIR);
   EXPECT_EQ(ReadWhole(paths["cut"]), "content");
-  std::filesystem::remove(paths["cut"] + ".ox_meta");
+  std::filesystem::remove(cut);
   std::filesystem::remove(paths["taken"]);
   std::filesystem::create_directory(paths["taken"]);
   error = session->Remove("taken");
@@ -302,10 +310,13 @@ TEST_F(SessionTest, DamageBySomebodyElseIsNoticed) {
   for (const char* suffix : {"", ".ox_meta"}) {
     const std::string blocked = paths["blocked"] + suffix;
     std::filesystem::create_directory(blocked);
-    error = Store(*session, "blocked", "x", "m");
+    const auto writer = Write(*session, "blocked", "x", &error);
+    error = writer->Commit("m");
     EXPECT_EQ(error.systemError, EISDIR);
     EXPECT_EQ(error.path, blocked);
     std::filesystem::remove(blocked);
+    EXPECT_FALSE(writer->Commit("m"));
+    EXPECT_FALSE(session->Remove("blocked"));
   }
   std::filesystem::remove(paths["taken"]);
   for (const auto& [url, path] : paths) {
