@@ -18,7 +18,7 @@ inline void LetOthersWork() {
   for (int i = 0; i < 8; ++i) {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_ia32_pause();
-#elif defined(__aarch64__) || defined(__arm__)
+#elif defined(__aarch64__) || (defined(__ARM_ARCH) && __ARM_ARCH >= 7)
     asm volatile("yield");
 #endif
   }

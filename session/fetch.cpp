@@ -44,10 +44,20 @@ struct Finding {
   std::optional<std::uint32_t> expectedSum;
 };
 
-UniqueFd OpenForReading(const SessionState& state, const std::string& path) {
+// O_NONBLOCK, so that a FIFO planted under the name cannot hang the device.
+constexpr int kReadingFlags = O_NOFOLLOW | O_NONBLOCK;
+
+// From the directory that the module's metadata comes from: both follow the path, and where it
+// leads to another directory, both do.
+UniqueFd OpenByPath(SessionState& state, const std::string& path) {
+  constexpr int kFlags = O_RDONLY | O_CLOEXEC | kReadingFlags;
+  return UniqueFd(
+      state.contentDirectory.OpenFile(path.c_str(), state.cacheDirectory.size() + 1, kFlags));
+}
+
+UniqueFd OpenLocked(const SessionState& state, const std::string& path) {
   const internal::FileAt file = state.directoryLock->At(path);
-  // O_NONBLOCK, so that a FIFO planted under the name cannot hang the device.
-  return UniqueFd(internal::OpenWithoutTrace(file.directory, file.path, O_NOFOLLOW | O_NONBLOCK));
+  return UniqueFd(internal::OpenWithoutTrace(file.directory, file.path, kReadingFlags));
 }
 
 // Best effort: an entry whose time cannot be written is still served.
@@ -91,9 +101,9 @@ Error ReadMetadata(SessionState& state, CacheValue& value, Finding* finding)
   return {};
 }
 
-Error OpenContentOf(const SessionState& state, Finding* finding) {
+Error TakeContent(UniqueFd content, Finding* finding) {
   FetchedEntry& entry = finding->entry;
-  entry.content = OpenForReading(state, entry.path);
+  entry.content = std::move(content);
   if (!entry.content.IsOpen()) {
     return errno == ENOENT ? Damaged(entry.path)
                            : SystemError("cannot open the content", entry.path);
@@ -137,6 +147,8 @@ Error CheckSeal(SessionState& state, const std::string& url, Finding* finding)
 
 // The content was deleted, cut or changed by somebody else or a power cut.
 void RemoveDamaged(SessionState& state, CacheValue& value) OX_REQUIRES(state.mutex) {
+  // It may be the entry of a directory that took this one's place a moment ago.
+  if (state.directoryLock->Check(true)) return;
   const std::string path = internal::ContentPath(value);
   state.cache.Evictions().Note(EvictionReason::kDamaged, path, internal::FileSize(path));
   state.cache.Remove(&value);
@@ -165,7 +177,7 @@ Error Accept(SessionState& state, const std::string& url, const OxString& text, 
   if (finding->changes != state.cache.Account().Changes()) {
     *finding = Finding();
     if (Error failed = Locate(state, text, finding)) return failed;
-    error = OpenContentOf(state, finding);
+    error = TakeContent(OpenByPath(state, finding->entry.path), finding);
   }
   if (!error) error = CheckSeal(state, url, finding);
   if (error.kind == ErrorKind::kDamaged) {
@@ -183,7 +195,7 @@ Error FindAndOpen(SessionState& state, const std::string& url, const OxString& t
     const MutexLock lock(state.mutex);
     if (Error error = Locate(state, text, finding)) return error;
   }
-  Error opened = OpenContentOf(state, finding);
+  Error opened = TakeContent(OpenByPath(state, finding->entry.path), finding);
   const MutexLock lock(state.mutex);
   return Accept(state, url, text, std::move(opened), finding);
 }
@@ -195,7 +207,7 @@ bool ReadFiles(SessionState& state, const std::string& url, Finding* finding) {
   finding->changes = state.ChangesSoFar();
   entry.path = state.cacheDirectory + "/" + internal::ContentName(url);
   const std::string path = entry.path + format::kMetadataSuffix;
-  const UniqueFd file = OpenForReading(state, path);
+  const UniqueFd file = OpenLocked(state, path);
   struct stat status;
   if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode) ||
       !internal::ReadText(file.Get(), &entry.metadata) ||
@@ -203,7 +215,8 @@ bool ReadFiles(SessionState& state, const std::string& url, Finding* finding) {
     return false;
   }
   finding->lastUse = internal::ToNanoseconds(status.st_mtim);
-  return !internal::CheckMetadata(entry.metadata) && !OpenContentOf(state, finding);
+  return !internal::CheckMetadata(entry.metadata) &&
+         !TakeContent(OpenLocked(state, entry.path), finding);
 }
 
 // The manager lists the entry and takes what was read of its metadata over. False where it does

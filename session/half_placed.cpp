@@ -1,10 +1,12 @@
 #include "session/half_placed.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <optional>
-#include <utility>
+#include <string_view>
 #include <vector>
 
 #include "host/system_calls.h"
@@ -26,58 +28,105 @@ struct StagedContent {
   std::optional<std::uint32_t> sum;  // once it was asked for
 };
 
-std::vector<StagedContent> LeftStaged(
-    const std::string& directory, const Survey& survey,
-    const std::function<bool(const std::string& id)>& isBeingWritten) {
-  std::vector<StagedContent> contents;
-  for (const std::string& name : survey.staging) {
+// It is not one of the files that belong to nobody.
+void NoteKept(const std::string& name, Survey* survey) {
+  survey->staging.erase(std::find(survey->staging.begin(), survey->staging.end(), name));
+}
+
+// The errno of a change that a later start may be able to make.
+bool MeansLater(int error) {
+  return IsLastingRefusal(error) || MeansNoSpace(error) || error == EROFS;
+}
+
+// The same of a look. The rest, as a lack of descriptors, passes soon.
+bool MeansUnreadable(int error) {
+  return MeansLater(error) || error == EIO || error == EBADMSG || error == EUCLEAN;
+}
+
+// Content that cannot be looked at now is kept.
+Error ListLeftStaged(const std::string& directory,
+                     const std::function<bool(const std::string& id)>& isBeingWritten,
+                     Survey* survey, std::vector<StagedContent>* contents) {
+  const std::vector<std::string> staging = survey->staging;
+  for (const std::string& name : staging) {
     const std::string id = StagingId(name);
     if (id.empty() || name != StagedContentName(id) || isBeingWritten(id)) continue;
-    if (IsOfBlockedCommit(survey, id)) continue;
+    if (IsOfBlockedCommit(*survey, id)) continue;
     const std::string path = directory + "/" + name;
-    const std::uint64_t bytes = FileSize(path);
-    if (bytes > 0) contents.push_back({name, path, bytes, std::nullopt});
+    struct stat status;
+    if (lstat(path.c_str(), &status) == 0) {
+      const auto bytes = static_cast<std::uint64_t>(status.st_size);
+      if (S_ISREG(status.st_mode)) contents->push_back({name, path, bytes, std::nullopt});
+    } else if (errno == ENOENT) {
+      continue;
+    } else if (!MeansUnreadable(errno)) {
+      return SystemError("cannot look at staged content", path);
+    } else {
+      survey->mayPass = true;
+      NoteKept(name, survey);
+    }
   }
-  return contents;
-}
-
-// Content that cannot be read is nobody's.
-bool HasSum(StagedContent& content, std::uint32_t sum) {
-  if (!content.sum) {
-    const UniqueFd file(OpenWithoutTrace(AT_FDCWD, content.path.c_str(), O_NOFOLLOW | O_NONBLOCK));
-    std::uint32_t found = 0;
-    if (!file.IsOpen() || !SumContent(file.Get(), &found)) return false;
-    content.sum = found;
-  }
-  return *content.sum == sum;
-}
-
-StagedContent* FindSealed(std::vector<StagedContent>& contents, const EntrySeal& seal) {
-  for (StagedContent& content : contents) {
-    if (content.bytes == seal.contentBytes && HasSum(content, seal.contentSum)) return &content;
-  }
-  return nullptr;
-}
-
-// Where the content cannot be renamed now, the entry waits with it for another start.
-Error PlaceContentOf(const std::string& directory, std::vector<StagedContent>& contents,
-                     SurveyedEntry& entry, Survey* survey, bool* mustWait) {
-  const std::string path = directory + "/" + std::string(entry.name);
-  const std::string metadata = path + format::kMetadataSuffix;
-  const auto seal = ReadSeal(metadata);
-  StagedContent* content = seal ? FindSealed(contents, *seal) : nullptr;
-  bool isInPlace = true;
-  if (content == nullptr || !IsContentInPlace(metadata, path, &isInPlace) || isInPlace) return {};
-  if (!RenameFile(content->path, path)) {
-    const bool mayPass = errno == EROFS || MeansNoSpace(errno);
-    *mustWait = mayPass || IsLastingRefusal(errno);
-    if (!*mustWait) return SystemError("cannot put the content in place", path);
-    survey->mayPass = survey->mayPass || mayPass;
-  }
-  // No seal is of no bytes: it serves one entry.
-  entry.contentBytes = std::exchange(content->bytes, 0);
-  survey->staging.erase(std::find(survey->staging.begin(), survey->staging.end(), content->name));
   return {};
+}
+
+// False with errno when it cannot be read.
+bool FindSum(StagedContent& content) {
+  if (content.sum) return true;
+  const UniqueFd file(OpenWithoutTrace(AT_FDCWD, content.path.c_str(), O_NOFOLLOW | O_NONBLOCK));
+  std::uint32_t found = 0;
+  if (!file.IsOpen() || !SumContent(file.Get(), &found)) return false;
+  content.sum = found;
+  return true;
+}
+
+enum class Belonging { kNone, kIsMissing, kUnknown };
+
+// kIsMissing: the entry's seal tells the length and the sum of this content, and what is in place
+// is something else. kUnknown with errno.
+Belonging BelongingOf(StagedContent& content, const EntrySeal& seal, const std::string& metadata,
+                      const std::string& path) {
+  if (content.bytes != seal.contentBytes) return Belonging::kNone;
+  if (!FindSum(content)) return Belonging::kUnknown;
+  if (*content.sum != seal.contentSum) return Belonging::kNone;
+  bool isInPlace = false;
+  if (!IsContentInPlace(metadata, path, &isInPlace)) return Belonging::kUnknown;
+  return isInPlace ? Belonging::kNone : Belonging::kIsMissing;
+}
+
+void LeaveOut(const std::vector<std::string_view>& names, Survey* survey) {
+  for (const std::string_view name : names) {
+    const auto entry = std::find_if(survey->entries.begin(), survey->entries.end(),
+                                    [&](const SurveyedEntry& e) { return e.name == name; });
+    if (entry == survey->entries.end()) continue;
+    survey->bytes -= entry->contentBytes + entry->metadataBytes;
+    survey->entries.erase(entry);
+  }
+}
+
+enum class Found { kNothing, kPlaced, kBlocked, kUncertain };
+
+// Puts the content in place where it is this entry's. kBlocked where it is and cannot be,
+// kUncertain where that cannot be told, both with errno.
+Error PlaceIfMissing(const StagedContent& content, Belonging belonging, const std::string& path,
+                     Found* found) {
+  *found = Found::kNothing;
+  if (belonging == Belonging::kNone) return {};
+  const bool isMissing = belonging == Belonging::kIsMissing;
+  *found = Found::kPlaced;
+  if (isMissing && RenameFile(content.path, path)) return {};
+  *found = isMissing ? Found::kBlocked : Found::kUncertain;
+  return MeansLater(errno) ? Error{}
+                           : SystemError("cannot tell whether a commit is in place", path);
+}
+
+Error LookFor(StagedContent& content, const std::string& path, Found* found) {
+  const std::string metadata = path + format::kMetadataSuffix;
+  int error = 0;
+  const auto seal = ReadSeal(metadata, &error);
+  errno = error;
+  Belonging belonging = error != 0 ? Belonging::kUnknown : Belonging::kNone;
+  if (seal) belonging = BelongingOf(content, *seal, metadata, path);
+  return PlaceIfMissing(content, belonging, path, found);
 }
 
 }  // namespace
@@ -85,13 +134,30 @@ Error PlaceContentOf(const std::string& directory, std::vector<StagedContent>& c
 Error PlaceContents(const std::string& directory,
                     const std::function<bool(const std::string& id)>& isBeingWritten,
                     Survey* survey) {
-  std::vector<StagedContent> contents = LeftStaged(directory, *survey, isBeingWritten);
-  if (contents.empty()) return {};
-  for (auto entry = survey->entries.begin(); entry != survey->entries.end();) {
-    bool mustWait = false;
-    if (Error error = PlaceContentOf(directory, contents, *entry, survey, &mustWait)) return error;
-    entry = mustWait ? survey->entries.erase(entry) : entry + 1;
+  std::vector<StagedContent> contents;
+  if (Error error = ListLeftStaged(directory, isBeingWritten, survey, &contents)) return error;
+  std::vector<std::string_view> leftOut;
+  for (StagedContent& content : contents) {
+    bool isKept = false;
+    for (SurveyedEntry& entry : survey->entries) {
+      Found found = Found::kNothing;
+      const std::string path = directory + "/" + std::string(entry.name);
+      if (Error error = LookFor(content, path, &found)) return error;
+      const bool isLeftOut = found == Found::kBlocked || found == Found::kUncertain;
+      if (isLeftOut) {
+        leftOut.push_back(entry.name);
+        survey->mayPass = survey->mayPass || !IsLastingRefusal(errno);
+      }
+      isKept = isKept || found != Found::kNothing;
+      if (found == Found::kPlaced) {
+        survey->bytes += content.bytes - entry.contentBytes;
+        entry.contentBytes = content.bytes;
+      }
+      if (found == Found::kPlaced || found == Found::kBlocked) break;
+    }
+    if (isKept) NoteKept(content.name, survey);
   }
+  LeaveOut(leftOut, survey);
   return {};
 }
 

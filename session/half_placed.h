@@ -17,10 +17,10 @@
 namespace ox::internal {
 
 // Renames each such staged content to the content file of its entry, in the survey too, which is
-// that of the directory after FinishCommits; its bytes are for TrimToLimits to count. What this
-// user may not rename, or a read-only or full disk keeps from being renamed, stays for another
-// start, and the survey leaves its entry out. Looks at the entries only where content was left
-// staged that no writer is still at work on.
+// that of the directory after FinishCommits. Looks at the entries only where content was left
+// staged that no writer is still at work on. What may not be renamed or cannot be read now stays
+// for a later start, and an entry that lacks it is left out of the survey. An error where it cannot
+// be told for want of a descriptor or of memory.
 Error PlaceContents(const std::string& directory,
                     const std::function<bool(const std::string& id)>& isBeingWritten,
                     Survey* survey);

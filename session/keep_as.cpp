@@ -29,9 +29,9 @@ Error PutKeptInPlace(Staging& staging, const std::string& path, internal::Staged
     return SystemError("cannot make the commit file", path);
   }
   const std::uint64_t bytes = staged.Release();
-  state.room.TakeBack(staging.share, staging.keptBytes);
-  staging.keptPath = path;
-  staging.keptBytes = bytes;
+  state.room.TakeBack(staging.share, staging.share.keptBytes);
+  staging.share.keptPath = path;
+  staging.share.keptBytes = bytes;
   return {};
 }
 
@@ -39,7 +39,7 @@ Error Keep(Staging& staging, const std::string& url, const std::string& metadata
   const std::string& directory = staging.state.cacheDirectory;
   const std::string path =
       internal::CommitFileName(directory + "/" + internal::ContentName(url), staging.share.id);
-  if (!staging.keptPath.empty() && staging.keptPath != path) {
+  if (!staging.share.keptPath.empty() && staging.share.keptPath != path) {
     return MakeError(ErrorKind::kInvalidArgument, "kept as the entry of another URL already");
   }
   internal::StagedMetadata staged(staging);

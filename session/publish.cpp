@@ -40,6 +40,26 @@ CommitFiles FilesOf(const SessionState& state, const Publication& publication, C
           state.directoryLock.get()};
 }
 
+// Has the manager restarted unless it and the disk are settled to hold the same metadata again.
+// Where memory runs out on the way, the manager knows the new metadata and the disk has the old:
+// when the entry goes, the manager's total would lose another length than it had counted, and below
+// 0 it has the manager evict everything.
+class StaleUnlessSettled {
+ public:
+  explicit StaleUnlessSettled(DiskAccount& account) : account_(account) {}
+  ~StaleUnlessSettled() {
+    if (!isSettled_) account_.MarkStale();
+  }
+  StaleUnlessSettled(const StaleUnlessSettled&) = delete;
+  StaleUnlessSettled& operator=(const StaleUnlessSettled&) = delete;
+
+  void Settle() { isSettled_ = true; }
+
+ private:
+  DiskAccount& account_;
+  bool isSettled_ = false;
+};
+
 // Room for the new entry, in the cache and in the manager's total. A restart on the way may have
 // taken the old entry away, or lists it anew.
 Error MakeRoom(SessionState& state, const Publication& publication, const EntrySizes& oldSizes,
@@ -225,13 +245,19 @@ Error Renew(SessionState& state, const Publication& publication, CacheValue& old
 }  // namespace
 
 Error Publish(SessionState& state, const Publication& publication) {
-  if (Error error = state.cache.GiveUpCommitsOf(publication.share.url)) return error;
+  if (Error error = state.cache.GiveUpCommitsOf(publication.share.url, &publication.share))
+    return error;
+  StaleUnlessSettled shown(state.cache.Account());
   CacheValue* old = state.cache.FindToReplace(publication.share.url, publication.metadata);
   const EntrySizes oldSizes = SizesOf(state, old);
   Error error = MakeRoom(state, publication, oldSizes, &old);
-  if (!error && old == nullptr) return PublishNew(state, publication);
+  if (old == nullptr) {
+    shown.Settle();
+    return error ? error : PublishNew(state, publication);
+  }
   if (!error) error = Replace(state, publication, *old, oldSizes);
   if (error && !publication.outcome.isDecided) ReadOldAgain(state, publication);
+  shown.Settle();
   return error;
 }
 
@@ -243,13 +269,16 @@ void CountMetadataFile(SessionState& state, WriterShare& share, const std::strin
 }
 
 Error PublishMetadata(SessionState& state, const Publication& publication) {
-  if (Error error = state.cache.GiveUpCommitsOf(publication.share.url)) return error;
+  if (Error error = state.cache.GiveUpCommitsOf(publication.share.url, &publication.share))
+    return error;
+  StaleUnlessSettled shown(state.cache.Account());
   CacheValue* old = state.cache.FindToReplace(publication.share.url, publication.metadata);
   EntrySizes oldSizes = SizesOf(state, old);
   oldSizes.contentOnDisk = 0;  // it stays
   Error error = MakeRoom(state, publication, oldSizes, &old);
   if (!error) error = old != nullptr ? Renew(state, publication, *old, oldSizes) : NoEntry();
-  if (error && !publication.outcome.isDecided) ReadOldAgain(state, publication);
+  if (error && old != nullptr && !publication.outcome.isDecided) ReadOldAgain(state, publication);
+  shown.Settle();
   return error;
 }
 

@@ -39,7 +39,7 @@ void Room::TakeBack(WriterShare& share, std::uint64_t bytes) {
 }
 
 void Room::TurnIntoEntry(WriterShare& share) {
-  share.bytes = 0;
+  share.bytes = share.keptBytes;
   writers_.Remove(share);
 }
 

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "session/durable_io.h"
 #include "session/entry_name.h"
 #include "session/half_placed.h"
 #include "session/recovery.h"
@@ -30,7 +31,9 @@ Error RunningCache::EnsureCurrent() {
     account_.MarkStale();
     return error;
   }
-  return manager_.has_value() && !account_.IsStale() ? Error{} : Restart();
+  // Once it can be, a commit that waits is finished before anything newer is stored.
+  const bool isCurrent = manager_.has_value() && !account_.IsStale() && !mayPass_;
+  return isCurrent ? Error{} : Restart();
 }
 
 Error RunningCache::Restart() {
@@ -55,8 +58,7 @@ Error RunningCache::Restart() {
   ++starts_;
   // The scan deletes nothing unless somebody else changed the directory meanwhile.
   if (account_.Entries() != survey.entries.size()) account_.MarkStale();
-  // Once it can be, a commit that waits is finished before anything newer is stored.
-  if (survey.mayPass) account_.MarkStale();
+  mayPass_ = survey.mayPass;
   blockedCommits_ = std::move(survey.blockedCommits);
   return {};
 }
@@ -77,11 +79,18 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   return {};
 }
 
-Error RunningCache::GiveUpCommitsOf(const OxString& url) {
-  return blockedCommits_.empty() ? Error{} : GiveUpCommits(ContentName(url.UTF8()));
+Error RunningCache::GiveUpCommitsOf(const OxString& url, const WriterShare* own) {
+  if (blockedCommits_.empty() && !writers_.HaveKept()) return {};
+  return GiveUpCommits(ContentName(url.UTF8()), own);
 }
 
-Error RunningCache::GiveUpCommits(std::string_view name) {
+Error RunningCache::GiveUpCommits(std::string_view name, const WriterShare* own) {
+  for (const WriterShare* share : writers_.Shares()) {
+    const std::string& path = share->keptPath;
+    const bool isOfEntry = share != own && !path.empty() &&
+                           path.compare(limits_.cacheDirectory.size() + 1, name.size(), name) == 0;
+    if (isOfEntry && !DeleteFile(lock_.At(path))) return SystemError("cannot delete", path);
+  }
   for (auto commit = blockedCommits_.begin(); commit != blockedCommits_.end();) {
     if (commit->compare(0, name.size(), name) != 0) {
       ++commit;

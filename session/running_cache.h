@@ -62,9 +62,10 @@ class RunningCache {
   core::cache::CacheValue* FindToReplace(const OxString& url, const OxString& metadata);
   // To be called before an entry is changed. A start could not finish a commit of it; finished
   // later, that would undo the change.
-  Error GiveUpCommitsOf(const OxString& url);
+  // So would what another writer than `own` has kept as that entry.
+  Error GiveUpCommitsOf(const OxString& url, const WriterShare* own = nullptr);
   // The same by the name of the content file.
-  Error GiveUpCommits(std::string_view name);
+  Error GiveUpCommits(std::string_view name, const WriterShare* own = nullptr);
   // Null inside when the manager refuses.
   PendingEntry Create(const OxString& url, const OxString& metadata);
   void Remove(core::cache::CacheValue* value) { (*manager_)->Remove(value); }
@@ -103,6 +104,7 @@ class RunningCache {
   std::uint64_t starts_ = 0;
   std::uint64_t leftovers_ = 0;
   std::vector<std::string> blockedCommits_;  // of the last start
+  bool mayPass_ = false;                     // of what blocks them
   // Last, so that it is given back before anything that the manager uses.
   std::optional<host::ManagerReference> manager_;
 };

@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "host/held_directories.h"
 #include "host/mutex.h"
 #include "session/directory_lock.h"
 #include "session/entry_name.h"
@@ -55,6 +56,8 @@ struct SessionState {
   Room room OX_GUARDED_BY(mutex);
   IdSource ids OX_GUARDED_BY(mutex);
   KnownEntries known OX_GUARDED_BY(mutex){ids.Secret()};
+  // For opening content, by any thread.
+  HeldDirectories contentDirectory;
 };
 
 // Runs an operation, a step that returns an Error. In a forked child it is not begun: a thread that

@@ -47,7 +47,7 @@ Error SynchroniseContent(Staging& staging) {
 void DropClosed(const Staging& staging) {
   const PublishOutcome& outcome = staging.outcome;
   if (!staging.file.IsOpen() || outcome.isDecided || outcome.mayBeDecided) return;
-  if (!staging.keptPath.empty()) DeleteFile(staging.keptPath);
+  if (!staging.share.keptPath.empty()) DeleteFile(staging.share.keptPath);
   DeleteFile(staging.contentPath);
 }
 
@@ -101,12 +101,22 @@ StagedMetadata::~StagedMetadata() {
   staging_.state.room.TakeBack(staging_.share, OtherBytes() - before_);
 }
 
+bool IsKeptAs(const Staging& staging, const std::string& url) {
+  const std::string& path = staging.share.keptPath;
+  return !path.empty() &&
+         path == CommitFileName(staging.state.cacheDirectory + "/" + ContentName(url),
+                                staging.share.id);
+}
+
 Error DropKept(SessionState& state, Staging& staging) {
-  if (staging.keptPath.empty()) return {};
-  if (!DeleteFile(state.directoryLock->At(staging.keptPath)))
-    return SystemError("cannot delete", staging.keptPath);
-  staging.keptPath.clear();
-  state.room.TakeBack(staging.share, std::exchange(staging.keptBytes, 0));
+  WriterShare& share = staging.share;
+  if (share.keptPath.empty()) return {};
+  if (!DeleteFile(state.directoryLock->At(share.keptPath))) {
+    return SystemError("cannot delete", share.keptPath);
+  }
+  share.keptPath.clear();
+  // Those of a writer whose content became an entry were turned into that entry's.
+  state.room.TakeBack(share, std::exchange(share.keptBytes, 0));
   return {};
 }
 

@@ -29,10 +29,6 @@ struct Staging {
   Error failure;
   PublishOutcome outcome;
   WriterShare share;
-  // The commit file that StoreWriter::KeepAs made, and its bytes of the share; empty: there is
-  // none.
-  std::string keptPath;
-  std::uint64_t keptBytes = 0;
 };
 
 std::uint64_t MaxContentBytes(const SessionState& state) OX_REQUIRES(state.mutex);
@@ -58,13 +54,15 @@ class StagedMetadata {
   std::uint64_t Release();
 
  private:
-  std::uint64_t OtherBytes() const { return staging_.share.bytes - staging_.keptBytes; }
+  std::uint64_t OtherBytes() const { return staging_.share.bytes - staging_.share.keptBytes; }
 
   Staging& staging_;
   const std::uint64_t before_;
   bool isReleased_ = false;
 };
 
+// Whether KeepAs has kept it as the entry of that URL.
+bool IsKeptAs(const Staging& staging, const std::string& url);
 // What KeepAs has made counts no more.
 Error DropKept(SessionState& state, Staging& staging) OX_REQUIRES(state.mutex);
 

@@ -28,8 +28,16 @@ Error Closed() {
 Error PublishStaging(Staging& staging, const OxString& metadata) OX_REQUIRES(staging.state.mutex) {
   internal::CountMetadataFile(staging.state, staging.share, staging.metadataPath);
   if (Error error = staging.state.cache.EnsureCurrent()) return error;
-  if (Error error = internal::DropKept(staging.state, staging)) return error;
-  return internal::Publish(staging.state, {staging.share, metadata, staging.outcome});
+  // A start would take what was kept of this URL for a later commit. Of another URL it stays until
+  // the whole is in place: a start deletes it when the content is no longer staged.
+  if (internal::IsKeptAs(staging, staging.url)) {
+    if (Error error = internal::DropKept(staging.state, staging)) return error;
+  }
+  Error error = internal::Publish(staging.state, {staging.share, metadata, staging.outcome});
+  if (staging.outcome.isDecided && internal::DropKept(staging.state, staging)) {
+    staging.state.cache.Account().MarkStale();
+  }
+  return error;
 }
 
 // What was written a moment ago need not be read again. The entry is in place, so a lack of memory

@@ -26,6 +26,11 @@ bool WriterList::Contains(const std::string& id) const {
                      [&](const WriterShare* share) { return share->id == id; });
 }
 
+bool WriterList::HaveKept() const {
+  return std::any_of(shares_.begin(), shares_.end(),
+                     [](const WriterShare* share) { return !share->keptPath.empty(); });
+}
+
 std::uint64_t WriterList::GrantedBytes() const {
   std::uint64_t bytes = 0;
   for (const WriterShare* share : shares_)

@@ -32,6 +32,10 @@ struct WriterShare {
   std::uint64_t bytes = 0;  // granted and not given back
   std::thread::id user;     // the thread that wrote last
   FullDisk fullDisk;
+  // The commit file that StoreWriter::KeepAs made, and its bytes of the share; empty: there is
+  // none.
+  std::string keptPath;
+  std::uint64_t keptBytes = 0;
 };
 
 // Not locked: the session's mutex guards it.
@@ -43,6 +47,9 @@ class WriterList {
   void Remove(WriterShare& share);
 
   bool Contains(const std::string& id) const;
+  const std::vector<WriterShare*>& Shares() const { return shares_; }
+  // Whether any has called KeepAs.
+  bool HaveKept() const;
   std::uint64_t GrantedBytes() const;
 
   // One writer at a time, the first to ask, may exceed the limit of the whole cache. True when that

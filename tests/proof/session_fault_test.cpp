@@ -225,19 +225,59 @@ TEST(SessionFaults, AtEverySystemCall) {
               DisturbEach(callFaults, {Mode::kOnce, Mode::kFromThereOn}, false));
 }
 
-// A power cut kept the commit file and not the name of the new content: the old entry stays.
-TEST(SessionFaults, AtEverySystemCallOnACommitWithoutItsContent) {
-  ForEach({Mode::kOnce, Mode::kFromThereOn}, [](Durability durability, Mode mode, std::uint64_t k) {
-    Cache cache(durability);
-    std::filesystem::remove(cache.scratch / "ox-0123456789abcdef-2.part");
-    cache.ledger.Committed(kInterrupted, 1);
-    callFaults.Arm(k, mode);
-    cache.Open();
-    const bool isReached = callFaults.WasReached();
-    callFaults.Disarm();
-    CheckAtLast(cache);
-    return isReached;
-  });
+// A power cut kept the commit file and not the name of the new content: the old entry stays. Or it
+// kept the metadata's place and not the content's: the new entry is there.
+TEST(SessionFaults, AtEverySystemCallOnAHalfPlacedCommit) {
+  static bool isMetadataPlaced;
+  for (const bool isPlaced : {false, true}) {
+    isMetadataPlaced = isPlaced;
+    ForEach(
+        {Mode::kOnce, Mode::kFromThereOn}, [](Durability durability, Mode mode, std::uint64_t k) {
+          Cache cache(durability);
+          const std::string content = cache.scratch / internal::ContentName(kInterrupted);
+          if (isMetadataPlaced) {
+            std::filesystem::rename(content + ".0123456789abcdef-2.commit", content + ".ox_meta");
+          } else {
+            std::filesystem::remove(cache.scratch / "ox-0123456789abcdef-2.part");
+            cache.ledger.Committed(kInterrupted, 1);
+          }
+          callFaults.Arm(k, mode);
+          cache.Open();
+          const bool isReached = callFaults.WasReached();
+          callFaults.Disarm();
+          CheckAtLast(cache);
+          return isReached;
+        });
+  }
+}
+
+// The manager counts the length of the metadata that it knows, not of what is on the disk.
+TEST(SessionFaults, AReplacementWithoutMemoryCostsNoOtherEntry) {
+  static const std::string kLong(1024, 'm');
+  const std::function<Error(CacheSession&)> steps[] = {
+      [](CacheSession& session) {
+        Error error;
+        const auto writer = Write(session, "0", "new", &error);
+        return writer == nullptr ? error : writer->Commit(kLong);
+      },
+      [](CacheSession& session) { return session.SetMetadata("0", kLong); }};
+  for (const auto& step : steps) {
+    bool isReached = true;
+    for (std::uint64_t k = 1; isReached; ++k) {
+      const CacheDirectory directory{{100000, 3, 65536}};
+      const auto session = OpenSession(OptionsFor(directory.Path()));
+      for (const char* url : {"0", "1", "2"})
+        ASSERT_FALSE(Store(*session, url, "content", "m"));
+      allocationFaults.Arm(k, Mode::kOnce);
+      static_cast<void>(step(*session));
+      isReached = allocationFaults.WasReached();
+      allocationFaults.Disarm();
+      // The first is evicted, without being looked for before.
+      for (const char* url : {"3", "4", "5", "6"})
+        EXPECT_FALSE(Store(*session, url, "content", "m")) << k;
+      EXPECT_EQ(session->Statistics().entries, 3U) << k;
+    }
+  }
 }
 
 TEST(SessionFaults, InterruptedAndShortCallsGoOn) {
@@ -354,6 +394,19 @@ TEST(SessionFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
       }
     }
   }
+}
+
+TEST(SessionFaults, ACommitThatWaitsHoldsUpNoOtherEntry) {
+  Cache cache(Durability::kProcess);
+  refusal = {{"rename"}, EROFS};
+  Configure(cache.scratch, {100000, 9, 65536});
+  cache.Open();
+  ASSERT_NE(nullptr, cache.session) << cache.error.Message();
+  EXPECT_FALSE(cache.session->Remove(kKept));
+  std::uint64_t deleted = 0;
+  EXPECT_FALSE(cache.session->TrimTo({0, {}, {}}, &deleted));
+  EXPECT_EQ(deleted, 3U);
+  refusal = {};
 }
 
 // Of a replacement a power cut kept the second renaming and not the first.

@@ -96,6 +96,24 @@ TEST_F(SessionKeptTest, NothingIsKeptOfAWriterThatIsDoneOrLostItsContent) {
   EXPECT_EQ(Files(), "2+0");
 }
 
+// Stored, renewed or removed after it was kept: the start does not undo that.
+TEST_F(SessionKeptTest, WhatWasKeptOfAnEntryEndsWithItsNextChange) {
+  const struct {
+    std::function<void(CacheSession&)> change;
+    std::string found;
+  } cases[] = {{[](CacheSession& session) { Store(session, "b", "whole", "n"); }, "whole|n"},
+               {[](CacheSession& session) { session.SetMetadata("b", "new"); }, "an older one|new"},
+               {[](CacheSession& session) { session.Remove("b"); }, kNotThere}};
+  for (const auto& [change, found] : cases) {
+    ASSERT_FALSE(Store(*OpenSession(options_), "b", "an older one", "m"));
+    InAProcessThatEnds([&change = change, this](CacheSession& session) {
+      Write(session, "a", "part", &error_).release()->KeepAs("b", "1");
+      change(session);
+    });
+    EXPECT_EQ(Fetch(*OpenSession(options_), "b"), found);
+  }
+}
+
 TEST_F(SessionKeptTest, KeepingTakesRoomUntilTheWriterEnds) {
   auto session = OpenSession(options_);
   auto writer = Write(*session, "a", "new", &error_);
