@@ -104,10 +104,10 @@ TEST_F(HttpTest, ConnectingIsLimited) {
        {std::string("http://silent.example/"), full, "https" + server.Url("/").substr(4)}) {
     const auto begun = std::chrono::steady_clock::now();
     EXPECT_EQ(Get(url, options), "error 7") << url;
-    EXPECT_LT(std::chrono::steady_clock::now() - begun, 2s) << url;
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, 10s) << url;
     // Nor does anybody else wait for it.
     EXPECT_EQ(Get(server.Url("/")), "miss 200 body");
-    EXPECT_LT(std::chrono::steady_clock::now() - begun, 2s) << url;
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, 10s) << url;
     session_->Remove(server.Url("/"));
   }
   client_.reset();

@@ -1,7 +1,4 @@
 // The library against servers that are slow, broken or hostile.
-#include <netinet/in.h>
-#include <sys/socket.h>
-
 #include <chrono>
 
 #include "tests/http/http_rig.h"
@@ -153,26 +150,6 @@ TEST_F(HttpTest, StandsInForAServerThatFails) {
   EXPECT_EQ(Get(server.Url("/"), options), "stale 200 old");
   EXPECT_EQ(Get(server.Url("/strict"), options), "error 2");
   EXPECT_EQ(server.Requests().size(), asked);
-}
-
-// Once one connection waits to be accepted, the kernel answers no other one.
-TEST_F(HttpTest, ConnectingIsLimited) {
-  const UniqueFd listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  const UniqueFd waiting(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t bytes = sizeof address;
-  auto* const place = reinterpret_cast<sockaddr*>(&address);
-  ASSERT_TRUE(bind(listener.Get(), place, bytes) == 0 && listen(listener.Get(), 0) == 0);
-  getsockname(listener.Get(), place, &bytes);
-  ASSERT_EQ(connect(waiting.Get(), place, bytes), 0);
-  RequestOptions options;
-  options.connectTimeout = 300ms;
-  options.totalTimeout = 6s;
-  const auto begun = std::chrono::steady_clock::now();
-  EXPECT_EQ(Get("http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)), options), "error 7");
-  EXPECT_LT(std::chrono::steady_clock::now() - begun, 5s);
 }
 
 TEST_F(HttpTest, CallersCancelAndLimitTheTime) {
