@@ -115,8 +115,8 @@ Error PlaceIfMissing(const StagedContent& content, Belonging belonging, const st
   *found = Found::kPlaced;
   if (isMissing && RenameFile(content.path, path)) return {};
   *found = isMissing ? Found::kBlocked : Found::kUncertain;
-  return MeansLater(errno) ? Error{}
-                           : SystemError("cannot tell whether a commit is in place", path);
+  const bool isLater = isMissing ? MeansLater(errno) : MeansUnreadable(errno);
+  return isLater ? Error{} : SystemError("cannot tell whether a commit is in place", path);
 }
 
 Error LookFor(StagedContent& content, const std::string& path, Found* found) {
