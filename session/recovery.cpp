@@ -119,18 +119,32 @@ void SetAside(const std::string& directory, const std::string& name, Survey* sur
 class Evictor {
  public:
   Evictor(const std::string& directory, const Survey& survey, EvictionLog* evictions)
-      : directory_(directory), entries_(survey.entries), evictions_(evictions) {}
+      : directory_(directory),
+        entries_(survey.entries),
+        staging_(survey.staging),
+        evictions_(evictions) {}
 
-  bool EvictFor(const std::string& entryName) {
+  bool Evict() {
     constexpr std::size_t kMost = 8;
-    if (next_ < entries_.size() && entries_[next_].name == entryName) ++next_;
+    while (next_ < entries_.size() && HasCommit(entries_[next_].name))
+      ++next_;
     if (evictions_ == nullptr || next_ >= std::min(entries_.size(), kMost)) return false;
     return !DeleteEntry(directory_, entries_[next_++], EvictionReason::kRoom, *evictions_);
   }
 
  private:
+  // What is committed next is not what was used longest ago, whatever the time of its old metadata.
+  bool HasCommit(std::string_view name) const {
+    return std::any_of(staging_.begin(), staging_.end(), [&](const std::string& staged) {
+      std::string entryName;
+      std::string id;
+      return ParseCommitFileName(staged, &entryName, &id) && entryName == name;
+    });
+  }
+
   const std::string& directory_;
   const std::vector<SurveyedEntry>& entries_;
+  const std::vector<std::string>& staging_;
   EvictionLog* evictions_;
   std::size_t next_ = 0;
 };
@@ -183,7 +197,7 @@ Error FinishCommits(const std::string& directory, const IsBeingWritten& isBeingW
     isChanged = true;
     bool isBlocked = false;
     Error error = FinishCommit(directory, entryName, id, &isBlocked);
-    while (MeansNoSpace(error.systemError) && evictor.EvictFor(entryName))
+    while (MeansNoSpace(error.systemError) && evictor.Evict())
       error = FinishCommit(directory, entryName, id, &isBlocked);
     if (!error) continue;
     if (!isBlocked) return error;
