@@ -162,6 +162,9 @@ class Entries(ToolCase):
 
     @unittest.skipUnless(os.geteuid() == 0, "needs to become another user")
     def test_what_the_effective_user_may_not_write_is_only_read(self):
+        with open(TOOL, "rb") as file:
+            if b"__asan_init" in file.read():
+                self.skipTest("leaks cannot be searched for in what changed its user")
         self.run_tool("put", "abc", stdin=b"1")
         for directory, _, files in os.walk(self.scratch):
             for path in [directory] + [os.path.join(directory, file) for file in files]:
