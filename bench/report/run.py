@@ -38,14 +38,16 @@ def measure(build, case, directories):
 def count(build, subject, entries, directory):
     """Heap and kernel allocations of each operation, and its system calls where strace works."""
     with tempfile.TemporaryDirectory(dir=directory) as scratch:
-        arguments = [subject, "--count", "--directory", scratch, "--entries", str(entries)]
+        # The bare interface has no replacing.
+        operations = ["--operations", cases.ALL] if subject in ("linux-host", "plain-host") else []
+        arguments = [subject, "--count", "--directory", scratch, "--entries", str(entries), *operations]
         results = oxbench(build, *arguments)
     if shutil.which("strace") is None:
         return results
     with tempfile.TemporaryDirectory(dir=directory) as scratch:
         path = os.path.join(scratch, "trace")
         command = ["strace", "-f", "-o", path, os.path.join(build, "oxbench"), subject, "--count",
-                   "--directory", scratch, "--entries", str(entries)]
+                   "--directory", scratch, "--entries", str(entries), *operations]
         if subprocess.run(command, capture_output=True).returncode != 0:
             return results
         calls = trace.count(path)
