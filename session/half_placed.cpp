@@ -33,19 +33,13 @@ void NoteKept(const std::string& name, Survey* survey) {
   survey->staging.erase(std::find(survey->staging.begin(), survey->staging.end(), name));
 }
 
-// The errno of a change that a later start may be able to make.
-bool MeansLater(int error) {
-  return IsLastingRefusal(error) || MeansNoSpace(error) || error == EROFS;
-}
-
-// The same of a look. The rest, as a lack of descriptors, passes soon.
-bool MeansUnreadable(int error) {
-  return MeansLater(error) || error == EIO || error == EBADMSG || error == EUCLEAN;
+// A later start may be able to look. The rest, as a lack of descriptors, passes soon.
+bool MayLookLater(int error) {
+  return MeansItStays(error) || MeansUnreadable(error);
 }
 
 // Content that cannot be looked at now is kept.
-Error ListLeftStaged(const std::string& directory,
-                     const std::function<bool(const std::string& id)>& isBeingWritten,
+Error ListLeftStaged(const std::string& directory, const IsBeingWritten& isBeingWritten,
                      Survey* survey, std::vector<StagedContent>* contents) {
   const std::vector<std::string> staging = survey->staging;
   for (const std::string& name : staging) {
@@ -59,7 +53,7 @@ Error ListLeftStaged(const std::string& directory,
       if (S_ISREG(status.st_mode)) contents->push_back({name, path, bytes, std::nullopt});
     } else if (errno == ENOENT) {
       continue;
-    } else if (!MeansUnreadable(errno)) {
+    } else if (!MayLookLater(errno)) {
       return SystemError("cannot look at staged content", path);
     } else {
       survey->mayPass = true;
@@ -115,7 +109,7 @@ Error PlaceIfMissing(const StagedContent& content, Belonging belonging, const st
   *found = Found::kPlaced;
   if (isMissing && RenameFile(content.path, path)) return {};
   *found = isMissing ? Found::kBlocked : Found::kUncertain;
-  const bool isLater = isMissing ? MeansLater(errno) : MeansUnreadable(errno);
+  const bool isLater = isMissing ? MeansItStays(errno) : MayLookLater(errno);
   return isLater ? Error{} : SystemError("cannot tell whether a commit is in place", path);
 }
 
@@ -131,8 +125,7 @@ Error LookFor(StagedContent& content, const std::string& path, Found* found) {
 
 }  // namespace
 
-Error PlaceContents(const std::string& directory,
-                    const std::function<bool(const std::string& id)>& isBeingWritten,
+Error PlaceContents(const std::string& directory, const IsBeingWritten& isBeingWritten,
                     Survey* survey) {
   std::vector<StagedContent> contents;
   if (Error error = ListLeftStaged(directory, isBeingWritten, survey, &contents)) return error;

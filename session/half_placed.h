@@ -8,9 +8,9 @@
 #ifndef OX_SESSION_HALF_PLACED_H_
 #define OX_SESSION_HALF_PLACED_H_
 
-#include <functional>
 #include <string>
 
+#include "session/recovery.h"
 #include "session/survey.h"
 #include <oxfilecache/error.h>
 
@@ -21,8 +21,7 @@ namespace ox::internal {
 // staged that no writer is still at work on. What may not be renamed or cannot be read now stays
 // for a later start, and an entry that lacks it is left out of the survey. An error where it cannot
 // be told for want of a descriptor or of memory.
-Error PlaceContents(const std::string& directory,
-                    const std::function<bool(const std::string& id)>& isBeingWritten,
+Error PlaceContents(const std::string& directory, const IsBeingWritten& isBeingWritten,
                     Survey* survey);
 
 }  // namespace ox::internal

@@ -23,18 +23,6 @@ Error Delete(const std::string& path) {
   return DeleteFile(path) ? Error{} : SystemError("cannot delete", path);
 }
 
-// What this user may not change, for example in a directory with the sticky bit, stays. So does all
-// on a file system that has turned read-only or has no room to write down a change: what is there
-// can still be fetched.
-bool MeansItStays(int error) {
-  return IsLastingRefusal(error) || error == EROFS || MeansNoSpace(error);
-}
-
-// The errno of a medium that does not give back what was written.
-bool MeansUnreadable(int error) {
-  return error == EIO || error == EBADMSG || error == EUCLEAN;
-}
-
 Error DeleteLeftover(const std::string& path, std::uint64_t* deleted) {
   if (DeleteFile(path)) {
     ++*deleted;
@@ -154,6 +142,14 @@ bool IsAdmissible(const SurveyedEntry& entry, const session::CacheLimits& limits
 }
 
 }  // namespace
+
+bool MeansItStays(int error) {
+  return IsLastingRefusal(error) || error == EROFS || MeansNoSpace(error);
+}
+
+bool MeansUnreadable(int error) {
+  return error == EIO || error == EBADMSG || error == EUCLEAN;
+}
 
 bool IsOfBlockedCommit(const Survey& survey, const std::string& id) {
   return std::any_of(survey.blockedCommits.begin(), survey.blockedCommits.end(),

@@ -14,6 +14,13 @@
 
 namespace ox::internal {
 
+// What this user may not change, for example in a directory with the sticky bit, stays. So does all
+// on a file system that has turned read-only or has no room to write down a change: what is there
+// can still be fetched.
+bool MeansItStays(int error);
+// The errno of a medium that does not give back what was written.
+bool MeansUnreadable(int error);
+
 // Whether the staged files of that ID are those of a writer that is still at work.
 using IsBeingWritten = std::function<bool(const std::string& id)>;
 
