@@ -11,11 +11,11 @@ namespace ox::internal {
 CommitFiles::CommitFiles(const std::string& cacheDirectory, const std::string& id,
                          const std::string& contentPath, const DirectoryLock* lock)
     : directory(cacheDirectory),
-      stagedContent(cacheDirectory + "/" + StagedContentName(id)),
-      stagedMetadata(cacheDirectory + "/" + StagedMetadataName(id)),
+      stagedContent(StagedContentPath(cacheDirectory, id)),
+      stagedMetadata(StagedMetadataPath(cacheDirectory, id)),
       commit(CommitFileName(contentPath, id)),
       content(contentPath),
-      metadata(contentPath + format::kMetadataSuffix),
+      metadata(Joined({contentPath, format::kMetadataSuffix})),
       lock_(lock) {}
 
 FileAt CommitFiles::At(const std::string& path) const {

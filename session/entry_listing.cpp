@@ -30,7 +30,7 @@ void AddUnfinished(const std::string& directory, const std::string& commitName,
   if (!ParseCommitFileName(commitName, &entry.name, &id)) return;
   struct stat metadata;
   if (lstat((directory + "/" + commitName).c_str(), &metadata) != 0) return;
-  entry.contentBytes = FileSize(directory + "/" + StagedContentName(id));
+  entry.contentBytes = FileSize(StagedContentPath(directory, id));
   if (entry.contentBytes == 0) {
     const std::string content = directory + "/" + entry.name;
     bool isInPlace = false;

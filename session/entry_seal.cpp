@@ -3,6 +3,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -102,7 +103,9 @@ EntrySeal MakeSeal(std::string_view url, std::uint32_t contentSum, std::uint64_t
 }
 
 std::string EncodeSeal(const EntrySeal& seal) {
-  std::string text(1, seal.url.empty() ? kWithDigest : kWithUrl);
+  std::string text;
+  text.reserve(kHeaderBytes + std::max(seal.url.size(), sizeof seal.urlDigest));
+  text.push_back(seal.url.empty() ? kWithDigest : kWithUrl);
   Append(seal.contentSum, 4, &text);
   Append(seal.contentBytes, 4, &text);
   Append(seal.metadataSum, 4, &text);

@@ -23,7 +23,7 @@ class StagedRenewal {
   StagedRenewal(SessionState& sessionState, std::string id, const std::string& url)
       : share(std::move(id), internal::ToOxString(url)), state_(sessionState) {
     const MutexLock lock(state_.mutex);
-    path = state_.cacheDirectory + "/" + internal::StagedMetadataName(share.id);
+    path = internal::StagedMetadataPath(state_.cacheDirectory, share.id);
     state_.writers.Add(share);
   }
   ~StagedRenewal() {

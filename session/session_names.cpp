@@ -3,10 +3,7 @@
 #include <sys/random.h>
 #include <unistd.h>
 
-#include <cinttypes>
-#include <cstdio>
 #include <ctime>
-#include <string_view>
 
 #include "session/use_clock.h"
 
@@ -46,6 +43,17 @@ std::uint64_t UniqueNumber() {
 
 }  // namespace
 
+std::string Joined(std::initializer_list<std::string_view> pieces) {
+  std::size_t length = 0;
+  for (const std::string_view piece : pieces)
+    length += piece.size();
+  std::string text;
+  text.reserve(length);
+  for (const std::string_view piece : pieces)
+    text += piece;
+  return text;
+}
+
 std::string StagingId(const std::string& name) {
   constexpr std::size_t kPrefix = 3;  // "ox-"
   constexpr std::size_t kSuffix = 5;  // ".part", ".meta", ".conf"
@@ -81,12 +89,14 @@ bool IsSessionName(const std::string& name) {
          ParseCommitFileName(name, &entryName, &id);
 }
 
-IdSource::IdSource() : session_(UniqueNumber()) {}
+IdSource::IdSource() : session_(UniqueNumber()) {
+  for (std::uint64_t rest = session_; prefix_.size() < kSessionDigits; rest >>= 4)
+    prefix_ += kHexDigits[rest & 0xF];
+  prefix_ += '-';
+}
 
 std::string IdSource::Next() {
-  char text[40];
-  std::snprintf(text, sizeof text, "%016" PRIx64 "-%" PRIu64, session_, ++count_);
-  return text;
+  return Joined({prefix_, std::to_string(++count_)});
 }
 
 }  // namespace ox::internal

@@ -15,7 +15,9 @@
 #define OX_SESSION_SESSION_NAMES_H_
 
 #include <cstdint>
+#include <initializer_list>
 #include <string>
+#include <string_view>
 
 #include <oxfilecache/format.h>
 
@@ -24,17 +26,24 @@ namespace ox::internal {
 constexpr char kLockFileName[] = "ox-session.lock";
 constexpr char kUseOrderFileName[] = "ox-session.order";
 
-inline std::string StagedContentName(const std::string& id) {
-  return "ox-" + id + ".part";
+// With one allocation.
+std::string Joined(std::initializer_list<std::string_view> pieces);
+
+inline std::string StagedContentName(std::string_view id) {
+  return Joined({"ox-", id, ".part"});
 }
-inline std::string StagedMetadataName(const std::string& id) {
-  return "ox-" + id + ".meta";
+inline std::string StagedContentPath(std::string_view directory, std::string_view id) {
+  return Joined({directory, "/ox-", id, ".part"});
 }
-inline std::string StagedConfigurationName(const std::string& id) {
-  return "ox-" + id + ".conf";
+inline std::string StagedMetadataPath(std::string_view directory, std::string_view id) {
+  return Joined({directory, "/ox-", id, ".meta"});
 }
-inline std::string CommitFileName(const std::string& entryName, const std::string& id) {
-  return entryName + "." + id + ".commit";
+inline std::string StagedConfigurationName(std::string_view id) {
+  return Joined({"ox-", id, ".conf"});
+}
+// Of an entry's name; or of its path, then this is a path, too.
+inline std::string CommitFileName(std::string_view entryName, std::string_view id) {
+  return Joined({entryName, ".", id, ".commit"});
 }
 
 // The ID when the name is one of a staged file, otherwise empty.
@@ -59,6 +68,7 @@ class IdSource {
 
  private:
   std::uint64_t session_;
+  std::string prefix_;
   std::uint64_t count_ = 0;
 };
 

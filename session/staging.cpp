@@ -58,8 +58,8 @@ Staging::Staging(const std::shared_ptr<SessionState>& openSession, std::string n
     : session(openSession),
       state(*openSession),
       url(std::move(newUrl)),
-      contentPath(state.cacheDirectory + "/" + StagedContentName(newId)),
-      metadataPath(state.cacheDirectory + "/" + StagedMetadataName(newId)),
+      contentPath(StagedContentPath(state.cacheDirectory, newId)),
+      metadataPath(StagedMetadataPath(state.cacheDirectory, newId)),
       share(std::move(newId), ToOxString(url)) {}
 
 std::uint64_t MaxContentBytes(const SessionState& state) {

@@ -88,7 +88,7 @@ Times Parse(const std::string& text) {
 Error Keep(const std::string& directory, const std::string& text) {
   const std::string path = PathOf(directory);
   // A session deletes what is left of a staged file.
-  const std::string staged = directory + "/" + StagedContentName(IdSource().Next());
+  const std::string staged = StagedContentPath(directory, IdSource().Next());
   UniqueFd file = CreateNewFile(staged);
   const bool isWritten = file.IsOpen() && WriteAll(file.Get(), text.data(), text.size()) &&
                          SyncFile(file.Get()) && RenameFile(staged, path);

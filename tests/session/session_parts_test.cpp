@@ -59,7 +59,7 @@ TEST(SessionNames, OnlyWholeNamesOfItsOwnFilesCount) {
   std::string foundId;
   for (const auto& [id, isId] : ids) {
     EXPECT_EQ(StagingId(StagedContentName(id)), isId ? id : "") << id;
-    EXPECT_EQ(StagingId("ox-" + id + ".meta"), isId ? id : "") << id;
+    EXPECT_EQ(StagingId(Joined({"ox-", id, ".meta"})), isId ? id : "") << id;
     EXPECT_EQ(IsStagedConfigurationName(StagedConfigurationName(id)), isId) << id;
     EXPECT_EQ(ParseCommitFileName(CommitFileName(entry, id), &foundEntry, &foundId), isId) << id;
     if (isId) {
