@@ -3,12 +3,17 @@
 import json
 import os
 import shutil
+import signal
 import subprocess
 import tempfile
 import unittest
 
 TOOL = os.environ["OX_TOOL"]
 DONE, NOT_DONE, USAGE, INPUT_OUTPUT = range(4)
+# The tool goes on ignoring what it was started to ignore: under nohup, or behind a shell's "&".
+for ignored in (signal.SIGHUP, signal.SIGINT):
+    if signal.getsignal(ignored) == signal.SIG_IGN:
+        signal.signal(ignored, signal.SIG_DFL)
 
 
 class ToolCase(unittest.TestCase):
