@@ -14,18 +14,28 @@
 namespace ox::internal {
 namespace {
 
-using Table = std::array<std::uint32_t, 256>;
+// Of a byte, and of a byte that one, two or three zeros follow: four bytes in one step. ("Slicing
+// by 4", M. Kounavis and F. Berry, A Systematic Approach to Building High Performance
+// Software-based CRC Generators, 2005.)
+using Tables = std::array<std::array<std::uint32_t, 256>, 4>;
 
-constexpr Table MakeTable() {
+constexpr Tables MakeTables() {
   constexpr std::uint32_t kReversedPolynomial = 0x82f63b78;
-  Table table{};
-  for (std::uint32_t byte = 0; byte < table.size(); ++byte) {
+  Tables tables{};
+  for (std::uint32_t byte = 0; byte < 256; ++byte) {
     std::uint32_t crc = byte;
-    for (int bit = 0; bit < 8; ++bit)
-      crc = (crc & 1) != 0 ? (crc >> 1) ^ kReversedPolynomial : crc >> 1;
-    table[byte] = crc;
+    for (auto& table : tables) {
+      for (int bit = 0; bit < 8; ++bit)
+        crc = (crc & 1) != 0 ? (crc >> 1) ^ kReversedPolynomial : crc >> 1;
+      table[byte] = crc;
+    }
   }
-  return table;
+  return tables;
+}
+
+std::uint32_t WordAt(const unsigned char* bytes) {
+  return std::uint32_t{bytes[0]} | std::uint32_t{bytes[1]} << 8 | std::uint32_t{bytes[2]} << 16 |
+         std::uint32_t{bytes[3]} << 24;
 }
 
 #if defined(__x86_64__)
@@ -75,11 +85,16 @@ std::uint32_t Extend(std::uint32_t crc, const unsigned char* /*next*/, std::size
 }  // namespace
 
 std::uint32_t ExtendCrc32cByTable(std::uint32_t crc, const void* data, std::size_t bytes) {
-  static constexpr Table kTable = MakeTable();
+  static constexpr Tables kTables = MakeTables();
   const auto* next = static_cast<const unsigned char*>(data);
   crc = ~crc;
+  for (; bytes >= 4; bytes -= 4, next += 4) {
+    crc ^= WordAt(next);
+    crc = kTables[3][crc & 0xff] ^ kTables[2][crc >> 8 & 0xff] ^ kTables[1][crc >> 16 & 0xff] ^
+          kTables[0][crc >> 24];
+  }
   for (; bytes > 0; --bytes, ++next)
-    crc = kTable[(crc ^ *next) & 0xff] ^ (crc >> 8);
+    crc = kTables[0][(crc ^ *next) & 0xff] ^ (crc >> 8);
   return ~crc;
 }
 
