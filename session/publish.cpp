@@ -231,6 +231,12 @@ Error Replace(SessionState& state, const Publication& publication, CacheValue& o
 Error Renew(SessionState& state, const Publication& publication, CacheValue& old,
             const EntrySizes& oldSizes) OX_REQUIRES(state.mutex) {
   const CommitFiles files = FilesOf(state, publication, old);
+  // A replacement before may have relied on the seal that goes.
+  const bool isSealLost =
+      OrderOf(state, files) == Order::kByDirectory && ReadSeal(files.metadata).has_value();
+  if (isSealLost && !SynchroniseDirectory(state, files)) {
+    return SystemError("cannot synchronise", files.directory);
+  }
   if (!files.Rename(files.stagedMetadata, files.metadata)) {
     return SystemError("cannot put the metadata in place", files.metadata);
   }
