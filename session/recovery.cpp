@@ -143,8 +143,12 @@ bool IsAdmissible(const SurveyedEntry& entry, const session::CacheLimits& limits
 
 }  // namespace
 
+bool MayPass(int error) {
+  return error == EROFS || MeansNoSpace(error);
+}
+
 bool MeansItStays(int error) {
-  return IsLastingRefusal(error) || error == EROFS || MeansNoSpace(error);
+  return IsLastingRefusal(error) || MayPass(error);
 }
 
 bool MeansUnreadable(int error) {
@@ -197,7 +201,7 @@ Error FinishCommits(const std::string& directory, const IsBeingWritten& isBeingW
       error = FinishCommit(directory, entryName, id, &isBlocked);
     if (!error) continue;
     if (!isBlocked) return error;
-    mayPass = mayPass || error.systemError == EROFS || MeansNoSpace(error.systemError);
+    mayPass = mayPass || MayPass(error.systemError);
     blocked.push_back(name);
   }
   if (!isChanged) return {};

@@ -137,6 +137,20 @@ TEST(CommitFaults, ContentThatCannotBePutInPlaceYetWaits) {
   }
 }
 
+// It may be that of any entry of its length, but those have theirs.
+TEST(CommitFaults, StagedContentThatCannotBeReadHidesNoEntry) {
+  Cache cache(Durability::kProcess);
+  const std::string staged = cache.scratch / "ox-0123456789abcdef-3.part";
+  WriteWhole(staged, std::string(ContentOf(kKept, 1).size(), 'x'));
+  refusal = {{"open"}, EIO, ".part"};
+  cache.Open();
+  ASSERT_NE(nullptr, cache.session) << cache.error.Message();
+  EXPECT_EQ(1, FetchVersion(*cache.session, kKept, &cache.error));
+  refusal = {};
+  EXPECT_EQ(0U, cache.session->Statistics().restarts);
+  EXPECT_FALSE(std::filesystem::exists(staged));
+}
+
 // A renaming may need room, too.
 TEST(CommitFaults, AFullDiskTakesOldEntriesForAnInterruptedCommit) {
   Cache cache(Durability::kProcess);
