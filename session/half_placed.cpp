@@ -95,6 +95,7 @@ void LeaveOut(const std::vector<std::string_view>& names, Survey* survey) {
                                     [&](const SurveyedEntry& e) { return e.name == name; });
     if (entry == survey->entries.end()) continue;
     survey->bytes -= entry->contentBytes + entry->metadataBytes;
+    survey->waitingEntries.emplace_back(name);
     survey->entries.erase(entry);
   }
 }

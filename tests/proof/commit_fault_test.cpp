@@ -92,6 +92,11 @@ TEST(CommitFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
           EXPECT_FALSE(cache.session->SetMetadata(kInterrupted, MetadataOf(kInterrupted, renewed)));
           cache.ledger.Committed(kInterrupted, renewed);
         }
+        // What was given up is in nobody's way when the next operation ends.
+        if (found != kAbsent || std::strchr("srp", next) != nullptr) {
+          FetchVersion(*cache.session, kKept, &cache.error);
+          EXPECT_EQ(DiskUse(cache.scratch.Path()), cache.session->Statistics().bytes);
+        }
         // Writable again, the commit is finished before anything is stored over it.
         const bool goesOn = test.error == EROFS || test.error == ENOSPC;
         CheckBoth(cache, goesOn);
@@ -135,6 +140,19 @@ TEST(CommitFaults, ContentThatCannotBePutInPlaceYetWaits) {
       CheckAtLast(cache);
     }
   }
+}
+
+TEST(CommitFaults, ContentThatWaitsDoesNotComeBackAfterARemoval) {
+  Cache cache(Durability::kProcess);
+  Configure(cache.scratch, {100000, 9, 65536});
+  const std::string content = cache.scratch / internal::ContentName(kInterrupted);
+  std::filesystem::rename(content + ".0123456789abcdef-2.commit", content + ".ox_meta");
+  refusal = {{"rename"}, EPERM};
+  cache.Open();
+  refusal = {};
+  EXPECT_EQ(ErrorKind::kNotFound, cache.session->Remove(kInterrupted).kind);
+  cache.ledger.IsGone(kInterrupted);
+  CheckAtLast(cache);
 }
 
 // It may be that of any entry of its length, but those have theirs.
