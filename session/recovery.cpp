@@ -42,8 +42,11 @@ Error FitToSeal(const CommitFiles& files, bool* isWhole) {
     return SystemError("cannot tell whether a commit is whole", files.stagedContent);
   }
   const auto bytes = static_cast<std::uint64_t>(content.st_size);
-  *isWhole = !seal || bytes >= seal->contentBytes;
-  if (!seal || bytes <= seal->contentBytes) return {};
+  *isWhole = !seal || bytes == seal->contentBytes;
+  if (*isWhole || bytes < seal->contentBytes) return {};
+  // Cut through another name of it, a file would be cut that is not ours.
+  *isWhole = S_ISREG(content.st_mode) && content.st_nlink == 1;
+  if (!*isWhole) return {};
   if (ShortenFile(files.stagedContent, seal->contentBytes)) return {};
   return SystemError("cannot shorten", files.stagedContent);
 }
