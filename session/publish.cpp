@@ -65,16 +65,19 @@ class StaleUnlessSettled {
 Error MakeRoom(SessionState& state, const Publication& publication, const EntrySizes& oldSizes,
                CacheValue** old) OX_REQUIRES(state.mutex) {
   const std::uint64_t oldBytes = oldSizes.contentOnDisk + oldSizes.metadataOnDisk;
-  if (Error error = state.room.MakeRoomToPublish(publication.share, oldBytes, *old != nullptr)) {
-    return error;
-  }
-  if (state.cache.Account().StaysWithin(oldSizes.metadataLength, publication.metadata.Length(),
-                                        state.limits.maxSize)) {
+  Error error = state.room.MakeRoomToPublish(publication.share, oldBytes, *old != nullptr);
+  // Somebody has deleted the files of what was to go: a restart tells what is there.
+  const bool isOutdated = error.systemError == ENOENT;
+  if (error && !isOutdated) return error;
+  if (!error && state.cache.Account().StaysWithin(
+                    oldSizes.metadataLength, publication.metadata.Length(), state.limits.maxSize)) {
     return {};
   }
-  if (Error error = state.cache.Restart()) return error;
+  if (Error failed = state.cache.Restart()) return failed;
   *old = state.cache.FindToReplace(publication.share.url, publication.metadata);
-  return {};
+  if (!isOutdated) return {};
+  return state.room.MakeRoomToPublish(publication.share, *old != nullptr ? oldBytes : 0,
+                                      *old != nullptr);
 }
 
 // From here on the new entry is in place, or a restart puts it there.
