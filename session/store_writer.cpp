@@ -89,6 +89,12 @@ Error CommitStaging(Staging& staging, const std::string& metadata) {
   }
 }
 
+void SetUrl(Staging& staging, const std::string& url) {
+  const MutexLock lock(staging.state.mutex);
+  staging.share.url = internal::ToOxString(url);
+  staging.url = url;
+}
+
 Error GrantContent(Staging& staging, std::size_t bytes) {
   SessionState& state = staging.state;
   MutexLock lock(state.mutex);
@@ -180,12 +186,12 @@ Error StoreWriter::CommitAs(const std::string& url, const std::string& metadata)
   return internal::Perform(*session, [&]() -> Error {
     if (Error error = internal::CheckUrl(url)) return error;
     const internal::EvictionNews news(*session);
-    {
-      const MutexLock lock(session->mutex);
-      staging_->share.url = internal::ToOxString(url);
-      staging_->url = url;
-    }
-    return CommitStaging(*staging_, metadata);
+    const std::string before = staging_->url;
+    SetUrl(*staging_, url);
+    Error error = CommitStaging(*staging_, metadata);
+    // A later Commit is of the writer's own URL.
+    if (error && !staging_->outcome.isDecided) SetUrl(*staging_, before);
+    return error;
   });
 }
 
