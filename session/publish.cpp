@@ -149,7 +149,11 @@ Error PublishNew(SessionState& state, const Publication& publication) OX_REQUIRE
 void TakeCommitFileBack(SessionState& state, const CommitFiles& files,
                         const Publication& publication) OX_REQUIRES(state.mutex) {
   publication.outcome.mayBeDecided = true;
-  if (!files.Delete(files.commit)) state.cache.Account().MarkStale();
+  if (files.Delete(files.commit)) return;
+  state.cache.Account().MarkStale();
+  // As what a writer has kept, it goes before the entry is changed: finished later, it would undo
+  // that.
+  publication.share.keptPath = files.commit;
 }
 
 // How much of a replacement has to be on the medium before the next step.

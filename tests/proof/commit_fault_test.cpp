@@ -169,6 +169,28 @@ TEST(CommitFaults, StagedContentThatCannotBeReadHidesNoEntry) {
   EXPECT_FALSE(std::filesystem::exists(staged));
 }
 
+// Whatever of it stays while its writer is there, it is not finished over what was stored later.
+TEST(CommitFaults, ACommitThatCannotBeTakenBackIsNotFinishedOverALaterOne) {
+  beforeChange = [](Cache& /*cache*/) { refusal = {{"rename", "unlinkat"}, EIO}; };
+  bool isReached = true;
+  for (std::uint64_t k = 1; isReached; ++k) {
+    Cache cache(Durability::kProcess);
+    cache.Open();
+    auto writer = Write(*cache.session, kReplaced, ContentOf(kReplaced, 2), &cache.error);
+    changes.Arm(k, Mode::kFromThereOn);
+    const bool isCommitted = !writer->Commit(MetadataOf(kReplaced, 2));
+    isReached = changes.WasReached();
+    changes.Disarm();
+    refusal = {};
+    if (isCommitted) cache.ledger.Committed(kReplaced, 2);
+    if (!isCommitted) cache.ledger.Begin(kReplaced, 2);
+    ASSERT_TRUE(Store(*cache.session, kReplaced, 3, &cache.ledger)) << k;
+    writer.reset();
+    CheckBoth(cache, true);
+    ASSERT_FALSE(HasFatalFailure()) << k;
+  }
+}
+
 // A renaming may need room, too.
 TEST(CommitFaults, AFullDiskTakesOldEntriesForAnInterruptedCommit) {
   Cache cache(Durability::kProcess);
