@@ -34,10 +34,14 @@ Error NotStored(std::string why) {
   return MakeError(ErrorKind::kRefused, std::move(why));
 }
 
-bool HasOtherTag(const HeaderList& news, const StoredAnswer& stored) {
-  const Header* now = Find(news, "ETag");
-  const Header* then = Find(stored.headers, "ETag");
-  return now != nullptr && then != nullptr && now->value != then->value;
+// Of a server that does not know If-Range and sends the part of whatever it has.
+bool HasOtherValidator(const HeaderList& news, const StoredAnswer& stored) {
+  for (const char* name : {"ETag", "Last-Modified"}) {
+    const Header* now = Find(news, name);
+    const Header* then = Find(stored.headers, name);
+    if (now != nullptr && then != nullptr) return now->value != then->value;
+  }
+  return false;
 }
 
 // Whether a renewal has anything to tell that a later request could use. Flash wears.
@@ -142,6 +146,8 @@ Result ServerExchange::TakeAnswer(Transfer& transfer, const TransferHead& head, 
   if (offset_ > 0 && (head.status == kPartialContent || head.status == kRangeNotSatisfiable) &&
       !TakeUpPart(head)) {
     mayResume_ = false;
+    // The next request would ask for the rest in vain again.
+    state_.session.Remove(PartUrl(request_.url.text));
     return Again();
   }
   if (head.status != kPartialContent) offset_ = 0;
@@ -179,7 +185,7 @@ bool ServerExchange::TakeUpPart(const TransferHead& head) {
   const bool isRest = head.status == kPartialContent && range && range->first == offset_ &&
                       range->first + range->bytes == part.wholeBytes &&
                       (range->total == 0 || range->total == part.wholeBytes) &&
-                      !HasOtherTag(head.headers, part);
+                      !HasOtherValidator(head.headers, part);
   if (isRest) Freshen(head.headers, head.requestTime, head.responseTime, &part);
   return isRest;
 }

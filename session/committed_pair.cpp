@@ -18,6 +18,7 @@
 #include "host/system_calls.h"
 #include "session/content_in_place.h"
 #include "session/entry_name.h"
+#include "session/entry_seal.h"
 #include "session/session_names.h"
 #include <oxfilecache/format.h>
 
@@ -56,11 +57,29 @@ class Look {
       if (pair->content.IsOpen()) *outcome = Outcome::kWithoutMetadata;
     } else if (pair->content.IsOpen()) {
       *outcome = LeadsTo(metadata, pair->metadata) ? Outcome::kFound : Outcome::kChanged;
+      TakeHalfPlaced(pair);
     }
     return {};
   }
 
  private:
+  // After a power cut the metadata may be in place and its content still staged (half_placed.h).
+  void TakeHalfPlaced(CommittedPair* pair) const {
+    if (staged_.empty() || !ReadSeal(pair->metadata.Get())) return;
+    for (const std::string& name : staged_) {
+      UniqueFd staged;
+      if (Open(name, &staged) || !staged.IsOpen()) continue;
+      if (!IsOf(pair->metadata, staged) || IsOf(pair->metadata, pair->content)) continue;
+      pair->content = std::move(staged);
+      return;
+    }
+  }
+
+  static bool IsOf(const UniqueFd& metadata, const UniqueFd& content) {
+    bool isInPlace = false;
+    return IsContentInPlace(metadata.Get(), content.Get(), &isInPlace) && isInPlace;
+  }
+
   // What a commit file asks for.
   Error TakeUnfinished(const std::string& id, CommittedPair* pair, Outcome* outcome) const {
     const std::string commit = CommitFileName(name_, id);
@@ -125,7 +144,7 @@ class Look {
 
   // The ID stays empty where there is none. Of several, which only a failing disk leaves behind,
   // the one that a recovery finishes last.
-  Error FindCommitFile(std::string* id) const {
+  Error FindCommitFile(std::string* id) {
     std::vector<std::string> names;
     if (!ListCommitFiles(&names)) return SystemError("cannot read the directory", path_);
     if (names.empty()) return {};
@@ -138,7 +157,7 @@ class Look {
   }
 
   // False with errno.
-  bool ListCommitFiles(std::vector<std::string>* names) const {
+  bool ListCommitFiles(std::vector<std::string>* names) {
     // Opened anew: a handle of before need not show what was made since.
     UniqueFd file(OpenWithoutTrace(directory_.Get(), ".", O_DIRECTORY));
     const std::unique_ptr<DIR, int (*)(DIR*)> listing(
@@ -149,11 +168,18 @@ class Look {
       errno = 0;
       const dirent* found = readdir(listing.get());
       if (found == nullptr) return errno == 0;
+      if (std::strncmp(found->d_name, "ox-", 3) == 0) NoteStaged(found->d_name);
       if (std::strncmp(found->d_name, name_.c_str(), name_.size()) != 0) continue;
       std::string entryName;
       std::string id;
-      if (ParseCommitFileName(found->d_name, &entryName, &id)) names->push_back(found->d_name);
+      const bool isOne = ParseCommitFileName(found->d_name, &entryName, &id);
+      if (isOne && !IsOfGrowingContent(path_, found->d_name)) names->push_back(found->d_name);
     }
+  }
+
+  void NoteStaged(const std::string& name) {
+    const std::string id = StagingId(name);
+    if (!id.empty() && name == StagedContentName(id)) staged_.push_back(name);
   }
 
   // As a survey orders them (survey.cpp).
@@ -166,6 +192,7 @@ class Look {
   const std::string& path_;
   const std::string& name_;
   UniqueFd directory_;
+  std::vector<std::string> staged_;  // names of staged content
 };
 
 }  // namespace

@@ -7,7 +7,9 @@
 #include <optional>
 
 #include "host/system_calls.h"
+#include "session/durable_io.h"
 #include "session/entry_seal.h"
+#include "session/session_names.h"
 #include <oxfilecache/descriptor.h>
 
 namespace ox::internal {
@@ -47,6 +49,14 @@ bool IsContentInPlace(int commitFile, int contentFile, bool* isInPlace) {
   const auto seal = ReadSeal(commitFile, &error);
   errno = error;
   return seal ? IsSealedContent(contentFile, *seal, isInPlace) : error == 0;
+}
+
+bool IsOfGrowingContent(const std::string& directory, const std::string& commitName) {
+  std::string entryName;
+  std::string id;
+  if (!ParseCommitFileName(commitName, &entryName, &id)) return false;
+  const auto seal = ReadSeal(directory + "/" + commitName);
+  return seal && FileSize(directory + "/" + StagedContentName(id)) > seal->contentBytes;
 }
 
 }  // namespace ox::internal

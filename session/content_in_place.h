@@ -18,6 +18,10 @@ bool IsContentInPlace(const std::string& commitPath, const std::string& contentP
 // The same of open files.
 bool IsContentInPlace(int commitFile, int contentFile, bool* isInPlace);
 
+// Whether there is more of the staged content than the seal of its commit file says: its writer has
+// gone on since it kept what was there (keep_as.cpp). While it does, the older entry serves.
+bool IsOfGrowingContent(const std::string& directory, const std::string& commitName);
+
 }  // namespace ox::internal
 
 #endif

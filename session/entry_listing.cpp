@@ -28,6 +28,7 @@ void AddUnfinished(const std::string& directory, const std::string& commitName,
   ListedEntry entry;
   std::string id;
   if (!ParseCommitFileName(commitName, &entry.name, &id)) return;
+  if (IsOfGrowingContent(directory, commitName)) return;
   struct stat metadata;
   if (lstat((directory + "/" + commitName).c_str(), &metadata) != 0) return;
   entry.contentBytes = FileSize(StagedContentPath(directory, id));

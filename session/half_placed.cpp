@@ -56,7 +56,6 @@ Error ListLeftStaged(const std::string& directory, const IsBeingWritten& isBeing
     } else if (!MayLookLater(errno)) {
       return SystemError("cannot look at staged content", path);
     } else {
-      survey->mayPass = true;
       NoteKept(name, survey);
     }
   }
@@ -80,11 +79,14 @@ enum class Belonging { kNone, kIsMissing, kUnknown };
 Belonging BelongingOf(StagedContent& content, const EntrySeal& seal, const std::string& metadata,
                       const std::string& path) {
   if (content.bytes != seal.contentBytes) return Belonging::kNone;
-  if (!FindSum(content)) return Belonging::kUnknown;
-  if (*content.sum != seal.contentSum) return Belonging::kNone;
+  const bool isReadable = FindSum(content);
+  const int readError = errno;
+  if (isReadable && *content.sum != seal.contentSum) return Belonging::kNone;
   bool isInPlace = false;
   if (!IsContentInPlace(metadata, path, &isInPlace)) return Belonging::kUnknown;
-  return isInPlace ? Belonging::kNone : Belonging::kIsMissing;
+  if (isInPlace) return Belonging::kNone;
+  errno = readError;
+  return isReadable ? Belonging::kIsMissing : Belonging::kUnknown;
 }
 
 void LeaveOut(const std::vector<std::string_view>& names, Survey* survey) {
@@ -93,6 +95,7 @@ void LeaveOut(const std::vector<std::string_view>& names, Survey* survey) {
                                     [&](const SurveyedEntry& e) { return e.name == name; });
     if (entry == survey->entries.end()) continue;
     survey->bytes -= entry->contentBytes + entry->metadataBytes;
+    survey->waitingEntries.emplace_back(name);
     survey->entries.erase(entry);
   }
 }
@@ -139,7 +142,7 @@ Error PlaceContents(const std::string& directory, const IsBeingWritten& isBeingW
       const bool isLeftOut = found == Found::kBlocked || found == Found::kUncertain;
       if (isLeftOut) {
         leftOut.push_back(entry.name);
-        survey->mayPass = survey->mayPass || !IsLastingRefusal(errno);
+        survey->mayPass = survey->mayPass || MayPass(errno);
       }
       isKept = isKept || found != Found::kNothing;
       if (found == Found::kPlaced) {

@@ -65,16 +65,19 @@ class StaleUnlessSettled {
 Error MakeRoom(SessionState& state, const Publication& publication, const EntrySizes& oldSizes,
                CacheValue** old) OX_REQUIRES(state.mutex) {
   const std::uint64_t oldBytes = oldSizes.contentOnDisk + oldSizes.metadataOnDisk;
-  if (Error error = state.room.MakeRoomToPublish(publication.share, oldBytes, *old != nullptr)) {
-    return error;
-  }
-  if (state.cache.Account().StaysWithin(oldSizes.metadataLength, publication.metadata.Length(),
-                                        state.limits.maxSize)) {
+  Error error = state.room.MakeRoomToPublish(publication.share, oldBytes, *old != nullptr);
+  // Somebody has deleted the files of what was to go: a restart tells what is there.
+  const bool isOutdated = error.systemError == ENOENT;
+  if (error && !isOutdated) return error;
+  if (!error && state.cache.Account().StaysWithin(
+                    oldSizes.metadataLength, publication.metadata.Length(), state.limits.maxSize)) {
     return {};
   }
-  if (Error error = state.cache.Restart()) return error;
+  if (Error failed = state.cache.Restart()) return failed;
   *old = state.cache.FindToReplace(publication.share.url, publication.metadata);
-  return {};
+  if (!isOutdated) return {};
+  return state.room.MakeRoomToPublish(publication.share, *old != nullptr ? oldBytes : 0,
+                                      *old != nullptr);
 }
 
 // From here on the new entry is in place, or a restart puts it there.
@@ -146,7 +149,11 @@ Error PublishNew(SessionState& state, const Publication& publication) OX_REQUIRE
 void TakeCommitFileBack(SessionState& state, const CommitFiles& files,
                         const Publication& publication) OX_REQUIRES(state.mutex) {
   publication.outcome.mayBeDecided = true;
-  if (!files.Delete(files.commit)) state.cache.Account().MarkStale();
+  if (files.Delete(files.commit)) return;
+  state.cache.Account().MarkStale();
+  // As what a writer has kept, it goes before the entry is changed: finished later, it would undo
+  // that.
+  publication.share.keptPath = files.commit;
 }
 
 // How much of a replacement has to be on the medium before the next step.
@@ -231,6 +238,12 @@ Error Replace(SessionState& state, const Publication& publication, CacheValue& o
 Error Renew(SessionState& state, const Publication& publication, CacheValue& old,
             const EntrySizes& oldSizes) OX_REQUIRES(state.mutex) {
   const CommitFiles files = FilesOf(state, publication, old);
+  // A replacement before may have relied on the seal that goes.
+  const bool isSealLost =
+      OrderOf(state, files) == Order::kByDirectory && ReadSeal(files.metadata).has_value();
+  if (isSealLost && !SynchroniseDirectory(state, files)) {
+    return SystemError("cannot synchronise", files.directory);
+  }
   if (!files.Rename(files.stagedMetadata, files.metadata)) {
     return SystemError("cannot put the metadata in place", files.metadata);
   }

@@ -42,8 +42,11 @@ Error FitToSeal(const CommitFiles& files, bool* isWhole) {
     return SystemError("cannot tell whether a commit is whole", files.stagedContent);
   }
   const auto bytes = static_cast<std::uint64_t>(content.st_size);
-  *isWhole = !seal || bytes >= seal->contentBytes;
-  if (!seal || bytes <= seal->contentBytes) return {};
+  *isWhole = !seal || bytes == seal->contentBytes;
+  if (*isWhole || bytes < seal->contentBytes) return {};
+  // Cut through another name of it, a file would be cut that is not ours.
+  *isWhole = S_ISREG(content.st_mode) && content.st_nlink == 1;
+  if (!*isWhole) return {};
   if (ShortenFile(files.stagedContent, seal->contentBytes)) return {};
   return SystemError("cannot shorten", files.stagedContent);
 }
@@ -143,8 +146,12 @@ bool IsAdmissible(const SurveyedEntry& entry, const session::CacheLimits& limits
 
 }  // namespace
 
+bool MayPass(int error) {
+  return error == EROFS || MeansNoSpace(error);
+}
+
 bool MeansItStays(int error) {
-  return IsLastingRefusal(error) || error == EROFS || MeansNoSpace(error);
+  return IsLastingRefusal(error) || MayPass(error);
 }
 
 bool MeansUnreadable(int error) {
@@ -197,7 +204,7 @@ Error FinishCommits(const std::string& directory, const IsBeingWritten& isBeingW
       error = FinishCommit(directory, entryName, id, &isBlocked);
     if (!error) continue;
     if (!isBlocked) return error;
-    mayPass = mayPass || error.systemError == EROFS || MeansNoSpace(error.systemError);
+    mayPass = mayPass || MayPass(error.systemError);
     blocked.push_back(name);
   }
   if (!isChanged) return {};

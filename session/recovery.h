@@ -18,6 +18,8 @@ namespace ox::internal {
 // on a file system that has turned read-only or has no room to write down a change: what is there
 // can still be fetched.
 bool MeansItStays(int error);
+// Of these, what may be over before the next start.
+bool MayPass(int error);
 // The errno of a medium that does not give back what was written.
 bool MeansUnreadable(int error);
 

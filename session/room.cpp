@@ -20,7 +20,10 @@ Error Room::Grant(MutexLock& lock, WriterShare& share, std::uint64_t bytes) {
       Count(share, bytes);
       return {};
     }
-    if (isFirst || cache_.Account().IsStale()) return EvictionFailed();
+    // Somebody has deleted the files of what was to go: a restart tells what is there.
+    const DiskAccount& account = cache_.Account();
+    if (account.IsStale() && account.DeletionError() == ENOENT) continue;
+    if (isFirst || account.IsStale()) return EvictionFailed();
     if (!writers_.WaitForEnd(lock)) {
       return MakeError(ErrorKind::kRefused,
                        "the entries being written at the same time exceed MAX_CACHE_SIZE");

@@ -1,5 +1,6 @@
 #include "session/running_cache.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "session/durable_io.h"
@@ -8,6 +9,7 @@
 #include "session/recovery.h"
 #include "session/survey.h"
 #include "session/use_order.h"
+#include <oxfilecache/format.h>
 
 namespace ox::internal {
 
@@ -60,6 +62,7 @@ Error RunningCache::Restart() {
   if (account_.Entries() != survey.entries.size()) account_.MarkStale();
   mayPass_ = survey.mayPass;
   blockedCommits_ = std::move(survey.blockedCommits);
+  waitingEntries_ = std::move(survey.waitingEntries);
   return {};
 }
 
@@ -80,7 +83,7 @@ Error RunningCache::PutDirectoryInOrder(Survey* survey) {
 }
 
 Error RunningCache::GiveUpCommitsOf(const OxString& url, const WriterShare* own) {
-  if (blockedCommits_.empty() && !writers_.HaveKept()) return {};
+  if (blockedCommits_.empty() && waitingEntries_.empty() && !writers_.HaveKept()) return {};
   return GiveUpCommits(ContentName(url.UTF8()), own);
 }
 
@@ -98,8 +101,24 @@ Error RunningCache::GiveUpCommits(std::string_view name, const WriterShare* own)
     }
     if (Error error = GiveUpCommit(limits_.cacheDirectory, *commit)) return error;
     Deletions().NoteAny();
+    // Its staged content stays, in nobody's count, until the restart before the next operation.
+    mayPass_ = true;
     commit = blockedCommits_.erase(commit);
   }
+  return GiveUpWaitingEntry(name);
+}
+
+// Without the metadata nothing tells any more that the staged content is this entry's.
+Error RunningCache::GiveUpWaitingEntry(std::string_view name) {
+  const auto waiting = std::find(waitingEntries_.begin(), waitingEntries_.end(), name);
+  if (waiting == waitingEntries_.end()) return {};
+  const std::string content = limits_.cacheDirectory + "/" + *waiting;
+  Deletions().NoteAny();
+  for (const std::string& path : {content, content + format::kMetadataSuffix}) {
+    if (!DeleteFile(lock_.At(path))) return SystemError("cannot delete", path);
+  }
+  mayPass_ = true;
+  waitingEntries_.erase(waiting);
   return {};
 }
 

@@ -91,6 +91,7 @@ class RunningCache {
   friend class PendingEntry;
 
   Error PutDirectoryInOrder(struct Survey* survey);
+  Error GiveUpWaitingEntry(std::string_view name);
   bool CommitPending(core::cache::CacheValue* value) { return (*manager_)->Add(value); }
   void Abandon(core::cache::CacheValue* value, std::uint64_t metadataLength);
 
@@ -104,7 +105,9 @@ class RunningCache {
   std::uint64_t starts_ = 0;
   std::uint64_t leftovers_ = 0;
   std::vector<std::string> blockedCommits_;  // of the last start
-  bool mayPass_ = false;                     // of what blocks them
+  std::vector<std::string> waitingEntries_;  // the same
+  // What blocks them may be over, or one was given up: a restart comes before the next operation.
+  bool mayPass_ = false;
   // Last, so that it is given back before anything that the manager uses.
   std::optional<host::ManagerReference> manager_;
 };

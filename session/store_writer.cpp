@@ -25,12 +25,20 @@ Error Closed() {
   return InvalidArgument("the session of the writer is closed");
 }
 
+// A start would take what was kept for a later commit of its URL, and where it finds a commit file
+// of the same content beside it, finish what was kept first, so that the commit is lost. For a new
+// entry of another URL it stays until the whole is in place: a start deletes it when the content is
+// no longer staged.
+bool MustDropKeptFirst(const Staging& staging) OX_REQUIRES(staging.state.mutex) {
+  if (staging.share.keptPath.empty()) return false;
+  return internal::IsKeptAs(staging, staging.url) ||
+         staging.state.cache.Find(staging.share.url) != nullptr;
+}
+
 Error PublishStaging(Staging& staging, const OxString& metadata) OX_REQUIRES(staging.state.mutex) {
   internal::CountMetadataFile(staging.state, staging.share, staging.metadataPath);
   if (Error error = staging.state.cache.EnsureCurrent()) return error;
-  // A start would take what was kept of this URL for a later commit. Of another URL it stays until
-  // the whole is in place: a start deletes it when the content is no longer staged.
-  if (internal::IsKeptAs(staging, staging.url)) {
+  if (MustDropKeptFirst(staging)) {
     if (Error error = internal::DropKept(staging.state, staging)) return error;
   }
   Error error = internal::Publish(staging.state, {staging.share, metadata, staging.outcome});
@@ -79,6 +87,12 @@ Error CommitStaging(Staging& staging, const std::string& metadata) {
     if (!error || outcome.isDecided || outcome.mayBeDecided || staging.failure) return error;
     if ((error = MakeDiskSpace(staging, std::move(error)))) return error;
   }
+}
+
+void SetUrl(Staging& staging, const std::string& url) {
+  const MutexLock lock(staging.state.mutex);
+  staging.share.url = internal::ToOxString(url);
+  staging.url = url;
 }
 
 Error GrantContent(Staging& staging, std::size_t bytes) {
@@ -172,12 +186,12 @@ Error StoreWriter::CommitAs(const std::string& url, const std::string& metadata)
   return internal::Perform(*session, [&]() -> Error {
     if (Error error = internal::CheckUrl(url)) return error;
     const internal::EvictionNews news(*session);
-    {
-      const MutexLock lock(session->mutex);
-      staging_->share.url = internal::ToOxString(url);
-      staging_->url = url;
-    }
-    return CommitStaging(*staging_, metadata);
+    const std::string before = staging_->url;
+    SetUrl(*staging_, url);
+    Error error = CommitStaging(*staging_, metadata);
+    // A later Commit is of the writer's own URL.
+    if (error && !staging_->outcome.isDecided) SetUrl(*staging_, before);
+    return error;
   });
 }
 

@@ -41,6 +41,9 @@ struct Survey {
   // Commit files that cannot be finished, because a directory stands under a name of their entry or
   // of their staged content, or for one of the reasons in recovery.h.
   std::vector<std::string> blockedCommits;
+  // Content files of entries that are left out since their content waits for another start
+  // (half_placed.h).
+  std::vector<std::string> waitingEntries;
   // Everything else but the session's and the module's own files.
   std::vector<std::string> foreignFiles;
   std::uint64_t bytes = 0;     // of all entries, content and metadata

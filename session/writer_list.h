@@ -32,8 +32,8 @@ struct WriterShare {
   std::uint64_t bytes = 0;  // granted and not given back
   std::thread::id user;     // the thread that wrote last
   FullDisk fullDisk;
-  // The commit file that StoreWriter::KeepAs made, and its bytes of the share; empty: there is
-  // none.
+  // The commit file that StoreWriter::KeepAs made, or that a failed commit could not take back, and
+  // its bytes of the share; empty: there is none.
   std::string keptPath;
   std::uint64_t keptBytes = 0;
 };

@@ -132,12 +132,32 @@ TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
                                    "206 Partial Content")
                            : Whole(kFresh, news));
   };
-  for (const RawServer::Answer& next : {Always(Whole(kFresh, news)), wrong}) {
+  // One that does not know If-Range.
+  const std::string dated = std::string(kFresh) +
+                            "Date: Sun, 06 Nov 1994 10:00:00 GMT\r\n"
+                            "Last-Modified: Sun, 06 Nov 1994 08:00:00 GMT\r\n";
+  const RawServer::Answer ofOther = [&](const Connection& connection) {
+    const std::size_t place = connection.request.find("Range: bytes=");
+    const bool isPart = place != std::string::npos;
+    const std::size_t from = isPart ? std::stoul(connection.request.substr(place + 13)) : 0;
+    connection.Send(isPart ? Whole("Last-Modified: Sun, 06 Nov 1994 09:00:00 GMT\r\n"
+                                   "Content-Range: bytes " +
+                                       std::to_string(from) + "-99999/100000\r\n",
+                                   news.substr(from), "206 Partial Content")
+                           : Whole(kFresh, news));
+  };
+  const std::pair<RawServer::Answer, RawServer::Answer> others[] = {
+      {cut, Always(Whole(kFresh, news))},
+      {cut, wrong},
+      {Always(Whole(dated, body).substr(0, 60000)), ofOther}};
+  for (const auto& [first, next] : others) {
     const std::string url = server.Url("/" + std::to_string(server.Requests().size()));
-    server.SetAnswer(cut);
+    server.SetAnswer(first);
     EXPECT_EQ(Get(url), "error 7");
+    EXPECT_NE(Metadata(url + "#part"), "");
     server.SetAnswer(next);
     EXPECT_EQ(Get(url), "miss 200 " + news);
+    EXPECT_EQ(Metadata(url + "#part"), "");
   }
   // All of it is smaller than allowed, although not with the part that is no use any more.
   server.SetAnswer(cut);

@@ -92,6 +92,11 @@ TEST(CommitFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
           EXPECT_FALSE(cache.session->SetMetadata(kInterrupted, MetadataOf(kInterrupted, renewed)));
           cache.ledger.Committed(kInterrupted, renewed);
         }
+        // What was given up is in nobody's way when the next operation ends.
+        if (found != kAbsent || std::strchr("srp", next) != nullptr) {
+          FetchVersion(*cache.session, kKept, &cache.error);
+          EXPECT_EQ(DiskUse(cache.scratch.Path()), cache.session->Statistics().bytes);
+        }
         // Writable again, the commit is finished before anything is stored over it.
         const bool goesOn = test.error == EROFS || test.error == ENOSPC;
         CheckBoth(cache, goesOn);
@@ -134,6 +139,55 @@ TEST(CommitFaults, ContentThatCannotBePutInPlaceYetWaits) {
       EXPECT_EQ(5, FetchVersion(*cache.session, kInterrupted, &cache.error)) << error;
       CheckAtLast(cache);
     }
+  }
+}
+
+TEST(CommitFaults, ContentThatWaitsDoesNotComeBackAfterARemoval) {
+  Cache cache(Durability::kProcess);
+  Configure(cache.scratch, {100000, 9, 65536});
+  const std::string content = cache.scratch / internal::ContentName(kInterrupted);
+  std::filesystem::rename(content + ".0123456789abcdef-2.commit", content + ".ox_meta");
+  refusal = {{"rename"}, EPERM};
+  cache.Open();
+  refusal = {};
+  EXPECT_EQ(ErrorKind::kNotFound, cache.session->Remove(kInterrupted).kind);
+  cache.ledger.IsGone(kInterrupted);
+  CheckAtLast(cache);
+}
+
+// It may be that of any entry of its length, but those have theirs.
+TEST(CommitFaults, StagedContentThatCannotBeReadHidesNoEntry) {
+  Cache cache(Durability::kProcess);
+  const std::string staged = cache.scratch / "ox-0123456789abcdef-3.part";
+  WriteWhole(staged, std::string(ContentOf(kKept, 1).size(), 'x'));
+  refusal = {{"open"}, EIO, ".part"};
+  cache.Open();
+  ASSERT_NE(nullptr, cache.session) << cache.error.Message();
+  EXPECT_EQ(1, FetchVersion(*cache.session, kKept, &cache.error));
+  refusal = {};
+  EXPECT_EQ(0U, cache.session->Statistics().restarts);
+  EXPECT_FALSE(std::filesystem::exists(staged));
+}
+
+// Whatever of it stays while its writer is there, it is not finished over what was stored later.
+TEST(CommitFaults, ACommitThatCannotBeTakenBackIsNotFinishedOverALaterOne) {
+  beforeChange = [](Cache& /*cache*/) { refusal = {{"rename", "unlinkat"}, EIO}; };
+  bool isReached = true;
+  for (std::uint64_t k = 1; isReached; ++k) {
+    Cache cache(Durability::kProcess);
+    cache.Open();
+    auto writer = Write(*cache.session, kReplaced, ContentOf(kReplaced, 2), &cache.error);
+    changes.Arm(k, Mode::kFromThereOn);
+    const bool isCommitted = !writer->Commit(MetadataOf(kReplaced, 2));
+    isReached = changes.WasReached();
+    changes.Disarm();
+    refusal = {};
+    if (isCommitted) cache.ledger.Committed(kReplaced, 2);
+    if (!isCommitted) cache.ledger.Begin(kReplaced, 2);
+    ASSERT_TRUE(Store(*cache.session, kReplaced, 3, &cache.ledger)) << k;
+    writer.reset();
+    CheckBoth(cache, true);
+    ASSERT_FALSE(HasFatalFailure()) << k;
   }
 }
 

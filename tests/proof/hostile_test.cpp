@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "session/metadata_file.h"
 #include "tests/support/ledger.h"
 
 namespace ox::testing {
@@ -133,6 +134,25 @@ TEST_F(Hostile, FilesPlantedUnderTheNamesOfTheLockAndOfTheOrderOfUse) {
       ASSERT_NE(nullptr, session) << error_.Message();
       EXPECT_EQ("", ledger_.Check(*session));
     }
+  }
+}
+
+// A start cuts what was kept of a writer to its length.
+TEST_F(Hostile, FilesPlantedUnderTheNameOfKeptContent) {
+  const std::string path = Prepare();
+  const std::string staged = Directory() + "/ox-0123456789abcdef-1.part";
+  const std::string commit = path + ".0123456789abcdef-1.commit";
+  const auto seal = internal::MakeSeal(kUrl, 0, 3, "m");
+  for (const Plant& plant : Plants(Outside(), staged)) {
+    SCOPED_TRACE(plant.what);
+    if (!Put(plant, staged)) continue;
+    ASSERT_FALSE(internal::StageMetadataFile(commit, commit, "m", 0, &seal, false));
+    const auto session = Open();
+    ASSERT_NE(nullptr, session) << error_.Message();
+    EXPECT_EQ("precious", ReadWhole(Outside()));
+    EXPECT_EQ("", ledger_.Check(*session));
+    fs::remove(commit);
+    fs::remove(staged);
   }
 }
 

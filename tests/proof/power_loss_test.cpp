@@ -198,6 +198,28 @@ void ReplaceAndRenew(CacheSession& session, Ledger& ledger) {
   Store(session, "http://a/1", 4, &ledger);
 }
 
+// What was kept of a writer lies beside the commit file of the same content.
+void KeepAndReplace(CacheSession& session, Ledger& ledger) {
+  const std::string url = "http://a/1";
+  for (int version = 1; version <= 2; ++version) {
+    Error error;
+    const auto writer = Write(session, url, ContentOf(url, version), &error);
+    ASSERT_FALSE(writer->KeepAs("http://a/part", "m"));
+    ledger.Begin(url, version);
+    ASSERT_FALSE(writer->Commit(MetadataOf(url, version)));
+    ledger.Committed(url, version);
+  }
+}
+
+// On a full disk the renewed metadata has no seal, which would tell what content it belongs to.
+void ReplaceAndRenewWithoutSeal(CacheSession& session, Ledger& ledger) {
+  Store(session, "http://a/1", 1, &ledger);
+  Store(session, "http://a/1", 2, &ledger);
+  refusal = {{"fsetxattr"}, ENOSPC};
+  Renew(session, "http://a/1", &ledger);
+  refusal = {};
+}
+
 // Two writers that overlap, and entries that must go.
 void CrowdedHistory(CacheSession& session, Ledger& ledger) {
   Error error;
@@ -229,6 +251,8 @@ TEST(PowerLoss, AfterEveryOperation) {
   } cases[] = {{kWide, false, true, &StoreReplaceRemove},
                {kWide, false, false, &StoreReplaceRemove},
                {kWide, false, true, &ReplaceAndRenew},
+               {kWide, false, true, &KeepAndReplace},
+               {kWide, false, true, &ReplaceAndRenewWithoutSeal},
                {kNarrow, true, true, &CrowdedHistory}};
   for (const auto& test : cases) {
     Recording recording(test.limits);

@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "session/cache_location.h"
+#include "session/crc32c.h"
 #include "session/metadata_file.h"
 #include "session/session_names.h"
 #include "tests/support/session_rig.h"
@@ -93,6 +94,15 @@ TEST_F(CacheReaderTest, SeesWhatAnOpeningWouldPutInPlace) {
          const std::string commit = content + "." + id + ".commit";
          ASSERT_FALSE(internal::StageMetadataFile(commit, commit, "new m", 0, &seal, false));
        }},
+      {"decided, the metadata in place before the content",
+       [&](auto& content) {
+         const auto seal =
+             internal::MakeSeal(kUrl, internal::ExtendCrc32c(0, "new", 3), 3, "new m");
+         const std::string metadata = content + ".ox_meta";
+         fs::remove(metadata);
+         WriteWhole(directory_ / ("ox-" + id + ".part"), "new");
+         ASSERT_FALSE(internal::StageMetadataFile(metadata, metadata, "new m", 0, &seal, false));
+       }},
       {"decided twice",
        [&](auto& content) {
          for (const std::string count : {"9", "10"}) {
@@ -131,6 +141,18 @@ TEST_F(CacheReaderTest, SeesWhatAnOpeningWouldPutInPlace) {
     fs::remove(path);
     fs::remove(path + "x");
   }
+}
+
+TEST_F(CacheReaderTest, SeesTheOlderEntryWhileAWriterThatKeptSomethingGoesOn) {
+  const auto session = OpenSession(OptionsFor(directory_.Path()));
+  ASSERT_FALSE(Store(*session, kUrl, "old", "old m"));
+  Error error;
+  const auto writer = Write(*session, kUrl, "new", &error);
+  ASSERT_FALSE(writer->KeepAs(kUrl, "new m"));
+  ASSERT_FALSE(writer->Write("er", 2));
+  const auto reader = OpenReader(directory_.Path());
+  EXPECT_EQ(Read(*reader, kUrl), "old|old m");
+  EXPECT_EQ(reader->List(&error).at(0).contentBytes, 3U);
 }
 
 // Inodes, sizes and all three times.

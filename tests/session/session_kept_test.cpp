@@ -42,6 +42,9 @@ TEST_F(SessionKeptTest, CommitsAsTheEntryOfAnotherUrl) {
     EXPECT_EQ(writer->CommitAs("c", "n").kind, ErrorKind::kInvalidArgument);
     EXPECT_EQ(Fetch(*session, "b"), std::string(content) + "|n");
   }
+  const auto refused = Write(*session, "a", "a's", &error_);
+  EXPECT_EQ(refused->CommitAs("c", "").kind, ErrorKind::kInvalidArgument);
+  EXPECT_FALSE(refused->Commit("m"));
   EXPECT_EQ(Fetch(*session, "a"), "a's|m");
   EXPECT_EQ(Files(), "2+0");
 }

@@ -342,6 +342,19 @@ TEST_F(SessionTest, AnEntryThatCannotBeDeletedForRoomIsNamed) {
   EXPECT_EQ(Fetch(*session, "new"), "content|m");
 }
 
+TEST_F(SessionTest, EntriesThatSomebodyDeletedAreInNobodysWay) {
+  const auto session = OpenSession(options_);
+  Error error;
+  for (const bool isLone : {true, false}) {
+    for (int i = 0; i < 10; ++i)
+      ASSERT_FALSE(Store(*session, std::to_string(i), std::string(6000, 'x'), "m"));
+    for (int i = 0; i < 10; ++i)
+      std::filesystem::remove(session->Fetch(std::to_string(i), &error)->path);
+    const auto first = isLone ? nullptr : Write(*session, "first", "x", &error);
+    EXPECT_FALSE(Store(*session, "new", std::string(8000, 'x'), "m")) << isLone;
+  }
+}
+
 TEST_F(SessionTest, AFetchWritesNoTimeOfReading) {
   options_.touchInterval = std::chrono::hours(1);
   const auto session = OpenSession(options_);

@@ -30,8 +30,12 @@ namespace {
 
 Journal* journal = nullptr;
 
-bool Fails(const char* call, int error) {
-  const bool isRefused = refusal.calls.count(call) != 0;
+bool EndsWith(const std::string& text, const std::string& end) {
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+bool Fails(const char* call, int error, const char* path = "") {
+  const bool isRefused = refusal.calls.count(call) != 0 && EndsWith(path, refusal.name);
   if (!isRefused && !callFaults.Next()) return false;
   errno = isRefused ? refusal.error : error;
   return true;
@@ -207,7 +211,7 @@ extern "C" {
 
 int openat(int directory, const char* path, int flags, ...) {
   static auto* const real = Next<int(int, const char*, int, ...)>("openat", "openat64", "openat64");
-  if (Fails(KindOfOpening(flags), EMFILE) || IsInterrupted()) return -1;
+  if (Fails(KindOfOpening(flags), EMFILE, path) || IsInterrupted()) return -1;
   commonOpenFlags &= flags;
   va_list arguments;
   va_start(arguments, flags);

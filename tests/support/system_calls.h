@@ -27,6 +27,7 @@ extern FaultDriver callInterrupts;
 struct Refusal {
   std::set<std::string> calls;
   int error = 0;
+  std::string name = {};  // openings of files alone whose names end so
 };
 extern Refusal refusal;
 // Reads and writes do at most seven bytes.
