@@ -90,6 +90,13 @@ Result ServerExchange::Again() {
   return std::nullopt;
 }
 
+// What is kept of the body is of no use: neither now nor next time.
+Result ServerExchange::WithoutPart() {
+  state_.session.Remove(PartUrl(request_.url.text));
+  mayResume_ = false;
+  return Again();
+}
+
 Result ServerExchange::Try(Error* error) {
   ox::http::RequestOptions options = request_.options;
   *error = TimeLeft(request_.deadline, &options.totalTimeout);
@@ -141,8 +148,7 @@ Result ServerExchange::TakeAnswer(Transfer& transfer, const TransferHead& head, 
   }
   if (offset_ > 0 && (head.status == kPartialContent || head.status == kRangeNotSatisfiable) &&
       !TakeUpPart(head)) {
-    mayResume_ = false;
-    return Again();
+    return WithoutPart();
   }
   if (head.status != kPartialContent) offset_ = 0;
   return TakeBody(transfer, head, error);
@@ -222,6 +228,8 @@ Result ServerExchange::TakeBody(Transfer& transfer, const TransferHead& head, Er
     return WithoutServer(std::exchange(transferError_, {}), EndOf(transfer), error);
   }
   if (*error) return std::nullopt;
+  // A rest that ends with its connection does not show otherwise that it was cut.
+  if (offset_ > 0 && target.Received() != wholeBytes) return WithoutPart();
   answer.bodyBytes = target.Received();
   if (target.IsStored()) Commit(answer, target);
   if (target.IsLost()) {
@@ -263,7 +271,12 @@ Error ServerExchange::CopyBody(Transfer& transfer, BodyTarget& target, PartKeepe
   };
   if (Error error = target.Begin()) return error;
   if (offset_ > 0) {
-    if (Error error = ReadAll(part_->entry.content.Get(), offset_, write)) return error;
+    Error unwritten;
+    const auto copy = [&](const char* data, std::size_t bytes) {
+      return unwritten = write(data, bytes);
+    };
+    // With what cannot be read missing, its length will show that it is no use.
+    if (ReadAll(part_->entry.content.Get(), offset_, copy)) return unwritten;
   }
   std::string piece;
   do {

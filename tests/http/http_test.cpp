@@ -102,20 +102,20 @@ TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
   const auto cut = [&body](const Connection& connection) {
     connection.Send(Whole(std::string(kFresh) + "ETag: \"1\"\r\n", body).substr(0, 60000));
   };
-  const auto rest = [&body](const Connection& connection) {
+  const auto restFor = [&body](const Connection& connection) -> std::string {
     const std::size_t place = connection.request.find("Range: bytes=");
-    if (place == std::string::npos || !connection.Has("If-Range: \"1\"\r\n")) return;
+    if (place == std::string::npos || !connection.Has("If-Range: \"1\"\r\n")) return "";
     const std::size_t from = std::stoul(connection.request.substr(place + 13));
-    connection.Send(
-        Whole("ETag: \"1\"\r\nContent-Range: bytes " + std::to_string(from) + "-99999/100000\r\n",
-              body.substr(from), "206 Partial Content"));
+    return Whole(
+        "ETag: \"1\"\r\nContent-Range: bytes " + std::to_string(from) + "-99999/100000\r\n",
+        body.substr(from), "206 Partial Content");
   };
   RawServer server(cut);
   EXPECT_EQ(Get(server.Url("/")), "error 7");
   EXPECT_EQ(Metadata(server.Url("/")), "");
   EXPECT_NE(Metadata(server.Url("/#part")), "");
   Reopen();
-  server.SetAnswer(rest);
+  server.SetAnswer([&](const Connection& connection) { connection.Send(restFor(connection)); });
   RequestOptions watched;
   watched.onProgress = [](const http::Progress& now) {
     EXPECT_TRUE(now.total == 0 || now.total == 100000) << now.total;
@@ -124,20 +124,25 @@ TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
   EXPECT_EQ(Get(server.Url("/"), watched), "miss 200 " + body);
   EXPECT_EQ(Get(server.Url("/")), "hit 200 " + body);
   EXPECT_EQ(session_->Statistics().entries, 1u);
-  // Another version is there by now, and another time a server that gives a wrong part.
+  // Another version is there by now; the server gives a wrong part; it gives the rest without its
+  // length, and not all of it; what was kept can no longer be read.
   const std::string news = Bytes(2, 100000);
-  const RawServer::Answer wrong = [&](const Connection& connection) {
-    const bool isPart = connection.Has("Range:");
-    connection.Send(isPart ? Whole("Content-Range: bytes 0-9/100000\r\n", body.substr(0, 10),
-                                   "206 Partial Content")
-                           : Whole(kFresh, news));
-  };
-  for (const RawServer::Answer& next : {Always(Whole(kFresh, news)), wrong}) {
-    const std::string url = server.Url("/" + std::to_string(server.Requests().size()));
+  for (const std::string problem : {"new", "wrong", "cut", "unreadable"}) {
+    const std::string url = server.Url("/" + problem);
     server.SetAnswer(cut);
     EXPECT_EQ(Get(url), "error 7");
-    server.SetAnswer(next);
-    EXPECT_EQ(Get(url), "miss 200 " + news);
+    server.SetAnswer([&](const Connection& connection) {
+      std::string part = restFor(connection);
+      if (problem == "new" || part.empty()) return connection.Send(Whole(kFresh, news)), void();
+      if (problem == "wrong") part.replace(part.find("bytes "), 7, "bytes 1");
+      if (problem == "cut") part.replace(part.find("Content-Length"), 7, "Without").pop_back();
+      Error error;
+      const auto kept = session_->Fetch(url + "#part", &error);
+      if (problem == "unreadable") std::filesystem::resize_file(kept->path, 10);
+      connection.Send(part);
+    });
+    EXPECT_EQ(Get(url), "miss 200 " + news) << problem;
+    EXPECT_EQ(Metadata(url + "#part"), "") << problem;
   }
   // All of it is smaller than allowed, although not with the part that is no use any more.
   server.SetAnswer(cut);
