@@ -17,7 +17,7 @@ void UpdateStored(const GetRequest& request, const TransferHead& head, const Sto
   session::CacheSession& session = request.state.session;
   const std::string& url = request.url.text;
   StoredAnswer stored = entry.answer;
-  if (IsSameRepresentation(head.headers, stored)) {
+  if (stored.status == kOk && IsSameRepresentation(head.headers, stored)) {
     Freshen(head.headers, head.requestTime, head.responseTime, &stored);
     if (WhyNotRenewed(request, stored) != nullptr) return;
     const auto metadata = ToMetadata(stored, url);

@@ -241,6 +241,13 @@ TEST_F(HttpTest, RenewsOnlyWhatMayBeStored) {
   server.SetAnswer(Always("HTTP/1.1 200 OK\r\nETag: \"1\"\r\nCache-Control: no-store\r\n\r\n"));
   EXPECT_EQ(client_->Head(server.Url("/head"), {}, &error_)->outcome, Outcome::kUncached);
   EXPECT_EQ(Metadata(server.Url("/head")), "");
+  server.SetAnswer(Always(Whole(kFresh, "gone", "404 Not Found")));
+  Get(server.Url("/gone"));
+  RequestOptions refresh;
+  refresh.refresh = true;
+  server.SetAnswer(Always("HTTP/1.1 200 OK\r\nCache-Control: max-age=1000\r\n\r\n"));
+  client_->Head(server.Url("/gone"), refresh, &error_);
+  EXPECT_EQ(Metadata(server.Url("/gone")), "");
 }
 
 TEST_F(HttpTest, RefreshesInTheBackgroundWhatItServesStale) {
