@@ -4,6 +4,7 @@
 
 #include "http/transfer.h"
 #include "http/validation.h"
+#include "http/vary.h"
 
 namespace ox::internal::http {
 namespace {
@@ -19,6 +20,7 @@ void UpdateStored(const GetRequest& request, const TransferHead& head, const Sto
   StoredAnswer stored = entry.answer;
   if (stored.status == kOk && IsSameRepresentation(head.headers, stored)) {
     Freshen(head.headers, head.requestTime, head.responseTime, &stored);
+    stored.varied = VariedHeaders(stored.headers, request.headers);
     if (WhyNotRenewed(request, stored) != nullptr) return;
     const auto metadata = ToMetadata(stored, url);
     const Error error =

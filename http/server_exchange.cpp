@@ -159,7 +159,7 @@ Result ServerExchange::TakeNotModified(const TransferHead& head, Error* error) {
   StoredAnswer& stored = candidate_.stored->answer;
   const StoredAnswer before = stored;
   Freshen(head.headers, head.requestTime, head.responseTime, &stored);
-  if (!candidate_.isMatching) stored.varied = VariedHeaders(stored.headers, request_.headers);
+  stored.varied = VariedHeaders(stored.headers, request_.headers);
   end_.kind = Kind::kNotUsed;
   Error reason;
   const auto metadata = ToMetadata(stored, request_.url.text);

@@ -250,6 +250,22 @@ TEST_F(HttpTest, RenewsOnlyWhatMayBeStored) {
   EXPECT_EQ(Metadata(server.Url("/gone")), "");
 }
 
+TEST_F(HttpTest, WhatVariesOnlySinceItWasRenewedIsStillOfOneVariant) {
+  RawServer server(Always(""));
+  const RequestOptions english = With("Accept-Language", "en");
+  for (const bool isHead : {false, true}) {
+    const std::string url = server.Url(isHead ? "/head" : "/get");
+    server.SetAnswer(Always(Whole(kTagged, "english")));
+    Get(url, english);
+    server.SetAnswer(Always(std::string("HTTP/1.1 ") + (isHead ? "200 OK" : "304 Same") +
+                            "\r\nVary: Accept-Language\r\n" + kFresh + "\r\n"));
+    isHead ? client_->Head(url, english, &error_) : client_->Get(url, english, &error_);
+    EXPECT_EQ(Get(url, english), "hit 200 english");
+    server.SetAnswer(Always(Whole("", "any")));
+    EXPECT_EQ(Get(url), "replaced 200 any");
+  }
+}
+
 TEST_F(HttpTest, RefreshesInTheBackgroundWhatItServesStale) {
   RawServer server(
       Always(Whole("Cache-Control: max-age=0, stale-while-revalidate=100\r\n", "old")));
