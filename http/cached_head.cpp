@@ -43,6 +43,7 @@ Result AskServer(const GetRequest& request, const Candidate& candidate, Error* e
   Transfer transfer(*request.state.loop, request.state.options, options, toSend);
   TransferHead head;
   *error = transfer.Start(&head);
+  if (!*error && MayReplaceServer(request, candidate)) *error = ServerFailure(head.status);
   if (*error) return std::nullopt;
   if (head.status == kOk && candidate.stored && candidate.isMatching) {
     UpdateStored(request, head, *candidate.stored);
@@ -79,7 +80,8 @@ Result CachedHead(ClientState& state, const Url& url, const ox::http::RequestOpt
   }
   if (!options.offline && !request.control.onlyIfCached) {
     Result answer = AskServer(request, candidate, error);
-    if (answer || !MayReplaceServer(request, candidate)) return answer;
+    const bool isServers = !answer && error->kind == ErrorKind::kInputOutput;
+    if (!isServers || !MayReplaceServer(request, candidate)) return answer;
   } else if (!candidate.isMatching || !options.offline || !reuse.mayBeStale) {
     *error = MakeError(ErrorKind::kNotFound, "not stored, and the server is not to be asked");
     return std::nullopt;

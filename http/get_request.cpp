@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <ctime>
 #include <utility>
 
@@ -84,6 +86,12 @@ const char* WhyNotRenewed(const GetRequest& request, const StoredAnswer& renewed
     request.state.session.Remove(request.url.text);
   }
   return why;
+}
+
+Error ServerFailure(int status) {
+  constexpr std::array<int, 4> kStatuses = {500, 502, 503, 504};
+  if (std::find(kStatuses.begin(), kStatuses.end(), status) == kStatuses.end()) return {};
+  return MakeError(ErrorKind::kInputOutput, "the server answered " + std::to_string(status));
 }
 
 bool MayReplaceServer(const GetRequest& request, const Candidate& candidate) {

@@ -1,7 +1,6 @@
 #include "http/server_exchange.h"
 
 #include <algorithm>
-#include <array>
 #include <ctime>
 #include <utility>
 
@@ -24,11 +23,6 @@ constexpr int kPartialContent = 206;
 constexpr int kNotModified = 304;
 constexpr int kRangeNotSatisfiable = 416;
 constexpr int kFirstError = 400;
-
-bool IsServerFailure(int status) {
-  constexpr std::array<int, 4> kStatuses = {500, 502, 503, 504};
-  return std::find(kStatuses.begin(), kStatuses.end(), status) != kStatuses.end();
-}
 
 Error NotStored(std::string why) {
   return MakeError(ErrorKind::kRefused, std::move(why));
@@ -141,10 +135,9 @@ TransferRequest ServerExchange::BuildRequest() {
 
 Result ServerExchange::TakeAnswer(Transfer& transfer, const TransferHead& head, Error* error) {
   if (head.status == kNotModified && isConditional_) return TakeNotModified(head, error);
-  if (IsServerFailure(head.status) && MayReplaceServer(request_, candidate_)) {
-    return WithoutServer(
-        MakeError(ErrorKind::kInputOutput, "the server answered " + std::to_string(head.status)),
-        Kind::kNotUsed, error);
+  if (Error failure = ServerFailure(head.status);
+      failure && MayReplaceServer(request_, candidate_)) {
+    return WithoutServer(std::move(failure), Kind::kNotUsed, error);
   }
   if (offset_ > 0 && (head.status == kPartialContent || head.status == kRangeNotSatisfiable) &&
       !TakeUpPart(head)) {
