@@ -120,6 +120,9 @@ Result DeliverStored(const GetRequest& request, StoredEntry stored, ox::http::Ou
     answer.status = kPartialContent;
     answer.size = range->bytes;
     Set(&answer.headers, "Content-Range", ContentRange(*range));
+    if (Find(answer.headers, "Content-Length") != nullptr) {
+      Set(&answer.headers, "Content-Length", std::to_string(range->bytes));
+    }
     lseek(answer.content.Get(), static_cast<off_t>(range->first), SEEK_SET);
   }
   if (request.options.receiver != nullptr && answer.status / 100 == 2) {

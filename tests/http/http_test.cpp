@@ -282,6 +282,7 @@ TEST_F(HttpTest, RefreshesInTheBackgroundWhatItServesStale) {
   RequestOptions options = With("Range", "bytes=0-1");
   options.receiver = &receiver;
   EXPECT_EQ(Get(server.Url("/"), options), "stale 206 ol");
+  EXPECT_EQ(answer_->HeaderValue("Content-Length"), "2");
   for (int tries = 0; tries < 200 && Get(server.Url("/")) != "hit 200 new"; ++tries)
     std::this_thread::sleep_for(20ms);
   EXPECT_EQ(Get(server.Url("/")), "hit 200 new");
