@@ -319,8 +319,8 @@ Result ServerExchange::Received(const StoredAnswer& answer, HeaderList shown, Bo
   if (isOurs) {
     result.content = std::move(entry->content);
   } else if (request_.options.receiver == nullptr) {
-    // Evicted at once.
-    if (!entry) whyNotStored_ = gone;
+    // Evicted at once, or replaced, which may happen again as long as others ask.
+    whyNotStored_ = entry ? NotStored("another answer took its place at once") : gone;
     return Again();
   }
   return result;
