@@ -83,7 +83,12 @@ void Transfer::SetUpSecurity() {
   Set(CURLOPT_PROTOCOLS_STR, kProtocols);
   Set(CURLOPT_FOLLOWLOCATION, 0L);
   Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-  if (!client_.caFile.empty()) Set(CURLOPT_CAINFO, client_.caFile.c_str());
+  const char* const none = nullptr;
+  if (!client_.caFile.empty()) {
+    Set(CURLOPT_CAINFO, client_.caFile.c_str());
+    // The system's directory of authorities would count beside it.
+    Set(CURLOPT_CAPATH, none);
+  }
   if (!client_.certificateFile.empty()) Set(CURLOPT_SSLCERT, client_.certificateFile.c_str());
   if (!client_.keyFile.empty()) Set(CURLOPT_SSLKEY, client_.keyFile.c_str());
   if (!client_.proxy.empty()) Set(CURLOPT_PROXY, client_.proxy.c_str());
