@@ -194,6 +194,16 @@ TEST_F(HttpTest, ConditionsAndRangesOfTheCaller) {
   EXPECT_EQ(answer_->HeaderValue("Content-Range"), "bytes 1-2/4");
 }
 
+TEST_F(HttpTest, WhatComesPackedIsStoredUnpacked) {
+  const std::string packed(
+      "\x1F\x8B\x08\0\0\0\0\0\x02\x03\x4B\xCA\x4F\xA9\x04\0\xB2\x0B\xA8\xDB\x04\0\0\0", 24);
+  RawServer server(Always(Whole(kFresh + std::string("Content-Encoding: gzip\r\n"), packed)));
+  for (const char* text : {"miss 200 body", "hit 200 body"}) {
+    EXPECT_EQ(Get(server.Url("/")), text);
+    EXPECT_EQ(answer_->HeaderValue("Content-Encoding"), "");
+  }
+}
+
 #ifdef OX_EXAMPLE_PATH
 TEST_F(HttpTest, TheExampleWritesTheBodyAndNoMore) {
   for (const std::string body : {"", "text"}) {
