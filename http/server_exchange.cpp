@@ -129,7 +129,8 @@ TransferRequest ServerExchange::BuildRequest() {
   toSend.offset = offset_;
   Set(&toSend.headers, "Range", "bytes=" + std::to_string(offset_) + "-");
   Set(&toSend.headers, "If-Range", StrongValidator(part_->answer));
-  Set(&toSend.headers, "Accept-Encoding", "identity");
+  // Where bodies are unpacked, a part of what is packed is not kept.
+  if (toSend.decode) Set(&toSend.headers, "Accept-Encoding", "identity");
   return toSend;
 }
 

@@ -161,6 +161,16 @@ TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
   refresh.refresh = true;
   EXPECT_EQ(Get(server.Url("/"), refresh), "error 7");
   EXPECT_EQ(Get(server.Url("/")), "hit 200 " + body);
+  // Where nothing is unpacked, the part may be of a packed body, and so must be the rest.
+  client_.reset();
+  http::ClientOptions packed;
+  packed.decode = false;
+  client_ = http::Client::Open(*session_, packed, &error_);
+  EXPECT_EQ(Get(server.Url("/packed"), With("Accept-Encoding", "gzip")), "error 7");
+  server.SetAnswer([&](const Connection& connection) {
+    if (connection.Has("Accept-Encoding: gzip\r\n")) connection.Send(restFor(connection));
+  });
+  EXPECT_EQ(Get(server.Url("/packed"), With("Accept-Encoding", "gzip")), "miss 200 " + body);
 }
 
 TEST_F(HttpTest, NotModifiedWritesMetadataAlone) {
