@@ -94,7 +94,7 @@ class Getter {
       if (download->leader == std::this_thread::get_id()) return AskServer(error).answer;
       DownloadEnd end;
       *error = Await(*download, &end);
-      if (*error) return std::nullopt;
+      if (*error) return InPlaceOfServer(error);
       if (end.kind == DownloadEnd::Kind::kGivenUp) continue;
       if (end.kind == DownloadEnd::Kind::kNotUsed) return AskServer(error).answer;
       Result answer = Follow(end, error);
@@ -137,9 +137,8 @@ class Getter {
     candidate_ = FindCandidate(request_);
     const bool isUsable = candidate_.stored && candidate_.isMatching;
     if (end.kind == DownloadEnd::Kind::kFailed) {
-      if (MayReplaceServer(request_, candidate_)) return Deliver(Outcome::kStale, end.error, error);
       *error = end.error;
-      return std::nullopt;
+      return InPlaceOfServer(error);
     }
     // Neither its age nor what this request says of it matters if it came after this call began.
     const bool isNew = end.answered >= begun_;
@@ -147,6 +146,13 @@ class Getter {
     if (isNew && isForAll) return Deliver(Outcome::kHit, {}, error);
     if (isNew) return AskServer(error).answer;
     return FromCache(error);
+  }
+
+  // With the error that the server, or the time for it, ended in; that of the caller stays.
+  Result InPlaceOfServer(Error* error) {
+    const bool isServers = error->kind == ErrorKind::kInputOutput;
+    if (!isServers || !MayReplaceServer(request_, candidate_)) return std::nullopt;
+    return Deliver(Outcome::kStale, std::exchange(*error, {}), error);
   }
 
   const GetRequest& request_;

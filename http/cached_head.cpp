@@ -4,6 +4,7 @@
 
 #include "http/transfer.h"
 #include "http/validation.h"
+#include "http/vary.h"
 
 namespace ox::internal::http {
 namespace {
@@ -17,8 +18,9 @@ void UpdateStored(const GetRequest& request, const TransferHead& head, const Sto
   session::CacheSession& session = request.state.session;
   const std::string& url = request.url.text;
   StoredAnswer stored = entry.answer;
-  if (IsSameRepresentation(head.headers, stored)) {
+  if (stored.status == kOk && IsSameRepresentation(head.headers, stored)) {
     Freshen(head.headers, head.requestTime, head.responseTime, &stored);
+    stored.varied = VariedHeaders(stored.headers, request.headers);
     if (WhyNotRenewed(request, stored) != nullptr) return;
     const auto metadata = ToMetadata(stored, url);
     const Error error =
@@ -41,6 +43,7 @@ Result AskServer(const GetRequest& request, const Candidate& candidate, Error* e
   Transfer transfer(*request.state.loop, request.state.options, options, toSend);
   TransferHead head;
   *error = transfer.Start(&head);
+  if (!*error && MayReplaceServer(request, candidate)) *error = ServerFailure(head.status);
   if (*error) return std::nullopt;
   if (head.status == kOk && candidate.stored && candidate.isMatching) {
     UpdateStored(request, head, *candidate.stored);
@@ -77,7 +80,8 @@ Result CachedHead(ClientState& state, const Url& url, const ox::http::RequestOpt
   }
   if (!options.offline && !request.control.onlyIfCached) {
     Result answer = AskServer(request, candidate, error);
-    if (answer || !MayReplaceServer(request, candidate)) return answer;
+    const bool isServers = !answer && error->kind == ErrorKind::kInputOutput;
+    if (!isServers || !MayReplaceServer(request, candidate)) return answer;
   } else if (!candidate.isMatching || !options.offline || !reuse.mayBeStale) {
     *error = MakeError(ErrorKind::kNotFound, "not stored, and the server is not to be asked");
     return std::nullopt;

@@ -12,6 +12,7 @@ namespace {
 constexpr std::int64_t kMaxHeuristicLifetime = 86400;
 // A hundred years, so that sums fit their type.
 constexpr std::int64_t kMaxSeconds = 100LL * 365 * 86400;
+constexpr std::int64_t kMaxClockError = 86400;
 
 std::optional<std::int64_t> DateOf(const StoredAnswer& answer, std::string_view name) {
   const auto value = Single(answer.headers, name);
@@ -51,6 +52,8 @@ std::optional<std::int64_t> AgeOf(const StoredAnswer& answer, std::int64_t now) 
   const auto age = ParseSeconds(Single(answer.headers, "Age").value_or(""));
   if ((hasAge && !age) || answer.responseTime > now) return std::nullopt;
   const std::int64_t date = DateOf(answer, "Date").value_or(answer.responseTime);
+  // The clock stood wrong then. Where each boot sets it back, it would seem just stored at each.
+  if (date - answer.responseTime > kMaxClockError) return std::nullopt;
   const std::int64_t apparentAge = std::max<std::int64_t>(0, answer.responseTime - date);
   const std::int64_t delay = std::max<std::int64_t>(0, answer.responseTime - answer.requestTime);
   const std::int64_t initialAge =

@@ -14,8 +14,8 @@ namespace ox::internal::http {
 struct Freshness {
   std::int64_t age = 0;
   std::int64_t lifetime = 0;
-  // Age is unreadable, or it was stored later than now, since the device's clock was wrong then or
-  // is wrong now.
+  // Age is unreadable, or it was stored later than now or long before its Date, since the device's
+  // clock was wrong then or is wrong now.
   bool isAgeUnknown = false;
 };
 

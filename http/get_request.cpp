@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <ctime>
 #include <utility>
 
@@ -86,6 +88,12 @@ const char* WhyNotRenewed(const GetRequest& request, const StoredAnswer& renewed
   return why;
 }
 
+Error ServerFailure(int status) {
+  constexpr std::array<int, 4> kStatuses = {500, 502, 503, 504};
+  if (std::find(kStatuses.begin(), kStatuses.end(), status) == kStatuses.end()) return {};
+  return MakeError(ErrorKind::kInputOutput, "the server answered " + std::to_string(status));
+}
+
 bool MayReplaceServer(const GetRequest& request, const Candidate& candidate) {
   const Reuse& reuse = candidate.reuse;
   return candidate.stored && candidate.isMatching &&
@@ -112,6 +120,9 @@ Result DeliverStored(const GetRequest& request, StoredEntry stored, ox::http::Ou
     answer.status = kPartialContent;
     answer.size = range->bytes;
     Set(&answer.headers, "Content-Range", ContentRange(*range));
+    if (Find(answer.headers, "Content-Length") != nullptr) {
+      Set(&answer.headers, "Content-Length", std::to_string(range->bytes));
+    }
     lseek(answer.content.Get(), static_cast<off_t>(range->first), SEEK_SET);
   }
   if (request.options.receiver != nullptr && answer.status / 100 == 2) {

@@ -42,6 +42,9 @@ std::optional<StoredEntry> FindPart(const GetRequest& request);
 // not. It is removed when the server now forbids to store it.
 const char* WhyNotRenewed(const GetRequest& request, const StoredAnswer& renewed);
 
+// An error when a server that answers so counts as one that gives no answer.
+Error ServerFailure(int status);
+
 // Whether the stored answer may stand in for a server that gives none.
 bool MayReplaceServer(const GetRequest& request, const Candidate& candidate);
 

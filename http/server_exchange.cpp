@@ -1,7 +1,6 @@
 #include "http/server_exchange.h"
 
 #include <algorithm>
-#include <array>
 #include <ctime>
 #include <utility>
 
@@ -24,11 +23,6 @@ constexpr int kPartialContent = 206;
 constexpr int kNotModified = 304;
 constexpr int kRangeNotSatisfiable = 416;
 constexpr int kFirstError = 400;
-
-bool IsServerFailure(int status) {
-  constexpr std::array<int, 4> kStatuses = {500, 502, 503, 504};
-  return std::find(kStatuses.begin(), kStatuses.end(), status) != kStatuses.end();
-}
 
 Error NotStored(std::string why) {
   return MakeError(ErrorKind::kRefused, std::move(why));
@@ -94,6 +88,13 @@ Result ServerExchange::Again() {
   return std::nullopt;
 }
 
+// What is kept of the body is of no use: neither now nor next time.
+Result ServerExchange::WithoutPart() {
+  state_.session.Remove(PartUrl(request_.url.text));
+  mayResume_ = false;
+  return Again();
+}
+
 Result ServerExchange::Try(Error* error) {
   ox::http::RequestOptions options = request_.options;
   *error = TimeLeft(request_.deadline, &options.totalTimeout);
@@ -132,23 +133,20 @@ TransferRequest ServerExchange::BuildRequest() {
   toSend.offset = offset_;
   Set(&toSend.headers, "Range", "bytes=" + std::to_string(offset_) + "-");
   Set(&toSend.headers, "If-Range", StrongValidator(part_->answer));
-  Set(&toSend.headers, "Accept-Encoding", "identity");
+  // Where bodies are unpacked, a part of what is packed is not kept.
+  if (toSend.decode) Set(&toSend.headers, "Accept-Encoding", "identity");
   return toSend;
 }
 
 Result ServerExchange::TakeAnswer(Transfer& transfer, const TransferHead& head, Error* error) {
   if (head.status == kNotModified && isConditional_) return TakeNotModified(head, error);
-  if (IsServerFailure(head.status) && MayReplaceServer(request_, candidate_)) {
-    return WithoutServer(
-        MakeError(ErrorKind::kInputOutput, "the server answered " + std::to_string(head.status)),
-        Kind::kNotUsed, error);
+  if (Error failure = ServerFailure(head.status);
+      failure && MayReplaceServer(request_, candidate_)) {
+    return WithoutServer(std::move(failure), Kind::kNotUsed, error);
   }
   if (offset_ > 0 && (head.status == kPartialContent || head.status == kRangeNotSatisfiable) &&
       !TakeUpPart(head)) {
-    mayResume_ = false;
-    // The next request would ask for the rest in vain again.
-    state_.session.Remove(PartUrl(request_.url.text));
-    return Again();
+    return WithoutPart();
   }
   if (head.status != kPartialContent) offset_ = 0;
   return TakeBody(transfer, head, error);
@@ -159,7 +157,7 @@ Result ServerExchange::TakeNotModified(const TransferHead& head, Error* error) {
   StoredAnswer& stored = candidate_.stored->answer;
   const StoredAnswer before = stored;
   Freshen(head.headers, head.requestTime, head.responseTime, &stored);
-  if (!candidate_.isMatching) stored.varied = VariedHeaders(stored.headers, request_.headers);
+  stored.varied = VariedHeaders(stored.headers, request_.headers);
   end_.kind = Kind::kNotUsed;
   Error reason;
   const auto metadata = ToMetadata(stored, request_.url.text);
@@ -228,6 +226,8 @@ Result ServerExchange::TakeBody(Transfer& transfer, const TransferHead& head, Er
     return WithoutServer(std::exchange(transferError_, {}), EndOf(transfer), error);
   }
   if (*error) return std::nullopt;
+  // A rest that ends with its connection does not show otherwise that it was cut.
+  if (offset_ > 0 && target.Received() != wholeBytes) return WithoutPart();
   answer.bodyBytes = target.Received();
   if (target.IsStored()) Commit(answer, target);
   if (target.IsLost()) {
@@ -269,7 +269,12 @@ Error ServerExchange::CopyBody(Transfer& transfer, BodyTarget& target, PartKeepe
   };
   if (Error error = target.Begin()) return error;
   if (offset_ > 0) {
-    if (Error error = ReadAll(part_->entry.content.Get(), offset_, write)) return error;
+    Error unwritten;
+    const auto copy = [&](const char* data, std::size_t bytes) {
+      return unwritten = write(data, bytes);
+    };
+    // With what cannot be read missing, its length will show that it is no use.
+    if (ReadAll(part_->entry.content.Get(), offset_, copy)) return unwritten;
   }
   std::string piece;
   do {
@@ -319,8 +324,8 @@ Result ServerExchange::Received(const StoredAnswer& answer, HeaderList shown, Bo
   if (isOurs) {
     result.content = std::move(entry->content);
   } else if (request_.options.receiver == nullptr) {
-    // Evicted at once.
-    if (!entry) whyNotStored_ = gone;
+    // Evicted at once, or replaced, which may happen again as long as others ask.
+    whyNotStored_ = entry ? NotStored("another answer took its place at once") : gone;
     return Again();
   }
   return result;

@@ -33,6 +33,7 @@ class ServerExchange {
   Result Received(const StoredAnswer& answer, HeaderList shown, BodyTarget& target);
   Result WithoutServer(Error why, Kind end, Error* error);
   Result Again();
+  Result WithoutPart();
 
   const GetRequest& request_;
   ClientState& state_;

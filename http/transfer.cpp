@@ -83,10 +83,19 @@ void Transfer::SetUpSecurity() {
   Set(CURLOPT_PROTOCOLS_STR, kProtocols);
   Set(CURLOPT_FOLLOWLOCATION, 0L);
   Set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-  if (!client_.caFile.empty()) Set(CURLOPT_CAINFO, client_.caFile.c_str());
+  const char* const none = nullptr;
+  if (!client_.caFile.empty()) {
+    Set(CURLOPT_CAINFO, client_.caFile.c_str());
+    // The system's directory of authorities would count beside it.
+    Set(CURLOPT_CAPATH, none);
+  }
   if (!client_.certificateFile.empty()) Set(CURLOPT_SSLCERT, client_.certificateFile.c_str());
   if (!client_.keyFile.empty()) Set(CURLOPT_SSLKEY, client_.keyFile.c_str());
-  if (!client_.proxy.empty()) Set(CURLOPT_PROXY, client_.proxy.c_str());
+  if (!client_.proxy.empty()) {
+    Set(CURLOPT_PROXY, client_.proxy.c_str());
+    // Otherwise no_proxy of the environment excepts from it.
+    Set(CURLOPT_NOPROXY, "");
+  }
 }
 
 void Transfer::SetUpLimits() {
@@ -288,8 +297,10 @@ Error Transfer::Explain() const {
     // What curl says of a line of more than 100 KB too.
     return MakeError(ErrorKind::kInputOutput, "a header is too long, or memory has run out");
   }
-  const std::string reason = message_[0] != '\0' ? message_.data() : curl_easy_strerror(code_);
-  return MakeError(ErrorKind::kInputOutput, reason);
+  const std::string reason = message_.data();
+  // libcurl repeats a proxy that it cannot use, with its password.
+  const bool mayBeTold = !reason.empty() && reason.find('@') == reason.npos;
+  return MakeError(ErrorKind::kInputOutput, mayBeTold ? reason : curl_easy_strerror(code_));
 }
 
 }  // namespace ox::internal::http

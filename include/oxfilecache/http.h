@@ -115,9 +115,9 @@ struct RequestOptions {
   bool offline = false;
   // Asks the server even for what is fresh.
   bool refresh = false;
-  // When the server is not reached, breaks off or answers 500, 502, 503 or 504, serves the stored
-  // copy however old it is, unless the server forbade that. Without this, only as long as
-  // stale-if-error of the stored answer allows.
+  // When the server is not reached, breaks off, exceeds a limit or answers 500, 502, 503 or 504,
+  // serves the stored copy however old it is, unless the server forbade that. Without this, only as
+  // long as stale-if-error of the stored answer allows.
   bool staleIfError = false;
   // Redirections followed, each through the cache. 0: the redirection is the answer. One too many
   // is an error.

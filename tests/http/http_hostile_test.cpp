@@ -145,6 +145,25 @@ TEST_F(HttpTest, StandsInForAServerThatFails) {
     EXPECT_TRUE(answer_->reason) << failure;
     EXPECT_NE(Get(server.Url("/strict"), options), "stale 200 strict") << failure;
   }
+  EXPECT_EQ(client_->Head(server.Url("/"), options, &error_)->outcome, Outcome::kStale);
+  server.SetAnswer([](const Connection& connection) { connection.BeSilent(); });
+  RequestOptions cancelled = options;
+  cancelled.onProgress = [](const http::Progress&) { return false; };
+  EXPECT_FALSE(client_->Head(server.Url("/"), cancelled, &error_));
+  EXPECT_EQ(error_.kind, ErrorKind::kCancelled);
+  // Also when the time is over while another caller's download is waited for.
+  const std::size_t before = server.Requests().size();
+  std::thread other([this, &server] {
+    Error error;
+    RequestOptions second;
+    second.totalTimeout = 1s;
+    client_->Get(server.Url("/"), second, &error);
+  });
+  while (server.Requests().size() == before)
+    std::this_thread::sleep_for(10ms);
+  options.totalTimeout = 300ms;
+  EXPECT_EQ(Get(server.Url("/"), options), "stale 200 old");
+  other.join();
   options.offline = true;
   const std::size_t asked = server.Requests().size();
   EXPECT_EQ(Get(server.Url("/"), options), "stale 200 old");

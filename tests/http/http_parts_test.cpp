@@ -232,6 +232,7 @@ TEST(UrlTest, WhatIsAskedAndWhere) {
 TEST(FreshnessTest, WhatMayBeDoneWithAStoredAnswer) {
   const std::string date = "Date: Tue, 14 Nov 2023 22:13:20 GMT\n";  // kNow
   const std::string minuteAgo = "Date: Tue, 14 Nov 2023 22:12:20 GMT\n";
+  const std::string age = "Cache-Control: max-age=60";
   const std::string dayAgo = "Last-Modified: Mon, 13 Nov 2023 22:13:20 GMT\n";
   const std::string longAgo = "Last-Modified: Mon, 13 Nov 2000 22:13:20 GMT\n";
   const struct {
@@ -247,6 +248,8 @@ TEST(FreshnessTest, WhatMayBeDoneWithAStoredAnswer) {
                {"Cache-Control: max-age=60\nAge: x", "", 0, "maybe "},
                {minuteAgo + "Cache-Control: max-age=61", "", 0, "fresh maybe "},
                {minuteAgo + "Cache-Control: max-age=61", "", 1, "maybe "},
+               {"Date: Wed, 15 Nov 2023 22:13:20 GMT\n" + age, "", 0, "fresh maybe "},
+               {"Date: Wed, 15 Nov 2023 22:13:21 GMT\n" + age, "", 0, "maybe "},
                {date + "Expires: Tue, 14 Nov 2023 22:13:21 GMT", "", 0, "fresh maybe "},
                {date + "Expires: Tue, 14 Nov 2023 22:13:21 GMT", "", 1, "maybe "},
                {date + "Expires: Tue, 14 Nov 2023 22:13:20 GMT", "", 0, "maybe "},

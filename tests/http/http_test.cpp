@@ -102,20 +102,20 @@ TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
   const auto cut = [&body](const Connection& connection) {
     connection.Send(Whole(std::string(kFresh) + "ETag: \"1\"\r\n", body).substr(0, 60000));
   };
-  const auto rest = [&body](const Connection& connection) {
+  const auto restFor = [&body](const Connection& connection) -> std::string {
     const std::size_t place = connection.request.find("Range: bytes=");
-    if (place == std::string::npos || !connection.Has("If-Range: \"1\"\r\n")) return;
+    if (place == std::string::npos || !connection.Has("If-Range: \"1\"\r\n")) return "";
     const std::size_t from = std::stoul(connection.request.substr(place + 13));
-    connection.Send(
-        Whole("ETag: \"1\"\r\nContent-Range: bytes " + std::to_string(from) + "-99999/100000\r\n",
-              body.substr(from), "206 Partial Content"));
+    return Whole(
+        "ETag: \"1\"\r\nContent-Range: bytes " + std::to_string(from) + "-99999/100000\r\n",
+        body.substr(from), "206 Partial Content");
   };
   RawServer server(cut);
   EXPECT_EQ(Get(server.Url("/")), "error 7");
   EXPECT_EQ(Metadata(server.Url("/")), "");
   EXPECT_NE(Metadata(server.Url("/#part")), "");
   Reopen();
-  server.SetAnswer(rest);
+  server.SetAnswer([&](const Connection& connection) { connection.Send(restFor(connection)); });
   RequestOptions watched;
   watched.onProgress = [](const http::Progress& now) {
     EXPECT_TRUE(now.total == 0 || now.total == 100000) << now.total;
@@ -124,41 +124,42 @@ TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
   EXPECT_EQ(Get(server.Url("/"), watched), "miss 200 " + body);
   EXPECT_EQ(Get(server.Url("/")), "hit 200 " + body);
   EXPECT_EQ(session_->Statistics().entries, 1u);
-  // Another version is there by now, and another time a server that gives a wrong part.
+  // Another version is there by now; the server gives a wrong part; it gives the rest without its
+  // length, and not all of it; what was kept can no longer be read.
   const std::string news = Bytes(2, 100000);
-  const RawServer::Answer wrong = [&](const Connection& connection) {
-    const bool isPart = connection.Has("Range:");
-    connection.Send(isPart ? Whole("Content-Range: bytes 0-9/100000\r\n", body.substr(0, 10),
-                                   "206 Partial Content")
-                           : Whole(kFresh, news));
-  };
-  // One that does not know If-Range.
-  const std::string dated = std::string(kFresh) +
-                            "Date: Sun, 06 Nov 1994 10:00:00 GMT\r\n"
-                            "Last-Modified: Sun, 06 Nov 1994 08:00:00 GMT\r\n";
-  const RawServer::Answer ofOther = [&](const Connection& connection) {
-    const std::size_t place = connection.request.find("Range: bytes=");
-    const bool isPart = place != std::string::npos;
-    const std::size_t from = isPart ? std::stoul(connection.request.substr(place + 13)) : 0;
-    connection.Send(isPart ? Whole("Last-Modified: Sun, 06 Nov 1994 09:00:00 GMT\r\n"
-                                   "Content-Range: bytes " +
-                                       std::to_string(from) + "-99999/100000\r\n",
-                                   news.substr(from), "206 Partial Content")
-                           : Whole(kFresh, news));
-  };
-  const std::pair<RawServer::Answer, RawServer::Answer> others[] = {
-      {cut, Always(Whole(kFresh, news))},
-      {cut, wrong},
-      {Always(Whole(dated, body).substr(0, 60000)), ofOther}};
-  for (const auto& [first, next] : others) {
-    const std::string url = server.Url("/" + std::to_string(server.Requests().size()));
-    server.SetAnswer(first);
+  for (const std::string problem : {"new", "wrong", "cut", "unreadable"}) {
+    const std::string url = server.Url("/" + problem);
+    server.SetAnswer(cut);
     EXPECT_EQ(Get(url), "error 7");
-    EXPECT_NE(Metadata(url + "#part"), "");
-    server.SetAnswer(next);
-    EXPECT_EQ(Get(url), "miss 200 " + news);
-    EXPECT_EQ(Metadata(url + "#part"), "");
+    server.SetAnswer([&](const Connection& connection) {
+      std::string part = restFor(connection);
+      if (problem == "new" || part.empty()) return connection.Send(Whole(kFresh, news)), void();
+      if (problem == "wrong") part.replace(part.find("bytes "), 7, "bytes 1");
+      if (problem == "cut") part.replace(part.find("Content-Length"), 7, "Without").pop_back();
+      Error error;
+      const auto kept = session_->Fetch(url + "#part", &error);
+      if (problem == "unreadable") std::filesystem::resize_file(kept->path, 10);
+      connection.Send(part);
+    });
+    EXPECT_EQ(Get(url), "miss 200 " + news) << problem;
+    EXPECT_EQ(Metadata(url + "#part"), "") << problem;
   }
+  // A server that does not know If-Range has another version.
+  const auto dated = [](const char* hour) {
+    return std::string(kFresh) +
+           "Date: Sun, 06 Nov 1994 10:00:00 GMT\r\nLast-Modified: Sun, 06 Nov 1994 " + hour +
+           ":00:00 GMT\r\n";
+  };
+  server.SetAnswer(Always(Whole(dated("08"), body).substr(0, 60000)));
+  EXPECT_EQ(Get(server.Url("/dated")), "error 7");
+  server.SetAnswer([&](const Connection& connection) {
+    const std::size_t place = connection.request.find("Range: bytes=");
+    if (place == std::string::npos) return connection.Send(Whole(kFresh, news)), void();
+    const std::string from = std::to_string(std::stoul(connection.request.substr(place + 13)));
+    connection.Send(Whole(dated("09") + "Content-Range: bytes " + from + "-99999/100000\r\n",
+                          news.substr(std::stoul(from)), "206 Partial Content"));
+  });
+  EXPECT_EQ(Get(server.Url("/dated")), "miss 200 " + news);
   // All of it is smaller than allowed, although not with the part that is no use any more.
   server.SetAnswer(cut);
   const std::string url = server.Url("/limit");
@@ -176,6 +177,16 @@ TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
   refresh.refresh = true;
   EXPECT_EQ(Get(server.Url("/"), refresh), "error 7");
   EXPECT_EQ(Get(server.Url("/")), "hit 200 " + body);
+  // Where nothing is unpacked, the part may be of a packed body, and so must be the rest.
+  client_.reset();
+  http::ClientOptions packed;
+  packed.decode = false;
+  client_ = http::Client::Open(*session_, packed, &error_);
+  EXPECT_EQ(Get(server.Url("/packed"), With("Accept-Encoding", "gzip")), "error 7");
+  server.SetAnswer([&](const Connection& connection) {
+    if (connection.Has("Accept-Encoding: gzip\r\n")) connection.Send(restFor(connection));
+  });
+  EXPECT_EQ(Get(server.Url("/packed"), With("Accept-Encoding", "gzip")), "miss 200 " + body);
 }
 
 TEST_F(HttpTest, NotModifiedWritesMetadataAlone) {
@@ -207,6 +218,16 @@ TEST_F(HttpTest, ConditionsAndRangesOfTheCaller) {
   });
   EXPECT_EQ(Get(server.Url("/part"), With("Range", "bytes=1-2")), "uncached 206 od");
   EXPECT_EQ(answer_->HeaderValue("Content-Range"), "bytes 1-2/4");
+}
+
+TEST_F(HttpTest, WhatComesPackedIsStoredUnpacked) {
+  const std::string packed(
+      "\x1F\x8B\x08\0\0\0\0\0\x02\x03\x4B\xCA\x4F\xA9\x04\0\xB2\x0B\xA8\xDB\x04\0\0\0", 24);
+  RawServer server(Always(Whole(kFresh + std::string("Content-Encoding: gzip\r\n"), packed)));
+  for (const char* text : {"miss 200 body", "hit 200 body"}) {
+    EXPECT_EQ(Get(server.Url("/")), text);
+    EXPECT_EQ(answer_->HeaderValue("Content-Encoding"), "");
+  }
 }
 
 #ifdef OX_EXAMPLE_PATH
@@ -256,6 +277,29 @@ TEST_F(HttpTest, RenewsOnlyWhatMayBeStored) {
   server.SetAnswer(Always("HTTP/1.1 200 OK\r\nETag: \"1\"\r\nCache-Control: no-store\r\n\r\n"));
   EXPECT_EQ(client_->Head(server.Url("/head"), {}, &error_)->outcome, Outcome::kUncached);
   EXPECT_EQ(Metadata(server.Url("/head")), "");
+  server.SetAnswer(Always(Whole(kFresh, "gone", "404 Not Found")));
+  Get(server.Url("/gone"));
+  RequestOptions refresh;
+  refresh.refresh = true;
+  server.SetAnswer(Always("HTTP/1.1 200 OK\r\nCache-Control: max-age=1000\r\n\r\n"));
+  client_->Head(server.Url("/gone"), refresh, &error_);
+  EXPECT_EQ(Metadata(server.Url("/gone")), "");
+}
+
+TEST_F(HttpTest, WhatVariesOnlySinceItWasRenewedIsStillOfOneVariant) {
+  RawServer server(Always(""));
+  const RequestOptions english = With("Accept-Language", "en");
+  for (const bool isHead : {false, true}) {
+    const std::string url = server.Url(isHead ? "/head" : "/get");
+    server.SetAnswer(Always(Whole(kTagged, "english")));
+    Get(url, english);
+    server.SetAnswer(Always(std::string("HTTP/1.1 ") + (isHead ? "200 OK" : "304 Same") +
+                            "\r\nVary: Accept-Language\r\n" + kFresh + "\r\n"));
+    isHead ? client_->Head(url, english, &error_) : client_->Get(url, english, &error_);
+    EXPECT_EQ(Get(url, english), "hit 200 english");
+    server.SetAnswer(Always(Whole("", "any")));
+    EXPECT_EQ(Get(url), "replaced 200 any");
+  }
 }
 
 TEST_F(HttpTest, RefreshesInTheBackgroundWhatItServesStale) {
@@ -274,6 +318,7 @@ TEST_F(HttpTest, RefreshesInTheBackgroundWhatItServesStale) {
   RequestOptions options = With("Range", "bytes=0-1");
   options.receiver = &receiver;
   EXPECT_EQ(Get(server.Url("/"), options), "stale 206 ol");
+  EXPECT_EQ(answer_->HeaderValue("Content-Length"), "2");
   for (int tries = 0; tries < 200 && Get(server.Url("/")) != "hit 200 new"; ++tries)
     std::this_thread::sleep_for(20ms);
   EXPECT_EQ(Get(server.Url("/")), "hit 200 new");

@@ -183,6 +183,14 @@ class Fetches(ToolCase):
         self.assertEqual(self.read("files/file0-2"), b"same name")
         self.assertEqual(len(os.listdir(self.path("files"))), len(urls))
 
+    def test_a_proxy_is_used_whatever_the_environment_excepts_and_its_password_is_not_told(self):
+        url = "http://nowhere.invalid/x"
+        self.server.files[url] = b"by proxy"
+        self.assertEqual(self.run_tool("fetch", "--proxy", self.url(""), url), b"by proxy")
+        for proxy in ("http://u:secret@h:bad", "foo://u:secret@h"):
+            self.run_tool("fetch", "--refresh", "--proxy", proxy, url, status=INPUT_OUTPUT,
+                          says=r"\A(?!.*secret).*FAILED")
+
     def test_file_names_have_no_password(self):
         root = self.serve("", b"root").rstrip("/")
         urls = [root.replace("//", slashes + "user:pass@", 1) for slashes in ("/", "//", "///")]
