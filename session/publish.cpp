@@ -65,19 +65,20 @@ class StaleUnlessSettled {
 Error MakeRoom(SessionState& state, const Publication& publication, const EntrySizes& oldSizes,
                CacheValue** old) OX_REQUIRES(state.mutex) {
   const std::uint64_t oldBytes = oldSizes.contentOnDisk + oldSizes.metadataOnDisk;
-  Error error = state.room.MakeRoomToPublish(publication.share, oldBytes, *old != nullptr);
-  // Somebody has deleted the files of what was to go: a restart tells what is there.
-  const bool isOutdated = error.systemError == ENOENT;
-  if (error && !isOutdated) return error;
-  if (!error && state.cache.Account().StaysWithin(
-                    oldSizes.metadataLength, publication.metadata.Length(), state.limits.maxSize)) {
-    return {};
+  for (bool isFirst = true;; isFirst = false) {
+    const bool isReplacement = *old != nullptr;
+    Error error = state.room.MakeRoomToPublish(publication.share, isReplacement ? oldBytes : 0,
+                                               isReplacement);
+    // Somebody has deleted the files of what was to go: a restart tells what is there.
+    const bool isOutdated = isFirst && error.systemError == ENOENT;
+    if (error && !isOutdated) return error;
+    const bool isWithin = state.cache.Account().StaysWithin(
+        oldSizes.metadataLength, publication.metadata.Length(), state.limits.maxSize);
+    if (!error && isWithin) return {};
+    if (Error failed = state.cache.Restart()) return failed;
+    *old = state.cache.FindToReplace(publication.share.url, publication.metadata);
+    if (!isOutdated) return {};
   }
-  if (Error failed = state.cache.Restart()) return failed;
-  *old = state.cache.FindToReplace(publication.share.url, publication.metadata);
-  if (!isOutdated) return {};
-  return state.room.MakeRoomToPublish(publication.share, *old != nullptr ? oldBytes : 0,
-                                      *old != nullptr);
 }
 
 // From here on the new entry is in place, or a restart puts it there.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <list>
 #include <map>
 #include <random>
@@ -116,6 +117,18 @@ TEST(SessionLimits, TheCacheDoesWhatAModelDoesAcrossRestarts) {
     EXPECT_EQ(DiskUse(directory.Path()), model.Size());
     EXPECT_EQ(restarts > 0, test.needsRestarts);
   }
+}
+
+// The manager's total still has the content of what was evicted since it started.
+TEST(SessionLimits, AnEntryThatSomebodyDeletedCostsNoneThatMayStay) {
+  const CacheDirectory directory({10000, 100, 8000});
+  const auto session = OpenSession(OptionsFor(directory.Path()));
+  ASSERT_FALSE(Store(*session, "deleted", "x", "m"));
+  std::filesystem::remove(directory.Path() + "/" + NameOf(*session, "deleted"));
+  for (const char* url : {"oldest", "kept"})
+    ASSERT_FALSE(Store(*session, url, std::string(4900, 'x'), "m"));
+  EXPECT_FALSE(Store(*session, "new", std::string(3000, 'n'), std::string(1000, 'm')));
+  EXPECT_EQ(session->Statistics().bytes, 4901U + 4000U);
 }
 
 std::uint64_t mostOnDisk = 0;
