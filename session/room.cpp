@@ -10,20 +10,21 @@
 
 namespace ox::internal {
 
+using session::EvictionReason;
+
 Error Room::Grant(MutexLock& lock, WriterShare& share, std::uint64_t bytes) {
   share.user = std::this_thread::get_id();
   for (;;) {
     if (Error error = cache_.EnsureCurrent()) return error;
     if (Error error = KeepFree(share, bytes)) return error;
     const bool isFirst = writers_.ClaimFirst(share);
-    if (EvictUntilFits(isFirst ? 0 : bytes)) {
+    bool fits = false;
+    if (Error error = EvictUntilFits(isFirst ? 0 : bytes, &fits)) return error;
+    if (fits) {
       Count(share, bytes);
       return {};
     }
-    // Somebody has deleted the files of what was to go: a restart tells what is there.
-    const DiskAccount& account = cache_.Account();
-    if (account.IsStale() && account.DeletionError() == ENOENT) continue;
-    if (isFirst || account.IsStale()) return EvictionFailed();
+    if (isFirst) return EvictionFailed();
     if (!writers_.WaitForEnd(lock)) {
       return MakeError(ErrorKind::kRefused,
                        "the entries being written at the same time exceed MAX_CACHE_SIZE");
@@ -46,11 +47,19 @@ void Room::TurnIntoEntry(WriterShare& share) {
   writers_.Remove(share);
 }
 
-bool Room::EvictUntilFits(std::uint64_t bytes) {
-  while (CountedBytes() + bytes > limits_.maxSize) {
-    if (cache_.Account().Entries() == 0 || !cache_.EvictOne()) return false;
+Error Room::EvictUntilFits(std::uint64_t bytes, bool* fits) {
+  const auto isTooMuch = [&] { return CountedBytes() + bytes > limits_.maxSize; };
+  while (isTooMuch() && cache_.Account().Entries() > 0) {
+    if (Error error = Evict(EvictionReason::kRoom)) return error;
   }
-  return true;
+  *fits = !isTooMuch();
+  return {};
+}
+
+Error Room::Evict(EvictionReason reason) {
+  if (cache_.EvictOne(reason)) return {};
+  // Somebody has deleted the files of what was to go: a restart tells what is there.
+  return cache_.Account().DeletionError() == ENOENT ? cache_.EnsureCurrent() : EvictionFailed();
 }
 
 std::uint64_t Room::CountedBytes() const {
@@ -88,7 +97,7 @@ Error Room::EvictDownTo(std::uint64_t bytes, std::uint64_t entries) {
   const DiskAccount& account = cache_.Account();
   while (account.Entries() > 0 &&
          (CountedBytes() > bytes || account.Entries() > entries || Lacking(0) > 0)) {
-    if (!cache_.EvictOne(session::EvictionReason::kTrim)) return EvictionFailed();
+    if (Error error = Evict(EvictionReason::kTrim)) return error;
   }
   return {};
 }
@@ -143,7 +152,7 @@ Error Room::EvictForDisk(WriterShare& share, std::uint64_t neededBytes, Error fa
     return failure;
   }
   const std::uint64_t before = cache_.Account().Bytes();
-  if (!cache_.EvictOne()) return EvictionFailed();
+  if (Error error = Evict(EvictionReason::kRoom)) return error;
   ++evicted.entries;
   evicted.bytes += before - std::min(before, cache_.Account().Bytes());
   return {};

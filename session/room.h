@@ -55,7 +55,10 @@ class Room {
   Error KeepFree(WriterShare& share, std::uint64_t bytes);
   Error EvictForDisk(WriterShare& share, std::uint64_t neededBytes, Error failure);
   std::uint64_t EntriesToSpare(const WriterShare& share);
-  bool EvictUntilFits(std::uint64_t bytes);
+  // As far as there are entries to evict.
+  Error EvictUntilFits(std::uint64_t bytes, bool* fits);
+  // Not while an entry is lent: it may restart the manager.
+  Error Evict(session::EvictionReason reason);
   std::uint64_t CountedBytes() const;
   Error EvictionFailed() const;
 

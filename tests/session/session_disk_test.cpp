@@ -162,6 +162,10 @@ TEST_F(SessionDisk, AFullDiskTakesOldEntriesForNewOnes) {
   auto session = OpenSession(WithLimits(directory_, {1 << 20, 1000, 0, ""}));
   for (int i = 0; i < 10; ++i)
     ASSERT_FALSE(Store(*session, Url(i), std::string(5000, 'x'), "m"));
+  Error error;
+  std::filesystem::remove(session->Fetch(Url(0), &error)->path);
+  for (int i = 1; i < 10; ++i)
+    Fetch(*session, Url(i));
   // From here on nothing is given to anyone but in place of what was deleted.
   LimitDisk(directory_, 0);
   EXPECT_FALSE(Store(*session, Url(10), std::string(12000, 'y'), "m"));
@@ -170,7 +174,7 @@ TEST_F(SessionDisk, AFullDiskTakesOldEntriesForNewOnes) {
   EXPECT_EQ(std::string(6000, 'z') + "|" + std::string(1000, 'n'), Fetch(*session, Url(9)));
   EXPECT_EQ(kNotThere, Fetch(*session, Url(0)));
   // What is larger than the disk leaves the older entry of its URL, and the next store works.
-  const Error error = Store(*session, Url(9), std::string(60000, 'z'), "m");
+  error = Store(*session, Url(9), std::string(60000, 'z'), "m");
   EXPECT_EQ(ENOSPC, error.systemError);
   EXPECT_NE(std::string::npos, error.detail.find("no entry is left to evict"));
   EXPECT_EQ(6000U + 1 + 1000, Fetch(*session, Url(9)).size());

@@ -353,6 +353,13 @@ TEST_F(SessionTest, EntriesThatSomebodyDeletedAreInNobodysWay) {
     const auto first = isLone ? nullptr : Write(*session, "first", "x", &error);
     EXPECT_FALSE(Store(*session, "new", std::string(8000, 'x'), "m")) << isLone;
   }
+  ASSERT_FALSE(Store(*session, "newest", "content", "m"));
+  std::filesystem::remove(session->Fetch("new", &error)->path);
+  Fetch(*session, "newest");
+  session::TrimTarget target;
+  target.entries = 1;
+  EXPECT_FALSE(session->TrimTo(target, nullptr));
+  EXPECT_EQ(Fetch(*session, "newest"), "content|m");
 }
 
 TEST_F(SessionTest, AFetchWritesNoTimeOfReading) {
