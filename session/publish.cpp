@@ -76,7 +76,7 @@ Error MakeRoom(SessionState& state, const Publication& publication, const EntryS
         oldSizes.metadataLength, publication.metadata.Length(), state.limits.maxSize);
     if (!error && isWithin) return {};
     if (Error failed = state.cache.Restart()) return failed;
-    *old = state.cache.FindToReplace(publication.share.url, publication.metadata);
+    *old = state.cache.FindToReplace(*publication.share.url, publication.metadata);
     if (!isOutdated) return {};
   }
 }
@@ -91,7 +91,7 @@ void MarkDecided(SessionState& state, const Publication& publication) OX_REQUIRE
 Error RestartAndFind(SessionState& state, const Publication& publication, const Error& error)
     OX_REQUIRES(state.mutex) {
   if (Error restartError = state.cache.Restart()) return restartError;
-  return state.cache.Find(publication.share.url) != nullptr ? Error{} : error;
+  return state.cache.Find(*publication.share.url) != nullptr ? Error{} : error;
 }
 
 // Undoes the renamings of a new entry, the metadata's first: content alone is no entry. What cannot
@@ -131,7 +131,7 @@ Error PutNewInPlace(SessionState& state, const CommitFiles& files) OX_REQUIRES(s
 }
 
 Error PublishNew(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex) {
-  PendingEntry pending = state.cache.Create(publication.share.url, publication.metadata);
+  PendingEntry pending = state.cache.Create(*publication.share.url, publication.metadata);
   if (!pending) {
     state.cache.Account().MarkStale();
     return MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot create the entry");
@@ -215,7 +215,7 @@ Error ReplaceUnlogged(SessionState& state, const CommitFiles& files, const Publi
 
 // What was not replaced after all: the manager reads the metadata that is on the disk again.
 void ReadOldAgain(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex) {
-  if (!state.cache.Account().IsStale() && state.cache.Find(publication.share.url) == nullptr) {
+  if (!state.cache.Account().IsStale() && state.cache.Find(*publication.share.url) == nullptr) {
     state.cache.Account().MarkStale();
   }
 }
@@ -259,10 +259,10 @@ Error Renew(SessionState& state, const Publication& publication, CacheValue& old
 }  // namespace
 
 Error Publish(SessionState& state, const Publication& publication) {
-  if (Error error = state.cache.GiveUpCommitsOf(publication.share.url, &publication.share))
+  if (Error error = state.cache.GiveUpCommitsOf(*publication.share.url, &publication.share))
     return error;
   StaleUnlessSettled shown(state.cache.Account());
-  CacheValue* old = state.cache.FindToReplace(publication.share.url, publication.metadata);
+  CacheValue* old = state.cache.FindToReplace(*publication.share.url, publication.metadata);
   const EntrySizes oldSizes = SizesOf(state, old);
   Error error = MakeRoom(state, publication, oldSizes, &old);
   if (old == nullptr) {
@@ -283,10 +283,10 @@ void CountMetadataFile(SessionState& state, WriterShare& share, const std::strin
 }
 
 Error PublishMetadata(SessionState& state, const Publication& publication) {
-  if (Error error = state.cache.GiveUpCommitsOf(publication.share.url, &publication.share))
+  if (Error error = state.cache.GiveUpCommitsOf(*publication.share.url, &publication.share))
     return error;
   StaleUnlessSettled shown(state.cache.Account());
-  CacheValue* old = state.cache.FindToReplace(publication.share.url, publication.metadata);
+  CacheValue* old = state.cache.FindToReplace(*publication.share.url, publication.metadata);
   EntrySizes oldSizes = SizesOf(state, old);
   oldSizes.contentOnDisk = 0;  // it stays
   Error error = MakeRoom(state, publication, oldSizes, &old);

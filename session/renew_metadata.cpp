@@ -64,7 +64,7 @@ bool IsExpected(SessionState& state, const Renewal& renewal, core::cache::CacheV
 // Stages what the seal of the entry says, with the new metadata.
 Error Stage(SessionState& state, const Renewal& renewal, StagedRenewal* staged)
     OX_REQUIRES(state.mutex) {
-  core::cache::CacheValue* value = state.cache.Find(staged->share.url);
+  core::cache::CacheValue* value = state.cache.Find(*staged->share.url);
   if (value == nullptr || !IsExpected(state, renewal, *value)) return internal::NoEntry();
   const std::string path = internal::ContentPath(*value);
   int sealError = 0;

@@ -111,7 +111,7 @@ std::uint64_t Room::Lacking(std::uint64_t bytes) const {
 
 // Finding the older entry of the URL makes it the last to be evicted.
 std::uint64_t Room::EntriesToSpare(const WriterShare& share) {
-  const bool hasOlder = cache_.Find(share.url) != nullptr;
+  const bool hasOlder = cache_.Find(*share.url) != nullptr;
   return hasOlder ? 1 : 0;
 }
 

@@ -1,6 +1,7 @@
 // A writer's life: made by Store, filled by Write, turned into an entry by Commit, or dropped.
 #include <sys/stat.h>
 
+#include <memory>
 #include <utility>
 
 #include "session/crc32c.h"
@@ -32,7 +33,7 @@ Error Closed() {
 bool MustDropKeptFirst(const Staging& staging) OX_REQUIRES(staging.state.mutex) {
   if (staging.share.keptPath.empty()) return false;
   return internal::IsKeptAs(staging, staging.url) ||
-         staging.state.cache.Find(staging.share.url) != nullptr;
+         staging.state.cache.Find(*staging.share.url) != nullptr;
 }
 
 Error PublishStaging(Staging& staging, const OxString& metadata) OX_REQUIRES(staging.state.mutex) {
@@ -89,11 +90,33 @@ Error CommitStaging(Staging& staging, const std::string& metadata) {
   }
 }
 
-void SetUrl(Staging& staging, const std::string& url) {
-  const MutexLock lock(staging.state.mutex);
-  staging.share.url = internal::ToOxString(url);
-  staging.url = url;
-}
+// While a commit is of another URL than the writer's own; once it is decided, for good. Going back
+// takes no memory.
+class CommitUrl {
+ public:
+  CommitUrl(Staging& staging, const std::string& url)
+      : staging_(staging),
+        other_(url),
+        otherText_(std::make_unique<const OxString>(internal::ToOxString(url))) {
+    Swap();
+  }
+  ~CommitUrl() {
+    if (!staging_.outcome.isDecided) Swap();
+  }
+  CommitUrl(const CommitUrl&) = delete;
+  CommitUrl& operator=(const CommitUrl&) = delete;
+
+ private:
+  void Swap() {
+    const MutexLock lock(staging_.state.mutex);
+    staging_.url.swap(other_);
+    staging_.share.url.swap(otherText_);
+  }
+
+  Staging& staging_;
+  std::string other_;
+  std::unique_ptr<const OxString> otherText_;
+};
 
 Error GrantContent(Staging& staging, std::size_t bytes) {
   SessionState& state = staging.state;
@@ -186,12 +209,8 @@ Error StoreWriter::CommitAs(const std::string& url, const std::string& metadata)
   return internal::Perform(*session, [&]() -> Error {
     if (Error error = internal::CheckUrl(url)) return error;
     const internal::EvictionNews news(*session);
-    const std::string before = staging_->url;
-    SetUrl(*staging_, url);
-    Error error = CommitStaging(*staging_, metadata);
-    // A later Commit is of the writer's own URL.
-    if (error && !staging_->outcome.isDecided) SetUrl(*staging_, before);
-    return error;
+    const CommitUrl other(*staging_, url);
+    return CommitStaging(*staging_, metadata);
   });
 }
 

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <thread>
 #include <utility>
@@ -25,12 +26,13 @@ struct FullDisk {
 
 // One writer's part. The writer keeps it; the session's mutex guards all but the ID.
 struct WriterShare {
-  WriterShare(std::string newId, OxString newUrl) : id(std::move(newId)), url(std::move(newUrl)) {}
+  WriterShare(std::string newId, OxString newUrl)
+      : id(std::move(newId)), url(std::make_unique<const OxString>(std::move(newUrl))) {}
 
-  const std::string id;     // of the writer's staged files
-  OxString url;             // of the entry
-  std::uint64_t bytes = 0;  // granted and not given back
-  std::thread::id user;     // the thread that wrote last
+  const std::string id;                 // of the writer's staged files
+  std::unique_ptr<const OxString> url;  // of the entry; never null
+  std::uint64_t bytes = 0;              // granted and not given back
+  std::thread::id user;                 // the thread that wrote last
   FullDisk fullDisk;
   // The commit file that StoreWriter::KeepAs made, or that a failed commit could not take back, and
   // its bytes of the share; empty: there is none.

@@ -43,6 +43,26 @@ TEST(CommitFaults, AReplacementWithoutMemoryCostsNoOtherEntry) {
   }
 }
 
+TEST(CommitFaults, ACommitAsAnotherEntryIsOfThatUrlOrLeavesTheWriterItsOwn) {
+  const std::string other(300, 'o');
+  bool isReached = true;
+  for (std::uint64_t k = 1; isReached; ++k) {
+    const CacheDirectory directory{{100000, 3, 65536}};
+    const auto session = OpenSession(OptionsFor(directory.Path()));
+    Error error;
+    const auto writer = Write(*session, "own", "content", &error);
+    allocationFaults.Arm(k, Mode::kOnce);
+    const bool isCommitted = !writer->CommitAs(other, "m");
+    isReached = allocationFaults.WasReached();
+    allocationFaults.Disarm();
+    const bool isThere = Fetch(*session, other) == "content|m";
+    EXPECT_TRUE(isThere || !isCommitted) << k;
+    if (isThere) continue;
+    EXPECT_FALSE(writer->Commit("m")) << k;
+    EXPECT_EQ(Fetch(*session, "own"), "content|m") << k;
+  }
+}
+
 // A commit at each of its stages, and a pair that is no entry. What is done to its entry before the
 // commit can be finished is not undone by finishing it.
 TEST(CommitFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
