@@ -42,7 +42,9 @@ bool HasOtherValidator(const HeaderList& news, const StoredAnswer& stored) {
 bool IsWorthWriting(const StoredAnswer& before, const StoredAnswer& after, bool heuristic) {
   const CacheControl control = ParseCacheControl(after.headers);
   const Freshness freshness = FreshnessOf(after, after.responseTime, heuristic);
-  if (freshness.lifetime > 0 || control.staleIfError || control.staleWhileRevalidate) return true;
+  const bool mayServe =
+      freshness.lifetime > 0 || control.staleIfError || control.staleWhileRevalidate;
+  if (mayServe && !freshness.isAgeUnknown) return true;
   const auto lasting = [](HeaderList headers) {
     for (const char* name : {"Age", "Date"})
       Remove(&headers, name);
@@ -251,8 +253,9 @@ Error ServerExchange::WhyNotKept(const StoredAnswer& answer, std::uint64_t bodyB
   }
   const Freshness freshness =
       FreshnessOf(answer, answer.responseTime, state_.options.heuristicFreshness);
-  if (answer.status >= kFirstError && freshness.lifetime <= freshness.age) {
-    return NotStored("an error without a lifetime is not kept");
+  const bool isFresh = !freshness.isAgeUnknown && freshness.lifetime > freshness.age;
+  if (answer.status >= kFirstError && !isFresh) {
+    return NotStored("an error that is not fresh is not kept");
   }
   StoredAnswer longest = answer;
   longest.bodyBytes = limit;

@@ -274,6 +274,18 @@ TEST_F(HttpTest, RenewsOnlyWhatMayBeStored) {
   EXPECT_EQ(Get(server.Url("/other"), With("Cookie", "x")), "revalidated 200 body");
   EXPECT_EQ(Metadata(server.Url("/other")).find("X-New"), std::string::npos);
   EXPECT_NE(Metadata(server.Url("/other")).find("ETag: \"2\""), std::string::npos);
+  // By a clock that is behind it stays stale all the same.
+  const std::string ahead = std::string(kFresh) + "Date: Fri, 31 Dec 9999 23:59:59 GMT\r\n";
+  server.SetAnswer(Always(Whole("ETag: \"1\"\r\n" + ahead, "body")));
+  Get(server.Url("/ahead"));
+  server.SetAnswer(Always("HTTP/1.1 304 Same\r\n" + ahead + "\r\n"));
+  const std::uint64_t renewals = session_->Statistics().renewals;
+  EXPECT_EQ(Get(server.Url("/ahead")), "revalidated 200 body");
+  EXPECT_EQ(session_->Statistics().renewals, renewals);
+  server.SetAnswer(Always(Whole(ahead, "gone", "404 Not Found")));
+  Get(server.Url("/ahead"));
+  EXPECT_NE(Metadata(server.Url("/ahead")), "");
+  EXPECT_EQ(answer_->outcome, Outcome::kUncached);
   server.SetAnswer(Always("HTTP/1.1 200 OK\r\nETag: \"1\"\r\nCache-Control: no-store\r\n\r\n"));
   EXPECT_EQ(client_->Head(server.Url("/head"), {}, &error_)->outcome, Outcome::kUncached);
   EXPECT_EQ(Metadata(server.Url("/head")), "");
