@@ -298,6 +298,28 @@ TEST_F(HttpTest, RenewsOnlyWhatMayBeStored) {
   EXPECT_EQ(Metadata(server.Url("/gone")), "");
 }
 
+TEST_F(HttpTest, AnAnswerThatTookThePlaceOfAnotherStays) {
+  RawServer server(Always(Whole("Cache-Control: max-age=0\r\n", "old")));
+  const std::string url = server.Url("/");
+  client_.reset();
+  session_.reset();
+  session::SessionOptions options = OptionsFor(directory_.Path());
+  bool isReplaced = false;
+  options.onEviction = [&](const session::Eviction&) {
+    if (std::exchange(isReplaced, true)) return;
+    EXPECT_FALSE(Store(*session_, url, "b", "another's"));
+  };
+  session_ = OpenSession(options);
+  client_ = http::Client::Open(*session_, {}, &error_);
+  for (int i = 0; i < 9; ++i)
+    ASSERT_FALSE(Store(*session_, std::to_string(i), std::string(110000, 'x'), "m"));
+  Get(url);
+  const std::string news(150000, 'n');
+  server.SetAnswer(Always(Whole(kFresh, news)));
+  EXPECT_EQ(Get(url), "uncached 200 " + news);
+  EXPECT_EQ(Metadata(url), "another's");
+}
+
 TEST_F(HttpTest, WhatVariesOnlySinceItWasRenewedIsStillOfOneVariant) {
   RawServer server(Always(""));
   const RequestOptions english = With("Accept-Language", "en");
