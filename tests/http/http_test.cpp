@@ -344,6 +344,31 @@ TEST_F(HttpTest, VariantsAndMethods) {
   EXPECT_EQ(Metadata(url), "");
 }
 
+TEST_F(HttpTest, AStoredBodyThatCannotBeReadIsAskedForAnew) {
+  RawServer server(Always(Whole(kFresh, "body")));
+  Get(server.Url("/"));
+  struct : http::BodyReceiver {
+    Error OnBegin() override {
+      std::filesystem::resize_file(path, bytes);
+      return {};
+    }
+    Error OnData(const void*, std::size_t) override { return own; }
+    std::string path;
+    std::size_t bytes = 4;
+    Error own = MakeError(ErrorKind::kCancelled, "enough");
+  } receiver;
+  receiver.path = session_->Fetch(server.Url("/"), &error_)->path;
+  RequestOptions options;
+  options.receiver = &receiver;
+  EXPECT_EQ(Get(server.Url("/"), options), "error 11");
+  EXPECT_EQ(ReadWhole(receiver.path), "body");
+  receiver.own = {};
+  receiver.bytes = 1;
+  EXPECT_EQ(Get(server.Url("/"), options), "error 7");
+  EXPECT_EQ(ReadWhole(receiver.path), "(missing)");
+  EXPECT_EQ(Get(server.Url("/")), "miss 200 body");
+}
+
 // Of unknown length, so that it is found too large only when a part of it is in the cache.
 TEST_F(HttpTest, WhatTheCacheRefusesIsDeliveredNevertheless) {
   const std::string body = Bytes(3, 300000);
