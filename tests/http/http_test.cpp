@@ -1,6 +1,9 @@
 // What programs rely on: shared downloads, resumed bodies, renewals, variants. What RFC 9111 asks
 // of a cache, scripts/prove holds it to with the public suite.
+#include <sys/resource.h>
+
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 
 #include "tests/http/http_rig.h"
@@ -380,6 +383,15 @@ TEST_F(HttpTest, WhatTheCacheRefusesIsDeliveredNevertheless) {
   server.SetAnswer(Always(Whole("", "gone", "404 Not Found")));
   EXPECT_EQ(client_->GetTo(server.Url("/"), directory_ / "none", {}, &error_)->status, 404);
   EXPECT_EQ(ReadWhole(directory_ / "none"), "(missing)");
+  // Nor is there room for it elsewhere.
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit limit;
+  getrlimit(RLIMIT_FSIZE, &limit);
+  const rlimit nothing{0, limit.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &nothing);
+  EXPECT_EQ(Get(server.Url("/")), "error 7");
+  setrlimit(RLIMIT_FSIZE, &limit);
+  EXPECT_TRUE(std::filesystem::is_directory(error_.path)) << error_.Message();
 }
 
 }  // namespace
