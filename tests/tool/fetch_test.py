@@ -8,6 +8,7 @@ import pty
 import re
 import signal
 import socket
+import ssl
 import struct
 import subprocess
 import sys
@@ -18,7 +19,7 @@ import unittest
 import zlib
 from email.utils import formatdate
 
-from tool_case import INPUT_OUTPUT, NOT_DONE, TOOL, USAGE, ToolCase
+from tool_case import DONE, INPUT_OUTPUT, NOT_DONE, TOOL, USAGE, ToolCase
 
 SKIPPED = 77
 MODIFIED = "Mon, 05 Jan 2026 10:00:00 GMT"
@@ -78,7 +79,13 @@ class Answer(http.server.BaseHTTPRequestHandler):
 class Fetches(ToolCase):
     def setUp(self):
         super().setUp()
+        self.begin_server()
+
+    def begin_server(self, security=None):
         self.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Answer)
+        self.scheme = "https" if security else "http"
+        if security:
+            self.server.socket = security.wrap_socket(self.server.socket, server_side=True)
         self.server.files, self.server.statuses = {}, []
         self.server.released = threading.Event()
         threading.Thread(target=self.server.serve_forever, args=[0.01], daemon=True).start()
@@ -87,7 +94,7 @@ class Fetches(ToolCase):
         self.addCleanup(self.server.released.set)
 
     def url(self, path):
-        return f"http://127.0.0.1:{self.server.server_address[1]}/{path}"
+        return f"{self.scheme}://127.0.0.1:{self.server.server_address[1]}/{path}"
 
     def serve(self, path, content):
         self.server.files["/" + path] = content
@@ -156,6 +163,28 @@ class Fetches(ToolCase):
                 with self.subTest(words):
                     self.run_tool("fetch", *words, status=status, says=says)
         self.assertEqual(self.report("ls"), [])
+
+    def test_who_is_trusted_and_who_the_tool_is(self):
+        # One certificate for all: of the authority, of the server and of the client.
+        subprocess.run("openssl req -x509 -newkey rsa:2048 -nodes -subj /CN=test -days 2 -keyout key"
+                       " -out cert -addext subjectAltName=IP:127.0.0.1", shell=True, check=True,
+                       cwd=self.scratch, stderr=subprocess.DEVNULL)
+        trust, own, stale = ["--cacert", "cert"], ["--cert", "cert", "--key", "key"], ["--stale-if-error"]
+        for asks, runs in [(ssl.CERT_NONE, [([], "FAILED.*certificate"), (trust, "MISS"),
+                                            ([], "FAILED.*certificate"), (stale, "STALE.*certificate"),
+                                            (trust, "REVALIDATED")]),
+                           (ssl.CERT_REQUIRED, [(trust, "FAILED"), (trust + own, "MISS"),
+                                                (trust + own[:2], "FAILED"), (trust + stale, "STALE")])]:
+            security = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+            security.load_cert_chain(self.path("cert"), self.path("key"))
+            security.load_verify_locations(self.path("cert"))
+            security.verify_mode = asks
+            self.begin_server(security)
+            url = self.serve("plain/file", b"content")
+            for words, says in runs:
+                with self.subTest((asks, words)):
+                    self.run_tool("fetch", url, *words, says=says,
+                                  status=INPUT_OUTPUT if "FAILED" in says else DONE)
 
     def test_what_is_too_large_is_delivered_but_not_stored(self):
         self.run_tool("init", "--max-entry-size", "64K")
