@@ -158,6 +158,10 @@ class Fetches(ToolCase):
                      (INPUT_OUTPUT, "connect", [closed]),
                      (USAGE, "FAILED ftp", ["ftp://127.0.0.1/x"]),
                      (INPUT_OUTPUT, "FAILED.*no http", [self.url("away")]),
+                     (INPUT_OUTPUT, "time", ["--timeout", "0.3", self.serve("hanging/x", b"")]),
+                     (NOT_DONE, "not stored", ["-H", "X-Empty:", "-H", "Cache-Control: only-if-cached",
+                                               closed]),
+                     (USAGE, "Name: value", ["-H", "Cache-Control", closed]),
                      (USAGE, "directory", ["-o", "-", closed, closed])]
             for status, says, words in cases:
                 with self.subTest(words):
@@ -213,12 +217,16 @@ class Fetches(ToolCase):
         self.assertEqual(len(os.listdir(self.path("files"))), len(urls))
 
     def test_a_proxy_is_used_whatever_the_environment_excepts_and_its_password_is_not_told(self):
-        url = "http://nowhere.invalid/x"
+        # Longer than a name can be, so that nobody is asked for it.
+        url = f"http://{'x' * 64}.invalid/x"
         self.server.files[url] = b"by proxy"
         self.assertEqual(self.run_tool("fetch", "--proxy", self.url(""), url), b"by proxy")
         for proxy in ("http://u:secret@h:bad", "foo://u:secret@h"):
             self.run_tool("fetch", "--refresh", "--proxy", proxy, url, status=INPUT_OUTPUT,
                           says=r"\A(?!.*secret).*FAILED")
+        self.run_tool("fetch", "--refresh", url, status=INPUT_OUTPUT, says="FAILED.*resolve")
+        out = self.run_tool("fetch", "--refresh", "--stale-if-error", url, says="STALE.*resolve")
+        self.assertEqual(out, b"by proxy")
 
     def test_file_names_have_no_password(self):
         root = self.serve("", b"root").rstrip("/")
@@ -289,18 +297,19 @@ class Fetches(ToolCase):
 
     def test_no_progress_where_the_content_appears(self):
         url = self.serve("no-store/file", b"x" * 100000)
-        for is_shown in (True, False):
+        for is_shown, kind in ((True, "xterm"), (False, "xterm"), (False, "dumb")):
             master, terminal = pty.openpty()
             fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 20, 0, 0))
             with subprocess.Popen([TOOL, "--dir", self.cache, "fetch", url], stderr=terminal,
-                                  stdout=subprocess.DEVNULL if is_shown else terminal,
-                                  env=dict(os.environ, TERM="xterm")) as child:
+                                  stdout=terminal if (is_shown, kind) == (False, "xterm")
+                                  else subprocess.DEVNULL, env=dict(os.environ, TERM=kind)) as child:
                 os.close(terminal)
                 shown = b""
                 while b"UNCACHED" not in shown:
                     shown += os.read(master, 4096)
             lines = re.findall(rb"\r([^\r]*/1 files[^\r]*)\x1b\[K", shown)
             self.assertEqual({len(line) for line in lines}, {19} if is_shown else set())
+            self.assertEqual(b"\x1b" in shown, is_shown)
             os.close(master)
 
 
