@@ -69,7 +69,7 @@ Error BodyTarget::WriteToFile(const char* data, std::size_t bytes) {
     if (error) return error;
   }
   if (WriteAll(file_.Get(), data, bytes)) return {};
-  return SystemError("cannot write a temporary file in", temporaryDirectory_);
+  return SystemError("cannot write a temporary file in", DirectoryOrDefault(temporaryDirectory_));
 }
 
 }  // namespace ox::internal::http

@@ -43,11 +43,17 @@ Answer AnswerOf(const GetRequest& request, StoredEntry stored) {
   return answer;
 }
 
-Error GiveToReceiver(const Answer& answer, ox::http::BodyReceiver& receiver) {
+Error GiveToReceiver(const GetRequest& request, const Answer& answer) {
+  ox::http::BodyReceiver& receiver = *request.options.receiver;
   if (Error error = receiver.OnBegin()) return error;
-  return ReadAll(
-      answer.content.Get(), answer.size,
-      [&receiver](const char* data, std::size_t bytes) { return receiver.OnData(data, bytes); });
+  Error refused;
+  const auto give = [&](const char* data, std::size_t bytes) {
+    return refused = receiver.OnData(data, bytes);
+  };
+  Error error = ReadAll(answer.content.Get(), answer.size, give);
+  // What cannot be read is no use to the next request either, which now asks the server.
+  if (error && !refused) request.state.session.Remove(request.url.text);
+  return error;
 }
 
 }  // namespace
@@ -126,7 +132,7 @@ Result DeliverStored(const GetRequest& request, StoredEntry stored, ox::http::Ou
     lseek(answer.content.Get(), static_cast<off_t>(range->first), SEEK_SET);
   }
   if (request.options.receiver != nullptr && answer.status / 100 == 2) {
-    *error = GiveToReceiver(answer, *request.options.receiver);
+    *error = GiveToReceiver(request, answer);
     if (*error) return std::nullopt;
   }
   return answer;

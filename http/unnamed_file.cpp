@@ -12,13 +12,13 @@ namespace {
 
 constexpr std::size_t kPieceBytes = 65536;
 
+}  // namespace
+
 std::string DirectoryOrDefault(const std::string& directory) {
   if (!directory.empty()) return directory;
   const char* fromEnvironment = std::getenv("TMPDIR");
   return fromEnvironment != nullptr && *fromEnvironment != '\0' ? fromEnvironment : "/tmp";
 }
-
-}  // namespace
 
 UniqueFd MakeUnnamedFile(const std::string& directory, Error* error) {
   const std::string place = DirectoryOrDefault(directory);

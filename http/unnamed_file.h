@@ -11,8 +11,10 @@
 
 namespace ox::internal::http {
 
-// An empty file for writing and reading, gone once it is closed. `directory` may be empty: $TMPDIR,
-// otherwise /tmp.
+// The directory itself, or when it is empty $TMPDIR, otherwise /tmp.
+std::string DirectoryOrDefault(const std::string& directory);
+
+// An empty file for writing and reading, gone once it is closed, in the directory or its default.
 UniqueFd MakeUnnamedFile(const std::string& directory, Error* error);
 
 // Gives `bytes` bytes of the file, from its position on, to `take`, until that returns an error.

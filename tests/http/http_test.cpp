@@ -1,6 +1,9 @@
 // What programs rely on: shared downloads, resumed bodies, renewals, variants. What RFC 9111 asks
 // of a cache, scripts/prove holds it to with the public suite.
+#include <sys/resource.h>
+
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 
 #include "tests/http/http_rig.h"
@@ -378,6 +381,31 @@ TEST_F(HttpTest, VariantsAndMethods) {
   EXPECT_EQ(Metadata(url), "");
 }
 
+TEST_F(HttpTest, AStoredBodyThatCannotBeReadIsAskedForAnew) {
+  RawServer server(Always(Whole(kFresh, "body")));
+  Get(server.Url("/"));
+  struct : http::BodyReceiver {
+    Error OnBegin() override {
+      std::filesystem::resize_file(path, bytes);
+      return {};
+    }
+    Error OnData(const void*, std::size_t) override { return own; }
+    std::string path;
+    std::size_t bytes = 4;
+    Error own = MakeError(ErrorKind::kCancelled, "enough");
+  } receiver;
+  receiver.path = session_->Fetch(server.Url("/"), &error_)->path;
+  RequestOptions options;
+  options.receiver = &receiver;
+  EXPECT_EQ(Get(server.Url("/"), options), "error 11");
+  EXPECT_EQ(ReadWhole(receiver.path), "body");
+  receiver.own = {};
+  receiver.bytes = 1;
+  EXPECT_EQ(Get(server.Url("/"), options), "error 7");
+  EXPECT_EQ(ReadWhole(receiver.path), "(missing)");
+  EXPECT_EQ(Get(server.Url("/")), "miss 200 body");
+}
+
 // Of unknown length, so that it is found too large only when a part of it is in the cache.
 TEST_F(HttpTest, WhatTheCacheRefusesIsDeliveredNevertheless) {
   const std::string body = Bytes(3, 300000);
@@ -389,6 +417,15 @@ TEST_F(HttpTest, WhatTheCacheRefusesIsDeliveredNevertheless) {
   server.SetAnswer(Always(Whole("", "gone", "404 Not Found")));
   EXPECT_EQ(client_->GetTo(server.Url("/"), directory_ / "none", {}, &error_)->status, 404);
   EXPECT_EQ(ReadWhole(directory_ / "none"), "(missing)");
+  // Nor is there room for it elsewhere.
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit limit;
+  getrlimit(RLIMIT_FSIZE, &limit);
+  const rlimit nothing{0, limit.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &nothing);
+  EXPECT_EQ(Get(server.Url("/")), "error 7");
+  setrlimit(RLIMIT_FSIZE, &limit);
+  EXPECT_TRUE(std::filesystem::is_directory(error_.path)) << error_.Message();
 }
 
 }  // namespace

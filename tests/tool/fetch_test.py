@@ -8,6 +8,7 @@ import pty
 import re
 import signal
 import socket
+import ssl
 import struct
 import subprocess
 import sys
@@ -18,7 +19,7 @@ import unittest
 import zlib
 from email.utils import formatdate
 
-from tool_case import INPUT_OUTPUT, NOT_DONE, TOOL, USAGE, ToolCase
+from tool_case import DONE, INPUT_OUTPUT, NOT_DONE, TOOL, USAGE, ToolCase
 
 SKIPPED = 77
 MODIFIED = "Mon, 05 Jan 2026 10:00:00 GMT"
@@ -78,7 +79,13 @@ class Answer(http.server.BaseHTTPRequestHandler):
 class Fetches(ToolCase):
     def setUp(self):
         super().setUp()
+        self.begin_server()
+
+    def begin_server(self, security=None):
         self.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Answer)
+        self.scheme = "https" if security else "http"
+        if security:
+            self.server.socket = security.wrap_socket(self.server.socket, server_side=True)
         self.server.files, self.server.statuses = {}, []
         self.server.released = threading.Event()
         threading.Thread(target=self.server.serve_forever, args=[0.01], daemon=True).start()
@@ -87,7 +94,7 @@ class Fetches(ToolCase):
         self.addCleanup(self.server.released.set)
 
     def url(self, path):
-        return f"http://127.0.0.1:{self.server.server_address[1]}/{path}"
+        return f"{self.scheme}://127.0.0.1:{self.server.server_address[1]}/{path}"
 
     def serve(self, path, content):
         self.server.files["/" + path] = content
@@ -151,11 +158,37 @@ class Fetches(ToolCase):
                      (INPUT_OUTPUT, "connect", [closed]),
                      (USAGE, "FAILED ftp", ["ftp://127.0.0.1/x"]),
                      (INPUT_OUTPUT, "FAILED.*no http", [self.url("away")]),
+                     (INPUT_OUTPUT, "time", ["--timeout", "0.3", self.serve("hanging/x", b"")]),
+                     (NOT_DONE, "not stored", ["-H", "X-Empty:", "-H", "Cache-Control: only-if-cached",
+                                               closed]),
+                     (USAGE, "Name: value", ["-H", "Cache-Control", closed]),
                      (USAGE, "directory", ["-o", "-", closed, closed])]
             for status, says, words in cases:
                 with self.subTest(words):
                     self.run_tool("fetch", *words, status=status, says=says)
         self.assertEqual(self.report("ls"), [])
+
+    def test_who_is_trusted_and_who_the_tool_is(self):
+        # One certificate for all: of the authority, of the server and of the client.
+        subprocess.run("openssl req -x509 -newkey rsa:2048 -nodes -subj /CN=test -days 2 -keyout key"
+                       " -out cert -addext subjectAltName=IP:127.0.0.1", shell=True, check=True,
+                       cwd=self.scratch, stderr=subprocess.DEVNULL)
+        trust, own, stale = ["--cacert", "cert"], ["--cert", "cert", "--key", "key"], ["--stale-if-error"]
+        for asks, runs in [(ssl.CERT_NONE, [([], "FAILED.*certificate"), (trust, "MISS"),
+                                            ([], "FAILED.*certificate"), (stale, "STALE.*certificate"),
+                                            (trust, "REVALIDATED")]),
+                           (ssl.CERT_REQUIRED, [(trust, "FAILED"), (trust + own, "MISS"),
+                                                (trust + own[:2], "FAILED"), (trust + stale, "STALE")])]:
+            security = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+            security.load_cert_chain(self.path("cert"), self.path("key"))
+            security.load_verify_locations(self.path("cert"))
+            security.verify_mode = asks
+            self.begin_server(security)
+            url = self.serve("plain/file", b"content")
+            for words, says in runs:
+                with self.subTest((asks, words)):
+                    self.run_tool("fetch", url, *words, says=says,
+                                  status=INPUT_OUTPUT if "FAILED" in says else DONE)
 
     def test_what_is_too_large_is_delivered_but_not_stored(self):
         self.run_tool("init", "--max-entry-size", "64K")
@@ -184,12 +217,16 @@ class Fetches(ToolCase):
         self.assertEqual(len(os.listdir(self.path("files"))), len(urls))
 
     def test_a_proxy_is_used_whatever_the_environment_excepts_and_its_password_is_not_told(self):
-        url = "http://nowhere.invalid/x"
+        # Longer than a name can be, so that nobody is asked for it.
+        url = f"http://{'x' * 64}.invalid/x"
         self.server.files[url] = b"by proxy"
         self.assertEqual(self.run_tool("fetch", "--proxy", self.url(""), url), b"by proxy")
         for proxy in ("http://u:secret@h:bad", "foo://u:secret@h"):
             self.run_tool("fetch", "--refresh", "--proxy", proxy, url, status=INPUT_OUTPUT,
                           says=r"\A(?!.*secret).*FAILED")
+        self.run_tool("fetch", "--refresh", url, status=INPUT_OUTPUT, says="FAILED.*resolve")
+        out = self.run_tool("fetch", "--refresh", "--stale-if-error", url, says="STALE.*resolve")
+        self.assertEqual(out, b"by proxy")
 
     def test_file_names_have_no_password(self):
         root = self.serve("", b"root").rstrip("/")
@@ -260,18 +297,19 @@ class Fetches(ToolCase):
 
     def test_no_progress_where_the_content_appears(self):
         url = self.serve("no-store/file", b"x" * 100000)
-        for is_shown in (True, False):
+        for is_shown, kind in ((True, "xterm"), (False, "xterm"), (False, "dumb")):
             master, terminal = pty.openpty()
             fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 20, 0, 0))
             with subprocess.Popen([TOOL, "--dir", self.cache, "fetch", url], stderr=terminal,
-                                  stdout=subprocess.DEVNULL if is_shown else terminal,
-                                  env=dict(os.environ, TERM="xterm")) as child:
+                                  stdout=terminal if (is_shown, kind) == (False, "xterm")
+                                  else subprocess.DEVNULL, env=dict(os.environ, TERM=kind)) as child:
                 os.close(terminal)
                 shown = b""
                 while b"UNCACHED" not in shown:
                     shown += os.read(master, 4096)
             lines = re.findall(rb"\r([^\r]*/1 files[^\r]*)\x1b\[K", shown)
             self.assertEqual({len(line) for line in lines}, {19} if is_shown else set())
+            self.assertEqual(b"\x1b" in shown, is_shown)
             os.close(master)
 
 
