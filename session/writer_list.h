@@ -50,7 +50,7 @@ class WriterList {
 
   bool Contains(const std::string& id) const;
   const std::vector<WriterShare*>& Shares() const { return shares_; }
-  // Whether any has called KeepAs.
+  // Whether any has a kept commit file.
   bool HaveKept() const;
   std::uint64_t GrantedBytes() const;
 
