@@ -362,6 +362,27 @@ TEST_F(HttpTest, VariantsAndMethods) {
   EXPECT_EQ(Metadata(url) + Metadata(server.Url("/list")), "");
 }
 
+TEST_F(HttpTest, WhatIsChangedAtTheMomentItIsStoredIsNotKept) {
+  RawServer server(Always(Whole(kFresh, "body")));
+  const std::string url = server.Url("/");
+  client_.reset();
+  session_.reset();
+  SessionOptions options = OptionsFor(directory_.Path());
+  options.onEviction = [&](const session::Eviction&) {
+    Error error;
+    client_->Send("POST", url, "", {}, &error);
+  };
+  session_ = OpenSession(options);
+  client_ = http::Client::Open(*session_, {}, &error_);
+  for (int i = 0; i < 50; ++i)
+    Store(*session_, std::to_string(i), "content", "metadata");
+  answer_ = client_->GetTo(url, directory_ / "copy", {}, &error_);
+  EXPECT_EQ(server.Requests().size(), 2u);
+  EXPECT_EQ(answer_->outcome, Outcome::kUncached);
+  EXPECT_EQ(answer_->reason.kind, ErrorKind::kRefused);
+  EXPECT_EQ(ReadWhole(directory_ / "copy") + Metadata(url), "body");
+}
+
 TEST_F(HttpTest, AStoredBodyThatCannotBeReadIsAskedForAnew) {
   RawServer server(Always(Whole(kFresh, "body")));
   Get(server.Url("/"));
