@@ -82,6 +82,8 @@ Error DirectoryLock::Take(const std::string& directory) {
 }
 
 bool DirectoryLock::Lock(const std::string& path, int flags) {
+  // Of a lock that is not listed yet a forked child would keep its copy.
+  const std::lock_guard<std::mutex> guard(locksMutex);
   UniqueFd file(OpenRetrying(AT_FDCWD, path.c_str(), flags));
   struct stat status;
   if (!file.IsOpen() || flock(file.Get(), LOCK_EX | LOCK_NB) != 0 ||
@@ -91,7 +93,6 @@ bool DirectoryLock::Lock(const std::string& path, int flags) {
   lockedPath_ = path;
   device_ = status.st_dev;
   inode_ = status.st_ino;
-  const std::lock_guard<std::mutex> guard(locksMutex);
   fd_ = file.Release();
   next_ = firstLock;
   firstLock = this;
@@ -136,7 +137,8 @@ Error DirectoryLock::CheckHeld() const {
 }
 
 FileAt DirectoryLock::At(const std::string& path) const {
-  return IsDirectoryLocked() ? FileAt(fd_, path.c_str() + directory_.size() + 1) : FileAt(path);
+  const bool isByPath = IsHeld() && !IsDirectoryLocked();
+  return isByPath ? FileAt(path) : FileAt(fd_, path.c_str() + directory_.size() + 1);
 }
 
 bool DirectoryLock::Synchronise() const {

@@ -42,6 +42,8 @@ Error Keep(Staging& staging, const std::string& url, const std::string& metadata
   if (!staging.share.keptPath.empty() && staging.share.keptPath != path) {
     return MakeError(ErrorKind::kInvalidArgument, "kept as the entry of another URL already");
   }
+  // A full disk before is no reason to go without the seal.
+  staging.share.fullDisk.mayLackSeal = false;
   internal::StagedMetadata staged(staging);
   std::int64_t time = 0;
   if (Error error = GrantMetadata(staging, metadata, &time)) return error;

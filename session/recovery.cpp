@@ -181,7 +181,13 @@ Error GiveUpCommit(const std::string& directory, const std::string& commitName) 
   const CommitFiles files = FilesOf(directory, commitName, &entryName);
   if (Error error = files.CheckTargets()) return error;
   if (!HasOldEntry(files)) {
-    if (Error error = Delete(files.metadata)) return error;
+    for (const std::string& path : {files.content, files.metadata}) {
+      if (Error error = Delete(path)) return error;
+    }
+    // Without the commit file nothing would tell that old metadata is of other content.
+    if (!files.SynchroniseDirectory() && !MeansItStays(errno)) {
+      return SystemError("cannot synchronise", directory);
+    }
   }
   return Delete(files.commit);
 }

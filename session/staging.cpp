@@ -127,7 +127,9 @@ void Drop(Staging& staging) {
   SessionState& state = *session;
   const MutexLock lock(state.mutex);
   if (staging.outcome.mayBeDecided) {
-    // The restart deletes the content, once the directory is on the medium as it is.
+    // What was kept would become an entry. The content is deleted by the restart, once the
+    // directory is on the medium as it is.
+    static_cast<void>(DropKept(state, staging));
     state.cache.Account().MarkStale();
   } else if (staging.file.IsOpen()) {
     // Finished later, what was kept would take the place of something newer.

@@ -247,9 +247,10 @@ class StoreWriter {
   // Should the process end before Commit, what was written so far becomes the entry of that URL,
   // with this metadata, when the session is opened next; with Durability::kPower after a power cut
   // too. A later call, which must name the same URL, takes the place of an earlier one. It counts
-  // no more once the writer is used up or destroyed. Errors are those of Commit, and kRefused where
-  // the file system keeps no extended attributes; the writer can go on unless its content could not
-  // be synchronised.
+  // no more once the writer is used up or destroyed; a process that ends within Commit may leave
+  // neither it nor the new entry. Errors are those of Commit, and kRefused where the file system
+  // keeps no extended attributes; the writer can go on unless its content could not be
+  // synchronised.
   Error KeepAs(const std::string& url, const std::string& metadata);
 
  private:

@@ -217,19 +217,21 @@ TEST(CommitFaults, AFullDiskTakesOldEntriesForAnInterruptedCommit) {
 TEST(CommitFaults, AFullDiskTakesAnOldEntryForASeal) {
   const struct {
     bool helps;
-    bool isEmpty;
+    std::uint64_t before;
     std::uint64_t entries;  // afterwards
-  } cases[] = {{true, false, 4}, {false, false, 4}, {false, true, 1}};
-  for (const auto& [helps, isEmpty, entries] : cases) {
+  } cases[] = {{true, 4, 4}, {true, 1, 1}, {false, 4, 4}, {false, 0, 1}};
+  for (const auto& [helps, before, entries] : cases) {
     Cache cache(Durability::kProcess);
     Configure(cache.scratch, {100000, 9, 65536});
     cache.Open();
-    ASSERT_FALSE(isEmpty && cache.session->Clear(nullptr));
+    ASSERT_FALSE(cache.session->TrimTo({{}, before, {}}, nullptr));
     static bool isLifted;
+    static std::uint64_t fewest;
+    fewest = before;
     isLifted = helps;
     refusal = {{"fsetxattr"}, ENOSPC};
     beforeChange = [](Cache& disk) {
-      if (isLifted && Look(disk.scratch.Path()).entries.size() < 4) refusal = {};
+      if (isLifted && Look(disk.scratch.Path()).entries.size() < fewest) refusal = {};
     };
     changes.Arm(1, Mode::kFromThereOn);
     EXPECT_TRUE(Store(*cache.session, kNew, 1, &cache.ledger));

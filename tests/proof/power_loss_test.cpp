@@ -11,6 +11,7 @@
 #include <memory>
 #include <vector>
 
+#include "session/durable_io.h"
 #include "session/session_names.h"
 #include "tests/support/crash_states.h"
 #include "tests/support/ledger.h"
@@ -220,6 +221,29 @@ void ReplaceAndRenewWithoutSeal(CacheSession& session, Ledger& ledger) {
   refusal = {};
 }
 
+// A replacement that cannot be finished is given up for the next one.
+void GiveUpAndStore(CacheSession& session, Ledger& ledger) {
+  static std::filesystem::path directory;
+  static Refusal before;
+  before = refusal;
+  Error error;
+  Store(session, "http://a/1", 1, &ledger);
+  directory = session.Fetch("http://a/1", &error)->path;
+  directory = directory.parent_path();
+  internal::SetFileOperationHook([] {
+    const FaultPause pause;
+    const auto staging = Look(directory).staging;
+    const bool isContentPlaced =
+        staging.size() == 1 && staging[0].find(".commit") != std::string::npos;
+    if (isContentPlaced) refusal = {{"fsetxattr", "rename"}, EOPNOTSUPP};
+  });
+  ledger.MayBeGone("http://a/1");
+  EXPECT_FALSE(Store(session, "http://a/1", 2, &ledger));
+  internal::SetFileOperationHook(nullptr);
+  refusal = before;
+  EXPECT_TRUE(Store(session, "http://a/1", 3, &ledger));
+}
+
 // Two writers that overlap, and entries that must go.
 void CrowdedHistory(CacheSession& session, Ledger& ledger) {
   Error error;
@@ -253,6 +277,7 @@ TEST(PowerLoss, AfterEveryOperation) {
                {kWide, false, true, &ReplaceAndRenew},
                {kWide, false, true, &KeepAndReplace},
                {kWide, false, true, &ReplaceAndRenewWithoutSeal},
+               {kWide, false, false, &GiveUpAndStore},
                {kNarrow, true, true, &CrowdedHistory}};
   for (const auto& test : cases) {
     Recording recording(test.limits);
