@@ -290,6 +290,10 @@ TEST(FreshnessTest, WhatMayBeDoneWithAStoredAnswer) {
   StoredAnswer unusual = Answer(date + dayAgo);
   unusual.status = 302;
   EXPECT_EQ(FreshnessOf(unusual, kNow, true).lifetime, 0);
+  std::string ordinary;
+  for (int status = 100; status < 600; ++status)
+    ordinary += IsHeuristicallyCacheable(status) ? std::to_string(status) + " " : "";
+  EXPECT_EQ(ordinary, "200 203 204 206 300 301 308 404 405 410 414 501 ");
   unusual.headers.push_back({"Cache-Control", "public"});
   EXPECT_EQ(FreshnessOf(unusual, kNow, true).lifetime, 8640);
   EXPECT_EQ(FreshnessOf(unusual, kNow, false).lifetime, 0);

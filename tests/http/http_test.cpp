@@ -208,6 +208,18 @@ TEST_F(HttpTest, NotModifiedWritesMetadataAlone) {
   EXPECT_EQ(answer_->HeaderValue("X-New"), "1");
   EXPECT_EQ(std::filesystem::last_write_time(session_->Fetch(server.Url("/"), &error_)->path),
             written);
+  // Nor even that, where a later age would change nothing.
+  RequestOptions refresh;
+  refresh.refresh = true;
+  for (const std::string use : {"", ", stale-if-error=9", ", stale-while-revalidate=9"}) {
+    const std::string url = server.Url("/" + std::to_string(use.size()));
+    const std::string headers = "Cache-Control: max-age=0" + use + "\r\n";
+    server.SetAnswer(Always(Whole("ETag: \"1\"\r\n" + headers, "body")));
+    Get(url);
+    server.SetAnswer(Always("HTTP/1.1 304 Same\r\nAge: 7\r\n" + headers + "\r\n"));
+    EXPECT_EQ(Get(url, refresh), "revalidated 200 body");
+    EXPECT_EQ(Metadata(url).find("Age: 7") != std::string::npos, !use.empty());
+  }
 }
 
 TEST_F(HttpTest, ConditionsAndRangesOfTheCaller) {
@@ -372,13 +384,37 @@ TEST_F(HttpTest, VariantsAndMethods) {
   EXPECT_EQ(Get(url, With("accept-language", "FR,en")), "hit 200 english");
   EXPECT_EQ(Get(url, With("Accept-Language", "de")), "replaced 200 deutsch");
   EXPECT_EQ(client_->Head(url, With("Accept-Language", "de"), &error_)->outcome, Outcome::kHit);
+  EXPECT_EQ(client_->Head(url, With("Accept-Language", "en"), &error_)->status, 200);
+  EXPECT_EQ(Get(url, With("Accept-Language", "de")), "hit 200 deutsch");
   EXPECT_EQ(Get(url, With("Host", "x")), "error 1");
+  Get(server.Url("/list"));
   server.SetAnswer(Always(Whole("", "", "400 Bad")));
   client_->Send("PUT", url, "text", {}, &error_);
   EXPECT_NE(Metadata(url), "");
-  server.SetAnswer(Always(Whole("", "done")));
+  server.SetAnswer(Always(Whole("Content-Location: list\r\n", "done")));
   EXPECT_EQ(client_->Send("DELETE", url, "", {}, &error_)->size, 4u);
-  EXPECT_EQ(Metadata(url), "");
+  EXPECT_EQ(Metadata(url) + Metadata(server.Url("/list")), "");
+}
+
+TEST_F(HttpTest, WhatIsChangedAtTheMomentItIsStoredIsNotKept) {
+  RawServer server(Always(Whole(kFresh, "body")));
+  const std::string url = server.Url("/");
+  client_.reset();
+  session_.reset();
+  SessionOptions options = OptionsFor(directory_.Path());
+  options.onEviction = [&](const session::Eviction&) {
+    Error error;
+    client_->Send("POST", url, "", {}, &error);
+  };
+  session_ = OpenSession(options);
+  client_ = http::Client::Open(*session_, {}, &error_);
+  for (int i = 0; i < 50; ++i)
+    Store(*session_, std::to_string(i), "content", "metadata");
+  answer_ = client_->GetTo(url, directory_ / "copy", {}, &error_);
+  EXPECT_EQ(server.Requests().size(), 2u);
+  EXPECT_EQ(answer_->outcome, Outcome::kUncached);
+  EXPECT_EQ(answer_->reason.kind, ErrorKind::kRefused);
+  EXPECT_EQ(ReadWhole(directory_ / "copy") + Metadata(url), "body");
 }
 
 TEST_F(HttpTest, AStoredBodyThatCannotBeReadIsAskedForAnew) {

@@ -307,7 +307,7 @@ class Fetches(ToolCase):
                 shown = b""
                 while b"UNCACHED" not in shown:
                     shown += os.read(master, 4096)
-            lines = re.findall(rb"\r([^\r]*/1 files[^\r]*)\x1b\[K", shown)
+            lines = re.findall(rb"\r(./1 files[^\r]*)\x1b\[K", shown)
             self.assertEqual({len(line) for line in lines}, {19} if is_shown else set())
             self.assertEqual(b"\x1b" in shown, is_shown)
             os.close(master)
