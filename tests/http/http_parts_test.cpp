@@ -10,6 +10,7 @@
 #include "http/byte_range.h"
 #include "http/freshness.h"
 #include "http/http_date.h"
+#include "http/stored_answer.h"
 #include "http/url.h"
 #include "http/validation.h"
 #include "http/vary.h"
@@ -353,6 +354,67 @@ TEST(ValidationTest, ConditionsAndValidators) {
   EXPECT_EQ(Combined(stored.headers, "X") + Combined(stored.headers, "ETag"), "newe");
   EXPECT_EQ(stored.headers.size(), 3u);
   EXPECT_TRUE(stored.requestTime == 3 && stored.responseTime == 4);
+}
+
+// The text stays on devices from one version to the next.
+TEST(StoredAnswerTest, TheTextOnDisk) {
+  const std::string text =
+      "URL: http://h/%7F\n"
+      "HTTP: 1 404 1700000000 1700000001 5 7\n"
+      ">A: 1\n"
+      "Vary: A\n"
+      "Age: 3\n"
+      "ETag: e\n"
+      "X: 100%25 %C3%A9 %7F ~%09\n"
+      "Server: s\n"
+      "Via: v\n";
+  StoredAnswer answer =
+      Answer("Via: v\nServer: s\nX: 100% \xC3\xA9 \x7F ~\t\nETag: e\nAge: 3\nVary: A");
+  answer.status = 404;
+  answer.responseTime += 1;
+  answer.bodyBytes = 5;
+  answer.wholeBytes = 7;
+  answer.varied = Headers("A: 1");
+  const std::string url = "http://h/\x7F";
+  ASSERT_EQ(ToMetadata(answer, url), text);
+  // No field value may have the one control character, so that header is not read back.
+  const auto again = FromMetadata(std::string(text).replace(text.find(" %7F"), 4, ""), url);
+  ASSERT_TRUE(again);
+  EXPECT_TRUE(again->status == 404 && again->requestTime == kNow &&
+              again->responseTime == kNow + 1 && again->bodyBytes == 5 && again->wholeBytes == 7);
+  EXPECT_EQ(Combined(again->headers, "X"), "100% \xC3\xA9 ~\t");
+  EXPECT_EQ(Combined(again->varied, "A"), "1");
+  EXPECT_EQ(again->headers.size(), 6u);
+  EXPECT_EQ(FromMetadata(text, url)->headers.size(), 5u);
+  for (std::size_t i = 0; i + 1 < text.find(">A"); ++i) {
+    EXPECT_FALSE(FromMetadata(text.substr(0, i), url)) << i;
+  }
+  for (const char* bad : {"HTTP: 2 404 1 1 5 7", "HTTP: 1 x 1 1 5 7", "HTTP: 1 404 1 1 5 7 8",
+                          "HTTP: 1 404 1 1 -5 7", "HTTP: 1 404 1099511627776 1 5 7",
+                          "HTTP: 1 404 1 -1099511627776 5 7", "http: 1 404 1 1 5 7"}) {
+    EXPECT_FALSE(FromMetadata("URL: http://h/\n" + std::string(bad) + "\n", "http://h/")) << bad;
+  }
+  EXPECT_FALSE(FromMetadata(text, "http://h/"));
+  // Only two hexadecimal digits mean a character.
+  for (const char* plain : {"%", "%4", "%4g", "%g4", "%4@", "%a4"}) {
+    const auto read = FromMetadata(
+        "URL: u\nHTTP: 1 200 1 1 5 7\nX: " + std::string(plain) + "\nno header\n", "u");
+    ASSERT_TRUE(read && read->headers.size() == 1);
+    EXPECT_EQ(read->headers[0].value, plain);
+  }
+  // A long URL stands as its beginning and its 64-bit FNV-1a sum.
+  const std::string longest = "http://h/" + std::string(291, 'a');
+  EXPECT_EQ(ToMetadata(answer, longest)->substr(5, 301), longest + "\n");
+  EXPECT_EQ(ToMetadata(answer, longest + "a")->substr(5, 320), longest + "...62a7c26a3d88f11e\n");
+  // What does not fit: of less use, so it is left out; needed, so nothing is stored.
+  answer.headers = Headers("X: " + std::string(1000, 'x') + "\nETag: e\nAge: 3");
+  EXPECT_EQ(FromMetadata(*ToMetadata(answer, url), url)->headers.size(), 2u);
+  answer.headers = Headers("Vary: ");
+  const std::size_t left = 1024 - ToMetadata(answer, url)->size();
+  answer.headers = Headers("Vary: " + std::string(left, 'x'));
+  EXPECT_EQ(ToMetadata(answer, url)->size(), 1024u);
+  answer.headers[0].value += 'x';
+  EXPECT_FALSE(ToMetadata(answer, url));
 }
 
 TEST(VaryTest, RequestsThatAreTheSame) {

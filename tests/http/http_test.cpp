@@ -5,6 +5,7 @@
 #include <atomic>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 
 #include "tests/http/http_rig.h"
 
@@ -144,7 +145,11 @@ TEST_F(HttpTest, ABodyThatBrokeOffIsResumedAfterARestart) {
       if (problem == "unreadable") std::filesystem::resize_file(kept->path, 10);
       connection.Send(part);
     });
-    EXPECT_EQ(Get(url), "miss 200 " + news) << problem;
+    const std::string copy = directory_ / "copy";
+    answer_ = client_->GetTo(url, copy, {}, &error_);
+    EXPECT_TRUE(answer_ && answer_->outcome == Outcome::kMiss) << problem;
+    EXPECT_EQ(ReadWhole(copy), news) << problem;
+    EXPECT_EQ(Get(url), "hit 200 " + news) << problem;
     EXPECT_EQ(Metadata(url + "#part"), "") << problem;
   }
   // A server that does not know If-Range has another version.
@@ -222,6 +227,27 @@ TEST_F(HttpTest, NotModifiedWritesMetadataAlone) {
   }
 }
 
+TEST_F(HttpTest, WhatTheRequestAllows) {
+  RawServer server(Always(Whole(kTagged, "old")));
+  Get(server.Url("/"));
+  const RequestOptions onlyCached = With("Cache-Control", "only-if-cached");
+  EXPECT_EQ(Get(server.Url("/"), With("Cache-Control", "max-stale")), "stale 200 old");
+  EXPECT_EQ(answer_->reason.kind, ErrorKind::kRefused);
+  EXPECT_EQ(Get(server.Url("/"), onlyCached), "error 2");
+  EXPECT_FALSE(client_->Head(server.Url("/"), onlyCached, &error_));
+  EXPECT_EQ(error_.kind, ErrorKind::kNotFound);
+  RequestOptions offline;
+  offline.offline = true;
+  EXPECT_EQ(client_->Head(server.Url("/"), offline, &error_)->outcome, Outcome::kStale);
+  EXPECT_FALSE(client_->Head(server.Url("/none"), offline, &error_));
+  EXPECT_EQ(error_.kind, ErrorKind::kNotFound);
+  EXPECT_FALSE(client_->Send("POST", server.Url("/"), "", offline, &error_));
+  EXPECT_EQ(error_.kind, ErrorKind::kNotFound);
+  EXPECT_FALSE(client_->Send("NO METHOD", server.Url("/"), "", {}, &error_));
+  EXPECT_EQ(error_.kind, ErrorKind::kInvalidArgument);
+  EXPECT_EQ(server.Requests().size(), 1u);
+}
+
 TEST_F(HttpTest, ConditionsAndRangesOfTheCaller) {
   RawServer server(Always(Whole(kFresh, "gone", "404 Not Found")));
   Get(server.Url("/gone"));
@@ -233,6 +259,49 @@ TEST_F(HttpTest, ConditionsAndRangesOfTheCaller) {
   });
   EXPECT_EQ(Get(server.Url("/part"), With("Range", "bytes=1-2")), "uncached 206 od");
   EXPECT_EQ(answer_->HeaderValue("Content-Range"), "bytes 1-2/4");
+  // A server that packs it all the same.
+  server.SetAnswer(Always(Whole(kFresh + std::string("Content-Encoding: br\r\n"), "packed")));
+  EXPECT_EQ(Get(server.Url("/packed"), With("Range", "bytes=1-2")), "uncached 200 packed");
+  server.SetAnswer(Always(Whole(kFresh + std::string("ETag: \"1\"\r\n"), "body")));
+  Get(server.Url("/"));
+  EXPECT_EQ(Get(server.Url("/"), With("If-None-Match", "\"1\"")), "hit 304");
+  EXPECT_EQ(answer_->size, 0u);
+  EXPECT_EQ(Get(server.Url("/"), With("If-None-Match", "\"2\"")), "hit 200 body");
+  EXPECT_EQ(Get(server.Url("/"), With("Range", "bytes=1-2")), "hit 206 od");
+  EXPECT_EQ(answer_->HeaderValue("Content-Range"), "bytes 1-2/4");
+}
+
+TEST_F(HttpTest, LongUrlsAndStatusesThatMustBeUnderstood) {
+  const std::string same(400, 'a');
+  for (const char* end : {"1", "2"}) {
+    RawServer server(Always(Whole(kFresh, end)));
+    const std::string url = server.Url("/" + same + end);
+    EXPECT_EQ(Get(url), std::string("miss 200 ") + end);
+    EXPECT_EQ(Get(url), std::string("hit 200 ") + end);
+  }
+  const std::string understood = "Cache-Control: no-store, must-understand, max-age=9\r\n";
+  RawServer server(Always(Whole(understood, "known")));
+  EXPECT_EQ(Get(server.Url("/known")), "miss 200 known");
+  server.SetAnswer(Always(Whole(understood, "odd", "299 Odd")));
+  EXPECT_EQ(Get(server.Url("/odd")), "uncached 299 odd");
+}
+
+TEST_F(HttpTest, FilesThatCannotBeWrittenAndTheirModes) {
+  RawServer server(Always(Whole(kFresh, "body")));
+  const std::string taken = directory_ / "taken";
+  std::filesystem::create_directory(taken);
+  for (const std::string& path : {directory_ / "none/file", taken}) {
+    EXPECT_FALSE(client_->GetTo(server.Url("/"), path, {}, &error_));
+    EXPECT_EQ(error_.kind, ErrorKind::kInputOutput);
+    EXPECT_EQ(error_.path, path);
+  }
+  using std::filesystem::perms;
+  const std::string secret = directory_ / "secret";
+  std::ofstream(secret) << "old";
+  std::filesystem::permissions(secret, perms::owner_read | perms::owner_write);
+  EXPECT_TRUE(client_->GetTo(server.Url("/"), secret, {}, &error_));
+  EXPECT_EQ(ReadWhole(secret), "body");
+  EXPECT_EQ(std::filesystem::status(secret).permissions(), perms::owner_read | perms::owner_write);
 }
 
 TEST_F(HttpTest, WhatComesPackedIsStoredUnpacked) {
@@ -275,6 +344,12 @@ TEST_F(HttpTest, RenewsOnlyWhatMayBeStored) {
   server.SetAnswer(Always(renewal("Cache-Control: no-store\r\n")));
   EXPECT_EQ(Get(server.Url("/")), "revalidated 200 body");
   EXPECT_EQ(Metadata(server.Url("/")), "");
+  server.SetAnswer(Always(Whole(kTagged, "body")));
+  Get(server.Url("/long"));
+  server.SetAnswer(Always(renewal(kFresh + ("Vary: " + std::string(1100, 'x')) + "\r\n")));
+  EXPECT_EQ(Get(server.Url("/long")), "revalidated 200 body");
+  EXPECT_EQ(answer_->reason.kind, ErrorKind::kRefused);
+  EXPECT_EQ(Metadata(server.Url("/long")).find("X-New"), std::string::npos);
   // While another request stores another body.
   server.SetAnswer(Always(Whole(kTagged, "body")));
   Get(server.Url("/other"));
