@@ -162,6 +162,8 @@ class Fetches(ToolCase):
                      (NOT_DONE, "not stored", ["-H", "X-Empty:", "-H", "Cache-Control: only-if-cached",
                                                closed]),
                      (USAGE, "Name: value", ["-H", "Cache-Control", closed]),
+                     (INPUT_OUTPUT, "cannot make the directory",
+                      ["-o", self.write("file", b"") + "/x", closed, closed]),
                      (USAGE, "directory", ["-o", "-", closed, closed])]
             for status, says, words in cases:
                 with self.subTest(words):
@@ -291,7 +293,7 @@ class Fetches(ToolCase):
             while b"1/3 files, 5 of 2G" not in shown and shown.count(b"/s") < 20:
                 shown += os.read(master, 4096)
             child.terminate()
-        self.assertIn(b"1/3 files, 5 of 2G", shown)
+        self.assertIn(b"\r[" + b"." * 30 + b"] 1/3 files, 5 of 2G", shown)
         self.assertEqual(os.listdir(self.path("out")), ["3"])
         os.close(master)
 

@@ -79,6 +79,10 @@ class Entries(ToolCase):
             (USAGE, "--directory: the name is empty", [*init, "--directory", ""], b""),
             (USAGE, "above", [*init, "--max-size", "1M", "--max-entry-size", "2M"], b""),
             (USAGE, "would be lost", [*init, "--directory", "a\nb"], b""),
+            (USAGE, "--max-entries must be from 1", [*init, "--max-entries", "0"], b""),
+            (USAGE, "--max-entries", [*init, "--max-entries", "4294967296"], b""),
+            (INPUT_OUTPUT, "cannot make a temporary file for",
+             ["get", "kept", "-o", "/proc/oxcache"], b""),
             (INPUT_OUTPUT, "absent-file: No such file", ["put", "kept", "absent-file"], b""),
             (INPUT_OUTPUT, "absent-meta: No such file",
              ["put", "kept", small, "--meta-file", "absent-meta"], b""),
@@ -91,6 +95,12 @@ class Entries(ToolCase):
         for status, says, words, stdin in cases:
             with self.subTest(words):
                 self.run_tool(*words, stdin=stdin, status=status, says=says)
+        os.makedirs(self.path("odd/file-cache.conf"))
+        self.run_tool("put", "kept", small, directory=self.path("odd"), status=INPUT_OUTPUT,
+                      says="not a regular file.*file-cache.conf")
+        self.run_tool("init", directory=small + "/x", status=INPUT_OUTPUT,
+                      says="cannot make the directory")
+
         def lose_directory():
             os.mkdir("lost")
             os.chdir("lost")
@@ -414,6 +424,24 @@ class Reports(ToolCase):
         self.assertEqual((listed[name("E")]["metadata"], listed[name("1")]["metadata"][:5]),
                          (None, "first"))
         self.assertIn("symbolic", listed[name("E")]["problem"])
+
+    def test_verify_finds_what_is_not_what_was_committed(self):
+        directory = self.path("sealed")
+        files = {}
+        for entry in ("same", "flipped", "cut", "other metadata"):
+            self.run_tool("put", entry, "--meta", "text", stdin=b"content", directory=directory)
+            files[entry] = self.report("ls", directory=directory)[0]["name"]
+        if not os.listxattr(self.path("sealed", files["same"] + ".ox_meta")):
+            self.skipTest("no extended attributes here")
+        self.write("sealed/" + files["flipped"], b"cOntent")
+        self.write("sealed/" + files["cut"], b"cont")
+        self.write("sealed/" + files["other metadata"] + ".ox_meta", b"TEXT")
+        report = self.report("verify", status=NOT_DONE, directory=directory)
+        problems = {problem["name"]: problem["problem"] for problem in report["problems"]}
+        differs = "is not what was committed: the CRC-32C differs"
+        self.assertEqual(problems, {files["flipped"]: differs,
+                                    files["cut"]: "has 4 bytes, and 7 were committed",
+                                    files["other metadata"] + ".ox_meta": differs})
 
     def test_reports_beside_an_owner_that_stores_and_removes(self):
         self.run_tool("put", "abc", stdin=b"1", directory=self.path("owned"))
