@@ -6,7 +6,7 @@ namespace ox::core::cache {
 
 os::filesystem::File* MakeFile() {
   os::filesystem::File* file = services.fileSystem->CreateFile();
-  if (file == nullptr) services.isFileRefused = true;
+  if (file == nullptr) services.hasStartFailed = true;
   return file;
 }
 

@@ -26,7 +26,7 @@ FileCacheManagerImpl::FileCacheManagerImpl(bool& started)
   if (services.fileSystem == nullptr || services.entryMutex == nullptr) return;
 
   const AllocationWatch watch;
-  services.isFileRefused = false;
+  services.hasStartFailed = false;
   OxString directory;
   const bool isKnown = services.fileSystem->GetDefaultDirectory(directory) != 0;
   cacheDirectory = directory;
@@ -40,9 +40,9 @@ FileCacheManagerImpl::FileCacheManagerImpl(bool& started)
 
   Configure();
   cacheDirectory.UTF8();
-  if (watch.Tripped() || services.isFileRefused) return;
+  if (watch.Tripped() || services.hasStartFailed) return;
   InitializeCacheEntries();
-  started = !watch.Tripped() && !services.isFileRefused;
+  started = !watch.Tripped() && !services.hasStartFailed;
 }
 
 FileCacheManagerImpl::~FileCacheManagerImpl() {

@@ -18,7 +18,12 @@ bool FileCacheManagerImpl::InitializeCacheEntries() {
 }
 
 bool FileCacheManagerImpl::CacheDirEnumProc(File& file, bool isDirectory, void* context) {
-  if (!isDirectory) static_cast<FileCacheManagerImpl*>(context)->ScanCacheFile(file);
+  // What a failed start did not list it did not count, so it would delete other pairs than a whole
+  // one.
+  if (isDirectory || services.hasStartFailed) return true;
+  const AllocationWatch watch;
+  static_cast<FileCacheManagerImpl*>(context)->ScanCacheFile(file);
+  if (watch.Tripped()) services.hasStartFailed = true;
   return true;
 }
 

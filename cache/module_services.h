@@ -13,8 +13,9 @@ struct ModuleServices {
   IFileSystem* fileSystem;
   // One mutex for the disk work of all entries. Taken after the manager's mutex, never before.
   HostMutex entryMutex;
-  // Set when the host has no file object to give. The manager's start clears it and looks.
-  Relaxed<bool> isFileRefused;
+  // Set when the host has no file object to give, and when memory runs out in the scan. The
+  // manager's start clears it and looks.
+  Relaxed<bool> hasStartFailed;
 };
 
 extern ModuleServices services;

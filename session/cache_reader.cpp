@@ -56,7 +56,8 @@ Error Damaged(const Finding& finding) {
 Error ReadMetadata(Finding* finding) {
   std::string& metadata = finding->entry.metadata;
   if (internal::ReadText(finding->pair.metadata.Get(), &metadata)) {
-    if (!metadata.empty() && internal::IsStrictUtf8(metadata)) return {};
+    if (internal::LacksItsBytes(metadata)) return Damaged(*finding);
+    if (internal::IsStrictUtf8(metadata)) return {};
     errno = 0;
   }
   return SystemError("cannot read the metadata whole",

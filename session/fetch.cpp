@@ -73,14 +73,11 @@ void NoteUse(SessionState& state, const Finding& finding) OX_REQUIRES(state.mute
   internal::SetFileTime(state.directoryLock->At(finding.entry.path + format::kMetadataSuffix), now);
 }
 
-// No commit writes nothing, or a NUL. A power cut leaves both where a file's length has reached the
-// medium before its bytes.
-bool LacksItsBytes(const std::string& path) {
+bool IsDamaged(const std::string& path) {
   if (!S_ISREG(internal::StatusOfFile(path).st_mode)) return false;
   const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   std::string text;
-  return file.IsOpen() && internal::ReadText(file.Get(), &text) &&
-         (text.empty() || text.find('\0') != text.npos);
+  return file.IsOpen() && internal::ReadText(file.Get(), &text) && internal::LacksItsBytes(text);
 }
 
 Error ReadMetadata(SessionState& state, CacheValue& value, Finding* finding)
@@ -93,7 +90,7 @@ Error ReadMetadata(SessionState& state, CacheValue& value, Finding* finding)
   // A commit writes at least one byte.
   if (!read || read->error != 0 || read->bytes == 0 || read->bytes != entry.metadata.size()) {
     const std::string path = entry.path + format::kMetadataSuffix;
-    if (LacksItsBytes(path)) return Damaged(entry.path);
+    if (IsDamaged(path)) return Damaged(entry.path);
     errno = read ? read->error : 0;
     return SystemError("cannot read the metadata whole", path);
   }

@@ -23,4 +23,8 @@ bool ReadText(int file, std::string* text) {
   return true;
 }
 
+bool LacksItsBytes(const std::string& metadata) {
+  return metadata.empty() || metadata.find('\0') != metadata.npos;
+}
+
 }  // namespace ox::internal

@@ -25,12 +25,10 @@
 //   "MAX_CACHE_SIZE", exceeding it by at most one entry for a moment. What must go is what was used
 //   longest ago. A disk that is full makes entries go too.
 // - An entry that fits the limits is never refused, unless other writers keep the room that it
-// needs
-//   (StoreWriter::Write).
+//   needs (StoreWriter::Write).
 // - The order of use survives restarts: it is kept in the metadata files' times.
 // - One process owns a cache directory at a time. The kernel keeps the lock, on the directory
-// itself,
-//   and drops it when the process ends.
+//   itself, and drops it when the process ends.
 //
 // Errors are values (error.h): no function throws and none prints. Functions with an `Error*` clear
 // it first; it may not be null.
@@ -144,7 +142,8 @@ struct SessionOptions {
   // maxEntrySize of 0 for maxSize, and without a cacheDirectory the entries are in `directory`.
   CacheLimits limits;
   // So many bytes of the file system stay free. Where they are not, because others fill it, Store
-  // and SetMetadata evict entries; with none left to evict they are an error.
+  // and SetMetadata evict entries. They are an error when none is left to evict, or when 16 entries
+  // and four times the bytes needed went in vain (others may hold deleted files open).
   std::uint64_t minFree = 0;
   // How much of the disk a file takes is counted in blocks of so many bytes. 0: as the file system
   // says. 1, the lengths of the files themselves, suits one that compresses or packs them.

@@ -29,6 +29,7 @@ TEST_F(HttpTest, HostileServersAreErrorsInBoundedTimeAndLeaveNothing) {
       {"cookies", endlessly(head, "Set-Cookie: " + std::string(8000, 'x') + "\r\n"), "headers"},
       {"one header", endlessly(head + "X: ", std::string(8000, 'x')), "header"},
       {"body", endlessly(head + "\r\n", std::string(8000, 'x')), "larger"},
+      {"promise", Always(head + "Content-Length: 9223372036854775807\r\n\r\nx"), "larger"},
       {"bomb", Always(Whole("Content-Encoding: gzip\r\n", bomb)), "larger"},
       {"drops of headers", endlessly(head, "X: 1\r\n", 300ms), "slow"},
       {"drops of a body", endlessly(head + "\r\n", "x", 300ms), "slow"},

@@ -131,5 +131,29 @@ TEST(Scan, WithoutAFileObjectThereIsNoManagerAndNothingIsDeleted) {
   }
 }
 
+// The second pair fits only if the first one is not counted, and then the third does not.
+TEST(Scan, AStartThatFailsDeletesNoMoreThanAWholeOne) {
+  for (const bool isMemory : {false, true}) {
+    bool isReached = true;
+    for (unsigned call = 1; isReached; ++call) {
+      CacheRig rig("MAX_CACHE_ENTRIES=9\nMAX_CACHE_SIZE=1024\n");
+      FaultDriver& faults = isMemory ? rig.host.memoryFaults : rig.host.fileFaults;
+      for (const auto& [name, bytes] :
+           {std::pair("A", 100), std::pair("B", 1000), std::pair("C", 100)})
+        rig.LeavePair(std::string("/c/") + name, std::string(bytes, 'x'), "m");
+      faults.Arm(call, FaultDriver::Mode::kOnce);
+      const bool isStarted = rig.Start();
+      isReached = faults.WasReached();
+      faults.Disarm();
+      EXPECT_FALSE(isStarted && isReached && isMemory) << call;
+      if (isStarted) continue;  // a file that cannot be opened or measured ends no start
+      const auto disk = rig.host.Disk();
+      for (const char* kept : {"/c/A", "/c/A.ox_meta", "/c/C", "/c/C.ox_meta"})
+        EXPECT_EQ(disk.count(kept), 1U)
+            << kept << (isMemory ? ", request " : ", file object ") << call;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace ox::testing

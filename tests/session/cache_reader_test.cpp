@@ -143,6 +143,20 @@ TEST_F(CacheReaderTest, SeesWhatAnOpeningWouldPutInPlace) {
   }
 }
 
+TEST_F(CacheReaderTest, MetadataWhoseBytesAPowerCutHasTakenIsDamage) {
+  auto session = OpenSession(OptionsFor(directory_.Path()));
+  ASSERT_FALSE(Store(*session, kUrl, "content", "metadata"));
+  Error error;
+  const std::string metadata = session->Fetch(kUrl, &error)->path + ".ox_meta";
+  session.reset();
+  const auto reader = OpenReader(directory_.Path());
+  for (const std::size_t bytes : {0u, 8u}) {
+    WriteWhole(metadata, std::string(bytes, '\0'));
+    EXPECT_FALSE(reader->Fetch(kUrl, &error));
+    EXPECT_EQ(error.kind, ErrorKind::kDamaged) << bytes;
+  }
+}
+
 TEST_F(CacheReaderTest, SeesTheOlderEntryWhileAWriterThatKeptSomethingGoesOn) {
   const auto session = OpenSession(OptionsFor(directory_.Path()));
   ASSERT_FALSE(Store(*session, kUrl, "old", "old m"));

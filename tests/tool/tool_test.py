@@ -428,7 +428,7 @@ class Reports(ToolCase):
     def test_verify_finds_what_is_not_what_was_committed(self):
         directory = self.path("sealed")
         files = {}
-        for entry in ("same", "flipped", "cut", "other metadata"):
+        for entry in ("same", "flipped", "cut", "other metadata", "moved"):
             self.run_tool("put", entry, "--meta", "text", stdin=b"content", directory=directory)
             files[entry] = self.report("ls", directory=directory)[0]["name"]
         if not os.listxattr(self.path("sealed", files["same"] + ".ox_meta")):
@@ -436,12 +436,16 @@ class Reports(ToolCase):
         self.write("sealed/" + files["flipped"], b"cOntent")
         self.write("sealed/" + files["cut"], b"cont")
         self.write("sealed/" + files["other metadata"] + ".ox_meta", b"TEXT")
+        for suffix in ("", ".ox_meta"):
+            os.rename(self.path("sealed", files["moved"] + suffix), self.path("sealed", name("A") + suffix))
         report = self.report("verify", status=NOT_DONE, directory=directory)
         problems = {problem["name"]: problem["problem"] for problem in report["problems"]}
         differs = "is not what was committed: the CRC-32C differs"
         self.assertEqual(problems, {files["flipped"]: differs,
                                     files["cut"]: "has 4 bytes, and 7 were committed",
-                                    files["other metadata"] + ".ox_meta": differs})
+                                    files["other metadata"] + ".ox_meta": differs,
+                                    name("A") + ".ox_meta": "was committed for a URL whose entry "
+                                                            "has another name: moved"})
 
     def test_reports_beside_an_owner_that_stores_and_removes(self):
         self.run_tool("put", "abc", stdin=b"1", directory=self.path("owned"))

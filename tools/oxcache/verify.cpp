@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "session/crc32c.h"
+#include "session/entry_name.h"
 #include "session/entry_seal.h"
 #include "session/session_names.h"
 #include "session/utf8.h"
@@ -68,7 +69,7 @@ class Verifier {
     }
     if (IsWanted(name)) VerifyContent(name);
     const std::string metadataName = name + format::kMetadataSuffix;
-    if (IsWanted(metadataName)) VerifyMetadata(metadataName);
+    if (IsWanted(metadataName)) VerifyMetadata(name, metadataName);
   }
 
   void VerifyContent(const std::string& name) {
@@ -101,7 +102,7 @@ class Verifier {
     }
   }
 
-  void VerifyMetadata(const std::string& name) {
+  void VerifyMetadata(const std::string& entryName, const std::string& name) {
     std::string metadata;
     if (Error error = ReadMetadata(directory_, name, format::kTextBytes + 1, &metadata)) {
       return Add(name, error.Message());
@@ -115,8 +116,12 @@ class Verifier {
     }
     if (!internal::IsStrictUtf8(metadata)) return Add(name, "not valid UTF-8");
     const auto seal = internal::ReadSeal(directory_ + "/" + name);
-    if (seal && !seal->HasMetadata(metadata)) {
+    if (!seal) return;
+    if (!seal->HasMetadata(metadata)) {
       Add(name, "is not what was committed: the CRC-32C differs");
+    }
+    if (!seal->url.empty() && internal::ContentName(seal->url) != entryName) {
+      Add(name, "was committed for a URL whose entry has another name: " + seal->url);
     }
   }
 
