@@ -30,10 +30,10 @@ std::int64_t Milliseconds();  // since the device was started
 // The commands. Each gives the exit status.
 int Check(const Arguments& arguments);  // NAME DIRECTORY DURABILITY URLS
 int Load(const Arguments& arguments);   // NAME DIRECTORY DURABILITY URLS BASE
-// STORE DIRECTORY OPERATION ENTRIES BYTES ROUND COUNTERS: put, renew, hit, miss or restart; the
-// command COUNTERS is run before and after.
+// STORE DIRECTORY OPERATION ENTRIES BYTES ROUND COUNTERS: put, renew, look, hit, miss or restart;
+// the command COUNTERS is run before and after.
 int Wear(const Arguments& arguments);
-int Memory(const Arguments& arguments);  // DIRECTORY ENTRIES
+int Memory(const Arguments& arguments);  // DIRECTORY ENTRIES WHAT: module or session
 
 }  // namespace ox::device
 

@@ -102,13 +102,15 @@ def memory_table(lines):
     rows = {}
     for words in map(str.split, lines):
         when, entries = words[1], int(words[2])
-        if when == "before" or not entries:
-            continue
         heap = int(words[8])
-        rows[when, entries] = ["stored just now" if when == "stored" else "found at the start",
-                               entries, words[4], words[6], f"{heap / 1024:.0f}",
-                               f"{heap / entries:.0f}"]
-    return table(["entries", "number", "resident, KiB", "of these private, KiB", "heap, KiB",
+        if not entries:
+            rows["", 0] = ["nothing opened yet", "", 0, words[4], words[6], f"{heap / 1024:.0f}", ""]
+            continue
+        what, _, when = when.partition("-")
+        rows[what + when, entries] = [
+            what, "stored just now" if when == "stored" else "found at the start", entries, words[4],
+            words[6], f"{heap / 1024:.0f}", f"{heap / entries:.0f}"]
+    return table(["", "entries", "number", "resident, KiB", "of these private, KiB", "heap, KiB",
                   "heap for each entry, bytes"],
                  [rows[key] for key in sorted(rows)])
 

@@ -39,6 +39,14 @@ class SqliteStore : public EntryStore {
     return sqlite3_step(statement.Get()) == SQLITE_ROW &&
            sqlite3_column_blob(statement.Get(), 1) != nullptr;
   }
+  bool Look(const std::string& url) override {
+    Statement statement(
+        database_,
+        "SELECT count(*) FROM entries WHERE EXISTS (SELECT 1 FROM entries WHERE url = ?1)");
+    statement.Bind(1, url);
+    return sqlite3_step(statement.Get()) == SQLITE_ROW &&
+           sqlite3_column_int(statement.Get(), 0) > 0;
+  }
   void Renew(const std::string& url, const std::string& metadata) override {
     Statement statement(database_, "UPDATE entries SET metadata = ?2 WHERE url = ?1");
     statement.Bind(1, url);

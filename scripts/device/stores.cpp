@@ -43,6 +43,10 @@ class SessionStore : public EntryStore {
     if (entry) Drain(entry->content.Get());
     return entry.has_value();
   }
+  bool Look(const std::string& url) override {
+    Error error;
+    return session_->Contains(url, &error) && session_->Statistics().entries > 0;
+  }
   void Renew(const std::string& url, const std::string& metadata) override {
     const Error error = session_->SetMetadata(url, metadata);
     Require(!error, error.Message().c_str());
@@ -77,6 +81,7 @@ class RenameStore : public EntryStore {
     if (file.IsOpen()) Drain(file.Get());
     return file.IsOpen();
   }
+  bool Look(const std::string& url) override { return access(PathOf(url).c_str(), F_OK) == 0; }
   // The whole file is written anew.
   void Renew(const std::string& url, const std::string& metadata) override {
     const UniqueFd file(open(PathOf(url).c_str(), O_RDONLY | O_CLOEXEC));

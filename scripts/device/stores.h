@@ -15,6 +15,8 @@ class EntryStore {
   virtual void Put(const std::string& url, const std::string& content,
                    const std::string& metadata) = 0;
   virtual bool Get(const std::string& url) = 0;  // reads the whole entry
+  // Whether it is there and how many there are, without reading it.
+  virtual bool Look(const std::string& url) = 0;
   // New metadata for the content that is there, as after "not modified".
   virtual void Renew(const std::string& url, const std::string& metadata) = 0;
 };

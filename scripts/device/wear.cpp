@@ -46,6 +46,7 @@ int Wear(const Arguments& arguments) {
     if (operation == "put") store->Put(url, content, metadata);
     if (operation == "renew") store->Renew(url, metadata);
     if (operation == "hit") found += store->Get(url) ? 1 : 0;
+    if (operation == "look") found += store->Look(url) ? 1 : 0;
     if (operation == "miss") found += store->Get(url + "-none") ? 1 : 0;
   }
   store.reset();

@@ -24,6 +24,7 @@ OPERATIONS = (
     ("hit", "hit", 32, SMALL, 3, 0),
     ("hit, an hour later", "hit", 32, SMALL, 3, 3600),
     ("miss", "miss", 32, SMALL, 3, 0),
+    ("presence and numbers", "look", 32, SMALL, 3, 0),
     ("restart", "restart", 0, SMALL, 3, 0),
 )
 
@@ -87,8 +88,10 @@ def measure_memory(image, log):
     """Lines of the memory in use: at 0 entries, and how it grows."""
     lines = []
     with Device(image, [], memory=384, log=log) as device:
-        for entries in (100, 1000, 10000):
-            for _ in range(2):  # once stores, once finds them at the start
-                lines += device.run(f"mkdir -p /tmp/memory; ox_device memory /tmp/memory {entries}",
-                                    timeout=1200)
+        for what in ("module", "session"):
+            for entries in (100, 1000, 10000):
+                for _ in range(2):  # once stores, once finds them at the start
+                    lines += device.run(f"mkdir -p /tmp/cache; ox_device memory /tmp/cache {entries} {what}",
+                                        timeout=1200)
+                device.run("rm -rf /tmp/cache")
     return [line for line in lines if line.startswith("memory ")]
