@@ -335,6 +335,7 @@ class CacheSession {
                     const std::string& metadata);
 
   // Deletes the entry. kNotFound when there is none; kInputOutput when its files cannot be deleted.
+  // No deletion waits for the medium: a power cut shortly after may bring the entry back, whole.
   Error Remove(const std::string& url);
 
   // Deletes all entries that are there when it is called. Their number goes to `deleted`, also

@@ -255,6 +255,41 @@ void CrowdedHistory(CacheSession& session, Ledger& ledger) {
   Store(session, "http://b/0", 9, &ledger);
 }
 
+void CommitAs(CacheSession& session, const std::string& url, int version, Ledger& ledger) {
+  Error error;
+  const auto writer = Write(session, "http://c/part", ContentOf(url, version), &error);
+  ledger.Begin(url, version);
+  if (!writer->CommitAs(url, MetadataOf(url, version))) ledger.Committed(url, version);
+}
+
+// Producers, other URLs, new limits, and many entries that go at once.
+void DeleteMany(CacheSession& session, Ledger& ledger) {
+  const auto mayBeGone = [&ledger](int first, int last) {
+    for (int i = first; i <= last; ++i)
+      ledger.MayBeGone("http://c/" + std::to_string(i));
+  };
+  Produce(session, "http://c/1", 1, &ledger);
+  Store(session, "http://c/2", 2, &ledger);
+  CommitAs(session, "http://c/2", 3, ledger);
+  CommitAs(session, "http://c/3", 4, ledger);
+  RemoveByUrl(session, "http://c/1", &ledger);
+  ledger.Begin("http://c/1", 1);  // a removal is not synchronised
+  session::CacheLimits limits = session.Limits();
+  limits.maxEntries = 4;
+  EXPECT_FALSE(session.SetLimits(limits));
+  Store(session, "http://c/4", 5, &ledger);
+  session::TrimTarget target;
+  target.entries = 2;
+  std::uint64_t deleted = 0;
+  ledger.MayBeGone("http://c/2");  // used longest ago
+  EXPECT_FALSE(session.TrimTo(target, &deleted));
+  EXPECT_EQ(deleted, 1U);
+  mayBeGone(2, 4);
+  EXPECT_FALSE(session.Clear(&deleted));
+  EXPECT_EQ(deleted, 2U);
+  Store(session, "http://c/5", 6, &ledger);
+}
+
 // Replaces what was used longest ago of three, then adds one more: nothing goes but what must.
 void FullCache(CacheSession& session, Ledger& ledger) {
   Store(session, "http://a/1", 4, &ledger);
@@ -277,6 +312,7 @@ TEST(PowerLoss, AfterEveryOperation) {
                {kWide, false, true, &ReplaceAndRenew},
                {kWide, false, true, &KeepAndReplace},
                {kWide, false, true, &ReplaceAndRenewWithoutSeal},
+               {kWide, false, true, &DeleteMany},
                {kWide, false, false, &GiveUpAndStore},
                {kNarrow, true, true, &CrowdedHistory}};
   for (const auto& test : cases) {
@@ -323,6 +359,7 @@ TEST(Kill, AfterEveryOperation) {
     bool mayLose;
     Recording::History history;
   } cases[] = {{kWide, 0, false, &StoreReplaceRemove},
+               {kWide, 0, false, &DeleteMany},
                {kNarrow, 0, true, &CrowdedHistory},
                {kThree, 3, false, &FullCache},
                {kThree, 6, true, &FullCache}};  // the start brings the cache within its limits

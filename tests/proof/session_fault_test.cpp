@@ -36,6 +36,7 @@ void Operate(Cache& cache) {
   cache.Replace(2);
   Produce(session, kNew, 1, &cache.ledger);
   Write(session, kKept, "given up", &error);
+  static_cast<void>(session.TrimTo({}, nullptr));
   Renew(session, kKept, &cache.ledger);
   Remove(session, kRemoved, &cache.ledger);
   cache.Replace(3);
