@@ -137,6 +137,9 @@ class Report:
         for entries in (200, 1000):
             goals.append((f"fetch with content, session against bare, N = {entries:,}", 1.10,
                           self.ratio("session", "content", entries, base="linux-host")))
+        threads = self.results.get("threads")
+        goals.append(("time of as many fetches by two threads, against one", 1 / 1.6,
+                      threads and 1 / threads["fetches"]))
         goals.append(("ns of a miss for each further entry, N = 1,000", 4.0, self.walk(1000)))
         goals.append(("allocations of a hit", 4.0,
                       self.count("linux-host", "lookup").get("kernel_allocations")))

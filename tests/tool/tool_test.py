@@ -395,6 +395,14 @@ class Reports(ToolCase):
         self.assertEqual([file for file, _ in told], [file for file, _ in expected])
         for (_, reason), (_, part) in zip(told, expected):
             self.assertIn(part, reason)
+        commit = name("F") + ".0123456789abcdef-1.commit"
+        self.write("cache/" + commit, b"metadata")
+        self.write("cache/ox-0123456789abcdef-1.part", b"content")
+        os.makedirs(self.path("cache", name("F")))
+        self.run_tool("check", status=NOT_DONE, says=commit + ": a store that cannot be finished")
+        self.assertEqual(self.report("check", status=NOT_DONE)["blocked_commits"], [commit])
+        self.assertEqual({problem["name"] for problem in self.report("verify", status=NOT_DONE)["problems"]} &
+                         {commit}, {commit})
         os.remove(self.path("cache/file-cache.conf"))
         report = self.report("check", status=NOT_DONE)
         self.assertEqual((report["kept"], len(report["deletions"])), (0, 15))

@@ -106,13 +106,16 @@ std::string Text(const Prediction& prediction) {
   return text;
 }
 
-json Json(const CacheLimits& limits, const Prediction& prediction) {
+json Json(const CacheLimits& limits, const Prediction& prediction, const internal::Survey& survey) {
   json deletions = json::array();
   for (const Complaint& deletion : prediction.deletions) {
     deletions.push_back(
         {{"file", deletion.file}, {"bytes", deletion.bytes}, {"reason", deletion.what}});
   }
-  return {{"limits", LimitsJson(limits)}, {"kept", prediction.kept}, {"deletions", deletions}};
+  return {{"limits", LimitsJson(limits)},
+          {"kept", prediction.kept},
+          {"deletions", deletions},
+          {"blocked_commits", survey.blockedCommits}};
 }
 
 }  // namespace
@@ -137,7 +140,11 @@ ExitStatus Check(Context& context, bool asJson) {
   }
   const auto& deletions = prediction.deletions;
   const ExitStatus printed =
-      context.Print(asJson ? JsonLine(Json(limits, prediction)) : Text(prediction));
+      context.Print(asJson ? JsonLine(Json(limits, prediction, survey)) : Text(prediction));
+  for (const std::string& commit : survey.blockedCommits) {
+    context.Tell(commit +
+                 ": a store that cannot be finished: a directory has the name of its entry");
+  }
   context.Tell("a start would keep " + EntriesText(prediction.kept) +
                "; files it would delete: " + std::to_string(deletions.size()));
   return Worse(printed, deletions.empty() ? ExitStatus::kDone : ExitStatus::kNotDone);
