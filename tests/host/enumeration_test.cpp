@@ -74,6 +74,7 @@ TEST_F(EnumerationTest, AFailureIsToldAndNothingIsThrown) {
       const bool isRead = Enumerate(scratch_.Path(), count);
       isReached = faults->WasReached();
       faults->Disarm();
+      EXPECT_EQ(isRead, !isReached) << k;
       EXPECT_EQ(isRead, seen > 0) << k;
     }
     EXPECT_EQ(2, seen);

@@ -143,7 +143,10 @@ TEST_F(HttpTest, StandsInForAServerThatFails) {
   RequestOptions options;
   options.staleIfError = true;
   for (const char* failure : {"", "HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nx",
-                              "HTTP/1.1 503 Busy\r\nContent-Length: 0\r\n\r\n"}) {
+                              "HTTP/1.1 500 Error\r\nContent-Length: 0\r\n\r\n",
+                              "HTTP/1.1 502 Gateway\r\nContent-Length: 0\r\n\r\n",
+                              "HTTP/1.1 503 Busy\r\nContent-Length: 0\r\n\r\n",
+                              "HTTP/1.1 504 Late\r\nContent-Length: 0\r\n\r\n"}) {
     server.SetAnswer(Always(failure));
     EXPECT_EQ(Get(server.Url("/"), options), "stale 200 old") << failure;
     EXPECT_TRUE(answer_->reason) << failure;

@@ -68,6 +68,9 @@ TEST(HttpDate, ThreeFormsAndNothingElse) {
       EXPECT_EQ(Date(std::string(text).replace(i, 1, "?")), kNone) << text << i;
     }
   }
+  // In 2060, and in 2101.
+  EXPECT_EQ(ParseHttpDate("Tuesday, 06-Nov-08 00:00:00 GMT", 2850000000), 4381603200);
+  EXPECT_EQ(ParseHttpDate("Saturday, 06-Nov-94 00:00:00 GMT", 4133980800), 3939840000);
   for (const char* bad : {"Sun, 00 Nov 1994 08:49:37 GMT", "Sun, 31 Nov 1994 08:49:37 GMT",
                           "Sun, 06 Nov 1994 24:49:37 GMT", "Sun, 06 Nov 1994 08:60:37 GMT",
                           "Sun, 06 Nov 1994 08:49:61 GMT", "Sun, 06 Nov 0000 08:49:37 GMT",
