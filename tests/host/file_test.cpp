@@ -84,6 +84,12 @@ TEST_F(FileTest, EveryOperationInEveryDirectory) {
 }
 
 // Interrupted calls are tried again, and go on where they had done a part.
+TEST_F(FileTest, APathMayBeOfOneCharacter) {
+  OxString path;
+  BoundFile(fileSystem_, "a")->GetPath(path);
+  EXPECT_STREQ(path.UTF8(), "a");
+}
+
 TEST_F(FileTest, InterruptedCallsGoOn) {
   bool isReached = true;
   for (std::uint64_t k = 1; isReached && !HasFailure(); ++k) {

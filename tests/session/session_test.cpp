@@ -165,8 +165,9 @@ TEST_F(SessionTest, LimitsAreReadWithoutTouchingAnything) {
   EXPECT_EQ(Survey().entries.size(), 1u);
   EXPECT_EQ(session::ReadLimits(directory_ / "none", options_.modulePath, &limits).kind,
             ErrorKind::kInputOutput);
-  EXPECT_EQ(session::ReadLimits(directory_.Path(), directory_ / "none.so", &limits).kind,
-            ErrorKind::kModule);
+  const Error error = session::ReadLimits(directory_.Path(), directory_ / "none.so", &limits);
+  EXPECT_EQ(error.kind, ErrorKind::kModule);
+  EXPECT_EQ(error.path, directory_ / "none.so");
 }
 
 TEST_F(SessionTest, OnlyOneProcessHasTheCacheAndTheOthersLearnWhich) {
@@ -189,6 +190,20 @@ TEST_F(SessionTest, OnlyOneProcessHasTheCacheAndTheOthersLearnWhich) {
   waitpid(child, nullptr, 0);
   const auto session = OpenSession(options_);
   EXPECT_EQ(OpenError().kind, ErrorKind::kInUse);
+}
+
+// A copy of the module in memory is for a second one at the same time, not for the next one.
+TEST_F(SessionTest, OneSessionAfterAnotherNeedsNoCopyOfTheModule) {
+  const auto hasCopy = [] {
+    return ReadWhole("/proc/self/maps").find("memfd:oxfilecache-module") != std::string::npos;
+  };
+  for (int i = 0; i < 3; ++i) {
+    const auto session = OpenSession(options_);
+    EXPECT_FALSE(hasCopy());
+    const CacheDirectory other({65536, 5, 8192});
+    const auto further = OpenSession(OptionsFor(other.Path()));
+    EXPECT_TRUE(hasCopy());
+  }
 }
 
 // Each thread opens, fills and closes a cache of its own, again and again beside the others.
