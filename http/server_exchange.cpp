@@ -329,7 +329,7 @@ Result ServerExchange::Received(const StoredAnswer& answer, HeaderList shown, Bo
   } else if (request_.options.receiver == nullptr) {
     // Evicted at once, or replaced, which may happen again as long as others ask.
     whyNotStored_ = entry ? NotStored("another answer took its place at once") : gone;
-    // What is there now has not become outdated by an answer of before.
+    // The entry that is there now is newer than this answer, so it stays.
     candidate_.isThere = false;
     return Again();
   }

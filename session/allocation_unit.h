@@ -31,7 +31,7 @@ class AllocationUnit {
   }
   // `blocks` of 512 bytes are allocated to the file.
   std::uint64_t OfMetadata(std::uint64_t fileBytes, std::uint64_t blocks) const;
-  // By how much that is more when the file grows.
+  // How many more bytes on disk when the file grows by `by`.
   std::uint64_t Growth(std::uint64_t fileBytes, std::uint64_t by) const {
     return OnDisk(fileBytes + by) - OnDisk(fileBytes);
   }

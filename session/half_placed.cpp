@@ -28,12 +28,12 @@ struct StagedContent {
   std::optional<std::uint32_t> sum;  // once it was asked for
 };
 
-// It is not one of the files that belong to nobody.
+// The staged file is kept: takes it off the list of files to delete.
 void NoteKept(const std::string& name, Survey* survey) {
   survey->staging.erase(std::find(survey->staging.begin(), survey->staging.end(), name));
 }
 
-// A later start may be able to look. The rest, as a lack of descriptors, passes soon.
+// True: a later start tries again. Other errors, such as no free descriptor, stop the opening.
 bool MayLookLater(int error) {
   return MeansItStays(error) || MeansUnreadable(error);
 }

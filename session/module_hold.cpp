@@ -41,7 +41,7 @@ class ModuleHold::Seats {
 std::unique_ptr<ModuleHold> ModuleHold::Take(const std::string& wanted, Error* error) {
   const std::string path = wanted.empty() ? DefaultModulePath() : wanted;
   std::string reason;
-  // Let go after the lock, which its end takes.
+  // Declared before the lock: its destructor takes the same mutex.
   std::unique_ptr<ModuleHold> hold;
   Seats& seats = Seats::OfProcess();
   const MutexLock lock(seats.mutex);

@@ -44,7 +44,7 @@ Error FitToSeal(const CommitFiles& files, bool* isWhole) {
   const auto bytes = static_cast<std::uint64_t>(content.st_size);
   *isWhole = !seal || bytes == seal->contentBytes;
   if (*isWhole || bytes < seal->contentBytes) return {};
-  // Cut through another name of it, a file would be cut that is not ours.
+  // A file with a second name is not cut: the other name may belong to somebody else.
   *isWhole = S_ISREG(content.st_mode) && content.st_nlink == 1;
   if (!*isWhole) return {};
   if (ShortenFile(files.stagedContent, seal->contentBytes)) return {};

@@ -101,7 +101,7 @@ Error RunningCache::GiveUpCommits(std::string_view name, const WriterShare* own)
     }
     if (Error error = GiveUpCommit(limits_.cacheDirectory, *commit)) return error;
     Deletions().NoteAny();
-    // Its staged content stays, in nobody's count, until the restart before the next operation.
+    // The account does not count its staged content until the restart before the next operation.
     mayPass_ = true;
     commit = blockedCommits_.erase(commit);
   }

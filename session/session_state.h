@@ -45,7 +45,7 @@ struct SessionState {
   SessionCounts counts;
   Productions productions;
   std::atomic<bool> hasEvictionNews{false};
-  // Set where this must never be destroyed.
+  // Points to this object itself in a forked child, so that it is never destroyed.
   std::shared_ptr<SessionState> itself;
 
   // Held during every call of the manager; let go while content is written and synchronised.
