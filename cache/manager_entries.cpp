@@ -49,7 +49,7 @@ bool FileCacheManagerImpl::AddPrivate(CacheValue* value) {
   if (node == nullptr) return false;
   // What FixMaxEntries evicts stays evicted even when FixCacheSize refuses.
   if (!FixMaxEntries(true) || !FixCacheSize(size)) {
-    nodes_.Give(node);
+    nodes_.TakeBack(node);
     return false;
   }
   node->value = entry;
