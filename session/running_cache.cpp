@@ -15,15 +15,14 @@ namespace ox::internal {
 
 using core::cache::CacheValue;
 
-RunningCache::RunningCache(Foundation foundation, const session::CacheLimits& limits,
+RunningCache::RunningCache(Setup setup, const session::CacheLimits& limits,
                            const WriterList& writers, DirectoryLock& lock)
     : limits_(limits),
       writers_(writers),
       lock_(lock),
-      account_(foundation.unit),
-      fileSystem_(std::move(foundation.directory), std::move(foundation.configuration), account_,
-                  lock),
-      module_(std::move(foundation.module)) {
+      account_(setup.unit),
+      fileSystem_(std::move(setup.directory), std::move(setup.configuration), account_, lock),
+      module_(std::move(setup.module)) {
   module_->UseFileSystem(fileSystem_);
 }
 

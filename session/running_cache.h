@@ -30,7 +30,7 @@ namespace ox::internal {
 class RunningCache {
  public:
   // What must be known of the cache before it can run.
-  struct Foundation {
+  struct Setup {
     std::string directory;  // of the configuration
     AllocationUnit unit;    // of the cache directory
     ConfigurationSnapshot configuration;
@@ -38,7 +38,7 @@ class RunningCache {
   };
 
   // The references must outlive this. No manager runs until the first restart.
-  RunningCache(Foundation foundation, const session::CacheLimits& limits, const WriterList& writers,
+  RunningCache(Setup setup, const session::CacheLimits& limits, const WriterList& writers,
                DirectoryLock& lock);
   RunningCache(const RunningCache&) = delete;
   RunningCache& operator=(const RunningCache&) = delete;
