@@ -107,7 +107,7 @@ class RunningCache {
   // Names of entries that wait for their content since the last start.
   std::vector<std::string> waitingEntries_;
   // True: restart before the next operation, because a waiting commit may be possible now.
-  bool mayPass_ = false;
+  bool needsRestart_ = false;
   // Last, so that it is given back before anything that the manager uses.
   std::optional<host::ManagerReference> manager_;
 };

@@ -154,8 +154,8 @@ TEST(CommitFaults, ContentThatCannotBePutInPlaceYetWaits) {
         EXPECT_EQ(kAbsent, FetchVersion(*cache.session, kInterrupted, &cache.error));
       }
       refusal = {};
-      const bool mayPass = error == EROFS || error == ENOSPC;
-      if (!goesOn || !mayPass) cache.Open();
+      const bool mayFinishLater = error == EROFS || error == ENOSPC;
+      if (!goesOn || !mayFinishLater) cache.Open();
       EXPECT_EQ(5, FetchVersion(*cache.session, kInterrupted, &cache.error)) << error;
       CheckAtLast(cache);
     }
