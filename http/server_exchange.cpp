@@ -118,7 +118,7 @@ TransferRequest ServerExchange::BuildRequest() {
   toSend.decode = state_.options.decode;
   isConditional_ = candidate_.stored && AddConditions(candidate_.stored->answer,
                                                       !candidate_.isMatching, &toSend.headers);
-  // Whether the whole answer has changed cannot be asked for a part of it.
+  // A request for a part cannot ask whether the whole answer has changed.
   if (isConditional_) Remove(&toSend.headers, "Range");
   offset_ = 0;
   const bool isForPart = Find(toSend.headers, "Range") != nullptr;
