@@ -25,9 +25,9 @@ std::string Url(int i) {
          std::to_string(100000 + i);
 }
 
-void Store(FileCacheManager& manager, const std::string& url, const OxString& metaData) {
+void Store(FileCacheManager& manager, const std::string& url, const OxString& metadata) {
   const unsigned long size = 0;
-  CacheValue* value = manager.CreateCacheValue(url.c_str(), size, metaData);
+  CacheValue* value = manager.CreateCacheValue(url.c_str(), size, metadata);
   if (value == nullptr) std::exit(1);
   std::ofstream(value->GetFile().UTF8()) << "content";
   if (!manager.Add(value)) std::exit(1);
@@ -43,13 +43,13 @@ void Digest(const std::string& url) {
 }
 
 bool Work(FileCacheManager& manager, const std::string& operation, int count) {
-  const OxString metaData(std::string(200, 'm').c_str());
+  const OxString metadata(std::string(200, 'm').c_str());
   constexpr int kFirstNew = 10000;
   for (int i = 0; i < count; ++i) {
     if (operation == "prepare") {
-      Store(manager, Url(i), metaData);
+      Store(manager, Url(i), metadata);
     } else if (operation == "store") {
-      Store(manager, Url(kFirstNew + i), metaData);
+      Store(manager, Url(kFirstNew + i), metadata);
     } else if (operation == "hit") {
       // Spread over the list, as lookups in no particular order are.
       if (manager.Get(Url(i * 37 % 200).c_str()) == nullptr) return false;

@@ -8,12 +8,12 @@
 namespace ox::core::cache {
 
 CacheValueImpl::CacheValueImpl(const OxString& newUrl, OxString&& newFile,
-                               const OxString& newMetaData, unsigned long declaredSize)
+                               const OxString& newMetadata, unsigned long declaredSize)
     : pending(false),
       file(static_cast<OxString&&>(newFile)),
       size(static_cast<std::uint32_t>(declaredSize)) {
   url = newUrl;
-  metaData = newMetaData;
+  metaData = newMetadata;
 }
 
 CacheValueImpl::~CacheValueImpl() = default;

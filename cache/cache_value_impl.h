@@ -12,7 +12,7 @@ namespace ox::core::cache {
 // Holds no file open between calls. Objects come from NewObject and go through DeleteObject.
 class CacheValueImpl : public CacheValue {
  public:
-  CacheValueImpl(const OxString& newUrl, OxString&& newFile, const OxString& newMetaData,
+  CacheValueImpl(const OxString& newUrl, OxString&& newFile, const OxString& newMetadata,
                  unsigned long declaredSize);
   // Leaves both files on disk: the next start reads them back.
   ~CacheValueImpl() override;

@@ -16,7 +16,7 @@ EntryNode* NodePool::Take() {
   return node;
 }
 
-void NodePool::Give(EntryNode* node) {
+void NodePool::TakeBack(EntryNode* node) {
   node->value = nullptr;
   node->older = free_;
   free_ = node;

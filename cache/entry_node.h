@@ -30,7 +30,7 @@ class NodePool {
 
   // A node without a value; null when memory ran out.
   EntryNode* Take();
-  void Give(EntryNode* node);
+  void TakeBack(EntryNode* node);
 
   // Looks at one node after the other.
   EntryNode* FindValue(const CacheValue* value) const;

@@ -49,7 +49,7 @@ class FileCacheManagerImpl : public FileCacheManager {
   OxString GetDataDir() override;
   void SetDataDir(const OxString& dir) override;
   CacheValue* CreateCacheValue(const OxString& url, const unsigned long& size,
-                               const OxString& newMetaData) override;
+                               const OxString& newMetadata) override;
   void DestroyCacheValue(CacheValue* value) override;
 
   // Lists an entry, evicting others to make room. False when its path is listed already or room
@@ -90,7 +90,7 @@ class FileCacheManagerImpl : public FileCacheManager {
 
   // An entry that is not listed, null when the declared size is too large or memory ran out.
   CacheValueImpl* CreateCacheValuePrivate(const OxString& url, const unsigned long& size,
-                                          const OxString& newMetaData);
+                                          const OxString& newMetadata);
 
   // The list.
   EntryNode* FindByPath(const char* path, std::uint32_t tag) OX_REQUIRES(mutex);

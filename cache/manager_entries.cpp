@@ -7,25 +7,25 @@ namespace ox::core::cache {
 
 CacheValueImpl* FileCacheManagerImpl::CreateCacheValuePrivate(const OxString& url,
                                                               const unsigned long& size,
-                                                              const OxString& newMetaData) {
+                                                              const OxString& newMetadata) {
   if (size > GetMaxCacheValueSize()) return nullptr;
   const AllocationWatch watch;
   OxString localFile;
   GetLocalFileFromURL(url, localFile);
   auto* value =
-      NewObject<CacheValueImpl>(url, static_cast<OxString&&>(localFile), newMetaData, size);
+      NewObject<CacheValueImpl>(url, static_cast<OxString&&>(localFile), newMetadata, size);
   if (value == nullptr || !watch.Tripped()) return value;
   DeleteObject(value);
   return nullptr;
 }
 
 CacheValue* FileCacheManagerImpl::CreateCacheValue(const OxString& url, const unsigned long& size,
-                                                   const OxString& newMetaData) {
+                                                   const OxString& newMetadata) {
   const ScopedLock lock(mutex);
   // The assignment in the entry would take the old units behind an emptied text for metadata.
   const OxString none;
   CacheValueImpl* value =
-      CreateCacheValuePrivate(url, size, newMetaData.IsEmpty() ? none : newMetaData);
+      CreateCacheValuePrivate(url, size, newMetadata.IsEmpty() ? none : newMetadata);
   if (value == nullptr) return nullptr;
   // The entry is not pending yet, so its content counts as it is on disk now, not as declared.
   if (!AddPrivate(value)) {
@@ -49,7 +49,7 @@ bool FileCacheManagerImpl::AddPrivate(CacheValue* value) {
   if (node == nullptr) return false;
   // What FixMaxEntries evicts stays evicted even when FixCacheSize refuses.
   if (!FixMaxEntries(true) || !FixCacheSize(size)) {
-    nodes_.Give(node);
+    nodes_.TakeBack(node);
     return false;
   }
   node->value = entry;

@@ -44,7 +44,7 @@ bool FileCacheManagerImpl::RemoveNodeOf(const CacheValue* value) {
   if (node == nullptr) return false;
   Unlink(node);
   tree_.Leave(node);
-  nodes_.Give(node);
+  nodes_.TakeBack(node);
   return true;
 }
 

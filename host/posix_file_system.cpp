@@ -53,8 +53,8 @@ class PosixFileSystem::FileObjects {
 
  private:
   HeldDirectories directories_;
-  // A start of the module needs three objects at once. If one were null, it would go on without its
-  // configuration, so these are made beforehand.
+  // A start of the module needs three objects at once. If one were null, the start would fail, so
+  // these are made beforehand.
   std::array<std::atomic<PosixFile*>, 3> spares_;
 };
 

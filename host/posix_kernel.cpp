@@ -17,7 +17,7 @@ void* PosixKernel::GetInterface(const char* name) {
   return std::strcmp(name, "IFileSystem") == 0 ? fileSystem_ : nullptr;
 }
 
-// A manager calls this as its last act. After it no file is used for a while.
+// The manager calls this when it is destroyed. Until another one starts no file is used.
 void PosixKernel::ReleaseInterface(void* /*interface*/) {
   ownFileSystem_.CloseDirectories();
 }

@@ -41,7 +41,7 @@ void BackgroundRefresh::Add(const Url& url, const ox::http::RequestOptions& opti
   Job job{url, options};
   job.options.refresh = true;
   job.options.receiver = nullptr;
-  // They are about the caller's own copy.
+  // Conditions and ranges are about the copy that the caller has.
   RemoveConditions(&job.options.headers);
   Remove(&job.options.headers, "Range");
   const bool isLimited = options.totalTimeout.count() > 0;

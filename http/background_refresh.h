@@ -17,7 +17,7 @@ namespace ox::internal::http {
 // Threads: any.
 class BackgroundRefresh {
  public:
-  // Called on the thread. The options' onProgress says no once this object is to be destroyed.
+  // Called on the thread. The options' onProgress cancels it when this object is destroyed.
   using Refresh = std::function<void(const Url&, const ox::http::RequestOptions&)>;
 
   explicit BackgroundRefresh(Refresh refresh);
@@ -25,8 +25,8 @@ class BackgroundRefresh {
   BackgroundRefresh(const BackgroundRefresh&) = delete;
   BackgroundRefresh& operator=(const BackgroundRefresh&) = delete;
 
-  // The same URL once more while it waits or runs is nothing new. What does not fit into the queue,
-  // or finds no thread, is left to the next request.
+  // Does nothing when the URL is waiting or being refreshed already, when the queue is full, or
+  // when the system gives no thread: the next request for the URL tries again.
   void Add(const Url& url, const ox::http::RequestOptions& options);
 
  private:

@@ -12,29 +12,30 @@ namespace ox::internal::http {
 
 class BodyTarget {
  public:
-  // Without a receiver, a body that is not stored goes into a file without a name in that
-  // directory.
+  // The receiver may be null. A body that has neither a receiver nor an entry is written to a file
+  // without a name in that directory.
   BodyTarget(ox::http::BodyReceiver* receiver, std::string temporaryDirectory);
 
-  // Into an entry, unless the cache refuses.
+  // Begins an entry for the body. Where the cache refuses, WhyNotStored says why.
   void OpenEntry(session::CacheSession& session, const std::string& url);
-  // Not, or no longer, into an entry.
+  // The body is not stored; what its entry has so far is dropped.
   void GiveUpEntry(Error why);
   Error Begin();
   Error Write(const char* data, std::size_t bytes);
-  // Ends with the entry in the cache, or given up.
+  // Commits the entry. Where that fails it is given up.
   void Commit(const std::string& metadata);
-  // Makes what is there an entry of its own in case the process ends. False when it cannot.
+  // Keeps what has arrived as the entry of `partUrl` in case the process ends
+  // (StoreWriter::KeepAs). False when that fails.
   bool KeepPart(const std::string& partUrl, const std::string& metadata);
-  // As Commit, for a body that broke off, as an entry of its own.
+  // Commits what has arrived of a body that broke off as the entry of `partUrl`.
   void CommitPart(const std::string& partUrl, const std::string& metadata);
 
   std::uint64_t Received() const { return received_; }
   bool IsStored() const { return writer_ != nullptr || isCommitted_; }
   const Error& WhyNotStored() const { return whyNotStored_; }
-  // The cache gave up on what had only gone there, so it is lost.
+  // True when the entry was given up after bytes had gone into it and nowhere else: they are lost.
   bool IsLost() const { return isLost_; }
-  // With the position at the start; not open when nothing went there.
+  // The file without a name, from its start on; not open when nothing was written to it.
   UniqueFd TakeFile();
 
  private:

@@ -68,7 +68,7 @@ class Getter {
                             : "not stored, and the server is not to be asked");
   }
 
-  // Whether the answer would do for other callers, and theirs for this one.
+  // Whether this caller and others may share one answer.
   bool IsShareable() const {
     const HeaderList& headers = request_.headers;
     return !HasConditions(headers) && !request_.control.noStore &&
@@ -140,7 +140,8 @@ class Getter {
       *error = end.error;
       return InPlaceOfServer(error);
     }
-    // Neither its age nor what this request says of it matters if it came after this call began.
+    // An answer that came after this call began serves whatever its age, and whatever age this
+    // request asks for.
     const bool isNew = end.answered >= begun_;
     const bool isForAll = isUsable && !ParseCacheControl(candidate_.stored->answer.headers).noCache;
     if (isNew && isForAll) return Deliver(Outcome::kHit, {}, error);
@@ -148,7 +149,7 @@ class Getter {
     return FromCache(error);
   }
 
-  // With the error that the server, or the time for it, ended in; that of the caller stays.
+  // Serves the stored answer where the server failed or the time was over. Other errors stay.
   Result InPlaceOfServer(Error* error) {
     const bool isServers = error->kind == ErrorKind::kInputOutput;
     if (!isServers || !MayReplaceServer(request_, candidate_)) return std::nullopt;

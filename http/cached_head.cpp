@@ -13,7 +13,7 @@ using ox::http::Outcome;
 
 constexpr int kOk = 200;
 
-// What the server says now holds for the stored answer too, or shows that it is outdated.
+// Renews the stored answer by what the server says now, or removes it where it is outdated.
 void UpdateStored(const GetRequest& request, const TransferHead& head, const StoredEntry& entry) {
   session::CacheSession& session = request.state.session;
   const std::string& url = request.url.text;
@@ -25,7 +25,7 @@ void UpdateStored(const GetRequest& request, const TransferHead& head, const Sto
     const auto metadata = ToMetadata(stored, url);
     const Error error =
         metadata ? session.SetMetadata(url, entry.entry.metadata, *metadata) : Error{};
-    // Another one has taken its place, perhaps.
+    // kNotFound: another answer has taken its place, which stays.
     if (metadata && (!error || error.kind == ErrorKind::kNotFound)) return;
   }
   session.Remove(url);

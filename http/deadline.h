@@ -9,7 +9,7 @@
 
 namespace ox::internal::http {
 
-// The largest value: none.
+// The point of time at which a request is given up. The largest value means that there is no limit.
 using Deadline = std::chrono::steady_clock::time_point;
 
 Deadline DeadlineOf(const ox::http::RequestOptions& options);

@@ -21,9 +21,9 @@ std::string Lower(std::string_view text);
 // Without blanks and tabs around it.
 std::string_view Trimmed(std::string_view text);
 
-// A name that a header may have.
+// Whether the text is a name that a header may have.
 bool IsToken(std::string_view text);
-// Without control characters but tabs.
+// Whether the text is a value that a header may have: no control characters but tabs.
 bool IsFieldValue(std::string_view text);
 
 // All digits, otherwise nothing. What exceeds the type is its largest value.
@@ -33,10 +33,10 @@ std::optional<std::int64_t> ParseSeconds(std::string_view text);
 const Header* Find(const HeaderList& headers, std::string_view name);
 // Values of all lines of that name, joined with ", ".
 std::string Combined(const HeaderList& headers, std::string_view name);
-// The value, in the list, when there is one such line alone.
+// The value when there is exactly one line of that name; it points into the list.
 std::optional<std::string_view> Single(const HeaderList& headers, std::string_view name);
 void Remove(HeaderList* headers, std::string_view name);
-// In place of all lines of that name.
+// Puts one line in the place of all lines of that name.
 void Set(HeaderList* headers, std::string_view name, std::string value);
 
 // The members of a list in a value. A comma in quotes does not part members.

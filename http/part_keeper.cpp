@@ -6,8 +6,8 @@
 namespace ox::internal::http {
 namespace {
 
-// Each time costs a file of metadata. A kill costs what came since the last one, so at most so much
-// or what so much time brings.
+// A part is kept again after so many bytes more, and not before so much time has passed: each time
+// writes a file of metadata. A kill loses what arrived since the last time.
 constexpr std::uint64_t kBytesBetween = 1024 * 1024;
 constexpr std::chrono::seconds kTimeBetween{2};
 constexpr int kOk = 200;

@@ -13,14 +13,14 @@ namespace ox::internal::http {
 
 class PartKeeper {
  public:
-  // Of an answer whose body of `wholeBytes` is on its way; 0 when their number is unknown, or a
-  // part is of no use. `keptBytes` are kept already.
+  // For an answer whose body has `wholeBytes`. 0: their number is unknown, or a part would be of no
+  // use, so nothing is kept. `keptBytes` of the body are kept already.
   PartKeeper(const std::string& url, const StoredAnswer& answer, std::uint64_t wholeBytes,
              std::uint64_t keptBytes);
 
-  // After each piece: now and then what is there is kept in case the process ends.
+  // To be called after each piece. Keeps what has arrived now and then, in case the process ends.
   void NotePiece(BodyTarget& target);
-  // The body broke off.
+  // To be called when the body broke off: keeps what has arrived.
   void Keep(BodyTarget& target);
 
  private:

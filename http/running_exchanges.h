@@ -1,5 +1,5 @@
-// Which URLs servers are being asked for, so that no answer from before a change is stored after
-// it.
+// The URLs that servers are being asked for. An answer that was asked for before a change of its
+// URL is not stored after the change.
 #ifndef OX_HTTP_RUNNING_EXCHANGES_H_
 #define OX_HTTP_RUNNING_EXCHANGES_H_
 
@@ -14,7 +14,7 @@ namespace ox::internal::http {
 // Threads: any.
 class RunningExchanges {
  public:
-  // One that is under way, while this object is there.
+  // Stands for one request that is under way, as long as this object lives.
   class Mark {
    public:
     Mark(RunningExchanges& running, const std::string& url);
@@ -22,7 +22,7 @@ class RunningExchanges {
     Mark(const Mark&) = delete;
     Mark& operator=(const Mark&) = delete;
 
-    // Whether the URL was invalidated since.
+    // True when Invalidate was called for the URL since this object was made.
     bool IsOutdated() const { return isOutdated_; }
 
    private:

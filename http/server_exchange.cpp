@@ -28,7 +28,8 @@ Error NotStored(std::string why) {
   return MakeError(ErrorKind::kRefused, std::move(why));
 }
 
-// Of a server that does not know If-Range and sends the part of whatever it has.
+// True when the part that was sent is of another version: a server that does not know If-Range
+// sends a part of whatever it has.
 bool HasOtherValidator(const HeaderList& news, const StoredAnswer& stored) {
   for (const char* name : {"ETag", "Last-Modified"}) {
     const Header* now = Find(news, name);
@@ -117,12 +118,12 @@ TransferRequest ServerExchange::BuildRequest() {
   toSend.decode = state_.options.decode;
   isConditional_ = candidate_.stored && AddConditions(candidate_.stored->answer,
                                                       !candidate_.isMatching, &toSend.headers);
-  // The answer would be about a part of what is asked whether it has changed.
+  // A request for a part cannot ask whether the whole answer has changed.
   if (isConditional_) Remove(&toSend.headers, "Range");
   offset_ = 0;
   const bool isForPart = Find(toSend.headers, "Range") != nullptr;
   if (isForPart && toSend.decode) {
-    // Nobody can unpack a part of what is packed.
+    // A part of a compressed body cannot be unpacked.
     toSend.decode = false;
     if (Find(request_.options.headers, "Accept-Encoding") == nullptr) {
       Set(&toSend.headers, "Accept-Encoding", "identity");
@@ -135,7 +136,7 @@ TransferRequest ServerExchange::BuildRequest() {
   toSend.offset = offset_;
   Set(&toSend.headers, "Range", "bytes=" + std::to_string(offset_) + "-");
   Set(&toSend.headers, "If-Range", StrongValidator(part_->answer));
-  // Where bodies are unpacked, a part of what is packed is not kept.
+  // The stored part came uncompressed, so the rest must too.
   if (toSend.decode) Set(&toSend.headers, "Accept-Encoding", "identity");
   return toSend;
 }
@@ -155,7 +156,8 @@ Result ServerExchange::TakeAnswer(Transfer& transfer, const TransferHead& head, 
 }
 
 Result ServerExchange::TakeNotModified(const TransferHead& head, Error* error) {
-  // One tag was sent, so this is about the stored answer, whatever tag stands in it.
+  // The request had the tag of the stored answer alone, so the 304 is about that one, whatever tag
+  // it bears.
   StoredAnswer& stored = candidate_.stored->answer;
   const StoredAnswer before = stored;
   Freshen(head.headers, head.requestTime, head.responseTime, &stored);
@@ -215,7 +217,7 @@ Result ServerExchange::TakeBody(Transfer& transfer, const TransferHead& head, Er
   } else {
     target.OpenEntry(state_.session, request_.url.text);
   }
-  // Of no use where a whole answer can be renewed.
+  // Where a whole answer is stored, which can be renewed, a part is not kept.
   PartKeeper part(request_.url.text, answer, candidate_.isThere ? 0 : wholeBytes, offset_);
   *error = CopyBody(transfer, target, part);
   if (target.IsLost()) {
@@ -223,12 +225,12 @@ Result ServerExchange::TakeBody(Transfer& transfer, const TransferHead& head, Er
     return Again();
   }
   if (transferError_) {
-    // The next request would resume it, and find it too large again.
+    // A body that is too large is not kept: the next request would resume it and fail again.
     if (!transfer.HasExceededLimit()) part.Keep(target);
     return WithoutServer(std::exchange(transferError_, {}), EndOf(transfer), error);
   }
   if (*error) return std::nullopt;
-  // A rest that ends with its connection does not show otherwise that it was cut.
+  // Where the end of the connection ends the body, only the length shows that it was cut.
   if (offset_ > 0 && target.Received() != wholeBytes) return WithoutPart();
   answer.bodyBytes = target.Received();
   if (target.IsStored()) Commit(answer, target);
@@ -276,7 +278,7 @@ Error ServerExchange::CopyBody(Transfer& transfer, BodyTarget& target, PartKeepe
     const auto copy = [&](const char* data, std::size_t bytes) {
       return unwritten = write(data, bytes);
     };
-    // With what cannot be read missing, its length will show that it is no use.
+    // Where a piece cannot be read, the length of the whole shows later that one is missing.
     if (ReadAll(part_->entry.content.Get(), offset_, copy)) return unwritten;
   }
   std::string piece;
@@ -327,9 +329,9 @@ Result ServerExchange::Received(const StoredAnswer& answer, HeaderList shown, Bo
   if (isOurs) {
     result.content = std::move(entry->content);
   } else if (request_.options.receiver == nullptr) {
-    // Evicted at once, or replaced, which may happen again as long as others ask.
+    // The entry was evicted or replaced at once, which may happen again as long as others ask.
     whyNotStored_ = entry ? NotStored("another answer took its place at once") : gone;
-    // What is there now has not become outdated by an answer of before.
+    // The entry that is there now is newer than this answer, so it stays.
     candidate_.isThere = false;
     return Again();
   }

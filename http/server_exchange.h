@@ -14,7 +14,7 @@ class ServerExchange {
   ServerExchange(const GetRequest& request, Candidate candidate);
 
   Result Run(Error* error);
-  // What it means for others who wait for the same URL.
+  // What callers that wait for the same URL are told.
   const DownloadEnd& End() const { return end_; }
 
  private:
@@ -41,10 +41,10 @@ class ServerExchange {
   RunningExchanges::Mark mark_;
   DownloadEnd end_;
   std::optional<StoredEntry> part_;
-  // What the next try has to do without.
+  // Limits of the next try: without resuming, without storing.
   bool mayResume_ = true;
   Error whyNotStored_;
-  // Of the present try.
+  // State of the present try.
   bool isConditional_ = false;
   std::uint64_t offset_ = 0;  // bytes of the part that is stored
   Error transferError_;

@@ -1,4 +1,4 @@
-// Which URLs are being asked for, so that several callers of one need one download.
+// The downloads that are under way, so that several callers of one URL share one download.
 #ifndef OX_HTTP_SHARED_DOWNLOADS_H_
 #define OX_HTTP_SHARED_DOWNLOADS_H_
 
@@ -22,7 +22,7 @@ struct DownloadEnd {
     kGivenUp,  // for a reason of the caller: another one has to try
   } kind = Kind::kGivenUp;
   Error error;
-  // When the server's answer arrived. What is found in the cache without one counts as old.
+  // When the server's answer arrived; the oldest time where no server was asked.
   std::chrono::steady_clock::time_point answered;
 };
 
@@ -34,13 +34,13 @@ class SharedDownloads {
     DownloadEnd end;
   };
 
-  // The download of a URL that is under way. `isLeader`: it is the caller's own from now on, who
-  // has to call End.
+  // The download of that URL that is under way. Where there is none, a new one begins and
+  // `isLeader` is true: the caller does the download and must call End.
   std::shared_ptr<Download> Join(const std::string& url, bool* isLeader);
   void End(const std::string& url, Download& download, DownloadEnd end);
-  // Nobody joins the present download of that URL any more, and those who wait try again.
+  // From now on nobody joins the present download of that URL; callers that wait for it try again.
   void Invalidate(const std::string& url);
-  // False when the time was over first.
+  // Waits for the end of the download. False when the time was over before.
   bool WaitFor(Download& download, std::chrono::milliseconds time, DownloadEnd* end);
 
  private:

@@ -7,11 +7,13 @@
 
 namespace ox::internal::http {
 
-// Null when an answer to GET may be stored by a private cache, otherwise why not. `request` are the
-// headers that were sent.
+// Null when a private cache may store this answer to a GET; otherwise the reason why not.
+// `request`: the headers that were sent.
 const char* WhyNotStored(const Url& url, const StoredAnswer& answer, const HeaderList& request);
 
-// What of an answer's headers is kept: none that bears a URL with a user name or a password.
+// The headers of an answer that are stored. Left out are headers of the connection, headers that
+// Cache-Control names, and headers with a URL that has a user name. Location and Content-Location
+// stay: where one of them has a user name or a password, WhyNotStored forbids to store the answer.
 HeaderList KeptHeaders(HeaderList headers);
 
 }  // namespace ox::internal::http

@@ -17,8 +17,8 @@ struct StoredEntry {
   bool IsPart() const { return answer.wholeBytes > 0; }
 };
 
-// Nothing when there is no entry, or none that is an answer. `isThere` tells whether there is an
-// entry of any kind.
+// Empty when there is no entry, or it is not an answer. `isThere`: whether there is an entry of any
+// kind.
 std::optional<StoredEntry> FindStored(session::CacheSession& session, const std::string& url,
                                       bool* isThere);
 

@@ -44,9 +44,9 @@ class Transfer final : private LoopMember {
   Error Start(TransferHead* head);
   // The next piece of the body, decoded; empty at its end. An error when it breaks off.
   Error Read(std::string* piece);
-  // Whether the error was that the answer is more than this request allows.
+  // True when the error was that the answer is larger than this request allows.
   bool HasExceededLimit();
-  // Whether the error would be the same with other limits, also those of time.
+  // True when the request would have failed with other limits of size and time too.
   bool HasServerFailed();
 
  private:

@@ -7,7 +7,8 @@
 namespace ox::internal::http {
 namespace {
 
-// Of each kind one: a member is paused again only once it was let go on.
+// One of each kind. A member is paused again only after it was unpaused, so it never has two
+// commands to unpause it waiting.
 constexpr std::size_t kCommandsOfMember = 3;
 constexpr int kMaxWaitMilliseconds = 1000;
 constexpr std::chrono::hours kForEver{24};

@@ -6,7 +6,7 @@
 namespace ox::internal::http {
 namespace {
 
-// Lists whose order and case mean nothing.
+// Headers with lists in which neither order nor case has a meaning.
 bool IsUnorderedList(std::string_view name) {
   constexpr std::array<std::string_view, 4> kNames = {"Accept", "Accept-Charset", "Accept-Encoding",
                                                       "Accept-Language"};
@@ -14,7 +14,7 @@ bool IsUnorderedList(std::string_view name) {
                      [name](std::string_view one) { return SameName(one, name); });
 }
 
-// One line for several, without blanks that mean nothing.
+// One line for all lines of that name, without blanks that have no meaning.
 std::string Normalised(const HeaderList& request, std::string_view name) {
   std::string value = Combined(request, name);
   const bool isUnordered = IsUnorderedList(name);

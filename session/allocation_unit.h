@@ -14,24 +14,24 @@ namespace ox::internal {
 // it is written and be the same when it is deleted.
 class AllocationUnit {
  public:
-  // Not 0.
+  // Blocks of so many bytes, not 0.
   explicit AllocationUnit(std::uint64_t bytes) : bytes_(bytes) {}
-  // What the file system of this directory says.
+  // The blocks that the file system of this directory says it has.
   static AllocationUnit Of(const std::string& directory);
 
-  // On the disk, of a file of that length.
+  // Bytes that a file of that length takes on the disk.
   std::uint64_t OnDisk(std::uint64_t fileBytes) const {
     return (fileBytes + bytes_ - 1) / bytes_ * bytes_;
   }
-  // Of a metadata file, whose seal may take a block of its own. `status` may not be that of a file
-  // open for writing: some file systems reserve blocks for what may follow.
+  // Bytes that a metadata file takes, whose seal may take a block of its own. `status` may not be
+  // that of a file open for writing: some file systems reserve blocks for what may follow.
   std::uint64_t OfMetadata(const struct stat& status) const {
     return OfMetadata(static_cast<std::uint64_t>(status.st_size),
                       static_cast<std::uint64_t>(status.st_blocks));
   }
-  // `blocks` of 512 bytes are allocated to the file.
+  // The same of a file to which `blocks` of 512 bytes are allocated.
   std::uint64_t OfMetadata(std::uint64_t fileBytes, std::uint64_t blocks) const;
-  // By how much that is more when the file grows.
+  // How many more bytes on disk when the file grows by `by`.
   std::uint64_t Growth(std::uint64_t fileBytes, std::uint64_t by) const {
     return OnDisk(fileBytes + by) - OnDisk(fileBytes);
   }
@@ -40,8 +40,8 @@ class AllocationUnit {
   std::uint64_t bytes_;
 };
 
-// What is free to this user on the file system of the directory; the largest number where it does
-// not say.
+// Bytes that this user may still write to the file system of the directory; the largest number
+// where it does not say.
 std::uint64_t FreeBytes(const std::string& directory);
 
 }  // namespace ox::internal

@@ -37,7 +37,7 @@ Error DeleteAndRestart(SessionState& state, const std::vector<SurveyedEntry>& en
   return cache.Restart();
 }
 
-Error LookAround(SessionState& state, Survey* survey) OX_REQUIRES(state.mutex) {
+Error SurveyCurrent(SessionState& state, Survey* survey) OX_REQUIRES(state.mutex) {
   if (Error error = state.cache.EnsureCurrent()) return error;
   return internal::SurveyDirectory(state.cacheDirectory, survey);
 }
@@ -49,24 +49,24 @@ struct Seen {
   struct stat content {};
 };
 
-bool LookAt(const SessionState& state, const SurveyedEntry& entry, struct stat* content) {
+bool StatusOfContent(const SessionState& state, const SurveyedEntry& entry, struct stat* content) {
   const std::string path = state.cacheDirectory + "/" + std::string(entry.name);
   return lstat(path.c_str(), content) == 0;
 }
 
 bool IsUnchanged(const SessionState& state, const Seen& seen) {
   struct stat now;
-  return LookAt(state, seen.entry, &now) && now.st_ino == seen.content.st_ino &&
+  return StatusOfContent(state, seen.entry, &now) && now.st_ino == seen.content.st_ino &&
          now.st_ctim.tv_sec == seen.content.st_ctim.tv_sec &&
          now.st_ctim.tv_nsec == seen.content.st_ctim.tv_nsec;
 }
 
-Error LookAtAll(SessionState& state, Survey* survey, std::vector<Seen>* all) {
+Error ListForRemoval(SessionState& state, Survey* survey, std::vector<Seen>* all) {
   const MutexLock lock(state.mutex);
-  if (Error error = LookAround(state, survey)) return error;
+  if (Error error = SurveyCurrent(state, survey)) return error;
   for (const SurveyedEntry& entry : survey->entries) {
     Seen seen{entry, internal::ToListed(state.cacheDirectory, entry), {}};
-    if (LookAt(state, entry, &seen.content)) all->push_back(std::move(seen));
+    if (StatusOfContent(state, entry, &seen.content)) all->push_back(std::move(seen));
   }
   return {};
 }
@@ -106,14 +106,14 @@ Error TrimToTarget(SessionState& state, const TrimTarget& target) OX_REQUIRES(st
   Survey survey;
   std::vector<SurveyedEntry> unused;
   if (target.unusedFor) {
-    if (Error error = LookAround(state, &survey)) return error;
+    if (Error error = SurveyCurrent(state, &survey)) return error;
     unused = UnusedFor(*target.unusedFor, survey, state.cache.Clock().Next());
   }
   return DeleteAndRestart(state, unused, EvictionReason::kAge);
 }
 
-void Give(std::uint64_t count, std::uint64_t* to) {
-  if (to != nullptr) *to = count;
+void SetUnlessNull(std::uint64_t* number, std::uint64_t value) {
+  if (number != nullptr) *number = value;
 }
 
 }  // namespace
@@ -124,12 +124,12 @@ Error CacheSession::Clear(std::uint64_t* deleted) {
 
 Error CacheSession::RemoveIf(const std::function<bool(const ListedEntry&)>& isUnwanted,
                              std::uint64_t* deleted) {
-  Give(0, deleted);
+  SetUnlessNull(deleted, 0);
   return internal::Perform(*state_, [&]() -> Error {
     const internal::EvictionNews news(*state_);
     Survey survey;
     std::vector<Seen> seen;
-    if (Error failed = LookAtAll(*state_, &survey, &seen)) return failed;
+    if (Error failed = ListForRemoval(*state_, &survey, &seen)) return failed;
     seen.erase(std::remove_if(seen.begin(), seen.end(),
                               [&](const Seen& one) { return !isUnwanted(one.listed); }),
                seen.end());
@@ -138,7 +138,7 @@ Error CacheSession::RemoveIf(const std::function<bool(const ListedEntry&)>& isUn
     const MutexLock lock(state_->mutex);
     const std::uint64_t before = state_->counts.removed;
     Error error = RemoveUnchanged(*state_, seen);
-    Give(state_->counts.removed - before, deleted);
+    SetUnlessNull(deleted, state_->counts.removed - before);
     return error;
   });
 }
@@ -150,7 +150,7 @@ Error CacheSession::TrimTo(const TrimTarget& target, std::uint64_t* deleted) {
     const internal::EvictionLog& evictions = state_->cache.Evictions();
     const std::uint64_t before = evictions.Trimmed();
     Error error = TrimToTarget(*state_, target);
-    Give(evictions.Trimmed() - before, deleted);
+    SetUnlessNull(deleted, evictions.Trimmed() - before);
     return error;
   });
 }

@@ -12,7 +12,7 @@
 //   Content of a later commit comes into place only after its commit file is made, or after
 //   NAME.ox_meta is deleted; so it was not NAME yet when it was opened, or one of the two is seen.
 //
-// The commit file of a writer that has only kept what it had, and went on, is passed over.
+// The reader skips the commit file of KeepAs when its writer has written more since.
 //
 // A name that leads to another file now makes the reader begin again. Open files keep their inode
 // numbers from being given to others.

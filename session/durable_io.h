@@ -31,7 +31,7 @@ bool WriteAll(int fd, const void* data, std::size_t bytes, std::size_t* written 
 bool SetFileTime(const FileAt& file, std::int64_t time);
 bool SetFileTime(int fd, std::int64_t time);
 
-// The rest is on the medium before anything that follows.
+// Cuts the file to so many bytes, and synchronises it. False with errno.
 bool ShortenFile(const std::string& path, std::uint64_t bytes);
 
 // Lets the system begin to write the file to the medium. The journal's entry for it is then part of
@@ -48,7 +48,7 @@ bool RenameFile(const FileAt& from, const FileAt& to);
 // A second name for the file; EEXIST when there is a file of that name.
 bool LinkFile(const std::string& from, const std::string& to);
 
-// True when there is no such file afterwards.
+// True when there is no such file afterwards; otherwise false with errno.
 bool DeleteFile(const FileAt& file);
 
 // Of a regular file, without following a symbolic link; all 0 when there is none.

@@ -13,7 +13,7 @@ class EvictionNews {
  public:
   explicit EvictionNews(SessionState& state) : state_(state) {}
   ~EvictionNews() {
-    // In a child that was forked meanwhile nobody may be left to unlock the mutex.
+    // Not in a forked child: the thread that holds the mutex may not exist there.
     if (state_.hasEvictionNews && state_.directoryLock->IsHeld()) TellEvictions(state_);
   }
   EvictionNews(const EvictionNews&) = delete;

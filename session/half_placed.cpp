@@ -28,14 +28,14 @@ struct StagedContent {
   std::optional<std::uint32_t> sum;  // once it was asked for
 };
 
-// It is not one of the files that belong to nobody.
+// The staged file is kept: takes it off the list of files to delete.
 void NoteKept(const std::string& name, Survey* survey) {
   survey->staging.erase(std::find(survey->staging.begin(), survey->staging.end(), name));
 }
 
-// A later start may be able to look. The rest, as a lack of descriptors, passes soon.
+// True: a later start tries again. Other errors, such as no free descriptor, stop the opening.
 bool MayLookLater(int error) {
-  return MeansItStays(error) || MeansUnreadable(error);
+  return MayGoOnAfter(error) || MeansUnreadable(error);
 }
 
 // Content that cannot be looked at now is kept.
@@ -112,7 +112,7 @@ Error PlaceIfMissing(const StagedContent& content, Belonging belonging, const st
   *found = Found::kPlaced;
   if (isMissing && RenameFile(content.path, path)) return {};
   *found = isMissing ? Found::kBlocked : Found::kUncertain;
-  const bool isLater = isMissing ? MeansItStays(errno) : MayLookLater(errno);
+  const bool isLater = isMissing ? MayGoOnAfter(errno) : MayLookLater(errno);
   return isLater ? Error{} : SystemError("cannot tell whether a commit is in place", path);
 }
 
@@ -142,7 +142,7 @@ Error PlaceContents(const std::string& directory, const IsBeingWritten& isBeingW
       const bool isLeftOut = found == Found::kBlocked || found == Found::kUncertain;
       if (isLeftOut) {
         leftOut.push_back(entry.name);
-        survey->mayPass = survey->mayPass || MayPass(errno);
+        survey->mayFinishLater = survey->mayFinishLater || MayBeGoneLater(errno);
       }
       isKept = isKept || found != Found::kNothing;
       if (found == Found::kPlaced) {

@@ -19,8 +19,8 @@ namespace ox::internal {
 // Renames each such staged content to the content file of its entry, in the survey too, which is
 // that of the directory after FinishCommits. Looks at the entries only where content was left
 // staged that no writer is still at work on. What may not be renamed or cannot be read now stays
-// for a later start, and an entry that lacks it is left out of the survey. An error where it cannot
-// be told for want of a descriptor or of memory.
+// for a later start, and an entry that lacks it is left out of the survey. An error where no
+// descriptor or no memory is left to find that out.
 Error PlaceContents(const std::string& directory, const IsBeingWritten& isBeingWritten,
                     Survey* survey);
 

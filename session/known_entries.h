@@ -1,6 +1,6 @@
 // Which entries were found to be what was committed, since the manager's last start or since they
-// were stored. An entry that was written to, renamed or replaced since then is another one here:
-// the system changes the inode or its change time.
+// were stored. An entry that was written to, renamed or replaced since counts as unknown: the
+// system changes the inode or its change time.
 //
 // Eight bytes for each entry: a digest of what tells entries apart, mixed with a number drawn at
 // random. Not locked: the session's mutex guards it.

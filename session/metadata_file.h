@@ -16,8 +16,8 @@ namespace ox::internal {
 Error CheckMetadata(const std::string& metadata);
 
 // Makes a new file of that text, time of use (nanoseconds since 1970) and seal, which may be null.
-// `path` is its whole path, for messages. Left behind when something fails; a full disk is no
-// failure of the seal where that may be lacking.
+// `path` is its whole path, for messages. When something fails the file stays, and the caller
+// deletes it. With `mayLackSeal` a disk that is too full for the seal is no failure.
 Error StageMetadataFile(const FileAt& place, const std::string& path, const std::string& metadata,
                         std::int64_t time, const EntrySeal* seal, bool isSynchronised,
                         bool mayLackSeal = false);

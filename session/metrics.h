@@ -8,7 +8,8 @@
 
 namespace ox::internal {
 
-// What is in a cache and what may be, without what a session has done. Throws std::bad_alloc.
+// The gauges alone: entries, bytes and limits, without the counters of a session. Throws
+// std::bad_alloc.
 std::string GaugesText(const std::vector<session::NamedStatistics>& caches);
 
 }  // namespace ox::internal

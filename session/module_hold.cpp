@@ -8,44 +8,44 @@
 
 namespace ox::internal {
 
-struct ModuleHold::Seat {
+struct ModuleHold::KernelSlot {
   host::PosixKernel kernel{""};
   bool isFirst = false;  // its kernel is the one of the shared library and of all strings
   bool isTaken = false;
 };
 
-class ModuleHold::Seats {
+class ModuleHold::KernelSlots {
  public:
-  static Seats& OfProcess() {
-    static Seats& seats = *new Seats;
-    return seats;
+  static KernelSlots& OfProcess() {
+    static KernelSlots& slots = *new KernelSlots;
+    return slots;
   }
 
-  Seat& Take() OX_REQUIRES(mutex) {
-    for (Seat& seat : seats_) {
-      if (std::exchange(seat.isTaken, true)) continue;
-      return seat;
+  KernelSlot& Take() OX_REQUIRES(mutex) {
+    for (KernelSlot& slot : slots_) {
+      if (std::exchange(slot.isTaken, true)) continue;
+      return slot;
     }
-    Seat& seat = seats_.emplace_back();
-    seat.isFirst = seats_.size() == 1;
-    seat.isTaken = true;
-    return seat;
+    KernelSlot& slot = slots_.emplace_back();
+    slot.isFirst = slots_.size() == 1;
+    slot.isTaken = true;
+    return slot;
   }
 
   Mutex mutex;
 
  private:
-  std::deque<Seat> seats_ OX_GUARDED_BY(mutex);
+  std::deque<KernelSlot> slots_ OX_GUARDED_BY(mutex);
 };
 
 std::unique_ptr<ModuleHold> ModuleHold::Take(const std::string& wanted, Error* error) {
   const std::string path = wanted.empty() ? DefaultModulePath() : wanted;
   std::string reason;
-  // Let go after the lock, which its end takes.
+  // Declared before the lock: its destructor takes the same mutex.
   std::unique_ptr<ModuleHold> hold;
-  Seats& seats = Seats::OfProcess();
-  const MutexLock lock(seats.mutex);
-  hold.reset(new ModuleHold(seats.Take()));
+  KernelSlots& slots = KernelSlots::OfProcess();
+  const MutexLock lock(slots.mutex);
+  hold.reset(new ModuleHold(slots.Take()));
   if (hold->Load(path, &reason)) return hold;
   *error = MakeError(ErrorKind::kModule, "cannot load the module: " + reason);
   error->path = path;
@@ -53,24 +53,24 @@ std::unique_ptr<ModuleHold> ModuleHold::Take(const std::string& wanted, Error* e
 }
 
 bool ModuleHold::Load(const std::string& path, std::string* reason) {
-  if (seat_.isFirst) {
-    module_ = host::LoadedModule::LoadFurther(path, seat_.kernel, reason);
+  if (slot_.isFirst) {
+    module_ = host::LoadedModule::LoadFurther(path, slot_.kernel, reason);
     // Written only where it differs: other sessions read it at the same time.
-    if (module_ != nullptr && Kernel() != &seat_.kernel) SetKernel(&seat_.kernel);
+    if (module_ != nullptr && Kernel() != &slot_.kernel) SetKernel(&slot_.kernel);
   } else if (copy_.Make(path, reason)) {
-    module_ = host::LoadedModule::LoadFurther(copy_.Path(), seat_.kernel, reason);
+    module_ = host::LoadedModule::LoadFurther(copy_.Path(), slot_.kernel, reason);
   }
   return module_ != nullptr;
 }
 
 ModuleHold::~ModuleHold() {
-  const MutexLock lock(Seats::OfProcess().mutex);
+  const MutexLock lock(KernelSlots::OfProcess().mutex);
   module_.reset();
-  seat_.isTaken = false;
+  slot_.isTaken = false;
 }
 
 void ModuleHold::UseFileSystem(IFileSystem& fileSystem) {
-  seat_.kernel.UseFileSystem(&fileSystem);
+  slot_.kernel.UseFileSystem(&fileSystem);
 }
 
 }  // namespace ox::internal

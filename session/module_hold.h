@@ -31,13 +31,13 @@ class ModuleHold {
   host::LoadedModule& Module() { return *module_; }
 
  private:
-  struct Seat;
-  class Seats;
+  struct KernelSlot;
+  class KernelSlots;
 
-  explicit ModuleHold(Seat& seat) : seat_(seat) {}
+  explicit ModuleHold(KernelSlot& slot) : slot_(slot) {}
   bool Load(const std::string& path, std::string* reason);
 
-  Seat& seat_;
+  KernelSlot& slot_;
   ModuleCopy copy_;
   std::unique_ptr<host::LoadedModule> module_;
 };

@@ -17,7 +17,7 @@ OxString ToOxString(const std::string& text) {
 std::string ContentPath(core::cache::CacheValue& value) {
   const OxString path = value.GetFile();
   std::string text = path.UTF8();
-  // The module's copies have a watch of their own; a text that got lost is empty.
+  // The module does not report that memory ran out; then the text is empty.
   if (text.empty()) throw std::bad_alloc();
   return text;
 }

@@ -142,10 +142,10 @@ Error OpenSessionState(SessionOptions options, std::shared_ptr<SessionState>* st
   if ((error = RefuseToDeleteAll(options, limits))) return error;
   ConfigurationSnapshot::Write(options.directory, limits, &configuration);
 
-  RunningCache::Foundation foundation{options.directory, UnitOf(options, limits.cacheDirectory),
-                                      std::move(configuration), std::move(module)};
-  auto opened = std::make_shared<SessionState>(options, std::move(limits), std::move(lock),
-                                               std::move(foundation));
+  RunningCache::Setup setup{options.directory, UnitOf(options, limits.cacheDirectory),
+                            std::move(configuration), std::move(module)};
+  auto opened =
+      std::make_shared<SessionState>(options, std::move(limits), std::move(lock), std::move(setup));
   const MutexLock guard(opened->mutex);
   if ((error = opened->cache.Restart())) return error;
   *state = std::move(opened);

@@ -25,8 +25,8 @@ struct PublishOutcome {
   // The content is in place and stays there: the new entry serves, or the next restart sees to it.
   // The writer's bytes are the entry's.
   bool isDecided = false;
-  // The commit file was made and taken back, and the medium may have kept the first and not the
-  // second: the staged content must be there when a start finds the commit file.
+  // The commit file was made and deleted again, but after a power cut it may be back: the staged
+  // content must be there when a start finds it.
   bool mayBeDecided = false;
 };
 

@@ -28,7 +28,7 @@ Error DeleteLeftover(const std::string& path, std::uint64_t* deleted) {
     ++*deleted;
     return {};
   }
-  return MeansItStays(errno) ? Error{} : SystemError("cannot delete", path);
+  return MayGoOnAfter(errno) ? Error{} : SystemError("cannot delete", path);
 }
 
 // Makes staged content as long as its commit file says: what was kept of a writer may have grown
@@ -44,7 +44,7 @@ Error FitToSeal(const CommitFiles& files, bool* isWhole) {
   const auto bytes = static_cast<std::uint64_t>(content.st_size);
   *isWhole = !seal || bytes == seal->contentBytes;
   if (*isWhole || bytes < seal->contentBytes) return {};
-  // Cut through another name of it, a file would be cut that is not ours.
+  // A file with a second name is not cut: the other name may belong to somebody else.
   *isWhole = S_ISREG(content.st_mode) && content.st_nlink == 1;
   if (!*isWhole) return {};
   if (ShortenFile(files.stagedContent, seal->contentBytes)) return {};
@@ -60,21 +60,21 @@ Error FinishCommit(const std::string& directory, const std::string& entryName,
   bool isThere = false;
   if (isContentStaged) {
     if (Error error = FitToSeal(files, &isThere)) {
-      *isBlocked = MeansItStays(error.systemError) || MeansUnreadable(error.systemError);
+      *isBlocked = MayGoOnAfter(error.systemError) || MeansUnreadable(error.systemError);
       return error;
     }
   } else if (!IsContentInPlace(files.commit, files.content, &isThere)) {
-    *isBlocked = MeansItStays(errno) || MeansUnreadable(errno);
+    *isBlocked = MayGoOnAfter(errno) || MeansUnreadable(errno);
     return SystemError("cannot tell whether a commit is in place", files.content);
   }
   // The new content is lost: there is nothing to finish.
   if (!isThere && files.Delete(files.commit)) return {};
   if (!isThere) {
-    *isBlocked = MeansItStays(errno);
+    *isBlocked = MayGoOnAfter(errno);
     return SystemError("cannot delete", files.commit);
   }
   if (files.Finish(isContentStaged, Synchronise::kWherePossible)) return {};
-  *isBlocked = MeansItStays(errno);
+  *isBlocked = MayGoOnAfter(errno);
   return SystemError("cannot finish a commit", files.content);
 }
 
@@ -146,12 +146,12 @@ bool IsAdmissible(const SurveyedEntry& entry, const session::CacheLimits& limits
 
 }  // namespace
 
-bool MayPass(int error) {
+bool MayBeGoneLater(int error) {
   return error == EROFS || MeansNoSpace(error);
 }
 
-bool MeansItStays(int error) {
-  return IsLastingRefusal(error) || MayPass(error);
+bool MayGoOnAfter(int error) {
+  return IsLastingRefusal(error) || MayBeGoneLater(error);
 }
 
 bool MeansUnreadable(int error) {
@@ -185,7 +185,7 @@ Error GiveUpCommit(const std::string& directory, const std::string& commitName) 
       if (Error error = Delete(path)) return error;
     }
     // Without the commit file nothing would tell that old metadata is of other content.
-    if (!files.SynchroniseDirectory() && !MeansItStays(errno)) {
+    if (!files.SynchroniseDirectory() && !MayGoOnAfter(errno)) {
       return SystemError("cannot synchronise", directory);
     }
   }
@@ -196,7 +196,7 @@ Error FinishCommits(const std::string& directory, const IsBeingWritten& isBeingW
                     EvictionLog* evictions, Survey* survey) {
   if (Error error = SurveyDirectory(directory, survey)) return error;
   bool isChanged = false;
-  bool mayPass = false;
+  bool mayFinishLater = false;
   std::vector<std::string> blocked;
   Evictor evictor(directory, *survey, evictions);
   for (const std::string& name : survey->staging) {
@@ -210,14 +210,14 @@ Error FinishCommits(const std::string& directory, const IsBeingWritten& isBeingW
       error = FinishCommit(directory, entryName, id, &isBlocked);
     if (!error) continue;
     if (!isBlocked) return error;
-    mayPass = mayPass || MayPass(error.systemError);
+    mayFinishLater = mayFinishLater || MayBeGoneLater(error.systemError);
     blocked.push_back(name);
   }
   if (!isChanged) return {};
   if (Error error = SurveyDirectory(directory, survey)) return error;
   for (const std::string& name : blocked)
     SetAside(directory, name, survey);
-  survey->mayPass = mayPass;
+  survey->mayFinishLater = mayFinishLater;
   return {};
 }
 
@@ -234,7 +234,7 @@ Error DeleteLeftovers(const std::string& directory, const Survey& survey,
     if (id.empty() || isBeingWritten(id) || IsOfBlockedCommit(survey, id)) continue;
     // The medium may still hold a commit file that was taken back; without its content it would
     // pass for one whose content is in place.
-    if (!isSynchronised && !SyncDirectory(directory) && !MeansItStays(errno)) {
+    if (!isSynchronised && !SyncDirectory(directory) && !MayGoOnAfter(errno)) {
       return SystemError("cannot synchronise", directory);
     }
     isSynchronised = true;
@@ -277,7 +277,7 @@ Error TrimToLimits(const std::string& directory, const session::CacheLimits& lim
     }
     Error error = DeleteEntry(directory, *entry, EvictionReason::kLimits, evictions);
     // What this user may not delete stays, and is no entry of this cache.
-    if (error && !MeansItStays(error.systemError)) return error;
+    if (error && !MayGoOnAfter(error.systemError)) return error;
   }
   entries.erase(entries.begin(), kept.base());
   survey->bytes = bytes;

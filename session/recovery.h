@@ -14,12 +14,12 @@
 
 namespace ox::internal {
 
-// What this user may not change, for example in a directory with the sticky bit, stays. So does all
-// on a file system that has turned read-only or has no room to write down a change: what is there
-// can still be fetched.
-bool MeansItStays(int error);
-// Of these, what may be over before the next start.
-bool MayPass(int error);
+// Errors for which a start leaves a file as it is and goes on. This user may not change the file,
+// as in a directory with the sticky bit; or the file system has turned read-only, or has no room to
+// write down a change. What is there can still be fetched.
+bool MayGoOnAfter(int error);
+// Of these errors, those that may be gone at the next start.
+bool MayBeGoneLater(int error);
 // The errno of a medium that does not give back what was written.
 bool MeansUnreadable(int error);
 

@@ -33,8 +33,8 @@ class Room {
   // From here on the writer's bytes are an entry's.
   void TurnIntoEntry(WriterShare& share);
 
-  // Makes the cache take one entry more, or as many where it replaces one of `replacedBytes`. What
-  // is replaced is the entry used last, so it is the last to be evicted.
+  // Evicts until the limits allow one entry more, or the replacement of one that takes
+  // `replacedBytes`. What is replaced is the entry used last, so it is the last to be evicted.
   Error MakeRoomToPublish(const WriterShare& share, std::uint64_t replacedBytes,
                           bool isReplacement);
 
@@ -50,12 +50,12 @@ class Room {
   Error MakeDiskSpace(WriterShare& share, Error failure);
 
  private:
-  // How many bytes less than so many beyond `minFree` are free.
+  // How many bytes are missing so that `bytes` can be written and `minFree` stay free.
   std::uint64_t Lacking(std::uint64_t bytes) const;
   Error KeepFree(WriterShare& share, std::uint64_t bytes);
   Error EvictForDisk(WriterShare& share, std::uint64_t neededBytes, Error failure);
   std::uint64_t EntriesToSpare(const WriterShare& share);
-  // As far as there are entries to evict.
+  // Evicts until so many bytes more fit, or no entry is left; `fits` tells which.
   Error EvictUntilFits(std::uint64_t bytes, bool* fits);
   // Not while an entry is lent: it may restart the manager.
   Error Evict(session::EvictionReason reason);

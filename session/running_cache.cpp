@@ -15,15 +15,14 @@ namespace ox::internal {
 
 using core::cache::CacheValue;
 
-RunningCache::RunningCache(Foundation foundation, const session::CacheLimits& limits,
+RunningCache::RunningCache(Setup setup, const session::CacheLimits& limits,
                            const WriterList& writers, DirectoryLock& lock)
     : limits_(limits),
       writers_(writers),
       lock_(lock),
-      account_(foundation.unit),
-      fileSystem_(std::move(foundation.directory), std::move(foundation.configuration), account_,
-                  lock),
-      module_(std::move(foundation.module)) {
+      account_(setup.unit),
+      fileSystem_(std::move(setup.directory), std::move(setup.configuration), account_, lock),
+      module_(std::move(setup.module)) {
   module_->UseFileSystem(fileSystem_);
 }
 
@@ -34,7 +33,7 @@ Error RunningCache::EnsureCurrent() {
     return error;
   }
   // Once it can be, a commit that waits is finished before anything newer is stored.
-  const bool isCurrent = manager_.has_value() && !account_.IsStale() && !mayPass_;
+  const bool isCurrent = manager_.has_value() && !account_.IsStale() && !needsRestart_;
   return isCurrent ? Error{} : Restart();
 }
 
@@ -60,7 +59,7 @@ Error RunningCache::Restart() {
   ++starts_;
   // The scan deletes nothing unless somebody else changed the directory meanwhile.
   if (account_.Entries() != survey.entries.size()) account_.MarkStale();
-  mayPass_ = survey.mayPass;
+  needsRestart_ = survey.mayFinishLater;
   blockedCommits_ = std::move(survey.blockedCommits);
   waitingEntries_ = std::move(survey.waitingEntries);
   return {};
@@ -101,8 +100,8 @@ Error RunningCache::GiveUpCommits(std::string_view name, const WriterShare* own)
     }
     if (Error error = GiveUpCommit(limits_.cacheDirectory, *commit)) return error;
     Deletions().NoteAny();
-    // Its staged content stays, in nobody's count, until the restart before the next operation.
-    mayPass_ = true;
+    // The account does not count its staged content until the restart before the next operation.
+    needsRestart_ = true;
     commit = blockedCommits_.erase(commit);
   }
   return GiveUpWaitingEntry(name);
@@ -117,7 +116,7 @@ Error RunningCache::GiveUpWaitingEntry(std::string_view name) {
   for (const std::string& path : {content, content + format::kMetadataSuffix}) {
     if (!DeleteFile(lock_.At(path))) return SystemError("cannot delete", path);
   }
-  mayPass_ = true;
+  needsRestart_ = true;
   waitingEntries_.erase(waiting);
   return {};
 }

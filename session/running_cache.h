@@ -30,7 +30,7 @@ namespace ox::internal {
 class RunningCache {
  public:
   // What must be known of the cache before it can run.
-  struct Foundation {
+  struct Setup {
     std::string directory;  // of the configuration
     AllocationUnit unit;    // of the cache directory
     ConfigurationSnapshot configuration;
@@ -38,7 +38,7 @@ class RunningCache {
   };
 
   // The references must outlive this. No manager runs until the first restart.
-  RunningCache(Foundation foundation, const session::CacheLimits& limits, const WriterList& writers,
+  RunningCache(Setup setup, const session::CacheLimits& limits, const WriterList& writers,
                DirectoryLock& lock);
   RunningCache(const RunningCache&) = delete;
   RunningCache& operator=(const RunningCache&) = delete;
@@ -60,9 +60,8 @@ class RunningCache {
   // The same for an entry whose metadata file is about to hold `metadata`: the manager takes that
   // over, and does not read the file.
   core::cache::CacheValue* FindToReplace(const OxString& url, const OxString& metadata);
-  // To be called before an entry is changed. A start could not finish a commit of it; finished
-  // later, that would undo the change.
-  // So would what another writer than `own` has kept as that entry.
+  // To be called before an entry is changed. Deletes the commit files of this entry, also those
+  // that writers other than `own` keep: finished later, they would undo the change.
   Error GiveUpCommitsOf(const OxString& url, const WriterShare* own = nullptr);
   // The same by the name of the content file.
   Error GiveUpCommits(std::string_view name, const WriterShare* own = nullptr);
@@ -104,10 +103,11 @@ class RunningCache {
   std::unique_ptr<ModuleHold> module_;
   std::uint64_t starts_ = 0;
   std::uint64_t leftovers_ = 0;
-  std::vector<std::string> blockedCommits_;  // of the last start
-  std::vector<std::string> waitingEntries_;  // the same
-  // What blocks them may be over, or one was given up: a restart comes before the next operation.
-  bool mayPass_ = false;
+  std::vector<std::string> blockedCommits_;  // names of commit files that the last start set aside
+  // Names of entries that wait for their content since the last start.
+  std::vector<std::string> waitingEntries_;
+  // True: restart before the next operation, because a waiting commit may be possible now.
+  bool needsRestart_ = false;
   // Last, so that it is given back before anything that the manager uses.
   std::optional<host::ManagerReference> manager_;
 };

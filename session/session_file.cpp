@@ -107,7 +107,7 @@ std::uint64_t SessionFile::Read(std::uint64_t count, void* destination) {
     const std::string_view text(fileSystem_.shownMetadata_);
     return text.copy(static_cast<char*>(destination), static_cast<std::size_t>(count));
   }
-  // Of all real files the module reads the metadata files alone. Asked while the file is open,
+  // The module reads no other real files than metadata files. The status is asked of the open file,
   // which costs less than by its path.
   struct stat status;
   if (!file_.GetStatus(&status)) {

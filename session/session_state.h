@@ -25,12 +25,12 @@ namespace ox::internal {
 
 struct SessionState {
   SessionState(session::SessionOptions sessionOptions, session::CacheLimits cacheLimits,
-               std::unique_ptr<DirectoryLock> lock, RunningCache::Foundation foundation)
+               std::unique_ptr<DirectoryLock> lock, RunningCache::Setup setup)
       : options(std::move(sessionOptions)),
         cacheDirectory(cacheLimits.cacheDirectory),
         directoryLock(std::move(lock)),
         limits(std::move(cacheLimits)),
-        cache(std::move(foundation), limits, writers, *directoryLock),
+        cache(std::move(setup), limits, writers, *directoryLock),
         room(cache, writers, limits, options.minFree) {
     if (options.onEviction) cache.Evictions().KeepNews(hasEvictionNews);
   }
@@ -45,7 +45,7 @@ struct SessionState {
   SessionCounts counts;
   Productions productions;
   std::atomic<bool> hasEvictionNews{false};
-  // Set where this must never be destroyed.
+  // Points to this object itself in a forked child, so that it is never destroyed.
   std::shared_ptr<SessionState> itself;
 
   // Held during every call of the manager; let go while content is written and synchronised.

@@ -63,7 +63,7 @@ class StagedMetadata {
 
 // Whether KeepAs has kept it as the entry of that URL.
 bool IsKeptAs(const Staging& staging, const std::string& url);
-// What KeepAs has made counts no more.
+// Deletes the commit file that KeepAs has made.
 Error DropKept(SessionState& state, Staging& staging) OX_REQUIRES(state.mutex);
 
 // The end of a writer.

@@ -30,10 +30,10 @@ bool IsMetadata(const DirectoryEntry& file) {
 
 // A file in the order of names. Most comparisons need no more than the first bytes, which lie
 // beside each other here.
-class Named {
+class FileByName {
  public:
   // Less the last `suffix` bytes.
-  Named(const DirectoryEntry& file, std::size_t suffix)
+  FileByName(const DirectoryEntry& file, std::size_t suffix)
       : file_(&file), length_(file.name.size() - suffix) {
     const std::string_view name = Name();
     for (std::size_t i = 0; i < sizeof start_; ++i) {
@@ -44,7 +44,7 @@ class Named {
   const DirectoryEntry& File() const { return *file_; }
   std::string_view Name() const { return file_->name.substr(0, length_); }
 
-  bool operator<(const Named& other) const {
+  bool operator<(const FileByName& other) const {
     return start_ != other.start_ ? start_ < other.start_ : Name() < other.Name();
   }
 
@@ -75,7 +75,7 @@ class Surveyor {
   void Run() {
     survey_->entries.reserve(metadata_.size());
     auto other = others_.begin();
-    for (const Named& metadata : metadata_) {
+    for (const FileByName& metadata : metadata_) {
       for (; other != others_.end() && *other < metadata; ++other)
         SortOther(other->File());
       const bool isThere = other != others_.end() && other->Name() == metadata.Name();
@@ -105,7 +105,7 @@ class Surveyor {
   }
 
   // True when the two are an entry.
-  bool Pair(const Named& metadata, const DirectoryEntry* content) {
+  bool Pair(const FileByName& metadata, const DirectoryEntry* content) {
     const DirectoryEntry& file = metadata.File();
     const std::string_view name = metadata.Name();
     if (IsSessionName(std::string(name))) {
@@ -154,8 +154,8 @@ class Surveyor {
   }
 
   Survey* survey_;
-  std::vector<Named> metadata_;
-  std::vector<Named> others_;
+  std::vector<FileByName> metadata_;
+  std::vector<FileByName> others_;
   std::vector<const DirectoryEntry*> staging_;
   std::vector<std::string_view> directories_;
 };

@@ -46,11 +46,11 @@ struct Survey {
   std::vector<std::string> waitingEntries;
   // Everything else but the session's and the module's own files.
   std::vector<std::string> foreignFiles;
-  std::uint64_t bytes = 0;     // of all entries, content and metadata
-  NameArena names;             // of the entries
-  bool isOrderKept = false;    // the times of use are from the file of use_order.h
-  bool isOrderToStay = false;  // which was written anew where times cannot be set
-  bool mayPass = false;        // commits wait for a file system that is writable or less full
+  std::uint64_t bytes = 0;      // of all entries, content and metadata
+  NameArena names;              // of the entries
+  bool isOrderKept = false;     // the times of use are from the file of use_order.h
+  bool isOrderToStay = false;   // which was written anew where times cannot be set
+  bool mayFinishLater = false;  // commits wait for a file system that is writable or less full
 };
 
 // kInputOutput when the directory, or a file in it, cannot be looked at.

@@ -45,7 +45,7 @@ std::int64_t UseClock::LatestPossible() {
 std::int64_t UseClock::Next() {
   const std::int64_t bootTime = Read(CLOCK_BOOTTIME);
   const std::int64_t carriedOn = last_ + std::max<std::int64_t>(bootTime - bootTimeOfLast_, 1);
-  // A clock set to the end of time must leave room for what comes after it.
+  // Limits a clock that is set far ahead, so that later times still fit.
   last_ = std::max(std::min(Read(CLOCK_REALTIME), kLatest), carriedOn);
   bootTimeOfLast_ = bootTime;
   return last_;

@@ -15,7 +15,7 @@
 
 namespace ox::internal {
 
-// What one writer has met with on a disk that was full. The writer's own thread alone uses it.
+// What one writer has met with on a disk that was full.
 struct FullDisk {
   // Evicted for it, whether that gave space back or not.
   std::uint64_t entries = 0;
@@ -24,7 +24,9 @@ struct FullDisk {
   bool mayLackSeal = false;
 };
 
-// One writer's part. The writer keeps it; the session's mutex guards all but the ID.
+// One writer's part, which the writer owns. Threads: the writer is used by one thread at a time.
+// That thread changes `url`, `bytes`, `user`, `keptPath` and `keptBytes` with the session's mutex
+// held and may read them without it; other threads read them with the mutex held.
 struct WriterShare {
   WriterShare(std::string newId, OxString newUrl)
       : id(std::move(newId)), url(std::make_unique<const OxString>(std::move(newUrl))) {}
@@ -33,7 +35,7 @@ struct WriterShare {
   std::unique_ptr<const OxString> url;  // of the entry; never null
   std::uint64_t bytes = 0;              // granted and not given back
   std::thread::id user;                 // the thread that wrote last
-  FullDisk fullDisk;
+  FullDisk fullDisk;                    // for the writer's own thread alone
   // The commit file that StoreWriter::KeepAs made, or that a failed commit could not take back, and
   // its bytes of the share; empty: there is none.
   std::string keptPath;

@@ -22,33 +22,43 @@ struct OxMem_Selector_OX_NEW_DELETE;
 struct OxMem_Selector_OX_VECTOR_NEW_DELETE;
 struct OxMem_Selector_OX_MALLOC_FREE;
 
-// One object.
+// A block of `size` bytes for one object; null when there is no memory. `file` and `line`, the
+// place in the caller's source, go to IOxKernel::Allocate as they are.
 void* operator new(std::size_t size, const char* file, int line,
                    OxMem_Selector_OX_NEW_DELETE*) noexcept;
+// Gives such a block back and calls no destructor. Null does nothing. `file` and `line` go to
+// IOxKernel::Free.
 void operator delete(void* p, const char* file, int line, OxMem_Selector_OX_NEW_DELETE*) noexcept;
 
 // a * b bytes; `size` is not used. A product that overflows gives null.
 void* operator new(std::size_t size, std::size_t a, std::size_t b, const char* file, int line,
                    OxMem_Selector_OX_VECTOR_NEW_DELETE*) noexcept;
+// Gives such a block back and calls no destructor. Null does nothing; `a` and `b` are not used.
 void operator delete(void* p, std::size_t a, std::size_t b, const char* file, int line,
                      OxMem_Selector_OX_VECTOR_NEW_DELETE*) noexcept;
 
 // n bytes; `size` is not used.
 void* operator new(std::size_t size, std::size_t n, const char* file, int line,
                    OxMem_Selector_OX_MALLOC_FREE*) noexcept;
+// Gives such a block back. Null does nothing; `n` is not used.
 void operator delete(void* p, std::size_t n, const char* file, int line,
                      OxMem_Selector_OX_MALLOC_FREE*) noexcept;
 
-// The array forms exist for the framework's other modules' sake: they give null and do nothing.
+// Always null. The array forms exist because other modules of the framework link them.
 void* operator new[](std::size_t size, const char* file, int line,
                      OxMem_Selector_OX_NEW_DELETE*) noexcept;
+// Does nothing.
 void operator delete[](void* p, const char* file, int line, OxMem_Selector_OX_NEW_DELETE*) noexcept;
+// Always null.
 void* operator new[](std::size_t size, std::size_t a, std::size_t b, const char* file, int line,
                      OxMem_Selector_OX_VECTOR_NEW_DELETE*) noexcept;
+// Does nothing.
 void operator delete[](void* p, std::size_t a, std::size_t b, const char* file, int line,
                        OxMem_Selector_OX_VECTOR_NEW_DELETE*) noexcept;
+// Always null.
 void* operator new[](std::size_t size, std::size_t n, const char* file, int line,
                      OxMem_Selector_OX_MALLOC_FREE*) noexcept;
+// Does nothing.
 void operator delete[](void* p, std::size_t n, const char* file, int line,
                        OxMem_Selector_OX_MALLOC_FREE*) noexcept;
 

@@ -14,10 +14,13 @@ namespace ox {
 // Threads: one at a time.
 class UniqueFd {
  public:
+  // Holds no descriptor.
   UniqueFd() = default;
   // Takes the descriptor over.
   explicit UniqueFd(int fd) : fd_(fd) {}
+  // Takes the other's descriptor over; the other holds none afterwards.
   UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  // The same; the descriptor that this object held is closed.
   UniqueFd& operator=(UniqueFd&& other) noexcept {
     if (this != &other) Reset(std::exchange(other.fd_, -1));
     return *this;
@@ -26,6 +29,7 @@ class UniqueFd {
   UniqueFd& operator=(const UniqueFd&) = delete;
   ~UniqueFd() { Reset(); }
 
+  // True when this object holds a descriptor.
   bool IsOpen() const { return fd_ >= 0; }
   // Stays with this object; -1 when there is none.
   int Get() const { return fd_; }

@@ -28,7 +28,7 @@ enum class ErrorKind {
 //
 // Copies are independent of each other. Threads: as any plain value.
 struct Error {
-  ErrorKind kind = ErrorKind::kNone;
+  ErrorKind kind = ErrorKind::kNone;  // kNone: success
   std::string detail;   // what was being done or what is wrong, a clause without a full stop
   std::string path;     // the file concerned, or empty
   int systemError = 0;  // errno, or 0

@@ -8,6 +8,7 @@
 
 namespace ox::session {
 
+// Why a session evicted an entry. The values are also the places in SessionStatistics::evictions.
 enum class EvictionReason {
   kRoom,     // a store needed its room
   kTrim,     // Trim, or the target of TrimTo
@@ -15,14 +16,16 @@ enum class EvictionReason {
   kLimits,   // a start or SetLimits found the cache above its limits
   kDamaged,  // a fetch found that it was not what had been committed
 };
+// How many reasons there are.
 constexpr std::size_t kEvictionReasons = 5;
 
-// An entry that was evicted. What was removed, cleared or replaced was not.
+// An entry that was evicted, as SessionOptions::onEviction is told it. Entries that the program
+// removes, clears or replaces are not evicted. A plain value.
 struct Eviction {
-  EvictionReason reason = EvictionReason::kRoom;
-  std::string name;                // of the content file, without the directory
-  std::string url;                 // empty where it is not known, as in ListedEntry
-  std::uint64_t contentBytes = 0;  // 0 where the content was gone already
+  EvictionReason reason = EvictionReason::kRoom;  // why it went
+  std::string name;                               // of the content file, without the directory
+  std::string url;                                // empty where it is not known, as in ListedEntry
+  std::uint64_t contentBytes = 0;  // length of the content; 0 where it was gone already
 };
 
 }  // namespace ox::session

@@ -53,7 +53,8 @@ class File {
   virtual std::uint64_t GetSize() = 0;
 
   // Reads at most `count` bytes from the current position; the number read, 0 at the end or on an
-  // error. A larger number than `count` is taken for 0.
+  // error. The module looks at the low 32 bits of the number: where these are more than `count`, it
+  // takes the number for 0.
   virtual std::uint64_t Read(std::uint64_t count, void* destination) = 0;
 
   // Writes `count` bytes; the number written. Anything else than `count` is a failed write.

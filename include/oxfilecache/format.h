@@ -15,16 +15,20 @@
 
 namespace ox::format {
 
+// The configuration, in the host's default directory.
 inline constexpr char kConfigurationFileName[] = "file-cache.conf";
 
 // Appended to the name of a content file it gives that of the metadata file.
 inline constexpr char kMetadataSuffix[] = ".ox_meta";
+// In characters, without the NUL.
 inline constexpr std::size_t kMetadataSuffixLength = sizeof kMetadataSuffix - 1;
 
 // Of the configuration and of a metadata file only this many bytes are looked at.
 inline constexpr std::size_t kTextBytes = 1024;
 
+// Bytes of an MD5 digest.
 inline constexpr std::size_t kDigestBytes = 16;
+// The characters of a content file's name: a digit for each half of a byte.
 inline constexpr char kContentNameCharacters[] = "0123456789ABCDEF";
 // Two characters for each byte of the digest.
 inline constexpr std::size_t kContentNameLength = 2 * kDigestBytes;

@@ -42,6 +42,8 @@ class PosixFileSystem final : public IFileSystem {
   // Null when memory runs out. That cannot happen to the first three objects that are in use at the
   // same time.
   os::filesystem::File* CreateFile() override;
+  // Closes the file and takes the object back, which must be from CreateFile of this file system.
+  // Null does nothing.
   void DestroyFile(os::filesystem::File* file) override;
   // Makes the directory when it is missing, with mode 0700; its missing parents get 0777 less the
   // umask. 0, and `out` empty, when that fails.
@@ -72,6 +74,8 @@ class PosixKernel final : public IOxKernel {
   // Puts another file system in the place of the kernel's own, for example one that wraps it. To be
   // called before the first manager is made. It is not owned and must outlive every manager.
   void UseFileSystem(IFileSystem* fileSystem) { fileSystem_ = fileSystem; }
+  // The file system that the kernel was made with, also when UseFileSystem put another one in its
+  // place. The kernel owns it.
   PosixFileSystem& OwnFileSystem() { return ownFileSystem_; }
 
   void* GetInterface(const char* name) override;
@@ -120,6 +124,8 @@ class LoadedModule {
   LoadedModule(const LoadedModule&) = delete;
   LoadedModule& operator=(const LoadedModule&) = delete;
 
+  // The module's factory, which makes the manager. Owned by this object and valid as long as it is;
+  // ManagerReference takes it from here.
   core::cache::ICacheManager& Factory() { return *factory_; }
 
  private:
@@ -149,9 +155,12 @@ class ManagerReference {
   ManagerReference(const ManagerReference&) = delete;
   ManagerReference& operator=(const ManagerReference&) = delete;
 
-  // False when memory ran out during the start; there is no manager then.
+  // False when memory ran out during the start, or the host had no file object for it. There is no
+  // manager then.
   explicit operator bool() const { return manager_ != nullptr; }
+  // The manager, null where the reference is false. Do not delete it.
   core::cache::FileCacheManager* operator->() const { return manager_; }
+  // The manager. Only where the reference is true.
   core::cache::FileCacheManager& operator*() const { return *manager_; }
 
  private:

@@ -39,10 +39,11 @@ enum class Outcome {
 
 // One check and its outcome.
 struct Finding {
-  std::string name;  // one line, the same in every run
-  Outcome outcome;
+  std::string name;    // one line, the same in every run
+  Outcome outcome;     // how it ended
   std::string detail;  // one line: why it failed or was skipped; empty when it passed
 
+  // True for kPassed; false for a check that failed, and for one that was skipped.
   bool Passed() const { return outcome == Outcome::kPassed; }
 };
 

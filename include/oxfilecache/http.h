@@ -45,7 +45,7 @@ namespace ox::http {
 
 // One header line. Names compare without regard to case.
 struct Header {
-  std::string name;
+  std::string name;   // without the colon
   std::string value;  // without blanks around it
 };
 
@@ -61,11 +61,14 @@ enum class Outcome {
 
 // What holds for all requests of a client.
 struct ClientOptions {
+  // Sent as User-Agent, unless the request has one. Empty: none is sent.
   std::string userAgent = "oxfilecache";
-  // PEM files; empty: the system's authorities, no client certificate. Read at each connection.
+  // A PEM file with the certificate authorities that are trusted. Empty: those of the system. This
+  // and the next two files are read at each connection.
   std::string caFile;
+  // A PEM file with the certificate that is shown to servers. Empty: none.
   std::string certificateFile;
-  std::string keyFile;  // of the certificate; empty: in certificateFile
+  std::string keyFile;  // a PEM file with its private key; empty: in certificateFile
   // As in "http://proxy:3128"; empty: as the environment says (http_proxy, https_proxy, no_proxy).
   std::string proxy;
   // Where a body goes that is not stored and has no receiver, in a file without a name. Empty:
@@ -86,8 +89,8 @@ struct ClientOptions {
 
 // How far a download is, in bytes of the decoded body.
 struct Progress {
-  std::uint64_t received = 0;
-  std::uint64_t total = 0;  // 0 while unknown
+  std::uint64_t received = 0;  // also what an earlier download had, where that is resumed
+  std::uint64_t total = 0;     // 0 while unknown
 };
 
 // Takes a body while it arrives, on the thread that called the client. It may not call the client.
@@ -97,6 +100,7 @@ class BodyReceiver {
   // Before the first byte. Again when the body has to start over, since the server went away and
   // another copy follows: what was received so far does not count.
   virtual Error OnBegin() = 0;
+  // The next bytes of the body, in its order. `data` is valid during the call only.
   virtual Error OnData(const void* data, std::size_t bytes) = 0;
 
  protected:
@@ -122,14 +126,17 @@ struct RequestOptions {
   // Redirections followed, each through the cache. 0: the redirection is the answer. One too many
   // is an error.
   unsigned maxRedirections = 10;
+  // For finding the server's address and connecting to it, TLS included; for each request that is
+  // sent. 0: libcurl's own limit, 300 seconds.
   std::chrono::milliseconds connectTimeout{30000};
-  // A server that sends less than minimumSpeed (bytes a second) for so long is given up.
+  // A server that sends less than minimumSpeed for so long is given up. 0: never.
   std::chrono::seconds silenceTimeout{60};
-  std::uint32_t minimumSpeed = 16;
+  std::uint32_t minimumSpeed = 16;  // bytes a second; 0: any speed will do
   // Of one call: all redirections and the body; 0: no limit.
   std::chrono::milliseconds totalTimeout{0};
-  // A larger body, decoded, is an error, and so are more bytes of headers.
+  // A body that is larger, once it is decoded, is an error (kInputOutput).
   std::uint64_t maxBodyBytes = 1ULL << 30;
+  // A status line and headers that are longer together are an error (kInputOutput).
   std::size_t maxHeaderBytes = 64 * 1024;
   // Called on the calling thread about ten times a second while it waits. False: cancels. It may
   // not call the client.
@@ -141,13 +148,15 @@ struct RequestOptions {
 
 // One answer. It owns its open file and depends on nothing else.
 struct Answer {
-  Outcome outcome = Outcome::kMiss;
-  int status = 0;               // of HTTP, as 200
+  Outcome outcome = Outcome::kMiss;  // where it comes from
+  int status = 0;                    // of HTTP, as 200
   std::string url;              // that gave it, after redirections; without user name and password
   std::vector<Header> headers;  // those kept; of a stored answer with the Age of now
   // The body: `size` bytes from the file's position on. Not open when a receiver got a body that
   // was not stored, after HEAD, and for status 304.
   UniqueFd content;
+  // Bytes of the body. After HEAD the length that the server or the stored answer states; 0 where
+  // it is not known.
   std::uint64_t size = 0;
   // Why it is stale or not stored; why a renewed lifetime could not be noted (kRevalidated).
   Error reason;
@@ -157,6 +166,9 @@ struct Answer {
   std::string HeaderValue(const std::string& name) const;
 };
 
+// Asks servers through the cache of one session. It does not own the session.
+//
+// Threads: every function from any thread, but for the destructor.
 class Client {
  public:
   // The session must outlive the client. Null and an error when there is no memory or no thread.

@@ -43,16 +43,23 @@ class IOxKernel {
   // Takes back a block from Allocate, on whichever side of the border it was asked for.
   virtual void Free(void* block, const char* file, int line) = 0;
 
-  // Memory and string primitives with the meaning of their C library namesakes. MemCopy is never
-  // given overlapping regions. StrLen16 counts the 16-bit units before the terminating 0. Of StrCmp
-  // only "is it 0" is used.
+  // As memset(3): sets each of the bytes to the low 8 bits of `value`. Gives `dst`.
   virtual void* MemSet(void* dst, int value, std::size_t bytes) = 0;
+  // As memcpy(3): the two regions never overlap. Gives `dst`.
   virtual void* MemCopy(void* dst, const void* src, std::size_t bytes) = 0;
+  // The number of 16-bit units before the first that is 0.
   virtual std::size_t StrLen16(const std::uint16_t* text) = 0;
+  // As strlen(3): the number of bytes before the NUL.
   virtual std::size_t StrLen(const char* text) = 0;
+  // As strcmp(3). The module asks only whether the result is 0, which means that the texts are
+  // equal.
   virtual int StrCmp(const char* a, const char* b) = 0;
+  // As strcpy(3): copies the NUL too. `dst` has room for it. Gives `dst`.
   virtual char* StrCpy(char* dst, const char* src) = 0;
+  // As strstr(3): the first place of `needle` in `haystack`, or null.
   virtual const char* StrStr(const char* haystack, const char* needle) = 0;
+  // As strtoul(3), which gives the largest value for a number that is too large. The module asks
+  // for base 10 and passes null for `end`.
   virtual unsigned long StrToUL(const char* text, char** end, int base) = 0;
 
   // The kernel that the module holds, null before the first PutKernel. Exported by the module; a

@@ -41,24 +41,31 @@ class FileCacheManager {
   // Deletes the entry's files and the entry. False when it is not in the cache.
   virtual bool Remove(CacheValue* value) = 0;
 
-  // Bytes and counts, 32 bits wide; larger values are kept as 0xFFFFFFFF. Setting one evicts at
-  // once what no longer fits. 0 entries means none, not "unlimited".
+  // The limit of all entries together, in bytes. Limits are 32 bits wide. Not locked.
   virtual unsigned long GetMaxSize() = 0;
+  // Sets that limit, and evicts at once what no longer fits. This and the other two limits keep a
+  // value that needs more than 32 bits as 0xFFFFFFFF.
   virtual void SetMaxSize(const unsigned long& size) = 0;
+  // The limit of one entry, in bytes. Not locked.
   virtual unsigned long GetMaxCacheValueSize() = 0;
+  // Sets that limit, and evicts at once the entries whose content alone is larger.
   virtual void SetMaxCacheValueSize(const unsigned long& size) = 0;
+  // The limit of the number of entries. 0 means none, not "unlimited". Not locked.
   virtual unsigned long GetMaxEntries() = 0;
+  // Sets that limit, and evicts at once the entries that are too many.
   virtual void SetMaxEntries(const unsigned long& count) = 0;
 
-  // A text kept for the host, without effect on the cache. Not locked.
+  // The text that SetDataDir was given last, empty before. It has no effect on the cache. Not
+  // locked.
   virtual OxString GetDataDir() = 0;
+  // Keeps a text for the host. Not locked: no other thread may call this or GetDataDir meanwhile.
   virtual void SetDataDir(const OxString& dir) = 0;
 
   // A new pending entry, or null when the URL has one already, the declared size (bytes) or the
   // metadata is above the limit of one entry, or no room can be made. Pending entries are not found
   // by Get and never evicted.
   virtual CacheValue* CreateCacheValue(const OxString& url, const unsigned long& size,
-                                       const OxString& metaData) = 0;
+                                       const OxString& metadata) = 0;
 
   // Abandons a pending entry with its files. Never pass a committed entry: it would be freed while
   // still listed.

@@ -17,10 +17,11 @@
 
 namespace ox::session {
 
+// What MetricsText tells of one cache. A plain value.
 struct NamedStatistics {
-  std::string cache;  // the label of that name, in UTF-8; tells the caches of a program apart
-  CacheLimits limits;
-  SessionStatistics statistics;
+  std::string cache;   // the label of that name, in UTF-8; tells the caches of a program apart
+  CacheLimits limits;  // as CacheSession::Limits gives them
+  SessionStatistics statistics;  // as CacheSession::Statistics gives them
 };
 
 // All metrics of all caches, without the line "# EOF" that ends an exposition: a program may have

@@ -16,12 +16,15 @@ class OxError {
  public:
   // Keeps the first 31 characters of `name`. The code is kept in 32 bits.
   OxError(const char* name, unsigned long code);
+  // A copy of name and code.
   OxError(const OxError&) = default;
+  // A copy of name and code.
   OxError& operator=(const OxError&) = default;
   virtual ~OxError();
 
-  // Valid as long as this object.
+  // The name, at most 31 characters. Valid as long as this object, and until it is assigned to.
   const char* Name() const { return name_; }
+  // The code, its low 32 bits.
   unsigned long Code() const { return code_; }
 
   // Copies at most size - 1 characters and always ends `dst` with a NUL; a size of 0 writes
@@ -35,13 +38,19 @@ class OxError {
   std::uint32_t code_;
 };
 
-// Each translation unit that includes this header has its own copies.
+// Success. Each translation unit that includes this header has its own copies of these seven.
 const OxError OxError_OK("OxError_OK", 0);
+// Memory ran out.
 const OxError OxError_NoMemory("OxError_NoMemory", 1);
+// Something took longer than it may.
 const OxError OxError_Timeout("OxError_Timeout", 2);
+// An error that none of the others names.
 const OxError OxError_Generic("OxError_Generic", 3);
+// What was asked for is not there.
 const OxError OxError_NotFound("OxError_NotFound", 4);
+// An operation was called when it may not be.
 const OxError OxError_Usage("OxError_Usage", 5);
+// An argument has a value that it may not have.
 const OxError OxError_InvalidParameters("OxError_InvalidParameters", 6);
 
 #endif

@@ -13,8 +13,8 @@
 // read in this way alone grows old and is evicted.
 //
 // It sees what a session would find that opened the cache at that moment: after a crash the entries
-// that an opening would put in place, and nothing of a store that is not committed. A reader does not
-// know the limits, so it also gives entries that an opening would evict for them.
+// that an opening would put in place, and nothing of a store that is not committed. A reader does
+// not know the limits, so it also gives entries that an opening would evict for them.
 //
 // The owner must be a session. A host of the bare module writes its files in place; beside one,
 // content or metadata may be seen half written.
@@ -51,9 +51,17 @@ struct ReaderOptions {
   Check check = Check::kOnce;
 };
 
+// A reader of one cache directory. It holds no file open between calls, and no error of a call
+// makes it useless: the next call looks at the directory as it is then. What it gives out (open
+// files, texts, listings) stays good when the reader is destroyed.
+//
+// Errors are values (error.h): no function throws and none prints. Functions with an `Error*` clear
+// it first; it may not be null.
+//
 // Threads: every function from any thread, but for the destructor.
 class CacheReader {
  public:
+  // No call may be under way.
   ~CacheReader();
   CacheReader(const CacheReader&) = delete;
   CacheReader& operator=(const CacheReader&) = delete;
@@ -85,7 +93,7 @@ class CacheReader {
   // no cache directory yet.
   std::vector<ListedEntry> List(Error* error) const;
 
-  // Absolute.
+  // The directory of the entries, absolute. Valid as long as the reader.
   const std::string& CacheDirectory() const;
 
  private:

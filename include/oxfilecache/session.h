@@ -24,8 +24,8 @@
 // - The bytes on disk (content, metadata and staging files, in whole blocks) stay within
 //   "MAX_CACHE_SIZE", exceeding it by at most one entry for a moment. What must go is what was used
 //   longest ago. A disk that is full makes entries go too.
-// - An entry that fits the limits is never refused, unless other writers keep the room that it
-//   needs (StoreWriter::Write).
+// - An entry that fits the limits is never refused, unless other writers hold the room for it
+//   (StoreWriter::Write).
 // - The order of use survives restarts: it is kept in the metadata files' times.
 // - One process owns a cache directory at a time. The kernel keeps the lock, on the directory
 //   itself, and drops it when the process ends.
@@ -86,7 +86,8 @@ namespace ox::session {
 // The names: two files made, and three renamed, or one deleted and two renamed. The fsyncs:
 // metadata, content, and once the directory. Of the directory there are three for a replacement
 // where the file system has no extended attributes, and two for a new entry where a file of that
-// name may have been deleted since the last time. The ones of the directory hold up other threads.
+// name may have been deleted since the last time. Other threads wait while the directory is
+// synchronised.
 enum class Durability {
   // An entry being replaced may be gone after a kill or a power cut, and after a failed commit.
   kNone,
@@ -109,7 +110,7 @@ enum class Durability {
 // for the first time, and again after its content file was changed or replaced in any way that the
 // file system notes.
 enum class Check {
-  kNever,  // not the content's sum
+  kNever,  // never reads the content to compare its sum
   // The content's sum at the same times. It reads the whole content, once for each start of the
   // session. What this session has stored itself counts as looked at.
   kOnce,
@@ -121,7 +122,7 @@ struct CacheLimits {
   // Bytes of all entries together, counted as the disk gives them out: in whole blocks, content and
   // metadata each. At least 1,024.
   std::uint32_t maxSize = 0;
-  std::uint32_t maxEntries = 0;    // 0 admits nothing
+  std::uint32_t maxEntries = 0;    // number of entries; 0 admits nothing
   std::uint32_t maxEntrySize = 0;  // bytes of content and metadata of one entry; at least 1,024
   std::string cacheDirectory;      // where the entries are; not changed while it is in use
 };
@@ -148,10 +149,10 @@ struct SessionOptions {
   // How much of the disk a file takes is counted in blocks of so many bytes. 0: as the file system
   // says. 1, the lengths of the files themselves, suits one that compresses or packs them.
   std::uint32_t blockSize = 0;
-  Durability durability = Durability::kProcess;
+  Durability durability = Durability::kProcess;  // what a commit guarantees
   // A fetch writes the time of use at most this often for each entry: flash wears.
   std::chrono::seconds touchInterval{60};
-  Check check = Check::kOnce;
+  Check check = Check::kOnce;  // how far a fetch looks for damage
   // What Fetch says of an entry that was not what had been committed: kDamaged in place of
   // kNotFound. It is deleted either way.
   bool reportDamaged = false;
@@ -164,35 +165,34 @@ struct SessionOptions {
   bool allowDeletingAll = false;
 };
 
-// Down to where TrimTo deletes. What is not set does not matter.
+// How far TrimTo deletes. Fields that are not set set no target.
 struct TrimTarget {
-  std::optional<std::uint64_t> bytes;  // on disk, in whole blocks
-  std::optional<std::uint64_t> entries;
+  std::optional<std::uint64_t> bytes;    // at most so many, counted as CacheLimits::maxSize
+  std::optional<std::uint64_t> entries;  // at most so many
   // Entries go that were not used for at least so long. Uses are noted each touchInterval, so one
   // may have been used later by that much. By the device's clock: where that starts at 1970 at each
   // boot, nothing is old.
   std::optional<std::chrono::seconds> unusedFor;
 };
 
-// Counts of one session.
+// Counts of one session. A plain value: it does not change any more.
 struct SessionStatistics {
   std::uint64_t entries = 0;   // committed entries
   std::uint64_t bytes = 0;     // on disk, in whole blocks: content, metadata, staging files
   std::uint64_t restarts = 0;  // of the manager since Open
   // Since Open began, by EvictionReason.
   std::array<std::uint64_t, kEvictionReasons> evictions{};
-  std::uint64_t trimmed = 0;  // of these all but the damaged ones
-  std::uint64_t damaged = 0;  // entries deleted since they were not what was committed
+  std::uint64_t trimmed = 0;  // of these evictions all but those of damaged entries
+  std::uint64_t damaged = 0;  // entries deleted because they were not what was committed
   // Files deleted since Open began because they belonged to no entry: staged files that a crash
   // left, content without metadata, metadata without content.
   std::uint64_t leftovers = 0;
-  // Since Open: fetches that gave an entry, and that found none or a damaged one; commits; metadata
-  // that was replaced; and entries that the program had deleted.
-  std::uint64_t hits = 0;
-  std::uint64_t misses = 0;
-  std::uint64_t stores = 0;
-  std::uint64_t renewals = 0;
-  std::uint64_t removed = 0;
+  // The following since Open, too.
+  std::uint64_t hits = 0;      // fetches that gave an entry
+  std::uint64_t misses = 0;    // fetches that found no entry, or a damaged one
+  std::uint64_t stores = 0;    // commits that succeeded
+  std::uint64_t renewals = 0;  // calls of SetMetadata that succeeded
+  std::uint64_t removed = 0;   // entries deleted by Remove, RemoveIf and Clear
 };
 
 // A found entry. It owns the open file and has copies of the texts, so it stays good after the
@@ -206,7 +206,7 @@ struct FetchedEntry {
 
 // A found entry, all of it in memory.
 struct WholeEntry {
-  std::string content;
+  std::string content;   // exactly what was committed, as far as Check has looked
   std::string metadata;  // exactly what was committed
 };
 
@@ -245,10 +245,10 @@ class StoreWriter {
 
   // Should the process end before Commit, what was written so far becomes the entry of that URL,
   // with this metadata, when the session is opened next; with Durability::kPower after a power cut
-  // too. A later call, which must name the same URL, takes the place of an earlier one. It counts
-  // no more once the writer is used up or destroyed; a process that ends within Commit may leave
-  // neither it nor the new entry. Errors are those of Commit, and kRefused where the file system
-  // keeps no extended attributes; the writer can go on unless its content could not be
+  // too. A later call, which must name the same URL, takes the place of an earlier one. Destroying
+  // the writer, or a successful Commit, deletes what was kept; a process that ends within Commit
+  // may leave neither it nor the new entry. Errors are those of Commit, and kRefused where the file
+  // system keeps no extended attributes; the writer can go on unless its content could not be
   // synchronised.
   Error KeepAs(const std::string& url, const std::string& metadata);
 
@@ -284,6 +284,10 @@ class CacheSession {
   // left for a later opening. An entry whose time of use is impossible (later than a day from now
   // and than the start of 2037) counts as used longest ago.
   static std::unique_ptr<CacheSession> Open(const SessionOptions& options, Error* error);
+  // Unlocks the directory and unloads the module; deletes no entry. No call of this object may be
+  // under way. Where one of its writers is at work on another thread, the directory stays locked
+  // until that call ends. Writers that are left get errors from then on, and what they have staged
+  // is deleted with them.
   ~CacheSession();
   CacheSession(const CacheSession&) = delete;
   CacheSession& operator=(const CacheSession&) = delete;
@@ -354,14 +358,18 @@ class CacheSession {
   // The same down to a target.
   Error TrimTo(const TrimTarget& target, std::uint64_t* deleted);
 
-  // What holds now. Another program's change of "file-cache.conf" counts from the next opening on.
+  // The limits that hold now; zeros in a forked child. Another program's change of
+  // "file-cache.conf" counts from the next opening on.
   CacheLimits Limits() const;
   // Replaces "file-cache.conf", comments included, and brings the cache within the new limits at
-  // once. kInvalidArgument for limits that admit nothing, and for another cacheDirectory than the
-  // present one or none. After an error the old limits hold
-  // in this session, unless it was the restart that failed; the file may have the new ones already.
+  // once. kInvalidArgument for limits that admit nothing, and for a cacheDirectory that is neither
+  // empty nor the present one. After an error the old limits hold in this session, unless it was
+  // the restart that failed; the file may have the new ones already.
   Error SetLimits(const CacheLimits& limits);
-  // As of now.
+  // What was counted since Open, and how much is in the cache now as far as the session knows: the
+  // disk is not asked, so what other programs change there shows after the next restart of the
+  // manager. May wait for a call on another thread that is at work on the directory. All 0 in a
+  // forked child.
   SessionStatistics Statistics() const;
 
  private:

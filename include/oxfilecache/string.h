@@ -26,6 +26,7 @@
 // Threads: no locking, see above.
 class OxString {
  public:
+  // Empty; takes no memory.
   OxString();
   // `utf8` ends with a NUL; null counts as empty.
   OxString(const char* utf8);
@@ -46,8 +47,10 @@ class OxString {
   // behind them takes the bytes there, then zeros; nothing behind the `readable` bytes is read.
   void AssignUTF8(const char* utf8, std::size_t count, std::size_t readable);
 
-  // Measures the source like assignment does. Both drop the UTF-8 form.
+  // Adds the source's units at the end, up to the first that is 0, as assignment does. A string may
+  // be appended to itself.
   void Append(const OxString& source);
+  // Decodes the bytes up to the NUL and adds them at the end; null counts as empty.
   void Append(const char* utf8);
 
   // Room for a text of `units` units, so that the appends that follow allocate nothing.
@@ -55,6 +58,7 @@ class OxString {
 
   // Length in UTF-16 units.
   std::uint32_t Length() const { return length_; }
+  // True when the length is 0.
   bool IsEmpty() const { return length_ == 0; }
 
   // The units, ended by a 0; never null. Valid until the string changes.

@@ -17,7 +17,7 @@
 namespace ox::core::cache {
 
 // One entry: the URL that it was asked for by, its content file, its metadata. Owned by the manager
-// and lent to the host; never delete one. A text that could not be made for want of memory is
+// and lent to the host; never delete one. Where memory runs out, the text that was asked for is
 // empty.
 class CacheValue {
  public:

@@ -138,7 +138,7 @@ TEST(Calls, OfEveryOperation) {
 
 TEST(Calls, OfAStart) {
   const StoredFile configuration = {"/c/file-cache.conf", "MAX_CACHE_ENTRIES=9"};
-  const StoredFile metaData = {kMeta, "meta"};
+  const StoredFile metadata = {kMeta, "meta"};
   const std::string open = "CreateFile SetPath /c/file-cache.conf Exists ";
   const std::string scan = "CreateFile SetPath /c EnumerateDirectory /c ";
   const std::string read = open + "Open 2 Read 1024 DestroyFile " + scan + "GetPath ";
@@ -149,10 +149,10 @@ TEST(Calls, OfAStart) {
   } cases[] = {
       {{}, open + "DestroyFile " + scan},
       {{configuration}, read},
-      {{configuration, metaData}, look + "Delete P.ox_meta DestroyFile "},
-      {{configuration, metaData, {kAbcPath, ""}},
+      {{configuration, metadata}, look + "Delete P.ox_meta DestroyFile "},
+      {{configuration, metadata, {kAbcPath, ""}},
        look + "GetSize P GetSize P.ox_meta Delete P Delete P.ox_meta DestroyFile GetPath "},
-      {{configuration, metaData, {kAbcPath, "content"}},
+      {{configuration, metadata, {kAbcPath, "content"}},
        look + "GetSize P GetSize P.ox_meta " SIZE_OF("P") "DestroyFile GetPath "},
   };
   const std::string begin =

@@ -68,7 +68,7 @@ TEST(Limits, OfOneEntry) {
   const struct {
     unsigned long declared;
     std::size_t onDisk;
-    std::size_t metaData;
+    std::size_t metadata;
     bool isAdmitted;
   } cases[] = {{2001, 0, 1, false},   {2000, 0, 1, true}, {(1UL << 31 << 1) + 2001, 0, 1, false},
                {0, 0, 2001, false},   {0, 0, 2000, true}, {2000, 1990, 11, false},
@@ -76,7 +76,7 @@ TEST(Limits, OfOneEntry) {
   for (const auto& c : cases) {
     StartedRig rig("MAX_CACHE_ENTRIES=9\nMAX_CACHE_ENTRY_SIZE=2000\n");
     rig.host.WriteFile(kAbcPath, Text(c.onDisk));
-    EXPECT_EQ(c.isAdmitted, rig.Create("abc", c.declared, Text(c.metaData)) != nullptr);
+    EXPECT_EQ(c.isAdmitted, rig.Create("abc", c.declared, Text(c.metadata)) != nullptr);
   }
 }
 
@@ -159,13 +159,13 @@ TEST(Accounting, ARefusedAdmissionLeavesTheListAndTheTotal) {
   for (std::uint64_t k = 1;; ++k) {
     StartedRig rig("MAX_CACHE_ENTRIES=1\nMAX_CACHE_SIZE=1024\n");
     const OxString url("abc");
-    const OxString metaData(Text(1000).c_str());
+    const OxString metadata(Text(1000).c_str());
     rig.host.memoryFaults.Arm(k, FaultDriver::Mode::kOnce);
-    const bool isAdmitted = rig.manager->CreateCacheValue(url, 1, metaData) != nullptr;
+    const bool isAdmitted = rig.manager->CreateCacheValue(url, 1, metadata) != nullptr;
     EXPECT_NE(rig.host.memoryFaults.WasReached(), isAdmitted);
     if (isAdmitted) break;
     // Would not fit if the refused one had stayed in the list or the total.
-    EXPECT_NE(nullptr, rig.manager->CreateCacheValue(url, 1, metaData)) << k;
+    EXPECT_NE(nullptr, rig.manager->CreateCacheValue(url, 1, metadata)) << k;
   }
 }
 

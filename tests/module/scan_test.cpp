@@ -17,7 +17,7 @@ TEST(Scan, KeepsWhatFitsAndDeletesTheRest) {
     struct {
       const char* name;
       std::size_t contentSize;
-      const char* metaData;
+      const char* metadata;
     } pairs[4];
     const char* left;
   } cases[] = {
@@ -45,7 +45,7 @@ TEST(Scan, KeepsWhatFitsAndDeletesTheRest) {
       const std::string path = std::string("/c/") + pair.name;
       if (pair.contentSize != kMissing)
         rig.host.WriteFile(path, std::string(pair.contentSize, 'x'));
-      rig.host.WriteFile(path + ".ox_meta", pair.metaData);
+      rig.host.WriteFile(path + ".ox_meta", pair.metadata);
     }
     ASSERT_TRUE(rig.Start());
     rig.host.DeleteFile("/c/file-cache.conf");

@@ -112,7 +112,7 @@ TEST(CommitFaults, ACommitThatCannotBeFinishedKeepsNothingFromOpening) {
           EXPECT_FALSE(cache.session->SetMetadata(kInterrupted, MetadataOf(kInterrupted, renewed)));
           cache.ledger.Committed(kInterrupted, renewed);
         }
-        // What was given up is in nobody's way when the next operation ends.
+        // What was given up takes no place on the disk when the next operation has ended.
         if (found != kAbsent || std::strchr("srp", next) != nullptr) {
           FetchVersion(*cache.session, kKept, &cache.error);
           EXPECT_EQ(DiskUse(cache.scratch.Path()), cache.session->Statistics().bytes);
@@ -154,8 +154,8 @@ TEST(CommitFaults, ContentThatCannotBePutInPlaceYetWaits) {
         EXPECT_EQ(kAbsent, FetchVersion(*cache.session, kInterrupted, &cache.error));
       }
       refusal = {};
-      const bool mayPass = error == EROFS || error == ENOSPC;
-      if (!goesOn || !mayPass) cache.Open();
+      const bool mayFinishLater = error == EROFS || error == ENOSPC;
+      if (!goesOn || !mayFinishLater) cache.Open();
       EXPECT_EQ(5, FetchVersion(*cache.session, kInterrupted, &cache.error)) << error;
       CheckAtLast(cache);
     }

@@ -31,10 +31,10 @@ std::string UrlOf(int number, std::size_t bytes) {
 }
 
 void StoreAll(ManagerReference& manager, const Shape& shape) {
-  const std::string metaData(shape.metadataBytes, 'm');
+  const std::string metadata(shape.metadataBytes, 'm');
   for (int i = 0; i < kEntries; ++i) {
     CacheValue* value =
-        manager->CreateCacheValue(UrlOf(i, shape.urlBytes).c_str(), 0, metaData.c_str());
+        manager->CreateCacheValue(UrlOf(i, shape.urlBytes).c_str(), 0, metadata.c_str());
     ASSERT_NE(nullptr, value);
     WriteWhole(value->GetFile().UTF8(), "content");
     ASSERT_TRUE(manager->Add(value));

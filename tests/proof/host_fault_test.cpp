@@ -51,10 +51,10 @@ int CheckEntries(CacheRig& rig, bool mayBeCut) {
     if (value == nullptr) continue;
     ++found;
     EXPECT_EQ(ContentOf(url), rig.host.FindFile(Utf8(value->GetFile()))->bytes) << url;
-    const std::string metaData = Utf8(value->GetMetaData());
+    const std::string metadata = Utf8(value->GetMetaData());
     // A bare Add that ran out of disk, on a disk that then deletes nothing either, leaves its part.
-    const bool isCut = mayBeCut && MetadataOf(url).compare(0, metaData.size(), metaData) == 0;
-    EXPECT_TRUE(isCut || metaData == MetadataOf(url)) << url << ": " << metaData;
+    const bool isCut = mayBeCut && MetadataOf(url).compare(0, metadata.size(), metadata) == 0;
+    EXPECT_TRUE(isCut || metadata == MetadataOf(url)) << url << ": " << metadata;
   }
   return found;
 }

@@ -1,6 +1,5 @@
 // Parts of a session on their own, where a case is hard to bring about from outside: which texts
-// and file names it takes for what, its clock, and what it
-// knows of the disk.
+// and file names it takes for what, its clock, and what it knows of the disk.
 #include <gtest/gtest.h>
 
 #include <ctime>

@@ -39,17 +39,17 @@ void CacheRig::Restart() {
 }
 
 CacheValue* CacheRig::Store(const std::string& url, const std::string& content,
-                            const std::string& metaData) {
-  CacheValue* value = Create(url, content.size(), metaData);
+                            const std::string& metadata) {
+  CacheValue* value = Create(url, content.size(), metadata);
   if (value == nullptr) return nullptr;
   host.WriteFile(Utf8(value->GetFile()), content);
   return manager->Add(value) ? value : nullptr;
 }
 
 void CacheRig::LeavePair(const std::string& path, const std::string& content,
-                         const std::string& metaData) {
+                         const std::string& metadata) {
   host.WriteFile(path, content);
-  host.WriteFile(path + ".ox_meta", metaData);
+  host.WriteFile(path + ".ox_meta", metadata);
 }
 
 }  // namespace ox::testing

@@ -34,16 +34,16 @@ class CacheRig {
 
   // A pending entry, null when refused.
   core::cache::CacheValue* Create(const std::string& url, unsigned long size,
-                                  const std::string& metaData) {
-    return manager->CreateCacheValue(url.c_str(), size, metaData.c_str());
+                                  const std::string& metadata) {
+    return manager->CreateCacheValue(url.c_str(), size, metadata.c_str());
   }
   // Create, write the content, commit. Null when any of it is refused.
   core::cache::CacheValue* Store(const std::string& url, const std::string& content,
-                                 const std::string& metaData);
+                                 const std::string& metadata);
   core::cache::CacheValue* Get(const std::string& url) { return manager->Get(url.c_str()); }
   bool Has(const std::string& url) { return Get(url) != nullptr; }
   // Puts a pair on the disk as an earlier run would have left it.
-  void LeavePair(const std::string& path, const std::string& content, const std::string& metaData);
+  void LeavePair(const std::string& path, const std::string& content, const std::string& metadata);
 };
 
 // One that has started.

@@ -14,7 +14,7 @@ namespace ox::testing {
 
 struct ModelEntry {
   std::string path;
-  std::string metaData;  // as held in memory
+  std::string metadata;  // as held in memory
   std::uint32_t declared;
   bool isPending;
 };
@@ -42,15 +42,15 @@ class Model {
     }
   }
 
-  bool Create(const std::string& path, std::uint32_t declared, const std::string& metaData) {
-    return declared <= maxEntrySize && Admit({path, metaData, declared, false}) &&
+  bool Create(const std::string& path, std::uint32_t declared, const std::string& metadata) {
+    return declared <= maxEntrySize && Admit({path, metadata, declared, false}) &&
            (list_.front().isPending = true);
   }
 
   bool Commit(const std::string& path) {
     ModelEntry* entry = Find(path);
-    if (entry->metaData.empty()) return false;
-    disk[path + kSuffix] = entry->metaData;
+    if (entry->metadata.empty()) return false;
+    disk[path + kSuffix] = entry->metadata;
     const bool wasPending = entry->isPending;
     entry->isPending = false;
     return wasPending;  // otherwise listed already
@@ -60,7 +60,7 @@ class Model {
     const auto at = Position(path);
     if (at == list_.end() || at->isPending) return nullptr;
     const auto file = disk.find(path + kSuffix);
-    at->metaData = file != disk.end() ? file->second : "";
+    at->metadata = file != disk.end() ? file->second : "";
     list_.splice(list_.begin(), list_, at);
     return &list_.front();
   }
@@ -115,7 +115,7 @@ class Model {
 
   std::uint32_t SizeOf(const ModelEntry& entry) const {
     return (entry.isPending ? entry.declared : ContentSize(entry.path)) +
-           static_cast<std::uint32_t>(entry.metaData.size());
+           static_cast<std::uint32_t>(entry.metadata.size());
   }
 
   bool Admit(const ModelEntry& entry) {

@@ -55,10 +55,10 @@ class ModelHistory {
   void Create() {
     const std::string url = PickUrl();
     const std::uint32_t declared = Pick(1400);
-    const std::string metaData(Pick(5) == 0 ? 0 : Pick(300), 'm');
-    auto* value = rig_.Create(url, declared, metaData);
+    const std::string metadata(Pick(5) == 0 ? 0 : Pick(300), 'm');
+    auto* value = rig_.Create(url, declared, metadata);
     if (value != nullptr) values_[paths_[url]] = value;
-    ASSERT_EQ(value != nullptr, model_.Create(paths_[url], declared, metaData)) << url;
+    ASSERT_EQ(value != nullptr, model_.Create(paths_[url], declared, metadata)) << url;
   }
 
   void WriteContent() {
@@ -71,7 +71,7 @@ class ModelHistory {
     const std::string path = PickPath();
     const ModelEntry* entry = model_.Find(path);
     // Lost metadata that is committed again is a case of its own test.
-    if (entry == nullptr || (entry->metaData.empty() && !entry->isPending)) return;
+    if (entry == nullptr || (entry->metadata.empty() && !entry->isPending)) return;
     ASSERT_EQ(model_.Commit(path), rig_.manager->Add(values_[path]));
   }
 
@@ -82,7 +82,7 @@ class ModelHistory {
     ASSERT_EQ(expected != nullptr, value != nullptr);
     if (value == nullptr) return;
     values_[paths_[url]] = value;
-    ASSERT_EQ(expected->metaData, Utf8(value->GetMetaData()));
+    ASSERT_EQ(expected->metadata, Utf8(value->GetMetaData()));
     ASSERT_EQ(url, Utf8(value->GetURL()));
     ASSERT_EQ(model_.ContentSize(paths_[url]), value->GetSize());
   }

@@ -10,6 +10,7 @@
 #include <thread>
 #include <utility>
 
+#include "session/durable_io.h"
 #include "session/module_location.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/configuration.h"
@@ -40,15 +41,10 @@ bool IsRootOfFileSystem(const std::string& directory) {
   return own.st_dev != parent.st_dev || own.st_ino == parent.st_ino;
 }
 
-bool IsDirectory(const std::string& path) {
-  struct stat status;
-  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
 // A file system check needs that directory, so the user did not put it there.
 void LeaveOutLostAndFound(const std::string& directory, std::vector<std::string>* names) {
   const auto found = std::find(names->begin(), names->end(), "lost+found");
-  if (found != names->end() && IsDirectory(directory + "/lost+found") &&
+  if (found != names->end() && internal::IsOwnDirectory(directory + "/lost+found") &&
       IsRootOfFileSystem(directory)) {
     names->erase(found);
   }
