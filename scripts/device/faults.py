@@ -145,6 +145,7 @@ NOT_ON_CARDS = {
                  "FileTest.TheLastDescriptor*:FileTest.TouchesNothing*",
     "session_test": "SessionTest.DeletesFilesOfNoEntryAndKeepsForeignFiles:"
                     "SessionTest.FilesAreTheUsersAloneAndNoOtherProgramInheritsThem",
+    "session_seal_test": "SessionSealTest.*",
     "session_mends_test": "SessionMends.EntriesGetTheContentThatTheirSealsTellOf",
     "session_kept_test": "SessionKeptTest.WhatWasKeptIsAnEntry*:SessionKeptTest.KeepingTakesRoom*",
     "cache_reader_test": "CacheReaderTest.SeesWhatAnOpening*:CacheReaderTest.SeesTheOlderEntry*",
