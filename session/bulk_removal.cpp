@@ -8,7 +8,7 @@
 
 #include "session/entry_listing.h"
 #include "session/eviction_news.h"
-#include "session/recovery.h"
+#include "session/surveyed_entries.h"
 #include "session/use_clock.h"
 
 namespace ox::session {

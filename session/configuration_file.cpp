@@ -5,6 +5,7 @@
 
 #include "host/directory.h"
 #include "session/durable_io.h"
+#include "session/errno_meaning.h"
 #include "session/session_names.h"
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/format.h>

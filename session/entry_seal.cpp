@@ -10,6 +10,7 @@
 
 #include "session/crc32c.h"
 #include "session/durable_io.h"
+#include "session/errno_meaning.h"
 
 namespace ox::internal {
 namespace {

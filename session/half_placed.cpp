@@ -13,7 +13,7 @@
 #include "session/content_in_place.h"
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
-#include "session/recovery.h"
+#include "session/errno_meaning.h"
 #include "session/session_names.h"
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/format.h>

@@ -6,8 +6,10 @@
 #include "session/durable_io.h"
 #include "session/entry_name.h"
 #include "session/half_placed.h"
-#include "session/recovery.h"
+#include "session/leftovers.h"
 #include "session/survey.h"
+#include "session/surveyed_entries.h"
+#include "session/unfinished_commits.h"
 #include "session/use_order.h"
 #include <oxfilecache/format.h>
 
