@@ -143,6 +143,20 @@ Error CacheSession::RemoveIf(const std::function<bool(const ListedEntry&)>& isUn
   });
 }
 
+Error CacheSession::Trim(std::uint64_t* deleted) {
+  return internal::Perform(*state_, [&]() -> Error {
+    const internal::EvictionNews news(*state_);
+    const MutexLock lock(state_->mutex);
+    internal::RunningCache& cache = state_->cache;
+    const std::uint64_t before = cache.Evictions().Trimmed();
+    Error error = cache.EnsureCurrent();
+    if (!error) error = state_->room.MakeReserve();
+    if (!error) error = cache.Restart();
+    Give(cache.Evictions().Trimmed() - before, deleted);
+    return error;
+  });
+}
+
 Error CacheSession::TrimTo(const TrimTarget& target, std::uint64_t* deleted) {
   return internal::Perform(*state_, [&]() -> Error {
     const internal::EvictionNews news(*state_);
