@@ -7,6 +7,7 @@
 
 #include "tools/oxcache/batch.h"
 #include "tools/oxcache/bulk_commands.h"
+#include "tools/oxcache/freeze.h"
 #include "tools/oxcache/reports.h"
 
 namespace ox::tools {

@@ -3,7 +3,6 @@
 #include <ctime>
 #include <vector>
 
-#include "session/use_order.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/text.h"
 #include "tools/oxcache/without_session.h"
@@ -129,21 +128,6 @@ ExitStatus Remove(Context& context, const std::string& url) {
   CacheSession* session = context.Session(Context::Purpose::kUse, &error);
   if (session != nullptr) error = session->Remove(url);
   return error ? context.Fail(error) : ExitStatus::kDone;
-}
-
-ExitStatus Freeze(Context& context) {
-  Error error;
-  CacheSession* session = context.Session(Context::Purpose::kUse, &error);
-  if (session == nullptr) return context.Fail(error);
-  const std::string directory = session->Limits().cacheDirectory;
-  internal::Survey survey;
-  if (error = internal::SurveyDirectory(directory, &survey); !error) {
-    error = internal::KeepUseOrder(directory, survey);
-  }
-  if (error) return context.Fail(error);
-  context.Tell("the order of use of " + EntriesText(survey.entries.size()) +
-               " is kept until the next opening of the cache");
-  return ExitStatus::kDone;
 }
 
 }  // namespace ox::tools
