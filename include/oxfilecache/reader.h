@@ -13,8 +13,8 @@
 // read in this way alone grows old and is evicted.
 //
 // It sees what a session would find that opened the cache at that moment: after a crash the entries
-// that an opening would put in place, and nothing of a store that is not committed. A reader does not
-// know the limits, so it also gives entries that an opening would evict for them.
+// that an opening would put in place, and nothing of a store that is not committed. A reader does
+// not know the limits, so it also gives entries that an opening would evict for them.
 //
 // The owner must be a session. A host of the bare module writes its files in place; beside one,
 // content or metadata may be seen half written.
