@@ -1,4 +1,5 @@
-// The module's manager at work on one directory, together with the account of what is there.
+// The module's manager at work on one directory, together with the accounts of what is there and of
+// what was deleted.
 //
 // The manager is restarted whenever the directory is no longer what it takes it for. A restart puts
 // the directory in order first, so the manager's scan finds nothing to delete.

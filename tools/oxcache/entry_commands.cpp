@@ -52,8 +52,9 @@ Error MetadataFor(const PutOptions& options, std::string* metadata) {
         "metadata may not be empty: the cache would delete the entry at its next start");
   }
   if (metadata->size() > format::kTextBytes) {
-    return MakeError(ErrorKind::kInvalidArgument,
-                     "metadata is longer than 1024 bytes; make it shorter");
+    return MakeError(ErrorKind::kInvalidArgument, "metadata is longer than " +
+                                                      std::to_string(format::kTextBytes) +
+                                                      " bytes; make it shorter");
   }
   return {};
 }
