@@ -29,7 +29,8 @@ namespace ox::internal {
 constexpr char kLockFileName[] = "ox-session.lock";
 constexpr char kUseOrderFileName[] = "ox-session.order";
 
-constexpr std::string_view kStagedPrefix = "ox-";
+constexpr std::string_view kStagedPathPrefix = "/ox-";  // one piece less to join
+constexpr std::string_view kStagedPrefix = kStagedPathPrefix.substr(1);
 constexpr std::string_view kStagedContentSuffix = ".part";
 constexpr std::string_view kStagedMetadataSuffix = ".meta";
 constexpr std::string_view kStagedConfigurationSuffix = ".conf";
@@ -42,10 +43,10 @@ inline std::string StagedContentName(std::string_view id) {
   return Joined({kStagedPrefix, id, kStagedContentSuffix});
 }
 inline std::string StagedContentPath(std::string_view directory, std::string_view id) {
-  return Joined({directory, "/", kStagedPrefix, id, kStagedContentSuffix});
+  return Joined({directory, kStagedPathPrefix, id, kStagedContentSuffix});
 }
 inline std::string StagedMetadataPath(std::string_view directory, std::string_view id) {
-  return Joined({directory, "/", kStagedPrefix, id, kStagedMetadataSuffix});
+  return Joined({directory, kStagedPathPrefix, id, kStagedMetadataSuffix});
 }
 inline std::string StagedConfigurationName(std::string_view id) {
   return Joined({kStagedPrefix, id, kStagedConfigurationSuffix});
