@@ -4,13 +4,13 @@
 // the first occurrence wins. Configuration files on devices rely on every leniency below.
 #include "cache/file_cache_manager_impl.h"
 #include "cache/file_object.h"
+#include <oxfilecache/format.h>
 
 namespace ox::core::cache {
 namespace {
 
 constexpr std::uint32_t kDefaultMaxSize = 1048576;
 constexpr std::uint32_t kDefaultMaxEntrySize = 65536;
-constexpr std::uint32_t kMinSize = 1024;
 
 bool IsDigit(char c) {
   return c >= '0' && c <= '9';
@@ -35,8 +35,8 @@ bool FileCacheManagerImpl::Configure() {
   const char* path = configFilePath.UTF8();
   const bool isOpened = path[0] != '\0' && ReadConfigurationFile(path);
 
-  RaiseTo(kMinSize, maxSize);
-  RaiseTo(kMinSize, maxEntrySize);
+  RaiseTo(format::kMinSize, maxSize);
+  RaiseTo(format::kMinSize, maxEntrySize);
   return isOpened;
 }
 

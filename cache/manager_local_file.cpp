@@ -18,12 +18,7 @@ void FileCacheManagerImpl::RenderLocalName(const OxString& url, LocalName* name)
   // compared with this text byte for byte.
   char* out = name->text;
   *out++ = '/';
-  for (const unsigned char byte : digest) {
-    // Low nibble first, the reverse of the usual notation: all names on disk are written so.
-    *out++ = format::kContentNameCharacters[byte & 0x0F];
-    *out++ = format::kContentNameCharacters[byte >> 4];
-  }
-  *out = '\0';
+  *format::WriteContentName(digest, out) = '\0';
 }
 
 // The two forms of a path. Each is the directory's text up to its first zero unit, then the name.

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 namespace ox::internal {
@@ -33,6 +34,13 @@ struct DirectoryEntry {
   bool isDirectory;
   bool isRegular;
 };
+
+// The order of use of files with these times and names: the older first, of one time by name.
+inline bool IsOlder(const timespec& time, std::string_view name, const timespec& otherTime,
+                    std::string_view otherName) {
+  return std::tie(time.tv_sec, time.tv_nsec, name) <
+         std::tie(otherTime.tv_sec, otherTime.tv_nsec, otherName);
+}
 
 struct DirectoryListing {
   std::vector<DirectoryEntry> entries;

@@ -8,7 +8,6 @@
 #include <cerrno>
 #include <new>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "host/directory.h"
@@ -38,11 +37,6 @@ bool IsFileOfTheCache(const struct stat& status) {
 
 std::uint64_t SizeOf(const struct stat& status) {
   return S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
-}
-
-bool IsOlder(const DirectoryEntry& a, const DirectoryEntry& b) {
-  return std::tie(a.modified.tv_sec, a.modified.tv_nsec, a.name) <
-         std::tie(b.modified.tv_sec, b.modified.tv_nsec, b.name);
 }
 
 }  // namespace
@@ -203,7 +197,9 @@ int PosixFile::EnumerateDirectory(EnumerateCallback callback, void* context, int
     DirectoryListing listing;
     if (!ListDirectory(Path(), &listing)) return 0;
     std::vector<DirectoryEntry>& entries = listing.entries;
-    std::sort(entries.begin(), entries.end(), IsOlder);
+    std::sort(entries.begin(), entries.end(), [](const DirectoryEntry& a, const DirectoryEntry& b) {
+      return IsOlder(a.modified, a.name, b.modified, b.name);
+    });
     std::string path = std::string(Path()) + "/";
     const std::size_t prefixLength = path.size();
     const std::string prefix = path;

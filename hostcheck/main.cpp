@@ -66,7 +66,7 @@ int RunChecks(const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  ox::tools::OccupyStandardDescriptors();
+  ox::hostcheck::OccupyStandardDescriptors();
   CLI::App app("Checks a host of the file cache, one line for each thing that the cache expects");
   app.set_version_flag("--version", OX_VERSION);
   Options options;

@@ -5,7 +5,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace ox::tools {
+namespace ox::hostcheck {
 
 // The next file opened would take the place of a closed one and get what is printed. What is put
 // there instead fails every read and write as a closed descriptor does.
@@ -15,6 +15,6 @@ inline void OccupyStandardDescriptors() {
   }
 }
 
-}  // namespace ox::tools
+}  // namespace ox::hostcheck
 
 #endif

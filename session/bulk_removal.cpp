@@ -8,7 +8,7 @@
 
 #include "session/entry_listing.h"
 #include "session/eviction_news.h"
-#include "session/recovery.h"
+#include "session/surveyed_entries.h"
 #include "session/use_clock.h"
 
 namespace ox::session {
@@ -139,6 +139,20 @@ Error CacheSession::RemoveIf(const std::function<bool(const ListedEntry&)>& isUn
     const std::uint64_t before = state_->counts.removed;
     Error error = RemoveUnchanged(*state_, seen);
     SetUnlessNull(deleted, state_->counts.removed - before);
+    return error;
+  });
+}
+
+Error CacheSession::Trim(std::uint64_t* deleted) {
+  return internal::Perform(*state_, [&]() -> Error {
+    const internal::EvictionNews news(*state_);
+    const MutexLock lock(state_->mutex);
+    internal::RunningCache& cache = state_->cache;
+    const std::uint64_t before = cache.Evictions().Trimmed();
+    Error error = cache.EnsureCurrent();
+    if (!error) error = state_->room.MakeReserve();
+    if (!error) error = cache.Restart();
+    SetUnlessNull(deleted, cache.Evictions().Trimmed() - before);
     return error;
   });
 }

@@ -1,4 +1,4 @@
-// A session's life, and what it does to the cache as a whole.
+// A session's life, removing one entry, and what the session has counted.
 #include <cerrno>
 
 #include "session/entry_seal.h"
@@ -6,16 +6,6 @@
 #include "session/module_text.h"
 #include "session/open_session.h"
 #include "session/without_exceptions.h"
-#include <oxfilecache/format.h>
-
-namespace ox::internal {
-
-bool IsOfOtherUrl(const std::string& contentPath, const std::string& url) {
-  const auto seal = ReadSeal(contentPath + format::kMetadataSuffix);
-  return seal && !seal->IsOf(url);
-}
-
-}  // namespace ox::internal
 
 namespace ox::session {
 
@@ -61,20 +51,6 @@ Error CacheSession::Remove(const std::string& url) {
     if (!isGone) return cache.DeletionFailed("cannot delete", path);
     ++state_->counts.removed;
     return {};
-  });
-}
-
-Error CacheSession::Trim(std::uint64_t* deleted) {
-  return internal::Perform(*state_, [&]() -> Error {
-    const internal::EvictionNews news(*state_);
-    const MutexLock lock(state_->mutex);
-    internal::RunningCache& cache = state_->cache;
-    const std::uint64_t before = cache.Evictions().Trimmed();
-    Error error = cache.EnsureCurrent();
-    if (!error) error = state_->room.MakeReserve();
-    if (!error) error = cache.Restart();
-    if (deleted != nullptr) *deleted = cache.Evictions().Trimmed() - before;
-    return error;
   });
 }
 

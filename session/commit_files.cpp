@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "session/durable_io.h"
+#include "session/errno_meaning.h"
 #include "session/session_names.h"
 #include <oxfilecache/format.h>
 

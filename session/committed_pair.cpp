@@ -11,7 +11,6 @@
 #include <ctime>
 #include <memory>
 #include <thread>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -148,9 +147,10 @@ class Look {
     std::vector<std::string> names;
     if (!ListCommitFiles(&names)) return SystemError("cannot read the directory", path_);
     if (names.empty()) return {};
-    const auto latest = std::max_element(
-        names.begin(), names.end(),
-        [this](const std::string& a, const std::string& b) { return AgeOf(a) < AgeOf(b); });
+    const auto latest = std::max_element(names.begin(), names.end(),
+                                         [this](const std::string& a, const std::string& b) {
+                                           return AgeOf(TimeOf(a), a) < AgeOf(TimeOf(b), b);
+                                         });
     std::string entryName;
     ParseCommitFileName(*latest, &entryName, id);
     return {};
@@ -168,7 +168,8 @@ class Look {
       errno = 0;
       const dirent* found = readdir(listing.get());
       if (found == nullptr) return errno == 0;
-      if (std::strncmp(found->d_name, "ox-", 3) == 0) NoteStaged(found->d_name);
+      const std::string_view name(found->d_name);
+      if (name.substr(0, kStagedPrefix.size()) == kStagedPrefix) NoteStaged(found->d_name);
       if (std::strncmp(found->d_name, name_.c_str(), name_.size()) != 0) continue;
       std::string entryName;
       std::string id;
@@ -182,11 +183,10 @@ class Look {
     if (!id.empty() && name == StagedContentName(id)) staged_.push_back(name);
   }
 
-  // As a survey orders them (survey.cpp).
-  std::tuple<std::time_t, long, std::size_t, std::string> AgeOf(const std::string& name) const {
+  timespec TimeOf(const std::string& name) const {
     struct stat status {};
     fstatat(directory_.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW);
-    return {status.st_mtim.tv_sec, status.st_mtim.tv_nsec, name.size(), name};
+    return status.st_mtim;
   }
 
   const std::string& path_;

@@ -5,6 +5,7 @@
 
 #include "host/directory.h"
 #include "session/durable_io.h"
+#include "session/errno_meaning.h"
 #include "session/session_names.h"
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/format.h>
@@ -15,8 +16,6 @@ using session::CacheLimits;
 
 namespace {
 
-// The module raises smaller sizes to this.
-constexpr std::uint32_t kMinSize = 1024;
 // The module reads 1,024 bytes, a terminator included.
 constexpr std::size_t kMaxTextBytes = format::kTextBytes - 1;
 
@@ -93,7 +92,7 @@ std::string ConfigurationText(const CacheLimits& limits) {
 
 Error CheckLimits(const CacheLimits& limits) {
   if (limits.maxEntries == 0) return Invalid("maxEntries may not be 0: nothing could be stored");
-  if (limits.maxSize < kMinSize || limits.maxEntrySize < kMinSize) {
+  if (limits.maxSize < format::kMinSize || limits.maxEntrySize < format::kMinSize) {
     return Invalid("maxSize and maxEntrySize must be 1,024 bytes or more");
   }
   if (limits.maxEntrySize > limits.maxSize) return Invalid("maxEntrySize is above maxSize");

@@ -11,6 +11,7 @@
 #include <ctime>
 
 #include "host/system_calls.h"
+#include "session/errno_meaning.h"
 #include "session/use_clock.h"
 
 namespace ox::internal {
@@ -96,15 +97,6 @@ bool SyncDirectory(const std::string& path) {
   AnnounceFileOperation();
   const UniqueFd directory(OpenRetrying(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY));
   return directory.IsOpen() && Synchronize(directory.Get());
-}
-
-bool MeansNoSpace(int error) {
-  return error == ENOSPC || error == EDQUOT;
-}
-
-bool IsLastingRefusal(int error) {
-  return error == EINVAL || error == ENOSYS || error == EOPNOTSUPP || error == EPERM ||
-         error == EACCES || error == EBADF || error == ENOTTY;
 }
 
 bool RenameFile(const FileAt& from, const FileAt& to) {

@@ -39,10 +39,6 @@ bool ShortenFile(const std::string& path, std::uint64_t bytes);
 void BeginToWrite(int fd);
 bool SyncFile(int fd);
 bool SyncDirectory(const std::string& path);
-// The errno of a disk or a quota that is full.
-bool MeansNoSpace(int error);
-// The errno of a refusal that lasts: the file system cannot do this at all, or not for this user.
-bool IsLastingRefusal(int error);
 
 bool RenameFile(const FileAt& from, const FileAt& to);
 // A second name for the file; EEXIST when there is a file of that name.

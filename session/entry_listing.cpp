@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <map>
-#include <tuple>
 #include <utility>
 
 #include "session/content_in_place.h"
@@ -57,11 +56,6 @@ EntriesByName EntriesIn(const std::string& directory, const Survey& survey) {
   return entries;
 }
 
-bool IsOlder(const ListedEntry& a, const ListedEntry& b) {
-  return std::tie(a.used.tv_sec, a.used.tv_nsec, a.name) <
-         std::tie(b.used.tv_sec, b.used.tv_nsec, b.name);
-}
-
 }  // namespace
 
 std::string SealedUrl(const std::string& metadataPath) {
@@ -89,7 +83,9 @@ Error ListEntries(const std::string& directory, std::vector<ListedEntry>* list) 
   for (auto& [name, entry] : EntriesIn(directory, survey)) {
     list->push_back(std::move(entry));
   }
-  std::sort(list->begin(), list->end(), IsOlder);
+  std::sort(list->begin(), list->end(), [](const ListedEntry& a, const ListedEntry& b) {
+    return IsOlder(a.used, a.name, b.used, b.name);
+  });
   return {};
 }
 

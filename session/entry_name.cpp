@@ -16,11 +16,8 @@ Error NoEntry() {
 }
 
 std::string ContentName(const std::string& url) {
-  std::string name;
-  for (const unsigned char byte : Md5(url)) {
-    name += format::kContentNameCharacters[byte & 0x0F];
-    name += format::kContentNameCharacters[byte >> 4];
-  }
+  std::string name(format::kContentNameLength, '\0');
+  format::WriteContentName(Md5(url).data(), name.data());
   return name;
 }
 

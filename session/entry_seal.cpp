@@ -10,6 +10,8 @@
 
 #include "session/crc32c.h"
 #include "session/durable_io.h"
+#include "session/errno_meaning.h"
+#include <oxfilecache/format.h>
 
 namespace ox::internal {
 namespace {
@@ -156,6 +158,11 @@ std::optional<EntrySeal> ReadSeal(int metadataFile, int* error) {
     return fgetxattr(metadataFile, kSealAttribute, buffer, bytes);
   };
   return ReadWith(get, error);
+}
+
+bool IsOfOtherUrl(const std::string& contentPath, std::string_view url) {
+  const auto seal = ReadSeal(contentPath + format::kMetadataSuffix);
+  return seal && !seal->IsOf(url);
 }
 
 bool SumContent(int file, std::uint32_t* sum) {

@@ -58,6 +58,9 @@ bool WriteSeal(int metadataFile, const EntrySeal& seal, bool isDispensable = fal
 std::optional<EntrySeal> ReadSeal(const std::string& metadataPath, int* error = nullptr);
 std::optional<EntrySeal> ReadSeal(int metadataFile, int* error = nullptr);
 
+// Whether the entry with this content file is known to be another URL's, of the same digest.
+bool IsOfOtherUrl(const std::string& contentPath, std::string_view url);
+
 // The sum of the whole content of an open file, without moving its position. False with errno.
 bool SumContent(int file, std::uint32_t* sum);
 

@@ -13,7 +13,7 @@
 #include "session/content_in_place.h"
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
-#include "session/recovery.h"
+#include "session/errno_meaning.h"
 #include "session/session_names.h"
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/format.h>
@@ -75,17 +75,19 @@ bool FindSum(StagedContent& content) {
 enum class Belonging { kNone, kIsMissing, kUnknown };
 
 // kIsMissing: the entry's seal tells the length and the sum of this content, and what is in place
-// is something else. kUnknown with errno.
+// is something else. kUnknown with the errno in `error`.
 Belonging BelongingOf(StagedContent& content, const EntrySeal& seal, const std::string& metadata,
-                      const std::string& path) {
+                      const std::string& path, int* error) {
   if (content.bytes != seal.contentBytes) return Belonging::kNone;
   const bool isReadable = FindSum(content);
-  const int readError = errno;
+  *error = errno;
   if (isReadable && *content.sum != seal.contentSum) return Belonging::kNone;
   bool isInPlace = false;
-  if (!IsContentInPlace(metadata, path, &isInPlace)) return Belonging::kUnknown;
+  if (!IsContentInPlace(metadata, path, &isInPlace)) {
+    *error = errno;
+    return Belonging::kUnknown;
+  }
   if (isInPlace) return Belonging::kNone;
-  errno = readError;
   return isReadable ? Belonging::kIsMissing : Belonging::kUnknown;
 }
 
@@ -100,30 +102,31 @@ void LeaveOut(const std::vector<std::string_view>& names, Survey* survey) {
   }
 }
 
+// kBlocked: the content is the entry's and cannot be put in place. kUncertain: that cannot be told.
 enum class Found { kNothing, kPlaced, kBlocked, kUncertain };
 
-// Puts the content in place where it is this entry's. kBlocked where it is and cannot be,
-// kUncertain where that cannot be told, both with errno.
+// Puts the content in place where it is this entry's. `error` is the errno where it stays so, and
+// before that the one for which it is unknown whose the content is.
 Error PlaceIfMissing(const StagedContent& content, Belonging belonging, const std::string& path,
-                     Found* found) {
+                     Found* found, int* error) {
   *found = Found::kNothing;
   if (belonging == Belonging::kNone) return {};
   const bool isMissing = belonging == Belonging::kIsMissing;
   *found = Found::kPlaced;
   if (isMissing && RenameFile(content.path, path)) return {};
+  if (isMissing) *error = errno;
   *found = isMissing ? Found::kBlocked : Found::kUncertain;
-  const bool isLater = isMissing ? MayGoOnAfter(errno) : MayLookLater(errno);
-  return isLater ? Error{} : SystemError("cannot tell whether a commit is in place", path);
+  if (isMissing ? MayGoOnAfter(*error) : MayLookLater(*error)) return {};
+  errno = *error;
+  return SystemError("cannot tell whether a commit is in place", path);
 }
 
-Error LookFor(StagedContent& content, const std::string& path, Found* found) {
+Error LookFor(StagedContent& content, const std::string& path, Found* found, int* error) {
   const std::string metadata = path + format::kMetadataSuffix;
-  int error = 0;
-  const auto seal = ReadSeal(metadata, &error);
-  errno = error;
-  Belonging belonging = error != 0 ? Belonging::kUnknown : Belonging::kNone;
-  if (seal) belonging = BelongingOf(content, *seal, metadata, path);
-  return PlaceIfMissing(content, belonging, path, found);
+  const auto seal = ReadSeal(metadata, error);
+  Belonging belonging = *error != 0 ? Belonging::kUnknown : Belonging::kNone;
+  if (seal) belonging = BelongingOf(content, *seal, metadata, path, error);
+  return PlaceIfMissing(content, belonging, path, found, error);
 }
 
 }  // namespace
@@ -137,12 +140,13 @@ Error PlaceContents(const std::string& directory, const IsBeingWritten& isBeingW
     bool isKept = false;
     for (SurveyedEntry& entry : survey->entries) {
       Found found = Found::kNothing;
+      int whyNot = 0;
       const std::string path = directory + "/" + std::string(entry.name);
-      if (Error error = LookFor(content, path, &found)) return error;
+      if (Error error = LookFor(content, path, &found, &whyNot)) return error;
       const bool isLeftOut = found == Found::kBlocked || found == Found::kUncertain;
       if (isLeftOut) {
         leftOut.push_back(entry.name);
-        survey->mayFinishLater = survey->mayFinishLater || MayBeGoneLater(errno);
+        survey->mayFinishLater = survey->mayFinishLater || MayBeGoneLater(whyNot);
       }
       isKept = isKept || found != Found::kNothing;
       if (found == Found::kPlaced) {

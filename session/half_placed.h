@@ -10,8 +10,8 @@
 
 #include <string>
 
-#include "session/recovery.h"
 #include "session/survey.h"
+#include "session/unfinished_commits.h"
 #include <oxfilecache/error.h>
 
 namespace ox::internal {

@@ -1,6 +1,7 @@
 // Looking at the entries of a session without using them.
 #include "session/durable_io.h"
 #include "session/entry_listing.h"
+#include "session/entry_seal.h"
 #include "session/eviction_news.h"
 #include <oxfilecache/format.h>
 

@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "session/durable_io.h"
+#include "session/errno_meaning.h"
 #include "session/utf8.h"
 #include <oxfilecache/descriptor.h>
 #include <oxfilecache/format.h>

@@ -9,8 +9,8 @@
 #include "session/directory_lock.h"
 #include "session/durable_io.h"
 #include "session/limits_probe.h"
-#include "session/recovery.h"
 #include "session/survey.h"
+#include "session/unfinished_commits.h"
 #include "session/utf8.h"
 #include <oxfilecache/format.h>
 

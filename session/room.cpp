@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "session/allocation_unit.h"
-#include "session/durable_io.h"
+#include "session/errno_meaning.h"
 
 namespace ox::internal {
 

@@ -6,8 +6,10 @@
 #include "session/durable_io.h"
 #include "session/entry_name.h"
 #include "session/half_placed.h"
-#include "session/recovery.h"
+#include "session/leftovers.h"
 #include "session/survey.h"
+#include "session/surveyed_entries.h"
+#include "session/unfinished_commits.h"
 #include "session/use_order.h"
 #include <oxfilecache/format.h>
 
@@ -21,9 +23,27 @@ RunningCache::RunningCache(Setup setup, const session::CacheLimits& limits,
       writers_(writers),
       lock_(lock),
       account_(setup.unit),
-      fileSystem_(std::move(setup.directory), std::move(setup.configuration), account_, lock),
+      shown_(std::move(setup.configuration)),
+      fileSystem_(std::move(setup.directory), shown_, *this),
       module_(std::move(setup.module)) {
   module_->UseFileSystem(fileSystem_);
+}
+
+// While the account is stale the module may have missed its configuration, and would delete
+// everything. A forked child has no lock.
+bool RunningCache::MayDelete() const {
+  return !account_.IsStale() && lock_.IsHeld();
+}
+
+void RunningCache::NoteContentDeletion(const char* path, const struct stat& status, bool isDeleted,
+                                       int error) {
+  deletions_.Note(path);
+  account_.NoteContentDeletion(status, isDeleted, error);
+  if (isDeleted) evictions_.NoteDeletion(path, static_cast<std::uint64_t>(status.st_size));
+}
+
+void RunningCache::NoteMetadataDeletion(const struct stat& status, bool isDeleted, int error) {
+  account_.NoteMetadataDeletion(status, isDeleted, error);
 }
 
 Error RunningCache::EnsureCurrent() {
@@ -43,14 +63,15 @@ Error RunningCache::Restart() {
   account_.MarkStale();
   if (Error error = lock_.Check(true)) return error;
   manager_.reset();
-  Deletions().NoteAny();
+  deletions_.NoteAny();
   Survey survey;
   if (Error error = PutDirectoryInOrder(&survey)) return error;
   if (!survey.entries.empty()) clock_.StayAbove(ToNanoseconds(survey.entries.back().used));
   account_.Reset(survey, writers_.GrantedBytes(), clock_.Next());
-  fileSystem_.ShowEntries(&survey.entries);
-  manager_.emplace(module_->Module());
-  fileSystem_.ShowEntries(nullptr);
+  {
+    const auto shown = shown_.ShowEntries(survey.entries);
+    manager_.emplace(module_->Module());
+  }
   if (!*manager_ || account_.IsStale()) {
     account_.MarkStale();
     manager_.reset();
@@ -68,13 +89,13 @@ Error RunningCache::Restart() {
 Error RunningCache::PutDirectoryInOrder(Survey* survey) {
   const std::string& directory = limits_.cacheDirectory;
   // Once: a disk that stays full would cost entries at each operation.
-  EvictionLog* evictions = blockedCommits_.empty() ? &Evictions() : nullptr;
+  EvictionLog* evictions = blockedCommits_.empty() ? &evictions_ : nullptr;
   const auto isBeingWritten = [this](const std::string& id) { return writers_.Contains(id); };
   if (Error error = FinishCommits(directory, isBeingWritten, evictions, survey)) return error;
   if (Error error = PlaceContents(directory, isBeingWritten, survey)) return error;
   if (Error error = DeleteLeftovers(directory, *survey, isBeingWritten, &leftovers_)) return error;
   ResetImpossibleTimes(directory, survey);
-  if (Error error = TrimToLimits(directory, limits_, account_.Unit(), survey, Evictions())) {
+  if (Error error = TrimToLimits(directory, limits_, account_.Unit(), survey, evictions_)) {
     return error;
   }
   SettleUseOrder(directory, *survey);
@@ -99,7 +120,7 @@ Error RunningCache::GiveUpCommits(std::string_view name, const WriterShare* own)
       continue;
     }
     if (Error error = GiveUpCommit(limits_.cacheDirectory, *commit)) return error;
-    Deletions().NoteAny();
+    deletions_.NoteAny();
     // The account does not count its staged content until the restart before the next operation.
     needsRestart_ = true;
     commit = blockedCommits_.erase(commit);
@@ -112,7 +133,7 @@ Error RunningCache::GiveUpWaitingEntry(std::string_view name) {
   const auto waiting = std::find(waitingEntries_.begin(), waitingEntries_.end(), name);
   if (waiting == waitingEntries_.end()) return {};
   const std::string content = limits_.cacheDirectory + "/" + *waiting;
-  Deletions().NoteAny();
+  deletions_.NoteAny();
   for (const std::string& path : {content, content + format::kMetadataSuffix}) {
     if (!DeleteFile(lock_.At(path))) return SystemError("cannot delete", path);
   }
@@ -122,10 +143,8 @@ Error RunningCache::GiveUpWaitingEntry(std::string_view name) {
 }
 
 CacheValue* RunningCache::FindToReplace(const OxString& url, const OxString& metadata) {
-  fileSystem_.ShowMetadata(metadata.UTF8());
-  CacheValue* value = Find(url);
-  fileSystem_.ShowMetadata(nullptr);
-  return value;
+  const auto shown = shown_.ShowMetadata(metadata.UTF8());
+  return Find(url);
 }
 
 PendingEntry RunningCache::Create(const OxString& url, const OxString& metadata) {
@@ -149,7 +168,7 @@ void RunningCache::Abandon(CacheValue* value, std::uint64_t metadataLength) {
 // The manager itself chooses: lowering its limit by one entry makes it evict the one that was used
 // longest ago.
 bool RunningCache::EvictOne(session::EvictionReason reason) {
-  const EvictionLog::Cause cause(Evictions(), reason);
+  const EvictionLog::Cause cause(evictions_, reason);
   const std::uint64_t bytes = account_.Bytes();
   const unsigned long oneLess = static_cast<unsigned long>(account_.Entries() - 1);
   const unsigned long limit = limits_.maxEntries;

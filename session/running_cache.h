@@ -1,4 +1,5 @@
-// The module's manager at work on one directory, together with the account of what is there.
+// The module's manager at work on one directory, together with the accounts of what is there and of
+// what was deleted.
 //
 // The manager is restarted whenever the directory is no longer what it takes it for. A restart puts
 // the directory in order first, so the manager's scan finds nothing to delete.
@@ -12,14 +13,19 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "session/configuration_snapshot.h"
 #include "session/directory_lock.h"
 #include "session/disk_account.h"
+#include "session/eviction_log.h"
+#include "session/manager_listener.h"
 #include "session/module_hold.h"
 #include "session/pending_entry.h"
+#include "session/recent_deletions.h"
 #include "session/session_file_system.h"
+#include "session/shown_files.h"
 #include "session/use_clock.h"
 #include "session/writer_list.h"
 #include <oxfilecache/session.h>
@@ -27,7 +33,7 @@
 
 namespace ox::internal {
 
-class RunningCache {
+class RunningCache final : private ManagerListener {
  public:
   // What must be known of the cache before it can run.
   struct Setup {
@@ -52,7 +58,7 @@ class RunningCache {
 
   // Of changed limits, which hold from the next restart on.
   void UseConfiguration(ConfigurationSnapshot configuration) {
-    fileSystem_.UseConfiguration(std::move(configuration));
+    shown_.UseConfiguration(std::move(configuration));
   }
 
   // The committed entry of that URL, null when there is none. Lent until the next operation.
@@ -76,10 +82,12 @@ class RunningCache {
 
   DiskAccount& Account() { return account_; }
   UseClock& Clock() { return clock_; }
-  RecentDeletions& Deletions() { return fileSystem_.Deletions(); }
-  EvictionLog& Evictions() { return fileSystem_.Evictions(); }
-  // How reading the metadata of the entry found last went.
-  std::optional<MetadataRead> TakeMetadataRead() { return fileSystem_.TakeMetadataRead(); }
+  RecentDeletions& Deletions() { return deletions_; }
+  EvictionLog& Evictions() { return evictions_; }
+  // How reading the metadata of the entry found last went; forgotten once taken.
+  std::optional<MetadataRead> TakeMetadataRead() {
+    return std::exchange(metadataRead_, std::nullopt);
+  }
 
   // Of the manager since the first start.
   std::uint64_t Restarts() const { return starts_ - 1; }
@@ -88,6 +96,13 @@ class RunningCache {
 
  private:
   friend class PendingEntry;
+
+  bool MayDelete() const override;
+  void NoteContentDeletion(const char* path, const struct stat& status, bool isDeleted,
+                           int error) override;
+  void NoteMetadataDeletion(const struct stat& status, bool isDeleted, int error) override;
+  void NoteMetadataRead(const MetadataRead& read) override { metadataRead_ = read; }
+  void NoteOversight() override { account_.MarkStale(); }
 
   Error PutDirectoryInOrder(struct Survey* survey);
   Error GiveUpWaitingEntry(std::string_view name);
@@ -99,6 +114,10 @@ class RunningCache {
   DirectoryLock& lock_;
   DiskAccount account_;
   UseClock clock_;
+  RecentDeletions deletions_;
+  EvictionLog evictions_;
+  std::optional<MetadataRead> metadataRead_;
+  ShownFiles shown_;
   SessionFileSystem fileSystem_;
   std::unique_ptr<ModuleHold> module_;
   std::uint64_t starts_ = 0;

@@ -1,27 +1,17 @@
 #include "session/session_file_system.h"
 
 #include <new>
-#include <utility>
 
 #include <oxfilecache/allocation.h>
 #include <oxfilecache/string.h>
 
 namespace ox::internal {
 
-SessionFileSystem::SessionFileSystem(std::string directory, ConfigurationSnapshot configuration,
-                                     DiskAccount& account, const DirectoryLock& lock)
-    : directory_(std::move(directory)),
-      configuration_(std::move(configuration)),
-      account_(account),
-      lock_(lock) {}
-
-SessionFileSystem::~SessionFileSystem() = default;
-
 os::filesystem::File* SessionFileSystem::CreateFile() {
   if (spare_ != nullptr) return spare_.release();
-  auto* file = new (std::nothrow) SessionFile(*this);
-  // The module goes on without the file: a scan would leave the entry out.
-  if (file == nullptr) account_.MarkStale();
+  auto* file = new (std::nothrow) SessionFile(surroundings_);
+  // A start makes no manager then; any later step of the module takes the file for missing.
+  if (file == nullptr) surroundings_.listener.NoteOversight();
   return file;
 }
 
@@ -35,7 +25,7 @@ void SessionFileSystem::DestroyFile(os::filesystem::File* file) {
 int SessionFileSystem::GetDefaultDirectory(OxString& out) {
   const AllocationWatch watch;
   out = directory_.c_str();
-  if (watch.Tripped()) account_.MarkStale();
+  if (watch.Tripped()) surroundings_.listener.NoteOversight();
   return !out.IsEmpty();
 }
 

@@ -55,21 +55,24 @@ std::string Joined(std::initializer_list<std::string_view> pieces) {
 }
 
 std::string StagingId(const std::string& name) {
-  constexpr std::size_t kPrefix = 3;  // "ox-"
-  constexpr std::size_t kSuffix = 5;  // ".part", ".meta", ".conf"
-  if (name.compare(0, kPrefix, "ox-") != 0 || name.size() < kPrefix + kSuffix) return {};
-  if (!EndsWith(name, ".part") && !EndsWith(name, ".meta") && !EndsWith(name, ".conf")) return {};
-  const std::string id = name.substr(kPrefix, name.size() - kPrefix - kSuffix);
-  return IsId(id) ? id : std::string();
+  constexpr std::size_t kPrefix = kStagedPrefix.size();
+  for (const std::string_view suffix :
+       {kStagedContentSuffix, kStagedMetadataSuffix, kStagedConfigurationSuffix}) {
+    if (name.size() < kPrefix + suffix.size() || !EndsWith(name, suffix)) continue;
+    if (name.compare(0, kPrefix, kStagedPrefix) != 0) return {};
+    const std::string id = name.substr(kPrefix, name.size() - kPrefix - suffix.size());
+    return IsId(id) ? id : std::string();
+  }
+  return {};
 }
 
 bool IsStagedConfigurationName(const std::string& name) {
-  return EndsWith(name, ".conf") && !StagingId(name).empty();
+  return EndsWith(name, kStagedConfigurationSuffix) && !StagingId(name).empty();
 }
 
 bool ParseCommitFileName(const std::string& name, std::string* entryName, std::string* id) {
-  constexpr std::size_t kSuffix = 7;  // ".commit"
-  if (name.size() < format::kContentNameLength + 1 + kSuffix || !EndsWith(name, ".commit"))
+  constexpr std::size_t kSuffix = kCommitSuffix.size();
+  if (name.size() < format::kContentNameLength + 1 + kSuffix || !EndsWith(name, kCommitSuffix))
     return false;
   *entryName = name.substr(0, format::kContentNameLength);
   *id = name.substr(format::kContentNameLength + 1,

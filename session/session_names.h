@@ -14,10 +14,13 @@
 #ifndef OX_SESSION_SESSION_NAMES_H_
 #define OX_SESSION_SESSION_NAMES_H_
 
+#include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <tuple>
 
 #include <oxfilecache/format.h>
 
@@ -26,29 +29,43 @@ namespace ox::internal {
 constexpr char kLockFileName[] = "ox-session.lock";
 constexpr char kUseOrderFileName[] = "ox-session.order";
 
+constexpr std::string_view kStagedPathPrefix = "/ox-";  // one piece less to join
+constexpr std::string_view kStagedPrefix = kStagedPathPrefix.substr(1);
+constexpr std::string_view kStagedContentSuffix = ".part";
+constexpr std::string_view kStagedMetadataSuffix = ".meta";
+constexpr std::string_view kStagedConfigurationSuffix = ".conf";
+constexpr std::string_view kCommitSuffix = ".commit";
+
 // With one allocation.
 std::string Joined(std::initializer_list<std::string_view> pieces);
 
 inline std::string StagedContentName(std::string_view id) {
-  return Joined({"ox-", id, ".part"});
+  return Joined({kStagedPrefix, id, kStagedContentSuffix});
 }
 inline std::string StagedContentPath(std::string_view directory, std::string_view id) {
-  return Joined({directory, "/ox-", id, ".part"});
+  return Joined({directory, kStagedPathPrefix, id, kStagedContentSuffix});
 }
 inline std::string StagedMetadataPath(std::string_view directory, std::string_view id) {
-  return Joined({directory, "/ox-", id, ".meta"});
+  return Joined({directory, kStagedPathPrefix, id, kStagedMetadataSuffix});
 }
 inline std::string StagedConfigurationName(std::string_view id) {
-  return Joined({"ox-", id, ".conf"});
+  return Joined({kStagedPrefix, id, kStagedConfigurationSuffix});
 }
 // Of an entry's name; or of its path, then this is a path, too.
 inline std::string CommitFileName(std::string_view entryName, std::string_view id) {
-  return Joined({entryName, ".", id, ".commit"});
+  return Joined({entryName, ".", id, kCommitSuffix});
 }
 
 // The ID when the name is one of a staged file, otherwise empty.
 std::string StagingId(const std::string& name);
 bool IsStagedConfigurationName(const std::string& name);
+
+// The order in which staged files and commit files were made. Of one time, as coarse file systems
+// give it, the later ID of a session is the longer one. Lives as long as the name.
+inline std::tuple<std::time_t, long, std::size_t, std::string_view> AgeOf(const timespec& modified,
+                                                                          std::string_view name) {
+  return {modified.tv_sec, modified.tv_nsec, name.size(), name};
+}
 
 // True, with both parts, when the name is one of a commit file.
 bool ParseCommitFileName(const std::string& name, std::string* entryName, std::string* id);

@@ -68,9 +68,6 @@ Error Perform(const SessionState& state, Step step) {
   return WithoutExceptions(step);
 }
 
-// Whether the entry under this name is known to be another URL's, of the same digest.
-bool IsOfOtherUrl(const std::string& contentPath, const std::string& url);
-
 }  // namespace ox::internal
 
 #endif

@@ -14,11 +14,6 @@ using session::Durability;
 
 namespace {
 
-// In a forked child the files are the parent's.
-bool IsOurs(const Staging& staging) {
-  return staging.state.directoryLock->IsHeld();
-}
-
 Error InvalidArgument(const char* detail) {
   return MakeError(ErrorKind::kInvalidArgument, detail);
 }
@@ -42,15 +37,6 @@ Error SynchroniseContent(Staging& staging) {
   return staging.failure;
 }
 
-// The name of a staged file is never used again, so this one may be deleted without the lock. Kept
-// where a start may need it to finish a commit.
-void DropClosed(const Staging& staging) {
-  const PublishOutcome& outcome = staging.outcome;
-  if (!staging.file.IsOpen() || outcome.isDecided || outcome.mayBeDecided) return;
-  if (!staging.share.keptPath.empty()) DeleteFile(staging.share.keptPath);
-  DeleteFile(staging.contentPath);
-}
-
 }  // namespace
 
 Staging::Staging(const std::shared_ptr<SessionState>& openSession, std::string newUrl,
@@ -61,6 +47,10 @@ Staging::Staging(const std::shared_ptr<SessionState>& openSession, std::string n
       contentPath(StagedContentPath(state.cacheDirectory, newId)),
       metadataPath(StagedMetadataPath(state.cacheDirectory, newId)),
       share(std::move(newId), ToOxString(url)) {}
+
+bool IsOurs(const Staging& staging) {
+  return staging.state.directoryLock->IsHeld();
+}
 
 std::uint64_t MaxContentBytes(const SessionState& state) {
   return std::min(state.limits.maxEntrySize, state.limits.maxSize);
@@ -118,26 +108,6 @@ Error DropKept(SessionState& state, Staging& staging) {
   // Those of a writer whose content became an entry were turned into that entry's.
   state.room.TakeBack(share, std::exchange(share.keptBytes, 0));
   return {};
-}
-
-void Drop(Staging& staging) {
-  const auto session = staging.session.lock();
-  if (session == nullptr) return DropClosed(staging);
-  if (staging.outcome.isDecided || !IsOurs(staging)) return;
-  SessionState& state = *session;
-  const MutexLock lock(state.mutex);
-  if (staging.outcome.mayBeDecided) {
-    // What was kept would become an entry. The content is deleted by the restart, once the
-    // directory is on the medium as it is.
-    static_cast<void>(DropKept(state, staging));
-    state.cache.Account().MarkStale();
-  } else if (staging.file.IsOpen()) {
-    // Finished later, what was kept would take the place of something newer.
-    if (DropKept(state, staging)) state.cache.Account().MarkStale();
-    DeleteFile(state.directoryLock->At(staging.contentPath));
-  }
-  state.room.TakeBack(staging.share, staging.share.bytes);
-  state.writers.Remove(staging.share);
 }
 
 }  // namespace ox::internal

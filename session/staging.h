@@ -31,6 +31,9 @@ struct Staging {
   WriterShare share;
 };
 
+// In a forked child the files are the parent's.
+bool IsOurs(const Staging& staging);
+
 std::uint64_t MaxContentBytes(const SessionState& state) OX_REQUIRES(state.mutex);
 
 // Room for the metadata, and its time of use. An error also when nothing may be committed.
@@ -65,9 +68,6 @@ class StagedMetadata {
 bool IsKeptAs(const Staging& staging, const std::string& url);
 // Deletes the commit file that KeepAs has made.
 Error DropKept(SessionState& state, Staging& staging) OX_REQUIRES(state.mutex);
-
-// The end of a writer.
-void Drop(Staging& staging);
 
 }  // namespace ox::internal
 

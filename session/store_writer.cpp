@@ -1,4 +1,5 @@
-// A writer's life: made by Store, filled by Write, turned into an entry by Commit, or dropped.
+// A writer's life: made by Store, filled by Write, turned into an entry by Commit, or dropped; what
+// it has so far is kept by KeepAs (keep_as.cpp).
 #include <sys/stat.h>
 
 #include <memory>
@@ -148,6 +149,35 @@ Error MakeContentFile(Staging& staging) {
     Error error = SystemError("cannot write", staging.contentPath);
     if ((error = MakeDiskSpace(staging, std::move(error)))) return error;
   }
+}
+
+// The name of a staged file is never used again, so this one may be deleted without the lock. Kept
+// where a start may need it to finish a commit.
+void DropClosed(const Staging& staging) {
+  const internal::PublishOutcome& outcome = staging.outcome;
+  if (!staging.file.IsOpen() || outcome.isDecided || outcome.mayBeDecided) return;
+  if (!staging.share.keptPath.empty()) internal::DeleteFile(staging.share.keptPath);
+  internal::DeleteFile(staging.contentPath);
+}
+
+void Drop(Staging& staging) {
+  const auto session = staging.session.lock();
+  if (session == nullptr) return DropClosed(staging);
+  if (staging.outcome.isDecided || !internal::IsOurs(staging)) return;
+  SessionState& state = *session;
+  const MutexLock lock(state.mutex);
+  if (staging.outcome.mayBeDecided) {
+    // What was kept would become an entry. The content is deleted by the restart, once the
+    // directory is on the medium as it is.
+    static_cast<void>(internal::DropKept(state, staging));
+    state.cache.Account().MarkStale();
+  } else if (staging.file.IsOpen()) {
+    // Finished later, what was kept would take the place of something newer.
+    if (internal::DropKept(state, staging)) state.cache.Account().MarkStale();
+    internal::DeleteFile(state.directoryLock->At(staging.contentPath));
+  }
+  state.room.TakeBack(staging.share, staging.share.bytes);
+  state.writers.Remove(staging.share);
 }
 
 }  // namespace

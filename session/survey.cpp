@@ -95,13 +95,8 @@ class Surveyor {
     return std::tie(a.used.tv_sec, a.used.tv_nsec) < std::tie(b.used.tv_sec, b.used.tv_nsec);
   }
 
-  // Of one time, as coarse file systems give it, the later ID of a session is the longer one.
   static bool IsMadeBefore(const DirectoryEntry* a, const DirectoryEntry* b) {
-    const auto age = [](const DirectoryEntry& file) {
-      return std::make_tuple(file.modified.tv_sec, file.modified.tv_nsec, file.name.size(),
-                             file.name);
-    };
-    return age(*a) < age(*b);
+    return AgeOf(a->modified, a->name) < AgeOf(b->modified, b->name);
   }
 
   // True when the two are an entry.
@@ -163,8 +158,7 @@ class Surveyor {
 }  // namespace
 
 bool IsUsedBefore(const SurveyedEntry& a, const SurveyedEntry& b) {
-  return std::tie(a.used.tv_sec, a.used.tv_nsec, a.name) <
-         std::tie(b.used.tv_sec, b.used.tv_nsec, b.name);
+  return IsOlder(a.used, a.name, b.used, b.name);
 }
 
 Error SurveyDirectory(const std::string& directory, Survey* survey) {

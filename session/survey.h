@@ -39,7 +39,8 @@ struct Survey {
   // A session's own unfinished files, in the order in which they were made.
   std::vector<std::string> staging;
   // Commit files that cannot be finished, because a directory stands under a name of their entry or
-  // of their staged content, or for one of the reasons in recovery.h.
+  // of their staged content, or for one of the reasons in
+  // unfinished_commits.h.
   std::vector<std::string> blockedCommits;
   // Content files of entries that are left out since their content waits for another start
   // (half_placed.h).

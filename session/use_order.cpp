@@ -14,6 +14,7 @@
 
 #include "host/system_calls.h"
 #include "session/durable_io.h"
+#include "session/errno_meaning.h"
 #include "session/session_names.h"
 #include "session/use_clock.h"
 #include <oxfilecache/descriptor.h>

@@ -11,6 +11,7 @@
 #define OXFILECACHE_FORMAT_H_
 
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 namespace ox::format {
@@ -26,12 +27,25 @@ inline constexpr std::size_t kMetadataSuffixLength = sizeof kMetadataSuffix - 1;
 // Of the configuration and of a metadata file only this many bytes are looked at.
 inline constexpr std::size_t kTextBytes = 1024;
 
+// Sizes below this in a configuration are raised to it.
+inline constexpr std::uint32_t kMinSize = 1024;
+
 // Bytes of an MD5 digest.
 inline constexpr std::size_t kDigestBytes = 16;
 // The characters of a content file's name: a digit for each half of a byte.
 inline constexpr char kContentNameCharacters[] = "0123456789ABCDEF";
 // Two characters for each byte of the digest.
 inline constexpr std::size_t kContentNameLength = 2 * kDigestBytes;
+
+// Writes the name of the content whose URL has this digest, without a NUL; gives the end.
+constexpr char* WriteContentName(const unsigned char* digest, char* name) {
+  for (const unsigned char* end = digest + kDigestBytes; digest != end; ++digest) {
+    // Low nibble first, the reverse of the usual notation: all names on disk are written so.
+    *name++ = kContentNameCharacters[*digest & 0x0F];
+    *name++ = kContentNameCharacters[*digest >> 4];
+  }
+  return name;
+}
 
 // Whether a file or path ends in the suffix of metadata files.
 constexpr bool HasMetadataSuffix(std::string_view name) {

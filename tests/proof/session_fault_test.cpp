@@ -15,8 +15,8 @@
 #include <functional>
 #include <new>
 
-#include "session/durable_io.h"
 #include "session/entry_name.h"
+#include "session/errno_meaning.h"
 #include "tests/proof/session_fault_rig.h"
 
 namespace ox::testing {

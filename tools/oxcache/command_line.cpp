@@ -7,7 +7,9 @@
 
 #include "tools/oxcache/batch.h"
 #include "tools/oxcache/bulk_commands.h"
+#include "tools/oxcache/freeze.h"
 #include "tools/oxcache/reports.h"
+#include <oxfilecache/format.h>
 
 namespace ox::tools {
 namespace {
@@ -105,7 +107,7 @@ CLI::Option* AddPut(CLI::App& app, PutOptions* options) {
       put->add_option("file", options->file, "The content (\"-\": standard input)")->type_name("");
   CLI::Option* text = put->add_option_function<std::string>(
       "--meta", [options](const std::string& metadata) { options->metadata = metadata; },
-      "Metadata: 1 to 1024 ASCII characters");
+      "Metadata: 1 to " + std::to_string(format::kTextBytes) + " ASCII characters");
   put->add_option("--meta-file", options->metadataFile, "File with the metadata")
       ->type_name("FILE")
       ->check(NotEmpty())

@@ -18,8 +18,6 @@ namespace {
 constexpr std::uint64_t kDefaultMaxSize = 64 * 1024 * 1024;
 constexpr std::uint64_t kDefaultMaxEntries = 1000;
 constexpr std::uint64_t kDefaultMaxEntrySize = 8 * 1024 * 1024;
-// The module raises smaller sizes to this.
-constexpr std::uint64_t kMinSize = 1024;
 constexpr std::uint64_t kMaxLimit = 0xFFFFFFFF;
 // The module reads 1,024 bytes, a terminator included.
 constexpr std::size_t kMaxTextBytes = 1000;
@@ -52,9 +50,10 @@ Error Write(const std::string& directory, const std::string& text) {
 }
 
 Error CheckSize(const char* option, std::uint64_t bytes) {
-  if (bytes >= kMinSize && bytes <= kMaxLimit) return {};
-  return MakeError(ErrorKind::kInvalidArgument,
-                   std::string(option) + " must be from 1024 to 4294967295 bytes");
+  if (bytes >= format::kMinSize && bytes <= kMaxLimit) return {};
+  return MakeError(ErrorKind::kInvalidArgument, std::string(option) + " must be from " +
+                                                    std::to_string(format::kMinSize) + " to " +
+                                                    std::to_string(kMaxLimit) + " bytes");
 }
 
 // The module would not find the entries of another directory again, or not read its whole name.

@@ -14,6 +14,7 @@
 #include "session/module_location.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/configuration.h"
+#include "tools/oxcache/default_directory.h"
 #include "tools/oxcache/module_path.h"
 #include "tools/oxcache/signals.h"
 #include "tools/oxcache/temporary_file.h"
@@ -89,28 +90,6 @@ Error SurveyIfThere(const std::string& directory, Survey* survey) {
   if (Error error = internal::SurveyDirectory(directory, survey)) return error;
   LeaveOutLostAndFound(directory, &survey->foreignFiles);
   return {};
-}
-
-ExitStatus StatusOf(ErrorKind kind) {
-  switch (kind) {
-    case ErrorKind::kNone:
-      return ExitStatus::kDone;
-    case ErrorKind::kNotFound:
-    case ErrorKind::kRefused:
-    case ErrorKind::kConfiguration:
-    case ErrorKind::kInUse:
-    case ErrorKind::kDamaged:
-      return ExitStatus::kNotDone;
-    case ErrorKind::kInvalidArgument:
-      return ExitStatus::kUsage;
-    case ErrorKind::kModule:
-    case ErrorKind::kInputOutput:
-    case ErrorKind::kOutOfMemory:
-    case ErrorKind::kProducer:
-    case ErrorKind::kCancelled:
-      break;
-  }
-  return ExitStatus::kInputOutput;
 }
 
 Context::Context(GlobalOptions options) : options_(std::move(options)) {

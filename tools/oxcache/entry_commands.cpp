@@ -3,7 +3,6 @@
 #include <ctime>
 #include <vector>
 
-#include "session/use_order.h"
 #include "tools/oxcache/byte_stream.h"
 #include "tools/oxcache/text.h"
 #include "tools/oxcache/without_session.h"
@@ -53,8 +52,9 @@ Error MetadataFor(const PutOptions& options, std::string* metadata) {
         "metadata may not be empty: the cache would delete the entry at its next start");
   }
   if (metadata->size() > format::kTextBytes) {
-    return MakeError(ErrorKind::kInvalidArgument,
-                     "metadata is longer than 1024 bytes; make it shorter");
+    return MakeError(ErrorKind::kInvalidArgument, "metadata is longer than " +
+                                                      std::to_string(format::kTextBytes) +
+                                                      " bytes; make it shorter");
   }
   return {};
 }
@@ -129,21 +129,6 @@ ExitStatus Remove(Context& context, const std::string& url) {
   CacheSession* session = context.Session(Context::Purpose::kUse, &error);
   if (session != nullptr) error = session->Remove(url);
   return error ? context.Fail(error) : ExitStatus::kDone;
-}
-
-ExitStatus Freeze(Context& context) {
-  Error error;
-  CacheSession* session = context.Session(Context::Purpose::kUse, &error);
-  if (session == nullptr) return context.Fail(error);
-  const std::string directory = session->Limits().cacheDirectory;
-  internal::Survey survey;
-  if (error = internal::SurveyDirectory(directory, &survey); !error) {
-    error = internal::KeepUseOrder(directory, survey);
-  }
-  if (error) return context.Fail(error);
-  context.Tell("the order of use of " + EntriesText(survey.entries.size()) +
-               " is kept until the next opening of the cache");
-  return ExitStatus::kDone;
 }
 
 }  // namespace ox::tools

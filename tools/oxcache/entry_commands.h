@@ -25,8 +25,6 @@ struct GetOptions {
 ExitStatus Put(Context& context, const PutOptions& options);
 ExitStatus Get(Context& context, const GetOptions& options);
 ExitStatus Remove(Context& context, const std::string& url);
-// Keeps the order of use in a file, for an image.
-ExitStatus Freeze(Context& context);
 
 }  // namespace ox::tools
 

@@ -35,14 +35,14 @@ FetchProgress::~FetchProgress() {
 }
 
 void FetchProgress::Update(std::size_t file, std::uint64_t received, std::uint64_t total) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const internal::MutexLock lock(mutex_);
   files_[file].received = received;
   files_[file].total = total;
   if (isShown_ && Clock::now() - drawn_ >= kDrawInterval) Draw();
 }
 
 void FetchProgress::Finish(std::size_t file, std::uint64_t bytes) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const internal::MutexLock lock(mutex_);
   files_[file] = {bytes, bytes, true};
 }
 

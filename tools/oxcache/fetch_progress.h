@@ -4,9 +4,10 @@
 
 #include <chrono>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include "host/mutex.h"
 
 namespace ox::tools {
 
@@ -25,7 +26,7 @@ class FetchProgress {
   // Removes the line and calls `write`, which prints something. The next update draws it again.
   template <typename Write>
   void Interrupt(Write write) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const internal::MutexLock lock(mutex_);
     Erase();
     write();
   }
@@ -38,16 +39,16 @@ class FetchProgress {
     bool isFinished = false;
   };
 
-  void Erase();
-  void Draw();
-  std::string Line() const;
+  void Erase() OX_REQUIRES(mutex_);
+  void Draw() OX_REQUIRES(mutex_);
+  std::string Line() const OX_REQUIRES(mutex_);
 
   const bool isShown_;
   const Clock::time_point start_ = Clock::now();
-  std::mutex mutex_;
-  std::vector<File> files_;
-  Clock::time_point drawn_;
-  bool isOnScreen_ = false;
+  internal::Mutex mutex_;
+  std::vector<File> files_ OX_GUARDED_BY(mutex_);
+  Clock::time_point drawn_ OX_GUARDED_BY(mutex_);
+  bool isOnScreen_ OX_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace ox::tools

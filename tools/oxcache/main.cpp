@@ -23,7 +23,7 @@ ExitStatus RunProgram(Context& context, const Parsed& parsed, const Invocation& 
 }
 
 int Main(int argc, char** argv) {
-  OccupyStandardDescriptors();
+  hostcheck::OccupyStandardDescriptors();
   PrepareForSignals();
   Invocation invocation;
   const Parsed parsed = ParseProgram(argc, argv, &invocation);

@@ -1,4 +1,4 @@
-// The module that an option names, and the cache when none names it.
+// The module that an option names.
 #ifndef OX_TOOLS_OXCACHE_MODULE_PATH_H_
 #define OX_TOOLS_OXCACHE_MODULE_PATH_H_
 
@@ -9,9 +9,6 @@ namespace ox::tools {
 // For the loader: a typed name without "/" becomes "./NAME" when the current directory has that
 // file.
 std::string TypedModulePath(const std::string& typed);
-
-// "oxcache" in the user's cache directory; empty when that is not known.
-std::string DefaultDirectory();
 
 }  // namespace ox::tools
 

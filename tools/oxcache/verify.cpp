@@ -109,7 +109,8 @@ class Verifier {
     }
     if (metadata.empty()) Add(name, "empty metadata");
     if (metadata.size() > format::kTextBytes) {
-      return Add(name, "longer than 1024 bytes: the cache does not give back the rest");
+      return Add(name, "longer than " + std::to_string(format::kTextBytes) +
+                           " bytes: the cache does not give back the rest");
     }
     if (metadata.find('\0') != std::string::npos) {
       return Add(name, "has a zero byte: the cache does not give back what follows it");

@@ -1,35 +1,25 @@
-#include "session/recovery.h"
+#include "session/unfinished_commits.h"
 
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <string_view>
 #include <vector>
 
 #include "session/commit_files.h"
 #include "session/content_in_place.h"
 #include "session/durable_io.h"
 #include "session/entry_seal.h"
+#include "session/errno_meaning.h"
 #include "session/session_names.h"
-#include "session/use_clock.h"
+#include "session/surveyed_entries.h"
 
 namespace ox::internal {
 
 using session::EvictionReason;
 
 namespace {
-
-Error Delete(const std::string& path) {
-  return DeleteFile(path) ? Error{} : SystemError("cannot delete", path);
-}
-
-Error DeleteLeftover(const std::string& path, std::uint64_t* deleted) {
-  if (DeleteFile(path)) {
-    ++*deleted;
-    return {};
-  }
-  return MayGoOnAfter(errno) ? Error{} : SystemError("cannot delete", path);
-}
 
 // Makes staged content as long as its commit file says: what was kept of a writer may have grown
 // since (keep_as.cpp), and a power cut may have taken its end away, so that it is of no use.
@@ -140,23 +130,7 @@ class Evictor {
   std::size_t next_ = 0;
 };
 
-bool IsAdmissible(const SurveyedEntry& entry, const session::CacheLimits& limits) {
-  return entry.contentBytes > 0 && entry.contentBytes + entry.metadataBytes <= limits.maxEntrySize;
-}
-
 }  // namespace
-
-bool MayBeGoneLater(int error) {
-  return error == EROFS || MeansNoSpace(error);
-}
-
-bool MayGoOnAfter(int error) {
-  return IsLastingRefusal(error) || MayBeGoneLater(error);
-}
-
-bool MeansUnreadable(int error) {
-  return error == EIO || error == EBADMSG || error == EUCLEAN;
-}
 
 bool IsOfBlockedCommit(const Survey& survey, const std::string& id) {
   return std::any_of(survey.blockedCommits.begin(), survey.blockedCommits.end(),
@@ -167,29 +141,20 @@ bool IsOfBlockedCommit(const Survey& survey, const std::string& id) {
                      });
 }
 
-// Content first: metadata without content is deleted by any scan, content without metadata is not.
-Error DeleteEntry(const std::string& directory, const SurveyedEntry& entry,
-                  std::optional<EvictionReason> reason, EvictionLog& evictions) {
-  const std::string content = directory + "/" + std::string(entry.name);
-  if (Error error = Delete(content)) return error;
-  if (reason) evictions.Note(*reason, content, entry.contentBytes);
-  return Delete(content + format::kMetadataSuffix);
-}
-
 Error GiveUpCommit(const std::string& directory, const std::string& commitName) {
   std::string entryName;
   const CommitFiles files = FilesOf(directory, commitName, &entryName);
   if (Error error = files.CheckTargets()) return error;
   if (!HasOldEntry(files)) {
     for (const std::string& path : {files.content, files.metadata}) {
-      if (Error error = Delete(path)) return error;
+      if (!DeleteFile(path)) return SystemError("cannot delete", path);
     }
     // Without the commit file nothing would tell that old metadata is of other content.
     if (!files.SynchroniseDirectory() && !MayGoOnAfter(errno)) {
       return SystemError("cannot synchronise", directory);
     }
   }
-  return Delete(files.commit);
+  return DeleteFile(files.commit) ? Error{} : SystemError("cannot delete", files.commit);
 }
 
 Error FinishCommits(const std::string& directory, const IsBeingWritten& isBeingWritten,
@@ -218,69 +183,6 @@ Error FinishCommits(const std::string& directory, const IsBeingWritten& isBeingW
   for (const std::string& name : blocked)
     SetAside(directory, name, survey);
   survey->mayFinishLater = mayFinishLater;
-  return {};
-}
-
-Error DeleteLeftovers(const std::string& directory, const Survey& survey,
-                      const IsBeingWritten& isBeingWritten, std::uint64_t* deleted) {
-  for (const auto* names : {&survey.contentWithoutMetadata, &survey.metadataWithoutContent}) {
-    for (const std::string& name : *names) {
-      if (Error error = DeleteLeftover(directory + "/" + name, deleted)) return error;
-    }
-  }
-  bool isSynchronised = false;
-  for (const std::string& name : survey.staging) {
-    const std::string id = StagingId(name);
-    if (id.empty() || isBeingWritten(id) || IsOfBlockedCommit(survey, id)) continue;
-    // The medium may still hold a commit file that was taken back; without its content it would
-    // pass for one whose content is in place.
-    if (!isSynchronised && !SyncDirectory(directory) && !MayGoOnAfter(errno)) {
-      return SystemError("cannot synchronise", directory);
-    }
-    isSynchronised = true;
-    if (Error error = DeleteLeftover(directory + "/" + name, deleted)) return error;
-  }
-  return {};
-}
-
-void ResetImpossibleTimes(const std::string& directory, Survey* survey) {
-  const std::int64_t latest = UseClock::LatestPossible();
-  std::vector<SurveyedEntry>& entries = survey->entries;
-  const auto isPossible = [latest](const SurveyedEntry& entry) {
-    return ToNanoseconds(entry.used) <= latest;
-  };
-  const auto firstImpossible = std::find_if_not(entries.begin(), entries.end(), isPossible);
-  for (auto entry = firstImpossible; entry != entries.end(); ++entry) {
-    entry->used = timespec{};
-    // Best effort: this session knows the order either way.
-    SetFileTime(directory + "/" + std::string(entry->name) + format::kMetadataSuffix, 0);
-  }
-  std::rotate(entries.begin(), firstImpossible, entries.end());
-}
-
-Error TrimToLimits(const std::string& directory, const session::CacheLimits& limits,
-                   const AllocationUnit& unit, Survey* survey, EvictionLog& evictions) {
-  std::vector<SurveyedEntry>& entries = survey->entries;
-  // Those that stay move to the end, in their order.
-  auto kept = entries.rbegin();
-  std::uint64_t bytes = 0;
-  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-    const std::uint64_t size = OnDisk(*entry, unit);
-    const auto count = static_cast<std::size_t>(kept - entries.rbegin());
-    // Alone, an entry may take more blocks than the limit of the whole cache has bytes.
-    const bool fits = count == 0 ? entry->contentBytes + entry->metadataBytes <= limits.maxSize
-                                 : bytes + size <= limits.maxSize;
-    if (fits && IsAdmissible(*entry, limits) && count < limits.maxEntries) {
-      bytes += size;
-      *kept++ = *entry;
-      continue;
-    }
-    Error error = DeleteEntry(directory, *entry, EvictionReason::kLimits, evictions);
-    // What this user may not delete stays, and is no entry of this cache.
-    if (error && !MayGoOnAfter(error.systemError)) return error;
-  }
-  entries.erase(entries.begin(), kept.base());
-  survey->bytes = bytes;
   return {};
 }
 
