@@ -80,7 +80,7 @@ Belonging BelongingOf(StagedContent& content, const EntrySeal& seal, const std::
                       const std::string& path, int* error) {
   if (content.bytes != seal.contentBytes) return Belonging::kNone;
   const bool isReadable = FindSum(content);
-  *error = errno;
+  if (!isReadable) *error = errno;
   if (isReadable && *content.sum != seal.contentSum) return Belonging::kNone;
   bool isInPlace = false;
   if (!IsContentInPlace(metadata, path, &isInPlace)) {

@@ -155,7 +155,7 @@ NOT_ON_CARDS = {
 def run_tests(image, systems, folder, log):
     """File system to the number of tests passed, and the names of those that failed."""
     results = {}
-    # A journal gives the blocks of deleted files back only now and then, and a full disk evicts.
+    # Room to spare: on a full disk sessions evict, and these tests count entries.
     disks = make_disks(systems, folder, "tests", 64)
     with Device(image, disks.values(), log=log) as device:
         def all_tests(system, mount):

@@ -83,13 +83,13 @@ TEST_F(FileTest, EveryOperationInEveryDirectory) {
   fs::current_path(before);
 }
 
-// Interrupted calls are tried again, and go on where they had done a part.
 TEST_F(FileTest, APathMayBeOfOneCharacter) {
   OxString path;
   BoundFile(fileSystem_, "a")->GetPath(path);
   EXPECT_STREQ(path.UTF8(), "a");
 }
 
+// Interrupted calls are tried again, and go on where they had done a part.
 TEST_F(FileTest, InterruptedCallsGoOn) {
   bool isReached = true;
   for (std::uint64_t k = 1; isReached && !HasFailure(); ++k) {

@@ -272,15 +272,12 @@ TEST_F(HttpTest, ConditionsAndRangesOfTheCaller) {
 }
 
 TEST_F(HttpTest, LongUrlsAndStatusesThatMustBeUnderstood) {
-  const std::string same(400, 'a');
-  for (const char* end : {"1", "2"}) {
-    RawServer server(Always(Whole(kFresh, end)));
-    const std::string url = server.Url("/" + same + end);
-    EXPECT_EQ(Get(url), std::string("miss 200 ") + end);
-    EXPECT_EQ(Get(url), std::string("hit 200 ") + end);
-  }
+  RawServer server(Always(Whole(kFresh, "body")));
+  const std::string url = server.Url("/" + std::string(400, 'a'));
+  EXPECT_EQ(Get(url), "miss 200 body");
+  EXPECT_EQ(Get(url), "hit 200 body");
   const std::string understood = "Cache-Control: no-store, must-understand, max-age=9\r\n";
-  RawServer server(Always(Whole(understood, "known")));
+  server.SetAnswer(Always(Whole(understood, "known")));
   EXPECT_EQ(Get(server.Url("/known")), "miss 200 known");
   server.SetAnswer(Always(Whole(understood, "odd", "299 Odd")));
   EXPECT_EQ(Get(server.Url("/odd")), "uncached 299 odd");

@@ -142,8 +142,7 @@ ExitStatus Check(Context& context, bool asJson) {
   const ExitStatus printed =
       context.Print(asJson ? JsonLine(Json(limits, prediction, survey)) : Text(prediction));
   for (const std::string& commit : survey.blockedCommits) {
-    context.Tell(commit +
-                 ": a store that cannot be finished: a directory has the name of its entry");
+    context.Tell(commit + ": " + kBlockedCommit);
   }
   context.Tell("a start would keep " + EntriesText(prediction.kept) +
                "; files it would delete: " + std::to_string(deletions.size()));

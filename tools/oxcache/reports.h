@@ -20,6 +20,10 @@ ExitStatus Check(Context& context, bool json);
 // kNotDone when something is wrong.
 ExitStatus Verify(Context& context, bool json);
 
+// What is said of each commit in Survey::blockedCommits.
+inline constexpr char kBlockedCommit[] =
+    "a store that cannot be finished: a directory has the name of its entry";
+
 // Of all entries, as a session counts them.
 std::uint64_t BytesOnDisk(const internal::Survey& survey, const internal::AllocationUnit& unit);
 

@@ -32,8 +32,7 @@ class Verifier {
       VerifyEntry(entry);
     AddContentWithoutMetadata(survey);
     AddAll(survey.metadataWithoutContent, "metadata without content");
-    AddAll(survey.blockedCommits,
-           "a store that cannot be finished: a directory has the name of its entry");
+    AddAll(survey.blockedCommits, kBlockedCommit);
     AddAll(survey.foreignFiles, "foreign file: not part of this cache");
   }
 
