@@ -47,10 +47,11 @@ Error Keep(Staging& staging, const std::string& url, const std::string& metadata
   internal::StagedMetadata staged(staging);
   std::int64_t time = 0;
   if (Error error = GrantMetadata(staging, metadata, &time)) return error;
-  if (Error error = StageMetadata(staging, url, metadata, time)) return error;
+  const internal::EntrySeal seal =
+      internal::MakeSeal(url, staging.contentSum, staging.contentBytes, metadata);
+  if (Error error = StageMetadata(staging, seal, metadata, time)) return error;
   if (Error error = PutKeptInPlace(staging, path, staged)) return error;
-  const bool isSynchronised = staging.state.options.durability == Durability::kPower;
-  if (!isSynchronised || staging.state.directoryLock->Synchronise()) return {};
+  if (!IsSynchronised(staging) || staging.state.directoryLock->Synchronise()) return {};
   return SystemError("cannot synchronise", directory);
 }
 

@@ -4,8 +4,10 @@
 
 #include "session/commit_files.h"
 #include "session/durable_io.h"
+#include "session/entry_name.h"
 #include "session/entry_seal.h"
 #include "session/module_text.h"
+#include "session/session_names.h"
 #include <oxfilecache/format.h>
 
 namespace ox::internal {
@@ -17,6 +19,7 @@ namespace {
 
 // Of the files of an entry, 0 for those that are missing.
 struct EntrySizes {
+  bool isContentMissing = false;
   std::uint64_t contentOnDisk = 0;
   std::uint64_t metadataOnDisk = 0;
   std::uint64_t metadataLength = 0;
@@ -24,19 +27,20 @@ struct EntrySizes {
   bool AreThere() const { return contentOnDisk > 0 && metadataOnDisk > 0; }
 };
 
-EntrySizes SizesOf(SessionState& state, CacheValue* value) OX_REQUIRES(state.mutex) {
-  if (value == nullptr) return {};
+EntrySizes SizesOf(SessionState& state, const CommitFiles& files) OX_REQUIRES(state.mutex) {
   const DirectoryLock& directory = *state.directoryLock;
   const AllocationUnit& unit = state.cache.Account().Unit();
-  const std::string path = ContentPath(*value);
-  const struct stat content = StatusOfFile(directory.At(path));
-  const struct stat metadata = StatusOfFile(directory.At(path + format::kMetadataSuffix));
-  return {unit.OnDisk(static_cast<std::uint64_t>(content.st_size)), unit.OfMetadata(metadata),
-          static_cast<std::uint64_t>(metadata.st_size)};
+  errno = 0;
+  const struct stat content = StatusOfFile(directory.At(files.content));
+  if (errno == ENOENT) return {true};
+  const struct stat metadata = StatusOfFile(directory.At(files.metadata));
+  return {false, unit.OnDisk(static_cast<std::uint64_t>(content.st_size)),
+          unit.OfMetadata(metadata), static_cast<std::uint64_t>(metadata.st_size)};
 }
 
-CommitFiles FilesOf(const SessionState& state, const Publication& publication, CacheValue& value) {
-  return {state.cacheDirectory, publication.share.id, ContentPath(value),
+CommitFiles FilesOf(const SessionState& state, const Publication& publication) {
+  return {state.cacheDirectory, publication.share.id,
+          Joined({state.cacheDirectory, "/", ContentName(publication.url)}),
           state.directoryLock.get()};
 }
 
@@ -63,7 +67,7 @@ class StaleUnlessSettled {
 // Room for the new entry, in the cache and in the manager's total. A restart on the way may have
 // taken the old entry away, or lists it anew.
 Error MakeRoom(SessionState& state, const Publication& publication, const EntrySizes& oldSizes,
-               CacheValue** old) OX_REQUIRES(state.mutex) {
+               PlacedMetadata& placed, CacheValue** old) OX_REQUIRES(state.mutex) {
   const std::uint64_t oldBytes = oldSizes.contentOnDisk + oldSizes.metadataOnDisk;
   for (bool isFirst = true;; isFirst = false) {
     const bool isReplacement = *old != nullptr;
@@ -75,6 +79,7 @@ Error MakeRoom(SessionState& state, const Publication& publication, const EntryS
     const bool isWithin = state.cache.Account().StaysWithin(
         oldSizes.metadataLength, publication.metadata.Length(), state.limits.maxSize);
     if (!error && isWithin) return {};
+    if (Error failed = placed.MoveToStaged()) return failed;
     if (Error failed = state.cache.Restart()) return failed;
     *old = state.cache.FindToReplace(*publication.share.url, publication.metadata);
     if (!isOutdated) return {};
@@ -111,7 +116,8 @@ bool SynchroniseDirectory(SessionState& state, const CommitFiles& files) OX_REQU
   return true;
 }
 
-Error PutNewInPlace(SessionState& state, const CommitFiles& files) OX_REQUIRES(state.mutex) {
+Error PutNewInPlace(SessionState& state, const CommitFiles& files, PlacedMetadata& placed)
+    OX_REQUIRES(state.mutex) {
   const bool isSynchronised = state.options.durability == Durability::kPower;
   if (isSynchronised && state.cache.Deletions().MayContain(files.content) &&
       !SynchroniseDirectory(state, files)) {
@@ -119,6 +125,10 @@ Error PutNewInPlace(SessionState& state, const CommitFiles& files) OX_REQUIRES(s
   }
   if (!files.Rename(files.stagedContent, files.content)) {
     return SystemError("cannot put the content in place", files.content);
+  }
+  if (placed.IsThere()) {
+    placed.BecomeEntry();
+    return {};
   }
   Error error;
   if (!files.Rename(files.stagedMetadata, files.metadata)) {
@@ -130,20 +140,28 @@ Error PutNewInPlace(SessionState& state, const CommitFiles& files) OX_REQUIRES(s
   return error;
 }
 
-Error PublishNew(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex) {
-  PendingEntry pending = state.cache.Create(*publication.share.url, publication.metadata);
-  if (!pending) {
-    state.cache.Account().MarkStale();
-    return MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot create the entry");
-  }
-  const CommitFiles files = FilesOf(state, publication, *pending);
-  if (Error error = PutNewInPlace(state, files)) return error;
+Error PublishPending(SessionState& state, const Publication& publication, const CommitFiles& files,
+                     PlacedMetadata& placed, PendingEntry& pending) OX_REQUIRES(state.mutex) {
+  if (Error error = PutNewInPlace(state, files, placed)) return error;
   MarkDecided(state, publication);
   if (pending.Commit()) return {};
   pending.LeaveToRestart();
   return RestartAndFind(
       state, publication,
       MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot commit the entry"));
+}
+
+Error PublishNew(SessionState& state, const Publication& publication, const CommitFiles& files,
+                 PlacedMetadata& placed) OX_REQUIRES(state.mutex) {
+  PendingEntry pending = state.cache.Create(*publication.share.url, publication.metadata);
+  if (pending) return PublishPending(state, publication, files, placed, pending);
+  // The manager may list it still, although somebody deleted its content: a restart tells.
+  if (Error error = placed.MoveToStaged()) return error;
+  if (Error error = state.cache.Restart()) return error;
+  PendingEntry again = state.cache.Create(*publication.share.url, publication.metadata);
+  if (again) return PublishPending(state, publication, files, placed, again);
+  state.cache.Account().MarkStale();
+  return MakeError(ErrorKind::kOutOfMemory, "the cache manager cannot create the entry");
 }
 
 // Deletes the commit file. Where that fails the commit may be finished by a restart.
@@ -220,9 +238,8 @@ void ReadOldAgain(SessionState& state, const Publication& publication) OX_REQUIR
   }
 }
 
-Error Replace(SessionState& state, const Publication& publication, CacheValue& old,
+Error Replace(SessionState& state, const Publication& publication, const CommitFiles& files,
               const EntrySizes& oldSizes) OX_REQUIRES(state.mutex) {
-  const CommitFiles files = FilesOf(state, publication, old);
   // What has bytes is no directory.
   if (!oldSizes.AreThere()) {
     if (Error error = files.CheckTargets()) return error;
@@ -236,9 +253,8 @@ Error Replace(SessionState& state, const Publication& publication, CacheValue& o
   return {};
 }
 
-Error Renew(SessionState& state, const Publication& publication, CacheValue& old,
+Error Renew(SessionState& state, const Publication& publication, const CommitFiles& files,
             const EntrySizes& oldSizes) OX_REQUIRES(state.mutex) {
-  const CommitFiles files = FilesOf(state, publication, old);
   // A replacement before may have relied on the seal that goes.
   const bool isSealLost =
       OrderOf(state, files) == Order::kByDirectory && ReadSeal(files.metadata).has_value();
@@ -256,20 +272,34 @@ Error Renew(SessionState& state, const Publication& publication, CacheValue& old
   return SystemError("cannot synchronise", files.directory);
 }
 
+Error WriteMetadata(SessionState& state, const Publication& publication, const CommitFiles& files,
+                    bool isContentMissing, PlacedMetadata& placed) OX_REQUIRES(state.mutex) {
+  if (!publication.writeMetadata) return {};
+  Error error = isContentMissing ? placed.Write(publication.writeMetadata)
+                                 : publication.writeMetadata(files.stagedMetadata);
+  if (!error) CountMetadataFile(state, publication.share, placed.Path());
+  return error;
+}
+
 }  // namespace
 
 Error Publish(SessionState& state, const Publication& publication) {
   if (Error error = state.cache.GiveUpCommitsOf(*publication.share.url, &publication.share))
     return error;
+  const CommitFiles files = FilesOf(state, publication);
+  PlacedMetadata placed(files, state.cache.Account());
   StaleUnlessSettled shown(state.cache.Account());
-  CacheValue* old = state.cache.FindToReplace(*publication.share.url, publication.metadata);
-  const EntrySizes oldSizes = SizesOf(state, old);
-  Error error = MakeRoom(state, publication, oldSizes, &old);
+  const EntrySizes oldSizes = SizesOf(state, files);
+  CacheValue* old = oldSizes.isContentMissing
+                        ? nullptr
+                        : state.cache.FindToReplace(*publication.share.url, publication.metadata);
+  Error error = WriteMetadata(state, publication, files, oldSizes.isContentMissing, placed);
+  if (!error) error = MakeRoom(state, publication, oldSizes, placed, &old);
   if (old == nullptr) {
     shown.Settle();
-    return error ? error : PublishNew(state, publication);
+    return error ? error : PublishNew(state, publication, files, placed);
   }
-  if (!error) error = Replace(state, publication, *old, oldSizes);
+  if (!error) error = Replace(state, publication, files, oldSizes);
   if (error && !publication.outcome.isDecided) ReadOldAgain(state, publication);
   shown.Settle();
   return error;
@@ -285,12 +315,14 @@ void CountMetadataFile(SessionState& state, WriterShare& share, const std::strin
 Error PublishMetadata(SessionState& state, const Publication& publication) {
   if (Error error = state.cache.GiveUpCommitsOf(*publication.share.url, &publication.share))
     return error;
+  const CommitFiles files = FilesOf(state, publication);
+  PlacedMetadata placed(files, state.cache.Account());
   StaleUnlessSettled shown(state.cache.Account());
   CacheValue* old = state.cache.FindToReplace(*publication.share.url, publication.metadata);
-  EntrySizes oldSizes = SizesOf(state, old);
+  EntrySizes oldSizes = old != nullptr ? SizesOf(state, files) : EntrySizes();
   oldSizes.contentOnDisk = 0;  // it stays
-  Error error = MakeRoom(state, publication, oldSizes, &old);
-  if (!error) error = old != nullptr ? Renew(state, publication, *old, oldSizes) : NoEntry();
+  Error error = MakeRoom(state, publication, oldSizes, placed, &old);
+  if (!error) error = old != nullptr ? Renew(state, publication, files, oldSizes) : NoEntry();
   if (error && old != nullptr && !publication.outcome.isDecided) ReadOldAgain(state, publication);
   shown.Settle();
   return error;

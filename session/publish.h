@@ -1,8 +1,9 @@
 // Turning staged files into an entry.
 //
-// A new entry: the manager lists it as pending, the staged content is renamed to the content file,
-// the staged metadata to the metadata file, and the manager commits it. The manager's own write of
-// the metadata is dropped: the file is there.
+// A new entry: the metadata file is written, the manager lists the entry as pending, the staged
+// content is renamed to the content file, and the manager commits the entry. The manager's own
+// write of the metadata is dropped: the file is there. Metadata that had to be synchronised is
+// staged, and renamed after the content.
 //
 // A replacement: the files are put in the place of the old ones under the entry that the manager
 // has listed, and the manager reads the metadata again. Unless the durability is `none`, the staged
@@ -15,6 +16,7 @@
 #ifndef OX_SESSION_PUBLISH_H_
 #define OX_SESSION_PUBLISH_H_
 
+#include "session/placed_metadata.h"
 #include "session/session_state.h"
 #include <oxfilecache/string.h>
 
@@ -32,11 +34,14 @@ struct PublishOutcome {
 
 struct Publication {
   WriterShare& share;
+  const std::string& url;
   const OxString& metadata;
   PublishOutcome& outcome;
+  // Empty where the metadata is staged already.
+  MetadataWriter writeMetadata = nullptr;
 };
 
-// The manager must be current, the content and the metadata staged and, for durability `power`,
+// The manager must be current, the content staged and, for durability `power`, with the metadata
 // synchronised. Success means that the new entry is in place. After an error that leaves the
 // outcome undecided the old entry serves (see Durability::kNone for the exception).
 Error Publish(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex);

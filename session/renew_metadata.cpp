@@ -94,7 +94,8 @@ Error TryToRenew(SessionState& state, const Renewal& renewal, StagedRenewal& sta
     OX_REQUIRES(state.mutex) {
   if (Error error = Stage(state, renewal, &staged)) return error;
   internal::CountMetadataFile(state, staged.share, staged.path);
-  return internal::PublishMetadata(state, {staged.share, renewal.metadataText, staged.outcome});
+  return internal::PublishMetadata(
+      state, {staged.share, renewal.url, renewal.metadataText, staged.outcome});
 }
 
 std::string NextId(SessionState& state) {

@@ -151,6 +151,9 @@ PendingEntry RunningCache::Create(const OxString& url, const OxString& metadata)
   // Declared as empty: what is abandoned later is taken off the manager's total with the declared
   // size, which was never added.
   const unsigned long declaredSize = 0;
+  // Whatever lies under its name, the new content takes its place: counted now, it would never be
+  // taken off the total again.
+  const auto shown = shown_.ShowNoContent();
   CacheValue* value = (*manager_)->CreateCacheValue(url, declaredSize, metadata);
   if (value == nullptr) return {};
   account_.NoteCreated(metadata.Length());

@@ -86,6 +86,7 @@ void SessionFile::GetPath(OxString& out) {
 }
 
 std::uint64_t SessionFile::GetSize() {
+  if (shown_.HasNoContent() && !IsMetadata()) return 0;
   const auto visited = shown_.VisitedSize(file_.Path());
   return visited ? *visited : file_.GetSize();
 }

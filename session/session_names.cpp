@@ -3,6 +3,7 @@
 #include <sys/random.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <ctime>
 
 #include "session/use_clock.h"
@@ -47,10 +48,10 @@ std::string Joined(std::initializer_list<std::string_view> pieces) {
   std::size_t length = 0;
   for (const std::string_view piece : pieces)
     length += piece.size();
-  std::string text;
-  text.reserve(length);
+  std::string text(length, '\0');
+  char* end = text.data();
   for (const std::string_view piece : pieces)
-    text += piece;
+    end = std::copy(piece.begin(), piece.end(), end);
   return text;
 }
 

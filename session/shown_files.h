@@ -1,5 +1,6 @@
 // What a manager is shown in place of files on the disk: always a configuration, while it starts
-// the entries that a survey has just found, and while an entry is replaced its new metadata.
+// the entries that a survey has just found, while an entry is replaced its new metadata, and while
+// one is created that it has no content yet.
 //
 // Not locked: the session's mutex guards it.
 #ifndef OX_SESSION_SHOWN_FILES_H_
@@ -49,8 +50,12 @@ class ShownFiles {
   // Every metadata file holds this text.
   Showing<char> ShowMetadata(const char* text) { return {metadata_, text}; }
 
+  // Every content file is empty.
+  Showing<bool> ShowNoContent() { return {hasNoContent_, &kTrue}; }
+
   // Null where none is shown.
   const char* Metadata() const { return metadata_; }
+  bool HasNoContent() const { return hasNoContent_ != nullptr; }
 
   // Calls `visit` with the path of each entry's metadata file while that returns true. False where
   // no entries are shown. Throws bad_alloc.
@@ -61,9 +66,12 @@ class ShownFiles {
   std::optional<std::uint64_t> VisitedSize(const char* path) const;
 
  private:
+  static constexpr bool kTrue = true;
+
   ConfigurationSnapshot configuration_;
   const std::vector<SurveyedEntry>* entries_ = nullptr;
   const char* metadata_ = nullptr;
+  const bool* hasNoContent_ = nullptr;
   const SurveyedEntry* visited_ = nullptr;
   std::string visitedContent_;  // the path of its content
 };

@@ -48,6 +48,10 @@ Staging::Staging(const std::shared_ptr<SessionState>& openSession, std::string n
       metadataPath(StagedMetadataPath(state.cacheDirectory, newId)),
       share(std::move(newId), ToOxString(url)) {}
 
+bool IsSynchronised(const Staging& staging) {
+  return staging.state.options.durability == Durability::kPower;
+}
+
 bool IsOurs(const Staging& staging) {
   return staging.state.directoryLock->IsHeld();
 }
@@ -66,15 +70,18 @@ Error GrantMetadata(Staging& staging, const std::string& metadata, std::int64_t*
   return {};
 }
 
-Error StageMetadata(Staging& staging, const std::string& url, const std::string& metadata,
+Error StageMetadata(Staging& staging, const EntrySeal& seal, const std::string& metadata,
                     std::int64_t time) {
-  const EntrySeal seal = MakeSeal(url, staging.contentSum, staging.contentBytes, metadata);
-  const bool isSynchronised = staging.state.options.durability == Durability::kPower;
+  const bool isSynchronised = IsSynchronised(staging);
   if (isSynchronised) BeginToWrite(staging.file.Get());
-  Error error =
-      StageMetadataFile(staging.state.directoryLock->At(staging.metadataPath), staging.metadataPath,
-                        metadata, time, &seal, isSynchronised, staging.share.fullDisk.mayLackSeal);
+  Error error = WriteMetadata(staging, seal, metadata, time, staging.metadataPath);
   return error || !isSynchronised ? error : SynchroniseContent(staging);
+}
+
+Error WriteMetadata(const Staging& staging, const EntrySeal& seal, const std::string& metadata,
+                    std::int64_t time, const std::string& path) {
+  return StageMetadataFile(staging.state.directoryLock->At(path), path, metadata, time, &seal,
+                           IsSynchronised(staging), staging.share.fullDisk.mayLackSeal);
 }
 
 StagedMetadata::StagedMetadata(Staging& staging) : staging_(staging), before_(OtherBytes()) {}

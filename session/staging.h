@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "session/entry_seal.h"
 #include "session/publish.h"
 #include "session/session_state.h"
 #include <oxfilecache/descriptor.h>
@@ -31,6 +32,9 @@ struct Staging {
   WriterShare share;
 };
 
+// Whether the files are to be on the medium before the entry is in place.
+bool IsSynchronised(const Staging& staging);
+
 // In a forked child the files are the parent's.
 bool IsOurs(const Staging& staging);
 
@@ -39,10 +43,12 @@ std::uint64_t MaxContentBytes(const SessionState& state) OX_REQUIRES(state.mutex
 // Room for the metadata, and its time of use. An error also when nothing may be committed.
 Error GrantMetadata(Staging& staging, const std::string& metadata, std::int64_t* time);
 
-// Of what is staged as the entry of that URL. For durability `power` the content is on the medium
-// afterwards, too.
-Error StageMetadata(Staging& staging, const std::string& url, const std::string& metadata,
+// For durability `power` the content is on the medium afterwards, too.
+Error StageMetadata(Staging& staging, const EntrySeal& seal, const std::string& metadata,
                     std::int64_t time);
+// The metadata file alone, under that path.
+Error WriteMetadata(const Staging& staging, const EntrySeal& seal, const std::string& metadata,
+                    std::int64_t time, const std::string& path);
 
 // The staged metadata of one try: deleted and its room given back when the try fails.
 class StagedMetadata {

@@ -2,6 +2,7 @@
 // it has so far is kept by KeepAs (keep_as.cpp).
 #include <sys/stat.h>
 
+#include <functional>
 #include <memory>
 #include <utility>
 
@@ -37,13 +38,17 @@ bool MustDropKeptFirst(const Staging& staging) OX_REQUIRES(staging.state.mutex) 
          staging.state.cache.Find(*staging.share.url) != nullptr;
 }
 
-Error PublishStaging(Staging& staging, const OxString& metadata) OX_REQUIRES(staging.state.mutex) {
-  internal::CountMetadataFile(staging.state, staging.share, staging.metadataPath);
+Error PublishStaging(Staging& staging, const OxString& metadata,
+                     internal::MetadataWriter writeMetadata) OX_REQUIRES(staging.state.mutex) {
+  if (!writeMetadata) {
+    internal::CountMetadataFile(staging.state, staging.share, staging.metadataPath);
+  }
   if (Error error = staging.state.cache.EnsureCurrent()) return error;
   if (MustDropKeptFirst(staging)) {
     if (Error error = internal::DropKept(staging.state, staging)) return error;
   }
-  Error error = internal::Publish(staging.state, {staging.share, metadata, staging.outcome});
+  Error error = internal::Publish(staging.state, {staging.share, staging.url, metadata,
+                                                  staging.outcome, std::move(writeMetadata)});
   if (staging.outcome.isDecided && internal::DropKept(staging.state, staging)) {
     staging.state.cache.Account().MarkStale();
   }
@@ -68,9 +73,20 @@ Error TryToCommit(Staging& staging, const std::string& metadata) {
   std::int64_t time = 0;
   const internal::StagedMetadata staged(staging);
   if (Error error = GrantMetadata(staging, metadata, &time)) return error;
-  if (Error error = StageMetadata(staging, staging.url, metadata, time)) return error;
+  const internal::EntrySeal seal =
+      internal::MakeSeal(staging.url, staging.contentSum, staging.contentBytes, metadata);
+  const auto writeTo = [&](const std::string& path) {
+    return WriteMetadata(staging, seal, metadata, time, path);
+  };
+  internal::MetadataWriter write;
+  // What has to be synchronised is not written under the mutex.
+  if (!IsSynchronised(staging)) {
+    write = std::cref(writeTo);
+  } else if (Error error = StageMetadata(staging, seal, metadata, time)) {
+    return error;
+  }
   const MutexLock lock(staging.state.mutex);
-  if (Error error = PublishStaging(staging, text)) return error;
+  if (Error error = PublishStaging(staging, text, std::move(write))) return error;
   ++staging.state.counts.stores;
   NoteKnown(staging, metadata);
   return {};

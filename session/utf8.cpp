@@ -38,8 +38,11 @@ bool IsStrictUtf8(const std::string& text) {
 }
 
 bool IsAsciiText(const std::string& text) {
-  return std::all_of(text.begin(), text.end(),
-                     [](char c) { return c != 0 && static_cast<unsigned char>(c) < 0x80; });
+  // Without leaving early, so that the compiler can look at many bytes at once.
+  unsigned int others = 0;
+  for (const char c : text)
+    others |= static_cast<unsigned int>(static_cast<signed char>(c) <= 0);
+  return others == 0;
 }
 
 }  // namespace ox::internal
