@@ -93,6 +93,17 @@ bool SyncFile(int fd) {
   return Synchronize(fd);
 }
 
+bool MakeCertain(int fd, FileSync sync) {
+  if (sync == FileSync::kNone) return true;
+  if (sync == FileSync::kSynchronised) return SyncFile(fd);
+  AnnounceFileOperation();
+  constexpr unsigned int kWritten =
+      SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER;
+  if (sync_file_range(fd, 0, 0, kWritten) == 0) return true;
+  // After any other error a synchronisation might succeed although bytes are lost.
+  return errno == ENOSYS && Synchronize(fd);
+}
+
 bool SyncDirectory(const std::string& path) {
   AnnounceFileOperation();
   const UniqueFd directory(OpenRetrying(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY));

@@ -40,6 +40,15 @@ void BeginToWrite(int fd);
 bool SyncFile(int fd);
 bool SyncDirectory(const std::string& path);
 
+// What has to be certain of a file before it is renamed.
+enum class FileSync {
+  kNone,
+  kWrittenOut,  // synchronising the directory brings it to the medium (journal_order.h)
+  kSynchronised,
+};
+// False with errno.
+bool MakeCertain(int fd, FileSync sync);
+
 bool RenameFile(const FileAt& from, const FileAt& to);
 // A second name for the file; EEXIST when there is a file of that name.
 bool LinkFile(const std::string& from, const std::string& to);

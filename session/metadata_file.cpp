@@ -19,8 +19,7 @@ Error CheckMetadata(const std::string& metadata) {
 }
 
 Error StageMetadataFile(const FileAt& place, const std::string& path, const std::string& metadata,
-                        std::int64_t time, const EntrySeal* seal, bool isSynchronised,
-                        bool mayLackSeal) {
+                        std::int64_t time, const EntrySeal* seal, FileSync sync, bool mayLackSeal) {
   const UniqueFd file = CreateNewFile(place);
   if (!file.IsOpen() || !WriteAll(file.Get(), metadata.data(), metadata.size()) ||
       (seal != nullptr && !WriteSeal(file.Get(), *seal, mayLackSeal))) {
@@ -30,8 +29,7 @@ Error StageMetadataFile(const FileAt& place, const std::string& path, const std:
   if (!SetFileTime(file.Get(), time) && !IsLastingRefusal(errno)) {
     return SystemError("cannot write", path);
   }
-  if (isSynchronised && !SyncFile(file.Get())) return SystemError("cannot synchronise", path);
-  return {};
+  return MakeCertain(file.Get(), sync) ? Error{} : SystemError("cannot synchronise", path);
 }
 
 }  // namespace ox::internal

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "session/durable_io.h"
 #include "session/entry_seal.h"
 #include "session/file_at.h"
 #include <oxfilecache/error.h>
@@ -19,7 +20,7 @@ Error CheckMetadata(const std::string& metadata);
 // `path` is its whole path, for messages. When something fails the file stays, and the caller
 // deletes it. With `mayLackSeal` a disk that is too full for the seal is no failure.
 Error StageMetadataFile(const FileAt& place, const std::string& path, const std::string& metadata,
-                        std::int64_t time, const EntrySeal* seal, bool isSynchronised,
+                        std::int64_t time, const EntrySeal* seal, FileSync sync,
                         bool mayLackSeal = false);
 
 }  // namespace ox::internal

@@ -123,6 +123,10 @@ Error PutNewInPlace(SessionState& state, const CommitFiles& files, PlacedMetadat
       !SynchroniseDirectory(state, files)) {
     return SystemError("cannot synchronise", files.directory);
   }
+  // The manager does not list it: beside the new content it would pass for the entry's.
+  if (!placed.IsThere() && !files.Delete(files.metadata)) {
+    return SystemError("cannot delete", files.metadata);
+  }
   if (!files.Rename(files.stagedContent, files.content)) {
     return SystemError("cannot put the content in place", files.content);
   }

@@ -83,10 +83,10 @@ Error Stage(SessionState& state, const Renewal& renewal, StagedRenewal* staged)
   }
   if (seal) seal->SetMetadata(renewal.metadata);
   staged->isMade = true;
-  return internal::StageMetadataFile(
-      state.directoryLock->At(staged->path), staged->path, renewal.metadata,
-      state.cache.Clock().Next(), seal ? &*seal : nullptr,
-      state.options.durability == Durability::kPower, staged->share.fullDisk.mayLackSeal);
+  return internal::StageMetadataFile(state.directoryLock->At(staged->path), staged->path,
+                                     renewal.metadata, state.cache.Clock().Next(),
+                                     seal ? &*seal : nullptr, state.fileSync,
+                                     staged->share.fullDisk.mayLackSeal);
 }
 
 // All under the mutex, so that the content stays the one that the seal is of.

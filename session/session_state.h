@@ -10,7 +10,9 @@
 #include "host/held_directories.h"
 #include "host/mutex.h"
 #include "session/directory_lock.h"
+#include "session/durable_io.h"
 #include "session/entry_name.h"
+#include "session/journal_order.h"
 #include "session/known_entries.h"
 #include "session/productions.h"
 #include "session/room.h"
@@ -23,12 +25,18 @@
 
 namespace ox::internal {
 
+inline FileSync FileSyncOf(session::Durability durability, const std::string& directory) {
+  if (durability != session::Durability::kPower) return FileSync::kNone;
+  return KeepsOrder(directory) ? FileSync::kWrittenOut : FileSync::kSynchronised;
+}
+
 struct SessionState {
   SessionState(session::SessionOptions sessionOptions, session::CacheLimits cacheLimits,
                std::unique_ptr<DirectoryLock> lock, RunningCache::Setup setup)
       : options(std::move(sessionOptions)),
         cacheDirectory(cacheLimits.cacheDirectory),
         directoryLock(std::move(lock)),
+        fileSync(FileSyncOf(options.durability, cacheDirectory)),
         limits(std::move(cacheLimits)),
         cache(std::move(setup), limits, writers, *directoryLock),
         room(cache, writers, limits, options.minFree) {
@@ -41,6 +49,8 @@ struct SessionState {
   const session::SessionOptions options;
   const std::string cacheDirectory;
   const std::unique_ptr<DirectoryLock> directoryLock;
+  // Before a file comes into place.
+  const FileSync fileSync;
 
   SessionCounts counts;
   Productions productions;

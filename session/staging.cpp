@@ -10,8 +10,6 @@
 
 namespace ox::internal {
 
-using session::Durability;
-
 namespace {
 
 Error InvalidArgument(const char* detail) {
@@ -32,7 +30,7 @@ Error CheckCommit(const Staging& staging, const std::string& metadata)
 
 // Not tried again: what could not be written is lost.
 Error SynchroniseContent(Staging& staging) {
-  if (SyncFile(staging.file.Get())) return {};
+  if (MakeCertain(staging.file.Get(), staging.state.fileSync)) return {};
   staging.failure = SystemError("cannot synchronise", staging.contentPath);
   return staging.failure;
 }
@@ -49,7 +47,7 @@ Staging::Staging(const std::shared_ptr<SessionState>& openSession, std::string n
       share(std::move(newId), ToOxString(url)) {}
 
 bool IsSynchronised(const Staging& staging) {
-  return staging.state.options.durability == Durability::kPower;
+  return staging.state.fileSync != FileSync::kNone;
 }
 
 bool IsOurs(const Staging& staging) {
@@ -72,16 +70,15 @@ Error GrantMetadata(Staging& staging, const std::string& metadata, std::int64_t*
 
 Error StageMetadata(Staging& staging, const EntrySeal& seal, const std::string& metadata,
                     std::int64_t time) {
-  const bool isSynchronised = IsSynchronised(staging);
-  if (isSynchronised) BeginToWrite(staging.file.Get());
+  if (IsSynchronised(staging)) BeginToWrite(staging.file.Get());
   Error error = WriteMetadata(staging, seal, metadata, time, staging.metadataPath);
-  return error || !isSynchronised ? error : SynchroniseContent(staging);
+  return error ? error : SynchroniseContent(staging);
 }
 
 Error WriteMetadata(const Staging& staging, const EntrySeal& seal, const std::string& metadata,
                     std::int64_t time, const std::string& path) {
   return StageMetadataFile(staging.state.directoryLock->At(path), path, metadata, time, &seal,
-                           IsSynchronised(staging), staging.share.fullDisk.mayLackSeal);
+                           staging.state.fileSync, staging.share.fullDisk.mayLackSeal);
 }
 
 StagedMetadata::StagedMetadata(Staging& staging) : staging_(staging), before_(OtherBytes()) {}

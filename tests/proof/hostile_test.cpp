@@ -146,7 +146,8 @@ TEST_F(Hostile, FilesPlantedUnderTheNameOfKeptContent) {
   for (const Plant& plant : Plants(Outside(), staged)) {
     SCOPED_TRACE(plant.what);
     if (!Put(plant, staged)) continue;
-    ASSERT_FALSE(internal::StageMetadataFile(commit, commit, "m", 0, &seal, false));
+    ASSERT_FALSE(
+        internal::StageMetadataFile(commit, commit, "m", 0, &seal, internal::FileSync::kNone));
     const auto session = Open();
     ASSERT_NE(nullptr, session) << error_.Message();
     EXPECT_EQ("precious", ReadWhole(Outside()));

@@ -148,7 +148,7 @@ void CheckState(const DiskImage& image, const Recording& recording, std::size_t 
 // is killed and the power stays.
 void CutEverywhere(const Recording& recording, std::size_t most, int stride, Counts* counts) {
   std::mt19937 random(1);
-  const CrashStates states(recording.Start(), recording.Operations());
+  const CrashStates states(recording.Start(), recording.Operations(), hasOrderedJournal);
   for (std::size_t cut = 0; cut <= recording.Operations().size(); ++cut) {
     for (const DiskImage& image : states.After(cut, most, &random)) {
       const bool goesOn = ++counts->states % stride == 0;
@@ -156,7 +156,7 @@ void CutEverywhere(const Recording& recording, std::size_t most, int stride, Cou
       CheckState(image, recording, cut, goesOn ? &recovery : nullptr);
       ASSERT_FALSE(::testing::Test::HasFatalFailure()) << "cut " << cut;
       ASSERT_TRUE(most > 1 || LostContent(image).empty()) << "cut " << cut;
-      const CrashStates again(image, recovery);
+      const CrashStates again(image, recovery, hasOrderedJournal);
       for (std::size_t second = 1; second < recovery.size(); ++second) {
         for (const DiskImage& worse : again.After(second, (most + 3) / 4, &random)) {
           ++counts->statesOfRecovery;
@@ -301,7 +301,7 @@ constexpr Limits kWide{1000000, 9, 65536};
 constexpr Limits kNarrow{6000, 3, 65536};
 constexpr Limits kThree{1000000, 3, 65536};
 
-TEST(PowerLoss, AfterEveryOperation) {
+void CutAllHistories() {
   const struct {
     Limits limits;
     bool mayLose;
@@ -324,6 +324,23 @@ TEST(PowerLoss, AfterEveryOperation) {
     CutEverywhere(recording, IsLongRun() ? 128 : 12, IsLongRun() ? 10 : 60, &counts);
     Print(counts);
   }
+}
+
+TEST(PowerLoss, AfterEveryOperation) {
+  CutAllHistories();
+}
+
+class OrderedJournal {
+ public:
+  OrderedJournal() { hasOrderedJournal = true; }
+  ~OrderedJournal() { hasOrderedJournal = false; }
+  OrderedJournal(const OrderedJournal&) = delete;
+  OrderedJournal& operator=(const OrderedJournal&) = delete;
+};
+
+TEST(PowerLoss, AfterEveryOperationWithAnOrderedJournal) {
+  const OrderedJournal ordered;
+  CutAllHistories();
 }
 
 // A call fails, and then the power does. What was done to undo a failed commit may be what is lost.
@@ -408,27 +425,41 @@ TEST(PowerLoss, ParentsOfANewDirectoryAreSynchronised) {
   }
 }
 
-// Each synchronisation costs a slow medium its time: none is made without need.
+// Each synchronisation costs a slow medium its time, and each renaming a journal its room: none is
+// made without need.
 TEST(PowerLoss, WhatAChangeSynchronises) {
   using Kind = FileOperation::Kind;
-  for (const auto durability : {Durability::kNone, Durability::kProcess, Durability::kPower}) {
+  const struct {
+    Durability durability;
+    bool isOrdered;
+  } runs[] = {{Durability::kNone, false},
+              {Durability::kProcess, false},
+              {Durability::kPower, false},
+              {Durability::kPower, true}};
+  for (const auto& run : runs) {
+    const bool isPower = run.durability == Durability::kPower;
+    hasOrderedJournal = run.isOrdered;
     const CacheDirectory cache(kWide);
-    const auto session = OpenSession(OptionsFor(cache.Path(), durability));
+    const auto session = OpenSession(OptionsFor(cache.Path(), run.durability));
+    hasOrderedJournal = false;
     ASSERT_FALSE(session->StoreWhole("first", "x", "m"));
     Error error;
+    const int ofNew = isPower ? 2 : 1;
     const struct {
       const char* name;
       std::function<Error()> make;
       int files;
       int directories;
+      int renamings;
     } changes[] = {
-        {"new", [&] { return session->StoreWhole("a", "x", "m"); }, 2, 1},
-        {"replaced", [&] { return session->StoreWhole("a", "y", "n"); }, 2, 1},
-        {"kept", [&] { return Write(*session, "b", "x", &error)->KeepAs("b", "m"); }, 2, 1},
-        {"renewed", [&] { return session->SetMetadata("a", "o"); }, 1, 1},
-        {"removed", [&] { return session->Remove("a"); }, 0, 0},
-        {"new under a name just removed", [&] { return session->StoreWhole("a", "x", "m"); }, 2,
-         2}};
+        {"new", [&] { return session->StoreWhole("a", "x", "m"); }, 2, 1, ofNew},
+        {"replaced", [&] { return session->StoreWhole("a", "y", "n"); }, 2, 1,
+         run.durability == Durability::kNone ? 2 : 3},
+        {"kept", [&] { return Write(*session, "b", "x", &error)->KeepAs("b", "m"); }, 2, 1, 1},
+        {"renewed", [&] { return session->SetMetadata("a", "o"); }, 1, 1, 1},
+        {"removed", [&] { return session->Remove("a"); }, 0, 0, 0},
+        {"new under a name just removed", [&] { return session->StoreWhole("a", "x", "m"); }, 2, 2,
+         ofNew}};
     for (const auto& change : changes) {
       const Journal journal(cache.Path());
       EXPECT_FALSE(change.make());
@@ -437,10 +468,32 @@ TEST(PowerLoss, WhatAChangeSynchronises) {
         return std::count_if(operations.begin(), operations.end(),
                              [&](const FileOperation& o) { return o.kind == kind; });
       };
-      const bool isPower = durability == Durability::kPower;
-      EXPECT_EQ(count(Kind::kSyncFile), isPower ? change.files : 0) << change.name;
+      EXPECT_EQ(count(Kind::kSyncFile), isPower && !run.isOrdered ? change.files : 0)
+          << change.name;
+      EXPECT_EQ(count(Kind::kWriteOut), run.isOrdered ? change.files : 0) << change.name;
       EXPECT_EQ(count(Kind::kSyncDirectory), isPower ? change.directories : 0) << change.name;
+      EXPECT_EQ(count(Kind::kRename), change.renamings) << change.name;
     }
+  }
+}
+
+TEST(PowerLoss, WhatCannotBeWrittenOutIsSynchronisedOrNotCommitted) {
+  const OrderedJournal ordered;
+  for (const int failure : {ENOSYS, EIO}) {
+    const CacheDirectory cache(kWide);
+    const auto session = OpenSession(OptionsFor(cache.Path(), Durability::kPower));
+    ASSERT_FALSE(session->StoreWhole("a", "old", "o"));
+    const Journal journal(cache.Path());
+    refusal = {{"sync_file_range"}, failure};
+    const Error error = session->StoreWhole("a", "new", "n");
+    refusal = {};
+    const auto& operations = journal.Operations();
+    const bool isSynchronised = std::any_of(
+        operations.begin(), operations.end(),
+        [](const FileOperation& o) { return o.kind == FileOperation::Kind::kSyncFile; });
+    EXPECT_EQ(isSynchronised, failure == ENOSYS);
+    EXPECT_EQ(error.systemError, failure == ENOSYS ? 0 : EIO);
+    EXPECT_EQ(Fetch(*session, "a"), failure == ENOSYS ? "new|n" : "old|o");
   }
 }
 

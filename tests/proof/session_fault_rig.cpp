@@ -49,7 +49,8 @@ void Cache::LeaveBehind(int version) {
       kInterrupted, internal::ExtendCrc32c(0, bytes.data(), bytes.size()), bytes.size(), metadata);
   WriteWhole(scratch / "ox-0123456789abcdef-2.part", bytes);
   const std::string commit = content + ".0123456789abcdef-2.commit";
-  EXPECT_FALSE(internal::StageMetadataFile(commit, commit, metadata, 0, &seal, false));
+  EXPECT_FALSE(
+      internal::StageMetadataFile(commit, commit, metadata, 0, &seal, internal::FileSync::kNone));
   ledger.Committed(kInterrupted, version);
   // Made anew by the opening.
   std::filesystem::remove(scratch / "file-cache.conf");

@@ -92,7 +92,8 @@ TEST_F(CacheReaderTest, SeesWhatAnOpeningWouldPutInPlace) {
        [&](auto& content) {
          const auto seal = internal::MakeSeal(kUrl, 1, 3, "new m");
          const std::string commit = content + "." + id + ".commit";
-         ASSERT_FALSE(internal::StageMetadataFile(commit, commit, "new m", 0, &seal, false));
+         ASSERT_FALSE(internal::StageMetadataFile(commit, commit, "new m", 0, &seal,
+                                                  internal::FileSync::kNone));
        }},
       {"decided, the metadata in place before the content",
        [&](auto& content) {
@@ -101,7 +102,8 @@ TEST_F(CacheReaderTest, SeesWhatAnOpeningWouldPutInPlace) {
          const std::string metadata = content + ".ox_meta";
          fs::remove(metadata);
          WriteWhole(directory_ / ("ox-" + id + ".part"), "new");
-         ASSERT_FALSE(internal::StageMetadataFile(metadata, metadata, "new m", 0, &seal, false));
+         ASSERT_FALSE(internal::StageMetadataFile(metadata, metadata, "new m", 0, &seal,
+                                                  internal::FileSync::kNone));
        }},
       {"decided twice",
        [&](auto& content) {
@@ -232,12 +234,12 @@ std::string ContentOf(int version) {
 
 // Fetches until told to stop. Counts the pairs found; anything else but "not found" is a failure.
 void FetchAll(const CacheReader& reader, int urls, const std::atomic<bool>& isOver, bool mayMiss,
-              int* found) {
+              std::atomic<int>& found) {
   for (int i = 0; !isOver; ++i) {
     Error error;
     const auto entry = reader.Fetch("url " + std::to_string(i % urls), &error);
     if (entry) {
-      ++*found;
+      ++found;
       EXPECT_EQ(ReadAll(entry->content.Get()), ContentOf(std::stoi(entry->metadata)));
     } else {
       EXPECT_TRUE(mayMiss && error.kind == ErrorKind::kNotFound) << error.Message();
@@ -265,11 +267,11 @@ TEST_F(CacheReaderTest, GivesPairsOfOneCommitWhileTheOwnerReplacesAndEvicts) {
     };
     ASSERT_FALSE(store(0));
     std::atomic<bool> isOver{false};
-    int found[2] = {};
-    std::thread readers[] = {
-        std::thread(FetchAll, std::cref(*reader), c.urls, std::cref(isOver), c.mayMiss, &found[0]),
-        std::thread(FetchAll, std::cref(*reader), c.urls, std::cref(isOver), c.mayMiss, &found[1])};
-    for (int version = 1; version < 600; ++version) {
+    std::atomic<int> found{0};
+    const auto fetch = [&] { FetchAll(*reader, c.urls, isOver, c.mayMiss, found); };
+    std::thread readers[] = {std::thread(fetch), std::thread(fetch)};
+    // On a busy machine the readers come second.
+    for (int version = 1; version < 600 || (found < 100 && version < 100000); ++version) {
       EXPECT_FALSE(store(version));
       if (version % 100 == 0) {
         EXPECT_FALSE(session->SetMetadata("url " + std::to_string(version % c.urls),
@@ -279,7 +281,7 @@ TEST_F(CacheReaderTest, GivesPairsOfOneCommitWhileTheOwnerReplacesAndEvicts) {
     isOver = true;
     for (std::thread& thread : readers)
       thread.join();
-    EXPECT_GT(found[0] + found[1], 100);
+    EXPECT_GE(found, 100);
   }
 }
 

@@ -9,9 +9,11 @@
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <thread>
 
 #include "session/durable_io.h"
+#include "session/entry_name.h"
 #include "tests/support/session_rig.h"
 
 namespace fs = std::filesystem;
@@ -170,6 +172,56 @@ TEST_F(SessionMends, EntriesGetTheContentThatTheirSealsTellOf) {
     EXPECT_EQ(c.staged.size(), session->Statistics().leftovers + c.served);
     EXPECT_EQ("1", ReadWhole(part + "9.part"));
     EXPECT_FALSE(writer->Commit("m"));
+  }
+}
+
+// Alone or together they would pass for the entry before it is committed.
+TEST_F(SessionMends, WhatLiesUnderTheNamesOfANewEntryGivesWay) {
+  const std::string name = fs::path(internal::ContentName(kNew)).filename();
+  const std::string content = cache / name;
+  const std::string metadata = content + ".ox_meta";
+  const auto remove = [](const std::string& path) { return [path] { fs::remove(path); }; };
+  const auto plant = [](const std::string& path) {
+    return [path] { WriteWhole(path, "planted"); };
+  };
+  const struct {
+    const char* what;
+    bool isListed;
+    std::vector<std::function<void()>> changes;
+  } cases[] = {{"content", false, {plant(content)}},
+               {"metadata", false, {plant(metadata)}},
+               {"both", false, {plant(content), plant(metadata)}},
+               {"content deleted", true, {remove(content)}},
+               {"metadata deleted", true, {remove(metadata)}},
+               {"both deleted", true, {remove(content), remove(metadata)}}};
+  for (const auto& c : cases) {
+    for (const auto durability : {session::Durability::kProcess, session::Durability::kPower}) {
+      SCOPED_TRACE(c.what);
+      options.durability = durability;
+      const auto session = Open();
+      EXPECT_EQ(c.isListed, c.isListed && !Store(*session, kNew, "before", "b"));
+      const auto writer = Write(*session, kNew, "new", &error);
+      for (const auto& change : c.changes)
+        change();
+      // Never both of different commits, at no moment.
+      bool isMixed = false;
+      static std::function<void()> look;
+      look = [&] {
+        if (!fs::exists(content) || !fs::exists(metadata)) return;
+        if (!FilesLike(".commit").empty()) return;  // decides for the new ones
+        const std::string pair = ReadWhole(content) + "|" + ReadWhole(metadata);
+        isMixed = isMixed || (pair != "new|n" && pair != "before|b" && pair != "planted|planted");
+      };
+      internal::SetFileOperationHook([] { look(); });
+      EXPECT_FALSE(writer->Commit("n"));
+      internal::SetFileOperationHook(nullptr);
+      EXPECT_FALSE(isMixed);
+      EXPECT_EQ("new|n", Fetch(*session, kNew));
+      EXPECT_FALSE(session->Trim(nullptr));
+      EXPECT_EQ(DiskUse(cache.Path()), session->Statistics().bytes);
+      EXPECT_EQ("new|n", Fetch(*session, kNew));
+      EXPECT_FALSE(session->Remove(kNew));
+    }
   }
 }
 

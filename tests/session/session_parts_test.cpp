@@ -1,16 +1,20 @@
 // Parts of a session on their own, where a case is hard to bring about from outside: which texts
 // and file names it takes for what, its clock, and what it knows of the disk.
 #include <gtest/gtest.h>
+#include <sys/sysmacros.h>
 
 #include <ctime>
+#include <filesystem>
 #include <functional>
 #include <set>
 
 #include "session/disk_account.h"
+#include "session/journal_order.h"
 #include "session/session_names.h"
 #include "session/survey.h"
 #include "session/use_clock.h"
 #include "session/utf8.h"
+#include "tests/support/scratch_directory.h"
 
 namespace {
 
@@ -138,6 +142,35 @@ TEST(DiskAccount, BoundsOfTheManagersTotal) {
   EXPECT_TRUE(account.StaysWithin(10, 5, 15));
   EXPECT_FALSE(account.StaysWithin(11, 5, 15));
   EXPECT_FALSE(account.StaysWithin(10, 6, 15));
+}
+
+TEST(JournalOrder, OfExt4ByWhatTheKernelTells) {
+  const struct {
+    const char* options;
+    const char* journal;
+    bool isKept;
+  } cases[] = {{"rw\nbarrier\ndata=ordered\nmax_dir_size_kb=0\n", "sda1-8", true},
+               {"barrier\ndata=ordered", "sda1-8", true},
+               {"rw\nbarrier\ndata=ordered\n", "sda2-8", false},
+               {"rw\nbarrier\ndata=ordered\n", "sda1-sdb1", false},
+               {"rw\nbarrier\ndata=writeback\n", "sda1-8", false},
+               {"rw\nbarrier\ndata=journal\n", "sda1-8", false},
+               {"rw\nnobarrier\ndata=ordered\n", "sda1-8", false},
+               {"rw\nbarrier\n", "sda1-8", false},
+               {"", "sda1-8", false}};
+  for (const auto& c : cases) {
+    const testing::ScratchDirectory scratch;
+    const Ext4Paths paths{scratch / "devices", scratch / "ext4", scratch / "jbd2"};
+    std::filesystem::create_directories(paths.fileSystems + "/sda1");
+    std::filesystem::create_directories(paths.journals + "/" + c.journal);
+    std::filesystem::create_directory(paths.devices);
+    std::filesystem::create_symlink("../../devices/sata/sda1", paths.devices + "/8:1");
+    testing::WriteWhole(paths.fileSystems + "/sda1/options", c.options);
+    EXPECT_EQ(c.isKept, Ext4KeepsOrder(makedev(8, 1), paths)) << c.options << c.journal;
+    EXPECT_FALSE(Ext4KeepsOrder(makedev(8, 2), paths));
+  }
+  EXPECT_FALSE(KeepsOrder("/proc"));
+  EXPECT_FALSE(KeepsOrder("/nowhere"));
 }
 
 }  // namespace

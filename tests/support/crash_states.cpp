@@ -51,6 +51,27 @@ void Apply(const FileOperation& operation, std::map<std::string, int>* directory
   }
 }
 
+// False for what changes something else.
+bool ChangeFile(const FileOperation& operation, DiskFile* file) {
+  switch (operation.kind) {
+    case Kind::kWrite:
+      file->bytes.resize(std::max(file->bytes.size(), operation.offset + operation.bytes.size()));
+      file->bytes.replace(operation.offset, operation.bytes.size(), operation.bytes);
+      return true;
+    case Kind::kEmpty:
+      file->bytes.clear();
+      return true;
+    case Kind::kSetTime:
+      file->time = operation.time;
+      return true;
+    case Kind::kSetSeal:
+      file->seal = operation.bytes;
+      return true;
+    default:
+      return false;
+  }
+}
+
 }  // namespace
 
 DiskImage ReadImage(const std::string& directory) {
@@ -81,33 +102,24 @@ void WriteImage(const DiskImage& image, const std::string& directory) {
   }
 }
 
-CrashStates::CrashStates(const DiskImage& start, const std::vector<FileOperation>& operations)
-    : start_(start), operations_(operations) {}
-
-CrashStates::Moment CrashStates::At(std::size_t cut) const {
+CrashStates::Moment CrashStates::Beginning() const {
   Moment moment;
   int number = 0;
   for (const auto& [name, file] : start_) {
     moment.certain[name] = number;
     moment.files[number++] = {file, file};
   }
+  return moment;
+}
+
+CrashStates::Moment CrashStates::At(std::size_t cut) const {
+  Moment moment = Beginning();
   for (std::size_t i = 0; i < cut; ++i) {
     const FileOperation& operation = operations_[i];
     File& file = moment.files[operation.file];
+    if (ChangeFile(operation, &file.latest)) continue;
     switch (operation.kind) {
-      case Kind::kWrite:
-        file.latest.bytes.resize(
-            std::max(file.latest.bytes.size(), operation.offset + operation.bytes.size()));
-        file.latest.bytes.replace(operation.offset, operation.bytes.size(), operation.bytes);
-        break;
-      case Kind::kEmpty:
-        file.latest.bytes.clear();
-        break;
-      case Kind::kSetTime:
-        file.latest.time = operation.time;
-        break;
-      case Kind::kSetSeal:
-        file.latest.seal = operation.bytes;
+      case Kind::kWriteOut:
         break;
       case Kind::kSyncFile:
         file.certain = file.latest;
@@ -119,6 +131,33 @@ CrashStates::Moment CrashStates::At(std::size_t cut) const {
         break;
       default:
         moment.pending.push_back(operation);
+    }
+  }
+  return moment;
+}
+
+CrashStates::Moment CrashStates::At(std::size_t cut, std::size_t kept) const {
+  Moment moment = Beginning();
+  for (std::size_t i = 0; i < cut; ++i) {
+    const FileOperation& operation = operations_[i];
+    File& file = moment.files[operation.file];
+    const bool isKept = i < kept;
+    const bool isOfFile = ChangeFile(operation, &file.latest);
+    switch (operation.kind) {
+      case Kind::kSetTime:
+      case Kind::kSetSeal:
+        if (isKept) ChangeFile(operation, &file.certain);
+        break;
+      case Kind::kWriteOut:
+        if (isKept) file.certain.bytes = file.latest.bytes;
+        break;
+      case Kind::kSyncFile:
+        file.certain = file.latest;
+        break;
+      case Kind::kSyncDirectory:
+        break;
+      default:
+        if (isKept && !isOfFile) Apply(operation, &moment.certain);
     }
   }
   return moment;
@@ -140,8 +179,26 @@ DiskImage CrashStates::Build(const Moment& moment, std::uint64_t kept, std::uint
   return image;
 }
 
+std::vector<DiskImage> CrashStates::AfterOrdered(std::size_t cut, std::size_t most,
+                                                 std::mt19937* random) const {
+  std::size_t first = cut;
+  while (first > 0 && operations_[first - 1].kind != Kind::kSyncDirectory)
+    --first;
+  std::set<DiskImage> seen;
+  std::vector<DiskImage> images;
+  const auto add = [&](std::size_t kept, std::uint64_t fates) {
+    DiskImage image = Build(At(cut, kept), 0, fates);
+    if (seen.insert(image).second) images.push_back(std::move(image));
+  };
+  add(cut, 0);
+  for (std::size_t i = 1; i < most; ++i)
+    add(first + (*random)() % (cut - first + 1), (*random)());
+  return images;
+}
+
 std::vector<DiskImage> CrashStates::After(std::size_t cut, std::size_t most,
                                           std::mt19937* random) const {
+  if (isOrdered_) return AfterOrdered(cut, most, random);
   const Moment moment = At(cut);
   const std::size_t changes = std::min<std::size_t>(moment.pending.size(), 40);
   const std::uint64_t all = (std::uint64_t{1} << changes) - 1;

@@ -6,6 +6,7 @@
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -24,6 +25,7 @@ FaultDriver callFaults;
 FaultDriver callInterrupts;
 Refusal refusal;
 bool areTransfersShort = false;
+bool hasOrderedJournal = false;
 int commonOpenFlags = ~0;
 
 namespace {
@@ -180,6 +182,10 @@ void Journal::SealSet(int fd, const void* bytes, std::size_t count) {
       .bytes.assign(static_cast<const char*>(bytes), count);
 }
 
+void Journal::WrittenOut(int fd) {
+  if (open_.count(fd) != 0) Add(FileOperation::Kind::kWriteOut, open_[fd].file);
+}
+
 void Journal::Synchronised(int fd) {
   if (open_.count(fd) != 0) {
     Add(FileOperation::Kind::kSyncFile, open_[fd].file);
@@ -199,6 +205,7 @@ using ox::testing::callFaults;
 using ox::testing::commonOpenFlags;
 using ox::testing::Fails;
 using ox::testing::FullPath;
+using ox::testing::hasOrderedJournal;
 using ox::testing::IsInterrupted;
 using ox::testing::IsMissing;
 using ox::testing::journal;
@@ -278,8 +285,22 @@ int fsync(int fd) {
   return 0;  // power is cut in simulation only: thousands of cases need not wait for the disk
 }
 
-int sync_file_range(int /*fd*/, off_t /*from*/, off_t /*count*/, unsigned /*flags*/) {
-  return 0;  // a hint that promises nothing
+int sync_file_range(int fd, off_t /*from*/, off_t /*count*/, unsigned flags) {
+  if ((flags & SYNC_FILE_RANGE_WAIT_AFTER) == 0) return 0;  // a hint that promises nothing
+  if (Fails("sync_file_range", EIO)) return -1;
+  if (journal != nullptr) journal->WrittenOut(fd);
+  return 0;
+}
+
+int statfs(const char* path, struct statfs* fileSystem) noexcept {
+  static auto* const real =
+      Next<int(const char*, struct statfs*)>("statfs", "statfs64", "statfs64");
+  if (Fails("statfs", EIO)) return -1;
+  const int result = real(path, fileSystem);
+  if (result == 0 && hasOrderedJournal) {
+    fileSystem->f_type = static_cast<decltype(fileSystem->f_type)>(0xF2F52010);  // f2fs
+  }
+  return result;
 }
 
 int renameat(int fromDirectory, const char* from, int toDirectory, const char* to) noexcept {

@@ -32,6 +32,8 @@ struct Refusal {
 extern Refusal refusal;
 // Reads and writes do at most seven bytes.
 extern bool areTransfersShort;
+// Every directory is one of a file system whose journal keeps the order of changes.
+extern bool hasOrderedJournal;
 // The flags that every opening since it was set had in common.
 extern int commonOpenFlags;
 // Fails the allocations of C++ and of the kernel.
@@ -46,6 +48,7 @@ struct FileOperation {
     kDelete,    // name
     kSetTime,   // file, time
     kSetSeal,   // file, bytes
+    kWriteOut,  // file
     kSyncFile,  // file
     kSyncDirectory,
   };
@@ -82,6 +85,7 @@ class Journal {
   void TimeSet(const std::string& path, std::int64_t time);
   void TimeSet(int fd, std::int64_t time);
   void SealSet(int fd, const void* bytes, std::size_t count);
+  void WrittenOut(int fd);
   void Synchronised(int fd);
   void Closed(int fd) { open_.erase(fd); }
 
