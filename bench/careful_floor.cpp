@@ -5,7 +5,9 @@
 //   replace  the same; three renamings: of the metadata to a log, of the content, of the log
 //
 // Names are looked up from the directory, which is held open. The sealed floor also gives the
-// metadata file a seal (an extended attribute, as long as a session's) and a time of use.
+// metadata file a seal (an extended attribute, as long as a session's) and a time of use. The
+// synchronised floor does what such a loop needs for durability `power`: both files are
+// synchronised before anything is renamed, and the directory after that.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -22,10 +24,11 @@
 namespace ox::bench {
 namespace {
 
+enum class Care { kRenamed, kSealed, kSynchronised };
+
 class CarefulFloor final : public Contender {
  public:
-  CarefulFloor(const Setting& setting, bool isSealed)
-      : path_(setting.directory), isSealed_(isSealed) {}
+  CarefulFloor(const Setting& setting, Care care) : path_(setting.directory), care_(care) {}
 
   void Open() override {
     directory_ = UniqueFd(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -41,17 +44,19 @@ class CarefulFloor final : public Contender {
     std::snprintf(stagedContent, sizeof stagedContent, "%llu.part", ++staged_);
     std::snprintf(stagedMetadata, sizeof stagedMetadata, "%llu.meta", staged_);
     Make(stagedContent, content, false);
-    Make(stagedMetadata, metadata, isSealed_);
-    if (!isThere) {
+    Make(stagedMetadata, metadata, care_ == Care::kSealed);
+    if (isThere) {
+      char log[sizeof metadata_];
+      std::snprintf(log, sizeof log, "%s.log", content_);
+      Rename(stagedMetadata, log);
+      Synchronise(directory_, path_.c_str());
+      Rename(stagedContent, content_);
+      Rename(log, metadata_);
+    } else {
       Rename(stagedContent, content_);
       Rename(stagedMetadata, metadata_);
-      return;
+      Synchronise(directory_, path_.c_str());
     }
-    char log[sizeof metadata_];
-    std::snprintf(log, sizeof log, "%s.log", content_);
-    Rename(stagedMetadata, log);
-    Rename(stagedContent, content_);
-    Rename(log, metadata_);
   }
 
   bool Fetch(std::size_t index, Want want, Fetched* out) override {
@@ -83,6 +88,11 @@ class CarefulFloor final : public Contender {
     if (write(file.Get(), data.data(), data.size()) != static_cast<ssize_t>(data.size()))
       ThrowSystemError("write", name);
     if (isSealed) Seal(file.Get(), name);
+    Synchronise(file, name);
+  }
+
+  void Synchronise(const UniqueFd& file, const char* name) {
+    if (care_ == Care::kSynchronised && fsync(file.Get()) != 0) ThrowSystemError("fsync", name);
   }
 
   void Seal(int file, const char* name) {
@@ -108,7 +118,7 @@ class CarefulFloor final : public Contender {
   }
 
   const std::string path_;
-  const bool isSealed_;
+  const Care care_;
   const char seal_[80] = {};
   UniqueFd directory_;
   unsigned long long staged_ = 0;
@@ -116,12 +126,15 @@ class CarefulFloor final : public Contender {
   char metadata_[format::kContentNameLength + format::kMetadataSuffixLength + 1] = {};
 };
 
-const Registration kCarefulFloor("careful-floor", [](const Setting& setting) {
-  return std::make_unique<CarefulFloor>(setting, false);
-});
-const Registration kSealedFloor("sealed-floor", [](const Setting& setting) {
-  return std::make_unique<CarefulFloor>(setting, true);
-});
+Registration Register(const char* name, Care care) {
+  return {name, [care](const Setting& setting) {
+            return std::make_unique<CarefulFloor>(setting, care);
+          }};
+}
+
+const Registration kCarefulFloor = Register("careful-floor", Care::kRenamed);
+const Registration kSealedFloor = Register("sealed-floor", Care::kSealed);
+const Registration kSynchronisedFloor = Register("synchronised-floor", Care::kSynchronised);
 
 }  // namespace
 }  // namespace ox::bench

@@ -76,6 +76,9 @@ const Registration kSessionAlways("session-check-always", [](const Setting& sett
   return std::make_unique<SessionCache>(setting, session::Durability::kProcess,
                                         session::Check::kAlways);
 });
+const Registration kSessionPower("session-power", [](const Setting& setting) {
+  return std::make_unique<SessionCache>(setting, session::Durability::kPower);
+});
 const Registration kSessionNone("session-no-durability", [](const Setting& setting) {
   return std::make_unique<SessionCache>(setting, session::Durability::kNone);
 });

@@ -3,12 +3,14 @@
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/sysmacros.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <climits>
 #include <cstdint>
+#include <cstdio>
 #include <string_view>
 
 #include "host/system_calls.h"
@@ -52,6 +54,13 @@ std::string NameOf(dev_t device, const std::string& devices) {
 
 }  // namespace
 
+bool WritesOutAll(const char* release) {
+  unsigned int version = 0;
+  unsigned int level = 0;
+  if (std::sscanf(release, "%u.%u", &version, &level) != 2) return false;
+  return version > 5 || (version == 5 && level >= 2);
+}
+
 bool Ext4KeepsOrder(dev_t device, const Ext4Paths& paths) {
   const std::string name = NameOf(device, paths.devices);
   if (name.empty()) return false;
@@ -64,9 +73,11 @@ bool Ext4KeepsOrder(dev_t device, const Ext4Paths& paths) {
 }
 
 bool KeepsOrder(const std::string& directory) {
+  utsname system;
   struct statfs fileSystem;
   struct stat status;
-  if (statfs(directory.c_str(), &fileSystem) != 0 || stat(directory.c_str(), &status) != 0) {
+  if (uname(&system) != 0 || !WritesOutAll(system.release) ||
+      statfs(directory.c_str(), &fileSystem) != 0 || stat(directory.c_str(), &status) != 0) {
     return false;
   }
   const auto type = static_cast<std::uint32_t>(fileSystem.f_type);

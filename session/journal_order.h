@@ -14,6 +14,10 @@ namespace ox::internal {
 // Of the file system that holds the directory. False also where that cannot be told.
 bool KeepsOrder(const std::string& directory);
 
+// Whether sync_file_range(2) of this release of Linux, as uname(2) tells it, leaves no page out: so
+// from 5.2 on.
+bool WritesOutAll(const char* release);
+
 // Where the kernel tells about ext4.
 struct Ext4Paths {
   std::string devices = "/sys/dev/block";

@@ -36,6 +36,7 @@ def cases(available):
     wanted += [case("session", entries, where, "store,replace", floor)
                for floor, entries, where in itertools.product(("careful-floor", "sealed-floor"),
                                                               (200, 1000), ("tmpfs", "disk"))]
+    wanted += [case("session-power", 200, "disk", "store,replace", "synchronised-floor")]
     wanted += [case("session-check-always", 200, "tmpfs", "content", "session", content)
                for content in (4096, 65536)]
     wanted += [case("measuring-floor", entries, where, "store")

@@ -9,6 +9,7 @@ NAMES = {
     "linux-host": "**Bare interface, Linux host**",
     "plain-host": "Bare interface, plain host",
     "session": "**Session**",
+    "session-power": "Session, durability “power”, disk",
     "session-no-durability": "Session, durability “none”",
     "qt": "QNetworkDiskCache",
     "sqlite": "SQLite",
@@ -134,6 +135,13 @@ class Report:
                 goals.append((f"{operation}, session against the careful floor, {where}, "
                               f"N = {entries:,}", limit,
                               self.ratio("session", operation, entries, where, "careful-floor")))
+        for operation, limit in (("store", 2), ("replace", 3)):
+            calls = self.count("session-power", operation).get("system_calls")
+            goals.append((f"synchronisations of a {operation} at power, ext4 with a journal", limit,
+                          calls and calls.get("fsync", 0)))
+            goals.append((f"{operation} at power, against a floor that synchronises both files and the "
+                          "directory, disk", 1.15 if operation == "store" else 1.25,
+                          self.ratio("session-power", operation, 200, "disk", "synchronised-floor")))
         for entries in (200, 1000):
             goals.append((f"fetch with content, session against bare, N = {entries:,}", 1.10,
                           self.ratio("session", "content", entries, base="linux-host")))

@@ -35,11 +35,12 @@ def measure(build, case, directories):
     return [dict(result, where=case["where"]) for result in results]
 
 
-def count(build, subject, entries, directory):
+def count(build, subject, entries, directory, chosen=None):
     """Heap and kernel allocations of each operation, and its system calls where strace works."""
     with tempfile.TemporaryDirectory(dir=directory) as scratch:
         # The bare interface has no replacing.
-        operations = ["--operations", cases.ALL] if subject in ("linux-host", "plain-host") else []
+        chosen = chosen or (cases.ALL if subject in ("linux-host", "plain-host") else None)
+        operations = ["--operations", chosen] if chosen else []
         arguments = [subject, "--count", "--directory", scratch, "--entries", str(entries), *operations]
         results = oxbench(build, *arguments)
     if shutil.which("strace") is None:
@@ -104,6 +105,8 @@ def run_all(options):
     print("Counting system calls and allocations ...", flush=True)
     results["counts"] = [one for subject in cases.counted(available)
                          for one in count(options.build, subject, 200, options.tmpfs)]
+    # Which calls it needs depends on the file system.
+    results["counts"] += count(options.build, "session-power", 200, options.disk, "store,replace")
     results["parts_ns"] = parts(options.build)
     results["threads"] = threads(options.build, options.tmpfs)
     results["openings"] = openings(options.build, options.tmpfs)

@@ -77,17 +77,20 @@ namespace ox::session {
 //
 // What storing a small entry costs, counted with strace from Store to the end of the writer:
 //
-//                       system calls        of those changing        of those
-//                    new   replacement   names   of a replacement    fsync
-//   kNone             13       15                  5                   0
-//   kProcess          13       15                  5                   0
-//   kPower            17       20                  5                   3
+//                  system calls        changing names        waiting for the medium
+//                new   replacement    new   replacement        ordered    others
+//   kNone         12       15          3         5                0          0
+//   kProcess      12       15          3         5                0          0
+//   kPower        18       20          5         5                1          3
 //
-// The names: two files made, and three renamed, or one deleted and two renamed. The fsyncs:
-// metadata, content, and once the directory. Of the directory there are three for a replacement
-// where the file system has no extended attributes, and two for a new entry where a file of that
-// name may have been deleted since the last time. Other threads wait while the directory is
-// synchronised.
+// The names of a replacement: two files made, and three renamed, or one deleted and two renamed.
+// What waits for the medium is fsync of metadata, content and directory; on an ordered file system
+// of the directory alone: ext4 with data=ordered, barriers and a journal of its own, and f2fs, on
+// Linux 5.2 or later. There the bytes of both files are written out before, and the journal, which
+// keeps the order, brings all of it to the medium with the directory. Of the directory there are
+// three for a replacement where the file system has no extended attributes, and two for a new entry
+// where a file of that name may have been deleted since the last time. Other threads wait while the
+// directory is synchronised, and while a metadata file that need not be on the medium is written.
 enum class Durability {
   // An entry being replaced may be gone after a kill or a power cut, and after a failed commit.
   kNone,

@@ -169,6 +169,10 @@ TEST(JournalOrder, OfExt4ByWhatTheKernelTells) {
     EXPECT_EQ(c.isKept, Ext4KeepsOrder(makedev(8, 1), paths)) << c.options << c.journal;
     EXPECT_FALSE(Ext4KeepsOrder(makedev(8, 2), paths));
   }
+  for (const char* release : {"5.2.0", "5.10.0-rc1+", "6.1.0-18-armmp", "10.0"})
+    EXPECT_TRUE(WritesOutAll(release)) << release;
+  for (const char* release : {"5.1.21", "4.19.0", "3.10", "", "x"})
+    EXPECT_FALSE(WritesOutAll(release)) << release;
   EXPECT_FALSE(KeepsOrder("/proc"));
   EXPECT_FALSE(KeepsOrder("/nowhere"));
 }
