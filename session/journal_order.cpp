@@ -19,9 +19,7 @@
 namespace ox::internal {
 namespace {
 
-// linux/magic.h
-constexpr std::uint32_t kExt4 = 0xEF53;
-constexpr std::uint32_t kF2fs = 0xF2F52010;
+constexpr std::uint32_t kF2fs = 0xF2F52010;  // linux/magic.h
 
 std::string ReadAll(const std::string& path) {
   const UniqueFd file(OpenRetrying(AT_FDCWD, path.c_str(), O_RDONLY));
@@ -80,8 +78,7 @@ bool KeepsOrder(const std::string& directory) {
       statfs(directory.c_str(), &fileSystem) != 0 || stat(directory.c_str(), &status) != 0) {
     return false;
   }
-  const auto type = static_cast<std::uint32_t>(fileSystem.f_type);
-  return type == kF2fs || (type == kExt4 && Ext4KeepsOrder(status.st_dev));
+  return static_cast<std::uint32_t>(fileSystem.f_type) == kF2fs || Ext4KeepsOrder(status.st_dev);
 }
 
 }  // namespace ox::internal

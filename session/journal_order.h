@@ -25,7 +25,7 @@ struct Ext4Paths {
   std::string journals = "/proc/fs/jbd2";
 };
 
-// Of the ext4 on that device.
+// False where that device has no ext4.
 bool Ext4KeepsOrder(dev_t device, const Ext4Paths& paths = {});
 
 }  // namespace ox::internal

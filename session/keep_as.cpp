@@ -51,7 +51,7 @@ Error Keep(Staging& staging, const std::string& url, const std::string& metadata
       internal::MakeSeal(url, staging.contentSum, staging.contentBytes, metadata);
   if (Error error = StageMetadata(staging, seal, metadata, time)) return error;
   if (Error error = PutKeptInPlace(staging, path, staged)) return error;
-  if (!IsSynchronised(staging) || staging.state.directoryLock->Synchronise()) return {};
+  if (!MustSurvivePowerCut(staging) || staging.state.directoryLock->Synchronise()) return {};
   return SystemError("cannot synchronise", directory);
 }
 

@@ -46,7 +46,7 @@ Staging::Staging(const std::shared_ptr<SessionState>& openSession, std::string n
       metadataPath(StagedMetadataPath(state.cacheDirectory, newId)),
       share(std::move(newId), ToOxString(url)) {}
 
-bool IsSynchronised(const Staging& staging) {
+bool MustSurvivePowerCut(const Staging& staging) {
   return staging.state.fileSync != FileSync::kNone;
 }
 
@@ -70,7 +70,7 @@ Error GrantMetadata(Staging& staging, const std::string& metadata, std::int64_t*
 
 Error StageMetadata(Staging& staging, const EntrySeal& seal, const std::string& metadata,
                     std::int64_t time) {
-  if (IsSynchronised(staging)) BeginToWrite(staging.file.Get());
+  if (MustSurvivePowerCut(staging)) BeginToWrite(staging.file.Get());
   Error error = WriteMetadata(staging, seal, metadata, time, staging.metadataPath);
   return error ? error : SynchroniseContent(staging);
 }

@@ -32,8 +32,8 @@ struct Staging {
   WriterShare share;
 };
 
-// Whether the files are to be on the medium before the entry is in place.
-bool IsSynchronised(const Staging& staging);
+// For durability `power`: what that takes of the files is done before they come into place.
+bool MustSurvivePowerCut(const Staging& staging);
 
 // In a forked child the files are the parent's.
 bool IsOurs(const Staging& staging);
@@ -43,7 +43,7 @@ std::uint64_t MaxContentBytes(const SessionState& state) OX_REQUIRES(state.mutex
 // Room for the metadata, and its time of use. An error also when nothing may be committed.
 Error GrantMetadata(Staging& staging, const std::string& metadata, std::int64_t* time);
 
-// For durability `power` the content is on the medium afterwards, too.
+// For durability `power` the content is as certain afterwards as the metadata file.
 Error StageMetadata(Staging& staging, const EntrySeal& seal, const std::string& metadata,
                     std::int64_t time);
 // The metadata file alone, under that path.

@@ -80,7 +80,7 @@ Error TryToCommit(Staging& staging, const std::string& metadata) {
   };
   internal::MetadataWriter write;
   // What has to be synchronised is not written under the mutex.
-  if (!IsSynchronised(staging)) {
+  if (!MustSurvivePowerCut(staging)) {
     write = std::cref(writeTo);
   } else if (Error error = StageMetadata(staging, seal, metadata, time)) {
     return error;
