@@ -12,8 +12,7 @@ PlacedMetadata::~PlacedMetadata() {
 
 Error PlacedMetadata::Write(const MetadataWriter& write) {
   isThere_ = true;
-  Error error = write(files_.metadata);
-  if (error.systemError == EEXIST && files_.Delete(files_.metadata)) error = write(files_.metadata);
+  const Error error = write(files_.metadata);
   isThere_ = error.systemError != EEXIST;
   return isThere_ ? error : write(files_.stagedMetadata);
 }

@@ -26,8 +26,8 @@ class PlacedMetadata {
   PlacedMetadata(const PlacedMetadata&) = delete;
   PlacedMetadata& operator=(const PlacedMetadata&) = delete;
 
-  // For an entry whose content is not there: together they would pass for the entry. Metadata that
-  // somebody left is deleted; where that cannot be done, the new is staged after all.
+  // For an entry whose content is not there: together they would pass for the entry. Staged after
+  // all where somebody left metadata.
   Error Write(const MetadataWriter& write);
   // From here on it is staged: a restart would delete metadata without content, and a replacement
   // needs the old metadata in its place.

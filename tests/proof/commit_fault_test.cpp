@@ -314,19 +314,23 @@ TEST(CommitFaults, WhatCannotBeKeptLeavesNoFile) {
 // Each step of it fails once. Only content that could not be synchronised is lost.
 TEST(CommitFaults, AFailedCommitCanBeTriedAgain) {
   const struct {
+    Durability durability;
     const std::string& url;
     const char* call;
     int failures;
   } cases[] = {
-      {kNew, "fsync", 4}, {kNew, "rename", 2}, {kReplaced, "fsync", 3}, {kReplaced, "rename", 2}};
+      {Durability::kPower, kNew, "fsync", 4},        {Durability::kPower, kNew, "rename", 2},
+      {Durability::kPower, kReplaced, "fsync", 3},   {Durability::kPower, kReplaced, "rename", 2},
+      {Durability::kProcess, kNew, "futimens", 1},   {Durability::kProcess, kNew, "rename", 1},
+      {Durability::kProcess, kReplaced, "rename", 2}};
   static const char* refused;
   beforeChange = [](Cache& /*cache*/) { refusal = {{std::exchange(refused, "none")}, EIO}; };
-  for (const auto& [url, call, failures] : cases) {
+  for (const auto& [durability, url, call, failures] : cases) {
     int failed = 0;
     bool isReached = true;
     for (std::uint64_t k = 1; isReached; ++k) {
       SCOPED_TRACE(url + " " + call + " " + std::to_string(k));
-      Cache cache(Durability::kPower);
+      Cache cache(durability);
       cache.Open();
       const auto writer = Write(*cache.session, url, ContentOf(url, 2), &cache.error);
       refused = call;
@@ -338,6 +342,7 @@ TEST(CommitFaults, AFailedCommitCanBeTriedAgain) {
       const bool isLost = error && error.path.find(".part") != std::string::npos;
       if (error) {
         ++failed;
+        EXPECT_TRUE(Look(cache.scratch.Path()).metadataWithoutContent.empty());
         EXPECT_EQ(isLost, bool(writer->Commit(MetadataOf(url, 2))));
       }
       if (!isLost) cache.ledger.Committed(url, 2);
