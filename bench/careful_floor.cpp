@@ -127,9 +127,8 @@ class CarefulFloor final : public Contender {
 };
 
 Registration Register(const char* name, Care care) {
-  return {name, [care](const Setting& setting) {
-            return std::make_unique<CarefulFloor>(setting, care);
-          }};
+  return {name,
+          [care](const Setting& setting) { return std::make_unique<CarefulFloor>(setting, care); }};
 }
 
 const Registration kCarefulFloor = Register("careful-floor", Care::kRenamed);
