@@ -276,12 +276,28 @@ Error Renew(SessionState& state, const Publication& publication, const CommitFil
   return SystemError("cannot synchronise", files.directory);
 }
 
+void CountSeal(SessionState& state, const Publication& publication, const std::string& path)
+    OX_REQUIRES(state.mutex) {
+  if (publication.share.fullDisk.mayLackSeal) {
+    CountMetadataFile(state, publication.share, path);
+    return;
+  }
+  const SealedTexts texts{publication.url.size(), publication.metadata.Length()};
+  if (const auto bytes = state.sealBlocks.Of(texts)) {
+    state.room.Count(publication.share, *bytes);
+    return;
+  }
+  if (const auto seen = CountMetadataFile(state, publication.share, path)) {
+    state.sealBlocks.Note(texts, *seen, state.cache.Account().Unit().OnDisk(1));
+  }
+}
+
 Error WriteMetadata(SessionState& state, const Publication& publication, const CommitFiles& files,
                     bool isContentMissing, PlacedMetadata& placed) OX_REQUIRES(state.mutex) {
   if (!publication.writeMetadata) return {};
   Error error = isContentMissing ? placed.Write(publication.writeMetadata)
                                  : publication.writeMetadata(files.stagedMetadata);
-  if (!error) CountMetadataFile(state, publication.share, placed.Path());
+  if (!error) CountSeal(state, publication, placed.Path());
   return error;
 }
 
@@ -309,11 +325,15 @@ Error Publish(SessionState& state, const Publication& publication) {
   return error;
 }
 
-void CountMetadataFile(SessionState& state, WriterShare& share, const std::string& path) {
+std::optional<std::uint64_t> CountMetadataFile(SessionState& state, WriterShare& share,
+                                               const std::string& path) {
   const struct stat status = StatusOfFile(state.directoryLock->At(path));
+  if (status.st_size == 0) return {};
   const AllocationUnit& unit = state.cache.Account().Unit();
   const std::uint64_t granted = unit.OnDisk(static_cast<std::uint64_t>(status.st_size));
-  state.room.Count(share, unit.OfMetadata(status) - granted);
+  const std::uint64_t beyond = unit.OfMetadata(status) - granted;
+  state.room.Count(share, beyond);
+  return beyond;
 }
 
 Error PublishMetadata(SessionState& state, const Publication& publication) {

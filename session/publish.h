@@ -16,6 +16,10 @@
 #ifndef OX_SESSION_PUBLISH_H_
 #define OX_SESSION_PUBLISH_H_
 
+#include <cstdint>
+#include <optional>
+#include <string>
+
 #include "session/placed_metadata.h"
 #include "session/session_state.h"
 #include <oxfilecache/string.h>
@@ -47,9 +51,9 @@ struct Publication {
 Error Publish(SessionState& state, const Publication& publication) OX_REQUIRES(state.mutex);
 
 // Counts what the disk has given out to a staged metadata file beyond the room granted for its
-// text: a seal may take a block of its own.
-void CountMetadataFile(SessionState& state, WriterShare& share, const std::string& path)
-    OX_REQUIRES(state.mutex);
+// text: a seal may take a block of its own. Returns that; nothing where the file is not there.
+std::optional<std::uint64_t> CountMetadataFile(SessionState& state, WriterShare& share,
+                                               const std::string& path) OX_REQUIRES(state.mutex);
 
 // The same for the staged metadata alone, in place of the metadata of the entry. kNotFound where it
 // is gone.

@@ -17,6 +17,7 @@
 #include "session/productions.h"
 #include "session/room.h"
 #include "session/running_cache.h"
+#include "session/seal_blocks.h"
 #include "session/session_counts.h"
 #include "session/session_names.h"
 #include "session/without_exceptions.h"
@@ -66,6 +67,7 @@ struct SessionState {
   Room room OX_GUARDED_BY(mutex);
   IdSource ids OX_GUARDED_BY(mutex);
   KnownEntries known OX_GUARDED_BY(mutex){ids.Secret()};
+  SealBlocks sealBlocks OX_GUARDED_BY(mutex);
   // For opening content, by any thread.
   HeldDirectories contentDirectory;
 };

@@ -79,11 +79,12 @@ namespace ox::session {
 //
 //                  system calls        changing names        waiting for the medium
 //                new   replacement    new   replacement        ordered    others
-//   kNone         12       15          3         5                0          0
-//   kProcess      12       15          3         5                0          0
+//   kNone         11       14          3         5                0          0
+//   kProcess      11       14          3         5                0          0
 //   kPower        18       20          5         5                1          3
 //
-// The names of a replacement: two files made, and three renamed, or one deleted and two renamed.
+// At none and process one call more where the disk is asked what the seal takes, as for the first
+// entry. The names of a replacement: two files made, and three renamed, or one deleted and two renamed.
 // What waits for the medium is fsync of metadata, content and directory; on an ordered file system
 // of the directory alone: ext4 with data=ordered, barriers and a journal of its own, and f2fs, on
 // Linux 5.2 or later. There the bytes of both files are written out before, and the journal, which

@@ -104,7 +104,11 @@ TEST_F(SessionDisk, TheLimitIsTheDisks) {
   auto session = OpenSession(WithLimits(directory_, {maxSize, 2000, 0, ""}));
   Error error;
   for (int i = 0; i < 400; ++i) {
-    ASSERT_FALSE(error = Store(*session, Url(i), std::string(300, 'x'), "m")) << error.Message();
+    // Some seals fit beside their metadata, some do not, and some hold a digest of the URL.
+    const std::string tail = i % 50 == 0 ? std::string(5000, 'u') : "";
+    const std::string url =
+        i % 4 == 0 || i % 50 == 0 ? "http://host/" + std::to_string(i) + tail : Url(i);
+    ASSERT_FALSE(error = Store(*session, url, std::string(300, 'x'), "m")) << error.Message();
   }
   // A replacement, a renewal and a removal are counted in the same way.
   ASSERT_FALSE(Store(*session, Url(399), std::string(9000, 'y'), "m"));
