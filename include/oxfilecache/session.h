@@ -84,14 +84,15 @@ namespace ox::session {
 //   kPower        18       20          5         5                1          3
 //
 // At none and process one call more where the disk is asked what the seal takes, as for the first
-// entry. The names of a replacement: two files made, and three renamed, or one deleted and two renamed.
-// What waits for the medium is fsync of metadata, content and directory; on an ordered file system
-// of the directory alone: ext4 with data=ordered, barriers and a journal of its own, and f2fs, on
-// Linux 5.2 or later. There the bytes of both files are written out before, and the journal, which
-// keeps the order, brings all of it to the medium with the directory. Of the directory there are
-// three for a replacement where the file system has no extended attributes, and two for a new entry
-// where a file of that name may have been deleted since the last time. Other threads wait while the
-// directory is synchronised, and while a metadata file that need not be on the medium is written.
+// entry. The names of a replacement: two files made, and three renamed, or one deleted and two
+// renamed. What waits for the medium is fsync of metadata, content and directory; on an ordered
+// file system of the directory alone: ext4 with data=ordered, barriers and a journal of its own,
+// and f2fs, on Linux 5.2 or later. There the bytes of both files are written out before, and the
+// journal, which keeps the order, brings all of it to the medium with the directory. Of the
+// directory there are three for a replacement where the file system has no extended attributes, and
+// two for a new entry where a file of that name may have been deleted since the last time. Other
+// threads wait while the directory is synchronised, and while a metadata file that need not be on
+// the medium is written.
 enum class Durability {
   // An entry being replaced may be gone after a kill or a power cut, and after a failed commit.
   kNone,
